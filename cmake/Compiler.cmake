@@ -1,0 +1,25 @@
+# Compiler settings that every target of this project shares, as the interface target kivnst_options.
+
+option(KIVNST_BUILD_AROUND "Build the testbed, the sample host, the tools and the tests around the library" ON)
+option(KIVNST_COVERAGE "Instrument the library for coverage" OFF)
+
+add_library(kivnst_options INTERFACE)
+target_include_directories(kivnst_options INTERFACE "${PROJECT_SOURCE_DIR}")
+target_compile_definitions(kivnst_options INTERFACE
+  UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX _WIN32_WINNT=0x0601 WINVER=0x0601)
+
+if(MSVC)
+  target_compile_options(kivnst_options INTERFACE /W4 /WX /utf-8 /permissive- /Zc:__cplusplus)
+else()
+  target_compile_options(kivnst_options INTERFACE
+    -Wall -Wextra -Wpedantic -Werror -Wshadow=local -Wcast-qual -Wconversion -Wno-sign-conversion
+    -Wno-unknown-pragmas
+    # The PURE-virtual MAPI interfaces have no virtual destructor, by COM's design.
+    -Wno-non-virtual-dtor
+    # No path of the building machine gets into a binary or a log line.
+    "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=" "-ffile-prefix-map=${PROJECT_BINARY_DIR}/=build/")
+  if(KIVNST_COVERAGE)
+    target_compile_options(kivnst_options INTERFACE --coverage -O0)
+    target_link_options(kivnst_options INTERFACE --coverage)
+  endif()
+endif()

@@ -1,0 +1,38 @@
+# What the programs around the library link, as targets: pff, sqlite3, gtest, gmock, CLI11::CLI11 and
+# nlohmann_json::nlohmann_json. The library itself depends on none of them. One folder serves all build folders.
+
+set(KIVNST_DEPS_DIR "${PROJECT_SOURCE_DIR}/build/deps" CACHE PATH "Fetched and built third-party code")
+
+if(KIVNST_BUILD_AROUND)
+  execute_process(COMMAND "${PROJECT_SOURCE_DIR}/scripts/fetch-dependencies" "${KIVNST_DEPS_DIR}"
+    COMMAND_ERROR_IS_FATAL ANY)
+
+  function(kivnst_imported_static name folder library)
+    add_library(${name} STATIC IMPORTED GLOBAL)
+    set_target_properties(${name} PROPERTIES
+      IMPORTED_LOCATION "${KIVNST_DEPS_DIR}/${folder}/lib/${library}"
+      INTERFACE_INCLUDE_DIRECTORIES "${KIVNST_DEPS_DIR}/${folder}/include")
+  endfunction()
+
+  kivnst_imported_static(pff libpff libpff.a)
+  target_link_libraries(pff INTERFACE advapi32)
+  kivnst_imported_static(sqlite3 sqlite libsqlite3.a)
+  # Held to the values that the library was compiled with.
+  target_compile_definitions(sqlite3 INTERFACE SQLITE_OMIT_LOAD_EXTENSION SQLITE_THREADSAFE=1 SQLITE_DQS=0)
+  kivnst_imported_static(gtest googletest libgtest.a)
+  kivnst_imported_static(gtest_main googletest libgtest_main.a)
+  target_link_libraries(gtest_main INTERFACE gtest)
+  kivnst_imported_static(gmock googletest libgmock.a)
+  target_link_libraries(gmock INTERFACE gtest)
+  kivnst_imported_static(gmock_main googletest libgmock_main.a)
+  target_link_libraries(gmock_main INTERFACE gmock)
+
+  function(kivnst_header_only name folder)
+    add_library(${name} INTERFACE IMPORTED GLOBAL)
+    set_target_properties(${name} PROPERTIES
+      INTERFACE_INCLUDE_DIRECTORIES "${KIVNST_DEPS_DIR}/${folder}/include")
+  endfunction()
+
+  kivnst_header_only(CLI11::CLI11 cli11)
+  kivnst_header_only(nlohmann_json::nlohmann_json nlohmann-json)
+endif()
