@@ -1,0 +1,34 @@
+# Registers test programs with ctest, which runs them under Wine by scripts/run-test.
+
+# kivnst_add_test(NAME TARGET [TIMEOUT seconds] [SERIAL] [ARGS argument...])
+#   Runs a GoogleTest program. SERIAL: alone, for tests that change what all programs of the prefix share (the registry).
+#   It finds in its environment, as Windows paths: KIVNST_BIN and KIVNST_MAIL_CLIENT (where the build put the modules),
+#   KIVNST_TEST_DATA (tests/data), KIVNST_PST_DATA (the fetched mail; may not be there) and KIVNST_TEST_TEMP (an empty
+#   folder of its own, where it is started).
+#
+# kivnst_add_check(NAME TARGET [the same])
+#   Runs a program whose exit code is the one result.
+function(kivnst_register_test name target)
+  cmake_parse_arguments(PARSE_ARGV 2 arg "SERIAL;CHECK" "TIMEOUT" "ARGS")
+  if(arg_UNPARSED_ARGUMENTS)
+    message(FATAL_ERROR "kivnst_add_test(${name}): unknown arguments: ${arg_UNPARSED_ARGUMENTS}")
+  endif()
+  if(NOT arg_TIMEOUT)
+    set(arg_TIMEOUT 300)
+  endif()
+  add_test(NAME ${name} COMMAND "${PROJECT_SOURCE_DIR}/scripts/run-test" "${PROJECT_SOURCE_DIR}"
+    "${PROJECT_BINARY_DIR}" ${name} "$<TARGET_FILE:${target}>" ${arg_ARGS})
+  set_tests_properties(${name} PROPERTIES TIMEOUT ${arg_TIMEOUT}
+    ENVIRONMENT "KIVNST_DEPS_DIR=${KIVNST_DEPS_DIR};KIVNST_CHECK=${arg_CHECK}")
+  if(arg_SERIAL)
+    set_tests_properties(${name} PROPERTIES RUN_SERIAL ON)
+  endif()
+endfunction()
+
+function(kivnst_add_test name target)
+  kivnst_register_test(${name} ${target} ${ARGN})
+endfunction()
+
+function(kivnst_add_check name target)
+  kivnst_register_test(${name} ${target} CHECK ${ARGN})
+endfunction()
