@@ -1,0 +1,267 @@
+// Finding the MAPI module and binding its functions.
+#include "mapi/MapiBinding.h"
+
+#include "support/CallWrapping.h"
+#include "support/Format.h"
+#include "support/MapiProperties.h"
+#include "support/Os.h"
+
+#include <atomic>
+#include <cstdio>
+#include <cwchar>
+
+namespace Quillon::Mapi
+{
+namespace
+{
+
+/// The module once it is found; whoever finds one first publishes it.
+std::atomic<HMODULE> g_module = nullptr;
+
+/// Counts the modules obtained, so that a bound function notices that it has to be looked up again.
+std::atomic<LONG> g_generation = 1;
+
+bool g_onlyOutlook = false;
+
+constexpr DWORD pathLength = MAX_PATH;
+
+/// A path as the registry and the loader take it here: at most 260 characters, terminated.
+using Path = wchar_t[pathLength + 1];
+
+/// A registry value's raw bytes. Registry strings need not be terminated, hence the room behind them.
+struct RegistryText
+{
+    static constexpr DWORD size = 520;
+    wchar_t text[size / sizeof(wchar_t) + 1] = {};
+    DWORD type = REG_NONE;
+    LSTATUS status = ERROR_SUCCESS;
+};
+
+RegistryText ReadText(HKEY key, const wchar_t* name) noexcept
+{
+    RegistryText value;
+    DWORD size = RegistryText::size;
+    value.status = RegQueryValueExW(key, name, nullptr, &value.type, reinterpret_cast<BYTE*>(value.text), &size);
+    if (value.status != ERROR_SUCCESS)
+    {
+        value.text[0] = L'\0';
+        value.type = REG_NONE;
+    }
+    return value;
+}
+
+HMODULE LoadFromMsiRegistration(HKEY client) noexcept
+{
+    constexpr DWORD size = 260;
+    char component[size + 1] = {};
+    char locale[size + 1] = {};
+    const auto read = [client](const char* name, char* text)
+    {
+        // Whatever the type: installers write the locale as a list of strings, of which the first counts.
+        DWORD used = size;
+        return RegQueryValueExA(client, name, nullptr, nullptr, reinterpret_cast<BYTE*>(text), &used) == ERROR_SUCCESS;
+    };
+    if (!read("MSIComponentID", component) || !read("MSIApplicationLCID", locale))
+        return nullptr;
+
+    HMODULE stub = LoadLibraryW(L"mapi32.dll");
+    if (!stub)
+        stub = LoadLibraryW(L"mapistub.dll");
+    if (!stub)
+        return nullptr;
+    using GetComponentPath = BOOL(STDAPICALLTYPE*)(LPSTR, LPSTR, LPSTR, DWORD, BOOL);
+    const auto getComponentPath =
+        reinterpret_cast<GetComponentPath>(reinterpret_cast<void*>(GetProcAddress(stub, "FGetComponentPath")));
+    char path[size + 1] = {};
+    const bool found = getComponentPath && getComponentPath(component, locale, path, size, FALSE);
+    FreeLibrary(stub);
+    return found ? LoadLibraryA(path) : nullptr;
+}
+
+/// The path that the value `name` gives; false when it gives none that fits.
+bool ReadDllPath(HKEY client, const wchar_t* name, Path& path) noexcept
+{
+    const RegistryText value = ReadText(client, name);
+    if (value.type == REG_EXPAND_SZ)
+    {
+        const DWORD length = ExpandEnvironmentStringsW(value.text, path, pathLength);
+        return length != 0 && length <= pathLength;
+    }
+    if (value.type != REG_SZ)
+        return false;
+    std::wcsncpy(path, value.text, pathLength);
+    path[pathLength] = L'\0';
+    return true;
+}
+
+HMODULE LoadFromDllPath(HKEY client) noexcept
+{
+    for (const wchar_t* const name : {L"DllPathEx", L"DllPath"})
+    {
+        Path path = {};
+        if (!ReadDllPath(client, name, path))
+            continue;
+        if (const HMODULE module = LoadLibraryW(path))
+            return module;
+    }
+    return nullptr;
+}
+
+/// Loads what the mail client `clientName` registered; null names the default client.
+HMODULE LoadFromMailClient(const wchar_t* clientName) noexcept
+{
+    // The keys stay open on purpose: they are opened at most a few times in a process, and the modules that are loaded
+    // from here read the same keys.
+    HKEY clients = nullptr;
+    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"Software\\Clients\\Mail", 0, KEY_READ, &clients) != ERROR_SUCCESS)
+        return nullptr;
+    RegistryText defaultName;
+    if (!clientName)
+    {
+        defaultName = ReadText(clients, nullptr);
+        if (defaultName.type != REG_SZ)
+            return nullptr;
+        clientName = defaultName.text;
+    }
+    // A client without a key is not an error of its own: the look-ups in the null key find nothing.
+    HKEY client = nullptr;
+    RegOpenKeyExW(clients, clientName, 0, KEY_READ, &client);
+    if (const HMODULE module = LoadFromMsiRegistration(client))
+        return module;
+    return LoadFromDllPath(client);
+}
+
+HMODULE LoadFromSystemDirectory() noexcept
+{
+    wchar_t directory[pathLength] = {};
+    const UINT length = GetSystemDirectoryW(directory, pathLength);
+    if (length == 0 || length >= pathLength)
+        return nullptr;
+    constexpr auto name = L"\\mapi32.dll";
+    wchar_t path[pathLength + 16] = {};
+    std::wmemcpy(path, directory, length);
+    std::wcscpy(path + length, name);
+    return LoadLibraryW(path);
+}
+
+HMODULE FindMapiModule() noexcept
+{
+    HMODULE module = nullptr;
+    if (GetModuleHandleExW(0, L"olmapi32.dll", &module) || GetModuleHandleExW(0, L"msmapi32.dll", &module))
+        return module;
+    const bool onlyOutlook = g_onlyOutlook;
+    module = LoadFromMailClient(onlyOutlook ? L"Microsoft Outlook" : nullptr);
+    if (!module && !onlyOutlook)
+        module = LoadFromSystemDirectory();
+    return module;
+}
+
+/// One function of the MAPI module, looked up when it is first called and whenever another module was obtained since.
+/// Two threads may look it up at once and store the same.
+template <class Function>
+class BoundFunction
+{
+public:
+    explicit constexpr BoundFunction(const char* name) noexcept : m_name(name) {}
+
+    /// The function, or null when it cannot be bound.
+    Function Get() noexcept
+    {
+        const LONG generation = g_generation.load(std::memory_order_acquire);
+        if (m_boundAt.load(std::memory_order_acquire) == generation && g_module.load(std::memory_order_acquire))
+            return m_function.load(std::memory_order_relaxed);
+        const HMODULE module = GetMapiModule();
+        if (!module)
+            return nullptr;
+        const LONG boundAt = g_generation.load(std::memory_order_acquire);
+        const auto function = reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(module, m_name)));
+        m_function.store(function, std::memory_order_relaxed);
+        m_boundAt.store(boundAt, std::memory_order_release);
+        return function;
+    }
+
+private:
+    const char* m_name;
+    std::atomic<Function> m_function = nullptr;
+    std::atomic<LONG> m_boundAt = 0;
+};
+
+BoundFunction<SCODE(STDMETHODCALLTYPE*)(ULONG, LPVOID, LPVOID*)> g_allocateMore("MAPIAllocateMore");
+BoundFunction<SCODE(STDMETHODCALLTYPE*)(ULONG, LPVOID*)> g_allocateBuffer("MAPIAllocateBuffer");
+BoundFunction<ULONG(STDAPICALLTYPE*)(LPVOID)> g_freeBuffer("MAPIFreeBuffer");
+BoundFunction<HRESULT(STDAPICALLTYPE*)(ULONG, LPSTR, ULONG, LPENTRYID, ULONG*, LPENTRYID*)> g_wrapStoreEntryId(
+    "WrapStoreEntryID");
+
+} // namespace
+
+HMODULE GetMapiModule() noexcept
+{
+    if (const HMODULE known = g_module.load(std::memory_order_acquire))
+        return known;
+    const HMODULE found = FindMapiModule();
+    if (!found)
+        return g_module.load(std::memory_order_acquire);
+    HMODULE published = nullptr;
+    const bool isFirst = g_module.compare_exchange_strong(published, found);
+    g_generation.fetch_add(1);
+    if (isFirst)
+        return found;
+    FreeLibrary(found);
+    return published;
+}
+
+bool& GetOnlyOutlookMailClient() noexcept
+{
+    return g_onlyOutlook;
+}
+
+SCODE MAPIAllocateMore(ULONG cbSize, LPVOID lpObject, LPVOID* lppBuffer) noexcept
+{
+    const auto function = g_allocateMore.Get();
+    return function ? function(cbSize, lpObject, lppBuffer) : E_FAIL;
+}
+
+SCODE MAPIAllocateBuffer(ULONG cbSize, LPVOID* lppBuffer) noexcept
+{
+    const auto function = g_allocateBuffer.Get();
+    return function ? function(cbSize, lppBuffer) : E_FAIL;
+}
+
+ULONG MAPIFreeBuffer(LPVOID lpBuffer) noexcept
+{
+    const auto function = g_freeBuffer.Get();
+    return function ? function(lpBuffer) : static_cast<ULONG>(E_FAIL);
+}
+
+HRESULT WrapStoreEntryID(ULONG ulFlags, LPSTR lpszDLLName, ULONG cbOrigEntry, LPENTRYID lpOrigEntry,
+                         ULONG* lpcbWrappedEntry, LPENTRYID* lppWrappedEntry) noexcept
+{
+    const auto function = g_wrapStoreEntryId.Get();
+    return function ? function(ulFlags, lpszDLLName, cbOrigEntry, lpOrigEntry, lpcbWrappedEntry, lppWrappedEntry)
+                    : E_FAIL;
+}
+
+// What the support layer below needs of the MAPI module.
+
+void FreeMapiBuffer(void* buffer) noexcept
+{
+    if (buffer && !GetMapiModule())
+        LogEntry(LogId::Error, L"MAPIFreeBuffer: no MAPI module; the block is kept");
+    else if (buffer)
+        MAPIFreeBuffer(buffer);
+}
+
+void* AllocateMapiBuffer(ULONG size)
+{
+    void* buffer = nullptr;
+    CheckCall(MAPIAllocateBuffer(size, &buffer), L"Quillon::Mapi::AllocateMapiBuffer");
+    return buffer;
+}
+
+StringW GetMapiPath()
+{
+    const HMODULE module = GetMapiModule();
+    return module ? Os::GetModulePath(module) : StringW();
+}
+
+} // namespace Quillon::Mapi

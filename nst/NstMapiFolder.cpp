@@ -1,0 +1,286 @@
+// CNstMapiFolder.
+#include "nst/NstMapiFolder.h"
+
+#include "nst/NstMapiTable.h"
+#include "nst/NstMessage.h"
+#include "nst/ReferenceCount.h"
+#include "support/CallWrapping.h"
+#include "support/MapiProperties.h"
+
+namespace Quillon::Nst
+{
+
+const IID IID_UnwrappedMapiFolder = {0xF7E23915, 0x55A7, 0x47BE, {0xA5, 0x9D, 0x20, 0xC0, 0xFF, 0x7F, 0xF9, 0x52}};
+
+CNstMapiFolder::CNstMapiFolder(IMAPIFolder* folder, IMsgStore* store, IMAPISupport* support)
+    : m_store(store),
+      m_folder(folder),
+      m_support(support),
+      m_references(1)
+{
+}
+
+CNstMapiFolder::~CNstMapiFolder() = default;
+
+STDMETHODIMP CNstMapiFolder::QueryInterface(REFIID riid, LPVOID* ppvObj)
+{
+    if (riid == IID_UnwrappedMapiFolder)
+        return PASS_THROUGH_COM(m_folder, IMAPIFolder::QueryInterface, E_NOINTERFACE, IID_IMAPIFolder, ppvObj);
+    return AnswerWithSelf(this, riid, ppvObj, IID_IMAPIFolder, IID_IMAPIContainer, IID_IMAPIProp, IID_IUnknown);
+}
+
+STDMETHODIMP_(ULONG) CNstMapiFolder::AddRef()
+{
+    return AddReference(m_references);
+}
+
+STDMETHODIMP_(ULONG) CNstMapiFolder::Release()
+{
+    return ReleaseReference(this, m_references);
+}
+
+STDMETHODIMP CNstMapiFolder::GetLastError(HRESULT hResult, ULONG ulFlags, LPMAPIERROR* lppMAPIError)
+{
+    return PASS_THROUGH(m_folder, IMAPIFolder::GetLastError, S_OK, hResult, ulFlags, lppMAPIError);
+}
+
+STDMETHODIMP CNstMapiFolder::SaveChanges(ULONG ulFlags)
+{
+    return PASS_THROUGH(m_folder, IMAPIFolder::SaveChanges, S_OK, ulFlags);
+}
+
+STDMETHODIMP CNstMapiFolder::GetProps(LPSPropTagArray lpPropTagArray, ULONG ulFlags, ULONG* lpcValues,
+                                      LPSPropValue* lppPropArray)
+{
+    constexpr auto function = L"Quillon::Nst::CNstMapiFolder::GetProps";
+    const ATL::CComQIPtr<IMAPIFolder> folder = m_folder;
+    try
+    {
+        const HRESULT hr = folder->GetProps(lpPropTagArray, ulFlags, lpcValues, lppPropArray);
+        CheckMapiCall<MAPI_W_ERRORS_RETURNED>(hr, folder.p, function);
+        OverrideFolderProperties(*lppPropArray, *lpcValues);
+        return hr;
+    }
+    catch (const CException& exception)
+    {
+        return CaughtException(exception, function);
+    }
+}
+
+STDMETHODIMP CNstMapiFolder::GetPropList(ULONG ulFlags, LPSPropTagArray* lppPropTagArray)
+{
+    return PASS_THROUGH(m_folder, IMAPIFolder::GetPropList, S_OK, ulFlags, lppPropTagArray);
+}
+
+STDMETHODIMP CNstMapiFolder::OpenProperty(ULONG ulPropTag, LPCIID lpiid, ULONG ulInterfaceOptions, ULONG ulFlags,
+                                          LPUNKNOWN* lppUnk)
+{
+    return PASS_THROUGH(m_folder, IMAPIFolder::OpenProperty, S_OK, ulPropTag, lpiid, ulInterfaceOptions, ulFlags,
+                        lppUnk);
+}
+
+STDMETHODIMP CNstMapiFolder::SetProps(ULONG cValues, LPSPropValue lpPropArray, LPSPropProblemArray* lppProblems)
+{
+    return PASS_THROUGH(m_folder, IMAPIFolder::SetProps, S_OK, cValues, lpPropArray, lppProblems);
+}
+
+STDMETHODIMP CNstMapiFolder::DeleteProps(LPSPropTagArray lpPropTagArray, LPSPropProblemArray* lppProblems)
+{
+    return PASS_THROUGH(m_folder, IMAPIFolder::DeleteProps, S_OK, lpPropTagArray, lppProblems);
+}
+
+STDMETHODIMP CNstMapiFolder::CopyTo(ULONG ciidExclude, LPCIID rgiidExclude, LPSPropTagArray lpExcludeProps,
+                                    Mapi::FolderUIParam ulUIParam, LPMAPIPROGRESS lpProgress, LPCIID lpInterface,
+                                    LPVOID lpDestObj, ULONG ulFlags, LPSPropProblemArray* lppProblems)
+{
+    return PASS_THROUGH(m_folder, IMAPIFolder::CopyTo, S_OK, ciidExclude, rgiidExclude, lpExcludeProps, ulUIParam,
+                        lpProgress, lpInterface, lpDestObj, ulFlags, lppProblems);
+}
+
+STDMETHODIMP CNstMapiFolder::CopyProps(LPSPropTagArray lpIncludeProps, Mapi::FolderUIParam ulUIParam,
+                                       LPMAPIPROGRESS lpProgress, LPCIID lpInterface, LPVOID lpDestObj, ULONG ulFlags,
+                                       LPSPropProblemArray* lppProblems)
+{
+    return PASS_THROUGH(m_folder, IMAPIFolder::CopyProps, S_OK, lpIncludeProps, ulUIParam, lpProgress, lpInterface,
+                        lpDestObj, ulFlags, lppProblems);
+}
+
+STDMETHODIMP CNstMapiFolder::GetNamesFromIDs(LPSPropTagArray* lppPropTags, LPGUID lpPropSetGuid, ULONG ulFlags,
+                                             ULONG* lpcPropNames, LPMAPINAMEID** lpppPropNames)
+{
+    return PASS_THROUGH(m_folder, IMAPIFolder::GetNamesFromIDs, S_OK, lppPropTags, lpPropSetGuid, ulFlags, lpcPropNames,
+                        lpppPropNames);
+}
+
+STDMETHODIMP CNstMapiFolder::GetIDsFromNames(ULONG cPropNames, LPMAPINAMEID* lppPropNames, ULONG ulFlags,
+                                             LPSPropTagArray* lppPropTags)
+{
+    return PASS_THROUGH(m_folder, IMAPIFolder::GetIDsFromNames, MAPI_W_ERRORS_RETURNED, cPropNames, lppPropNames,
+                        ulFlags, lppPropTags);
+}
+
+STDMETHODIMP CNstMapiFolder::GetContentsTable(ULONG ulFlags, LPMAPITABLE* lppTable)
+{
+    constexpr auto function = L"Quillon::Nst::CNstMapiFolder::GetContentsTable";
+    const ATL::CComQIPtr<IMAPIFolder> folder = m_folder;
+    try
+    {
+        ATL::CComQIPtr<IMAPITable> table;
+        CheckMapiCall(folder->GetContentsTable(ulFlags, &table), folder.p, function);
+        *lppTable = new CNstMapiTable(table);
+        return S_OK;
+    }
+    catch (const CException& exception)
+    {
+        return CaughtException(exception, function);
+    }
+}
+
+STDMETHODIMP CNstMapiFolder::GetHierarchyTable(ULONG ulFlags, LPMAPITABLE* lppTable)
+{
+    constexpr auto function = L"Quillon::Nst::CNstMapiFolder::GetHierarchyTable";
+    const ATL::CComQIPtr<IMAPIFolder> folder = m_folder;
+    try
+    {
+        ATL::CComQIPtr<IMAPITable> table;
+        CheckMapiCall(folder->GetHierarchyTable(ulFlags, &table), folder.p, function);
+        *lppTable = new CNstMapiTable(table);
+        return S_OK;
+    }
+    catch (const CException& exception)
+    {
+        return CaughtException(exception, function);
+    }
+}
+
+STDMETHODIMP CNstMapiFolder::OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, ULONG ulFlags,
+                                       ULONG* lpulObjType, LPUNKNOWN* lppUnk)
+{
+    // Through the store, so that what is opened comes back wrapped by its factories.
+    return PASS_THROUGH(m_store, IMsgStore::OpenEntry, S_OK, cbEntryID, lpEntryID, lpInterface, ulFlags, lpulObjType,
+                        lppUnk);
+}
+
+STDMETHODIMP CNstMapiFolder::SetSearchCriteria(LPSRestriction lpRestriction, LPENTRYLIST lpContainerList,
+                                               ULONG ulSearchFlags)
+{
+    return PASS_THROUGH(m_folder, IMAPIFolder::SetSearchCriteria, S_OK, lpRestriction, lpContainerList, ulSearchFlags);
+}
+
+STDMETHODIMP CNstMapiFolder::GetSearchCriteria(ULONG ulFlags, LPSRestriction* lppRestriction,
+                                               LPENTRYLIST* lppContainerList, ULONG* lpulSearchState)
+{
+    return PASS_THROUGH(m_folder, IMAPIFolder::GetSearchCriteria, S_OK, ulFlags, lppRestriction, lppContainerList,
+                        lpulSearchState);
+}
+
+STDMETHODIMP CNstMapiFolder::CreateMessage(LPCIID lpInterface, ULONG ulFlags, LPMESSAGE* lppMessage)
+{
+    constexpr auto function = L"Quillon::Nst::CNstMapiFolder::CreateMessage";
+    const ATL::CComQIPtr<IMAPIFolder> folder = m_folder;
+    try
+    {
+        ATL::CComQIPtr<IMessage> message;
+        CheckMapiCall(folder->CreateMessage(lpInterface, ulFlags, &message), folder.p, function);
+        *lppMessage = new CNstMessage(message);
+        return S_OK;
+    }
+    catch (const CException& exception)
+    {
+        return CaughtException(exception, function);
+    }
+}
+
+STDMETHODIMP CNstMapiFolder::CopyMessages(LPENTRYLIST lpMsgList, LPCIID lpInterface, LPVOID lpDestFolder,
+                                          Mapi::FolderUIParam ulUIParam, LPMAPIPROGRESS lpProgress, ULONG ulFlags)
+{
+    return PASS_THROUGH(m_folder, IMAPIFolder::CopyMessages, MAPI_E_DECLINE_COPY, lpMsgList, lpInterface, lpDestFolder,
+                        ulUIParam, lpProgress, ulFlags);
+}
+
+STDMETHODIMP CNstMapiFolder::DeleteMessages(LPENTRYLIST lpMsgList, Mapi::FolderUIParam ulUIParam,
+                                            LPMAPIPROGRESS lpProgress, ULONG ulFlags)
+{
+    return PASS_THROUGH(m_folder, IMAPIFolder::DeleteMessages, S_OK, lpMsgList, ulUIParam, lpProgress, ulFlags);
+}
+
+STDMETHODIMP CNstMapiFolder::CreateFolder(ULONG ulFolderType, LPTSTR lpszFolderName, LPTSTR lpszFolderComment,
+                                          LPCIID lpInterface, ULONG ulFlags, LPMAPIFOLDER* lppFolder)
+{
+    constexpr auto function = L"Quillon::Nst::CNstMapiFolder::CreateFolder";
+    const ATL::CComQIPtr<IMAPIFolder> folder = m_folder;
+    try
+    {
+        ATL::CComQIPtr<IMAPIFolder> created;
+        CheckMapiCall(
+            folder->CreateFolder(ulFolderType, lpszFolderName, lpszFolderComment, lpInterface, ulFlags, &created),
+            folder.p, function);
+        *lppFolder = new CNstMapiFolder(created, m_store, m_support);
+        return S_OK;
+    }
+    catch (const CException& exception)
+    {
+        return CaughtException(exception, function);
+    }
+}
+
+STDMETHODIMP CNstMapiFolder::CopyFolder(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, LPVOID lpDestFolder,
+                                        LPTSTR lpszNewFolderName, Mapi::FolderUIParam ulUIParam,
+                                        LPMAPIPROGRESS lpProgress, ULONG ulFlags)
+{
+    // The support object copies, with this wrapper as the source. That the source is called a message is deliberate: it
+    // is what the support object has always been told here.
+    return PASS_THROUGH(m_support, IMAPISupport::CopyFolder, S_OK, &IID_IMessage, static_cast<void*>(this), cbEntryID,
+                        lpEntryID, lpInterface, lpDestFolder, lpszNewFolderName, ulUIParam, lpProgress, ulFlags);
+}
+
+STDMETHODIMP CNstMapiFolder::DeleteFolder(ULONG cbEntryID, LPENTRYID lpEntryID, Mapi::FolderUIParam ulUIParam,
+                                          LPMAPIPROGRESS lpProgress, ULONG ulFlags)
+{
+    return PASS_THROUGH(m_folder, IMAPIFolder::DeleteFolder, S_OK, cbEntryID, lpEntryID, ulUIParam, lpProgress,
+                        ulFlags);
+}
+
+STDMETHODIMP CNstMapiFolder::SetReadFlags(LPENTRYLIST lpMsgList, Mapi::FolderUIParam ulUIParam,
+                                          LPMAPIPROGRESS lpProgress, ULONG ulFlags)
+{
+    return PASS_THROUGH(m_folder, IMAPIFolder::SetReadFlags, S_OK, lpMsgList, ulUIParam, lpProgress, ulFlags);
+}
+
+STDMETHODIMP CNstMapiFolder::GetMessageStatus(ULONG cbEntryID, LPENTRYID lpEntryID, ULONG ulFlags,
+                                              ULONG* lpulMessageStatus)
+{
+    return PASS_THROUGH(m_folder, IMAPIFolder::GetMessageStatus, S_OK, cbEntryID, lpEntryID, ulFlags,
+                        lpulMessageStatus);
+}
+
+STDMETHODIMP CNstMapiFolder::SetMessageStatus(ULONG cbEntryID, LPENTRYID lpEntryID, ULONG ulNewStatus,
+                                              ULONG ulNewStatusMask, ULONG* lpulOldStatus)
+{
+    return PASS_THROUGH(m_folder, IMAPIFolder::SetMessageStatus, S_OK, cbEntryID, lpEntryID, ulNewStatus,
+                        ulNewStatusMask, lpulOldStatus);
+}
+
+STDMETHODIMP CNstMapiFolder::SaveContentsSort(LPSSortOrderSet lpSortCriteria, ULONG ulFlags)
+{
+    return PASS_THROUGH(m_folder, IMAPIFolder::SaveContentsSort, S_OK, lpSortCriteria, ulFlags);
+}
+
+STDMETHODIMP CNstMapiFolder::EmptyFolder(Mapi::FolderUIParam ulUIParam, LPMAPIPROGRESS lpProgress, ULONG ulFlags)
+{
+    return PASS_THROUGH(m_folder, IMAPIFolder::EmptyFolder, S_OK, ulUIParam, lpProgress, ulFlags);
+}
+
+Binary CNstMapiFolder::GetEntryId()
+{
+    return Mapi::QueryItemEntryId(m_folder);
+}
+
+StringW CNstMapiFolder::GetDisplayName()
+{
+    return Mapi::QueryItemDisplayName(m_folder);
+}
+
+void CNstMapiFolder::OverrideFolderProperties(SPropValue*, ULONG) {}
+
+} // namespace Quillon::Nst

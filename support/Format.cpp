@@ -1,0 +1,205 @@
+// Texts of errors and codes.
+#include "support/Format.h"
+
+#include "support/CallWrapping.h"
+
+#include <cstdarg>
+
+namespace Quillon
+{
+namespace
+{
+
+struct ResultCodeName
+{
+    HRESULT code;
+    const wchar_t* name;
+};
+
+// Where MAPI and COM share a code, MAPI's name stands: it is a MAPI library that speaks.
+#define KIVNST_CODE(name) {name, L"" #name}
+constexpr ResultCodeName resultCodeNames[] = {
+    KIVNST_CODE(MAPI_E_CALL_FAILED),
+    KIVNST_CODE(MAPI_E_NOT_ENOUGH_MEMORY),
+    KIVNST_CODE(MAPI_E_INVALID_PARAMETER),
+    KIVNST_CODE(MAPI_E_INTERFACE_NOT_SUPPORTED),
+    KIVNST_CODE(MAPI_E_NO_ACCESS),
+    KIVNST_CODE(MAPI_E_NO_SUPPORT),
+    KIVNST_CODE(MAPI_E_BAD_CHARWIDTH),
+    KIVNST_CODE(MAPI_E_STRING_TOO_LONG),
+    KIVNST_CODE(MAPI_E_UNKNOWN_FLAGS),
+    KIVNST_CODE(MAPI_E_INVALID_ENTRYID),
+    KIVNST_CODE(MAPI_E_INVALID_OBJECT),
+    KIVNST_CODE(MAPI_E_OBJECT_CHANGED),
+    KIVNST_CODE(MAPI_E_OBJECT_DELETED),
+    KIVNST_CODE(MAPI_E_BUSY),
+    KIVNST_CODE(MAPI_E_NOT_ENOUGH_DISK),
+    KIVNST_CODE(MAPI_E_NOT_ENOUGH_RESOURCES),
+    KIVNST_CODE(MAPI_E_NOT_FOUND),
+    KIVNST_CODE(MAPI_E_VERSION),
+    KIVNST_CODE(MAPI_E_LOGON_FAILED),
+    KIVNST_CODE(MAPI_E_SESSION_LIMIT),
+    KIVNST_CODE(MAPI_E_USER_CANCEL),
+    KIVNST_CODE(MAPI_E_UNABLE_TO_ABORT),
+    KIVNST_CODE(MAPI_E_NETWORK_ERROR),
+    KIVNST_CODE(MAPI_E_DISK_ERROR),
+    KIVNST_CODE(MAPI_E_TOO_COMPLEX),
+    KIVNST_CODE(MAPI_E_BAD_COLUMN),
+    KIVNST_CODE(MAPI_E_EXTENDED_ERROR),
+    KIVNST_CODE(MAPI_E_COMPUTED),
+    KIVNST_CODE(MAPI_E_CORRUPT_DATA),
+    KIVNST_CODE(MAPI_E_UNCONFIGURED),
+    KIVNST_CODE(MAPI_E_FAILONEPROVIDER),
+    KIVNST_CODE(MAPI_E_UNKNOWN_CPID),
+    KIVNST_CODE(MAPI_E_UNKNOWN_LCID),
+    KIVNST_CODE(MAPI_E_PASSWORD_CHANGE_REQUIRED),
+    KIVNST_CODE(MAPI_E_PASSWORD_EXPIRED),
+    KIVNST_CODE(MAPI_E_INVALID_WORKSTATION_ACCOUNT),
+    KIVNST_CODE(MAPI_E_INVALID_ACCESS_TIME),
+    KIVNST_CODE(MAPI_E_ACCOUNT_DISABLED),
+    KIVNST_CODE(MAPI_E_END_OF_SESSION),
+    KIVNST_CODE(MAPI_E_UNKNOWN_ENTRYID),
+    KIVNST_CODE(MAPI_E_MISSING_REQUIRED_COLUMN),
+    KIVNST_CODE(MAPI_W_NO_SERVICE),
+    KIVNST_CODE(MAPI_E_BAD_VALUE),
+    KIVNST_CODE(MAPI_E_INVALID_TYPE),
+    KIVNST_CODE(MAPI_E_TYPE_NO_SUPPORT),
+    KIVNST_CODE(MAPI_E_UNEXPECTED_TYPE),
+    KIVNST_CODE(MAPI_E_TOO_BIG),
+    KIVNST_CODE(MAPI_E_DECLINE_COPY),
+    KIVNST_CODE(MAPI_E_UNEXPECTED_ID),
+    KIVNST_CODE(MAPI_W_ERRORS_RETURNED),
+    KIVNST_CODE(MAPI_E_UNABLE_TO_COMPLETE),
+    KIVNST_CODE(MAPI_E_TIMEOUT),
+    KIVNST_CODE(MAPI_E_TABLE_EMPTY),
+    KIVNST_CODE(MAPI_E_TABLE_TOO_BIG),
+    KIVNST_CODE(MAPI_E_INVALID_BOOKMARK),
+    KIVNST_CODE(MAPI_W_POSITION_CHANGED),
+    KIVNST_CODE(MAPI_W_APPROX_COUNT),
+    KIVNST_CODE(MAPI_E_WAIT),
+    KIVNST_CODE(MAPI_E_CANCEL),
+    KIVNST_CODE(MAPI_E_NOT_ME),
+    KIVNST_CODE(MAPI_W_CANCEL_MESSAGE),
+    KIVNST_CODE(MAPI_E_CORRUPT_STORE),
+    KIVNST_CODE(MAPI_E_NOT_IN_QUEUE),
+    KIVNST_CODE(MAPI_E_NO_SUPPRESS),
+    KIVNST_CODE(MAPI_E_COLLISION),
+    KIVNST_CODE(MAPI_E_NOT_INITIALIZED),
+    KIVNST_CODE(MAPI_E_NON_STANDARD),
+    KIVNST_CODE(MAPI_E_NO_RECIPIENTS),
+    KIVNST_CODE(MAPI_E_SUBMITTED),
+    KIVNST_CODE(MAPI_E_HAS_FOLDERS),
+    KIVNST_CODE(MAPI_E_HAS_MESSAGES),
+    KIVNST_CODE(MAPI_E_FOLDER_CYCLE),
+    KIVNST_CODE(MAPI_W_PARTIAL_COMPLETION),
+    KIVNST_CODE(MAPI_E_AMBIGUOUS_RECIP),
+    KIVNST_CODE(S_FALSE),
+    KIVNST_CODE(E_ABORT),
+    KIVNST_CODE(E_HANDLE),
+    KIVNST_CODE(E_NOTIMPL),
+    KIVNST_CODE(E_POINTER),
+    KIVNST_CODE(E_UNEXPECTED),
+    KIVNST_CODE(CO_E_NOTINITIALIZED),
+    KIVNST_CODE(REGDB_E_CLASSNOTREG),
+    KIVNST_CODE(RPC_E_CHANGED_MODE),
+    KIVNST_CODE(RPC_E_DISCONNECTED),
+    KIVNST_CODE(RPC_E_WRONG_THREAD),
+};
+#undef KIVNST_CODE
+
+/// A text that the system allocates with LocalAlloc.
+class LocalText
+{
+public:
+    LocalText() noexcept = default;
+    LocalText(const LocalText&) = delete;
+    LocalText& operator=(const LocalText&) = delete;
+    ~LocalText() { LocalFree(m_text); }
+    wchar_t** Put() noexcept { return &m_text; }
+    const wchar_t* Get() const noexcept { return m_text; }
+
+private:
+    wchar_t* m_text = nullptr;
+};
+
+/// The system's message without the line end that it has; empty when there is none.
+StringW GetSystemMessage(unsigned code)
+{
+    // MAPI's own codes are of the facility that every interface uses for itself: the table's texts for them are of
+    // other interfaces.
+    if (HRESULT_FACILITY(code) == FACILITY_ITF && GetResultCodeName(static_cast<long>(code)))
+        return StringW();
+    LocalText text;
+    DWORD length =
+        FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
+                       nullptr, code, 0, reinterpret_cast<wchar_t*>(text.Put()), 0, nullptr);
+    while (length > 0 && (text.Get()[length - 1] <= L' '))
+        --length;
+    return StringW(text.Get(), length);
+}
+
+StringW FormatCode(unsigned code)
+{
+    if (const wchar_t* const name = GetResultCodeName(static_cast<long>(code)))
+        return FormatString(L"%s (0x%08X)", name, code);
+    return FormatString(L"0x%08X", code);
+}
+
+StringW JoinMessage(const StringW& code, const StringW& message)
+{
+    return message.IsEmpty() ? code : code + L": " + message;
+}
+
+} // namespace
+
+StringW FormatString(const wchar_t* format, ...)
+{
+    StringW text;
+    va_list arguments;
+    va_start(arguments, format);
+    try
+    {
+        text.AppendFormatArguments(format, arguments);
+    }
+    catch (...)
+    {
+        va_end(arguments);
+        throw;
+    }
+    va_end(arguments);
+    return text;
+}
+
+const wchar_t* GetResultCodeName(long hr) noexcept
+{
+    for (const ResultCodeName& entry : resultCodeNames)
+    {
+        if (entry.code == hr)
+            return entry.name;
+    }
+    return nullptr;
+}
+
+StringW FormatComError(long hr)
+{
+    const auto code = static_cast<unsigned>(hr);
+    return JoinMessage(FormatCode(code), GetSystemMessage(code));
+}
+
+StringW FormatSystemError(unsigned code, bool withCode)
+{
+    const StringW message = GetSystemMessage(code);
+    if (!withCode && !message.IsEmpty())
+        return message;
+    constexpr unsigned largestWin32Error = 0xFFFF;
+    const StringW number =
+        code <= largestWin32Error ? FormatString(L"Error %u (0x%08X)", code, code) : FormatCode(code);
+    return JoinMessage(number, withCode ? message : StringW());
+}
+
+StringW FormatErrorWithContext(const StringW& error, const StringW& context)
+{
+    return context.IsEmpty() ? error : context + L": " + error;
+}
+
+} // namespace Quillon

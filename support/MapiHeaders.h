@@ -1,0 +1,106 @@
+// The platform's MAPI headers, and the tags, flags and interface identifiers that they lack. Everything that touches
+// MAPI includes this header and no MAPI header of its own.
+#pragma once
+
+#if !defined(UNICODE)
+#error "MAPI's LPTSTR stands in the signatures of the wrapper classes: compile with UNICODE defined, as the library is."
+#endif
+
+#include <windows.h>
+
+#include <objbase.h>
+
+#include <mapicode.h>
+#include <mapidefs.h>
+#include <mapiguid.h>
+#include <mapispi.h>
+#include <mapitags.h>
+
+// Property tags that the MAPI headers do not define.
+#ifndef PR_STORE_UNICODE_MASK
+#define PR_STORE_UNICODE_MASK PROP_TAG(PT_LONG, 0x340F)
+#endif
+#ifndef PR_RIGHTS
+#define PR_RIGHTS PROP_TAG(PT_LONG, 0x6639)
+#endif
+#ifndef PR_OST_OLFI
+#define PR_OST_OLFI PROP_TAG(PT_BINARY, 0x7C07)
+#endif
+#ifndef PR_PST_PATH
+#define PR_PST_PATH PROP_TAG(PT_STRING8, 0x6700)
+#endif
+#ifndef PR_PST_PATH_W
+#define PR_PST_PATH_W PROP_TAG(PT_UNICODE, 0x6700)
+#endif
+#ifndef PR_PROFILE_OFFLINE_STORE_PATH
+#define PR_PROFILE_OFFLINE_STORE_PATH PROP_TAG(PT_STRING8, 0x6610)
+#endif
+#ifndef PR_PROFILE_OFFLINE_STORE_PATH_W
+#define PR_PROFILE_OFFLINE_STORE_PATH_W PROP_TAG(PT_UNICODE, 0x6610)
+#endif
+#ifndef PR_PROFILE_USER
+#define PR_PROFILE_USER PROP_TAG(PT_STRING8, 0x6603)
+#endif
+#ifndef PR_PROFILE_CONFIG_FLAGS
+#define PR_PROFILE_CONFIG_FLAGS PROP_TAG(PT_LONG, 0x6601)
+#endif
+#ifndef PR_PROFILE_SECURE_MAILBOX
+#define PR_PROFILE_SECURE_MAILBOX PROP_TAG(PT_BINARY, 0x67F0)
+#endif
+
+// Flags that the MAPI headers do not define.
+#ifndef STORE_ITEMPROC
+#define STORE_ITEMPROC (static_cast<ULONG>(0x00200000))
+#endif
+#ifndef MDB_OST_LOGON_UNICODE
+#define MDB_OST_LOGON_UNICODE (static_cast<ULONG>(0x00000800))
+#endif
+#ifndef MDB_OST_LOGON_ANSI
+#define MDB_OST_LOGON_ANSI (static_cast<ULONG>(0x00001000))
+#endif
+
+namespace Quillon::Mapi
+{
+
+template <class Method>
+struct ParametersOf;
+template <class Result, class Object, class First, class Second, class... Rest>
+struct ParametersOf<Result (STDMETHODCALLTYPE Object::*)(First, Second, Rest...)>
+{
+    using FirstType = First;
+    using SecondType = Second;
+};
+
+/// The type of a `ulUIParam` argument: the headers of 64-bit mail clients declare it ULONG_PTR, others ULONG. It is
+/// taken from the header in use, so that a window handle is never cut short where the header gives it 64 bits. Not
+/// every method agrees with the others, so each group of methods has a name of its own.
+using ProviderUIParam = ParametersOf<decltype(&IMSProvider::Logon)>::SecondType;
+using SupportUIParam = ParametersOf<decltype(&IMAPISupport::DoConfigPropsheet)>::FirstType;
+using SupportUIParamPointer = ParametersOf<decltype(&IMAPISupport::Address)>::FirstType;
+using FolderUIParam = ParametersOf<decltype(&IMAPIFolder::DeleteMessages)>::SecondType;
+using MessageUIParam = ParametersOf<decltype(&IMessage::DeleteAttach)>::SecondType;
+
+} // namespace Quillon::Mapi
+
+// The MAPI headers attach no identifier to their interfaces; counted interface pointers want one.
+#if defined(_MSC_VER)
+#define KIVNST_MAPI_UUID(Interface, Low)                                                                               \
+    struct __declspec(uuid("000203" #Low "-0000-0000-C000-000000000046")) Interface;
+#else
+#define KIVNST_MAPI_UUID(Interface, Low) __CRT_UUID_DECL(Interface, 0x000203##Low, 0, 0, 0xC0, 0, 0, 0, 0, 0, 0, 0x46)
+#endif
+
+KIVNST_MAPI_UUID(IMAPITable, 01)
+KIVNST_MAPI_UUID(IMAPIProp, 03)
+KIVNST_MAPI_UUID(IProfSect, 04)
+KIVNST_MAPI_UUID(IMsgStore, 06)
+KIVNST_MAPI_UUID(IMessage, 07)
+KIVNST_MAPI_UUID(IAttach, 08)
+KIVNST_MAPI_UUID(IMAPIContainer, 0B)
+KIVNST_MAPI_UUID(IMAPIFolder, 0C)
+KIVNST_MAPI_UUID(IMAPISupport, 0F)
+KIVNST_MAPI_UUID(IMSProvider, 10)
+KIVNST_MAPI_UUID(IMSLogon, 13)
+KIVNST_MAPI_UUID(IProviderAdmin, 25)
+
+#undef KIVNST_MAPI_UUID
