@@ -7,6 +7,7 @@
 #include "support/MapiProperties.h"
 #include "support/Os.h"
 #include "support/OutlookAddIn.h"
+#include "support/com_wrap.h"
 
 #include <cstdint>
 #include <cstring>
@@ -176,6 +177,8 @@ Binary CreateStoreEntryID(const wchar_t* path)
     constexpr std::size_t uidOffset = 4;
     constexpr std::size_t pathOffset = 22;
     constexpr std::size_t headSize = 24; // with an empty path's terminator
+    if (!path)
+        path = L"";
     const std::size_t pathSize = std::wcslen(path) * sizeof(wchar_t);
 
     Binary entryId;
@@ -229,8 +232,7 @@ ATL::CComQIPtr<IProfSect> GetGlobalProfileSection(const ATL::CComQIPtr<IMAPISupp
 
     ATL::CComQIPtr<IProfSect> own;
     CheckMapiCall(support->OpenProfileSection(nullptr, MAPI_MODIFY, &own), support.p, function);
-    if (!own)
-        Throw(CComError(E_POINTER), function);
+    own = com_wrap(own);
     const Mapi::PropValuePointer serviceUid = Mapi::TryQueryItemProperty(own, PR_SERVICE_UID);
     if (!serviceUid)
         return own;
@@ -241,9 +243,7 @@ ATL::CComQIPtr<IProfSect> GetGlobalProfileSection(const ATL::CComQIPtr<IMAPISupp
     ATL::CComQIPtr<IProfSect> service;
     CheckMapiCall(support->OpenProfileSection(reinterpret_cast<MAPIUID*>(uid.lpb), MAPI_MODIFY, &service), support.p,
                   function);
-    if (!service)
-        Throw(CComError(E_POINTER), function);
-    return service;
+    return com_wrap(service);
 }
 
 StringW GetMapiUrlScheme()

@@ -3,6 +3,7 @@
 
 #include "nst/ReferenceCount.h"
 #include "support/CallWrapping.h"
+#include "support/com_wrap.h"
 
 namespace Quillon::Nst
 {
@@ -40,9 +41,9 @@ STDMETHODIMP CNstAttach::GetProps(LPSPropTagArray lpPropTagArray, ULONG ulFlags,
                                   LPSPropValue* lppPropArray)
 {
     constexpr auto function = L"Quillon::Nst::CNstAttach::GetProps";
-    const ATL::CComQIPtr<IAttach> attachment = m_attachment;
     try
     {
+        const ATL::CComQIPtr<IAttach> attachment = com_wrap(m_attachment);
         const HRESULT hr = attachment->GetProps(lpPropTagArray, ulFlags, lpcValues, lppPropArray);
         CheckMapiCall<MAPI_W_ERRORS_RETURNED>(hr, attachment.p, function);
         return hr;

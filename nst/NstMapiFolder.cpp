@@ -5,7 +5,10 @@
 #include "nst/NstMessage.h"
 #include "nst/ReferenceCount.h"
 #include "support/CallWrapping.h"
+#include "support/DebugTrace.h"
+#include "support/Format.h"
 #include "support/MapiProperties.h"
+#include "support/com_wrap.h"
 
 namespace Quillon::Nst
 {
@@ -53,9 +56,9 @@ STDMETHODIMP CNstMapiFolder::GetProps(LPSPropTagArray lpPropTagArray, ULONG ulFl
                                       LPSPropValue* lppPropArray)
 {
     constexpr auto function = L"Quillon::Nst::CNstMapiFolder::GetProps";
-    const ATL::CComQIPtr<IMAPIFolder> folder = m_folder;
     try
     {
+        const ATL::CComQIPtr<IMAPIFolder> folder = com_wrap(m_folder);
         const HRESULT hr = folder->GetProps(lpPropTagArray, ulFlags, lpcValues, lppPropArray);
         CheckMapiCall<MAPI_W_ERRORS_RETURNED>(hr, folder.p, function);
         OverrideFolderProperties(*lppPropArray, *lpcValues);
@@ -122,9 +125,9 @@ STDMETHODIMP CNstMapiFolder::GetIDsFromNames(ULONG cPropNames, LPMAPINAMEID* lpp
 STDMETHODIMP CNstMapiFolder::GetContentsTable(ULONG ulFlags, LPMAPITABLE* lppTable)
 {
     constexpr auto function = L"Quillon::Nst::CNstMapiFolder::GetContentsTable";
-    const ATL::CComQIPtr<IMAPIFolder> folder = m_folder;
     try
     {
+        const ATL::CComQIPtr<IMAPIFolder> folder = com_wrap(m_folder);
         ATL::CComQIPtr<IMAPITable> table;
         CheckMapiCall(folder->GetContentsTable(ulFlags, &table), folder.p, function);
         *lppTable = new CNstMapiTable(table);
@@ -139,9 +142,9 @@ STDMETHODIMP CNstMapiFolder::GetContentsTable(ULONG ulFlags, LPMAPITABLE* lppTab
 STDMETHODIMP CNstMapiFolder::GetHierarchyTable(ULONG ulFlags, LPMAPITABLE* lppTable)
 {
     constexpr auto function = L"Quillon::Nst::CNstMapiFolder::GetHierarchyTable";
-    const ATL::CComQIPtr<IMAPIFolder> folder = m_folder;
     try
     {
+        const ATL::CComQIPtr<IMAPIFolder> folder = com_wrap(m_folder);
         ATL::CComQIPtr<IMAPITable> table;
         CheckMapiCall(folder->GetHierarchyTable(ulFlags, &table), folder.p, function);
         *lppTable = new CNstMapiTable(table);
@@ -164,6 +167,12 @@ STDMETHODIMP CNstMapiFolder::OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPC
 STDMETHODIMP CNstMapiFolder::SetSearchCriteria(LPSRestriction lpRestriction, LPENTRYLIST lpContainerList,
                                                ULONG ulSearchFlags)
 {
+    DebugTrace(
+        [ulSearchFlags]
+        {
+            return FormatString(L"CNstMapiFolder::SetSearchCriteria(%s)",
+                                Mapi::FormatSetSearchCriteriaFlags(ulSearchFlags).GetString());
+        });
     return PASS_THROUGH(m_folder, IMAPIFolder::SetSearchCriteria, S_OK, lpRestriction, lpContainerList, ulSearchFlags);
 }
 
@@ -177,9 +186,9 @@ STDMETHODIMP CNstMapiFolder::GetSearchCriteria(ULONG ulFlags, LPSRestriction* lp
 STDMETHODIMP CNstMapiFolder::CreateMessage(LPCIID lpInterface, ULONG ulFlags, LPMESSAGE* lppMessage)
 {
     constexpr auto function = L"Quillon::Nst::CNstMapiFolder::CreateMessage";
-    const ATL::CComQIPtr<IMAPIFolder> folder = m_folder;
     try
     {
+        const ATL::CComQIPtr<IMAPIFolder> folder = com_wrap(m_folder);
         ATL::CComQIPtr<IMessage> message;
         CheckMapiCall(folder->CreateMessage(lpInterface, ulFlags, &message), folder.p, function);
         *lppMessage = new CNstMessage(message);
@@ -208,9 +217,9 @@ STDMETHODIMP CNstMapiFolder::CreateFolder(ULONG ulFolderType, LPTSTR lpszFolderN
                                           LPCIID lpInterface, ULONG ulFlags, LPMAPIFOLDER* lppFolder)
 {
     constexpr auto function = L"Quillon::Nst::CNstMapiFolder::CreateFolder";
-    const ATL::CComQIPtr<IMAPIFolder> folder = m_folder;
     try
     {
+        const ATL::CComQIPtr<IMAPIFolder> folder = com_wrap(m_folder);
         ATL::CComQIPtr<IMAPIFolder> created;
         CheckMapiCall(
             folder->CreateFolder(ulFolderType, lpszFolderName, lpszFolderComment, lpInterface, ulFlags, &created),

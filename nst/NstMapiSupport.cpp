@@ -3,6 +3,8 @@
 
 #include "nst/ReferenceCount.h"
 #include "support/CallWrapping.h"
+#include "support/DebugTrace.h"
+#include "support/MapiProperties.h"
 
 #include <algorithm>
 #include <cstring>
@@ -94,8 +96,11 @@ STDMETHODIMP CNstMapiSupport::ModifyStatusRow(ULONG cValues, LPSPropValue lpColu
     {
         for (ULONG index = 0; index < cValues; ++index)
         {
-            if (IsIdentityProperty(lpColumnVals[index].ulPropTag))
-                lpColumnVals[index].ulPropTag = PR_NULL; // MAPI ignores the value then
+            ULONG& tag = lpColumnVals[index].ulPropTag;
+            if (!IsIdentityProperty(tag))
+                continue;
+            DebugTrace([tag] { return L"Ignoring property set by PST provider: " + Mapi::FormatMapiPropertyTag(tag); });
+            tag = PR_NULL; // MAPI ignores the value then
         }
     }
     return PASS_THROUGH(m_support, IMAPISupport::ModifyStatusRow, S_OK, cValues, lpColumnVals, ulFlags);
@@ -107,7 +112,7 @@ STDMETHODIMP CNstMapiSupport::OpenProfileSection(LPMAPIUID lpUid, ULONG ulFlags,
     {
         // A section is held whenever this UID is asked for; a broken promise is no reason to crash.
         if (!m_profileSection)
-            return CheckComResult(E_POINTER, L"IMAPISupport::OpenProfileSection", S_OK);
+            return Detail::ReportNullObject(L"IMAPISupport::OpenProfileSection");
         return m_profileSection->QueryInterface(IID_IProfSect, reinterpret_cast<void**>(lppProfileObj));
     }
     return PASS_THROUGH(m_support, IMAPISupport::OpenProfileSection, MAPI_E_NOT_FOUND, lpUid, ulFlags, lppProfileObj);

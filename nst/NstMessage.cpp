@@ -3,6 +3,7 @@
 
 #include "nst/ReferenceCount.h"
 #include "support/CallWrapping.h"
+#include "support/com_wrap.h"
 
 namespace Quillon::Nst
 {
@@ -40,9 +41,9 @@ STDMETHODIMP CNstMessage::GetProps(LPSPropTagArray lpPropTagArray, ULONG ulFlags
                                    LPSPropValue* lppPropArray)
 {
     constexpr auto function = L"Quillon::Nst::CNstMessage::GetProps";
-    const ATL::CComQIPtr<IMessage> message = m_message;
     try
     {
+        const ATL::CComQIPtr<IMessage> message = com_wrap(m_message);
         const HRESULT hr = message->GetProps(lpPropTagArray, ulFlags, lpcValues, lppPropArray);
         CheckMapiCall<MAPI_W_ERRORS_RETURNED>(hr, message.p, function);
         OverrideMessageProperties(*lppPropArray, *lpcValues);

@@ -5,6 +5,7 @@
 #include "nst/KivNstCore.h"
 #include "nst/NstMapiSupport.h"
 #include "support/CallWrapping.h"
+#include "support/DebugTrace.h"
 #include "support/Format.h"
 #include "support/com_wrap.h"
 
@@ -77,6 +78,12 @@ void CNstMessageService::NstServiceEntry(IMalloc* lpMalloc, IMAPISupport* lpMAPI
                                          IProviderAdmin* lpProviderAdmin, MAPIERROR** lppMapiError)
 {
     constexpr auto function = L"Quillon::Nst::CNstMessageService::NstServiceEntry";
+    DebugTrace(
+        [ulContext]
+        {
+            return FormatString(L"CNstMessageService::NstServiceEntry(%s)",
+                                Mapi::FormatMessageServiceContext(ulContext).GetString());
+        });
     if (!lpMAPISup || !lpProviderAdmin)
         Throw(CComError(MAPI_E_INVALID_PARAMETER), function);
     if (ulContext == MSG_SERVICE_PROVIDER_CREATE || ulContext == MSG_SERVICE_PROVIDER_DELETE)
@@ -98,6 +105,7 @@ void CNstMessageService::NstServiceEntry(IMalloc* lpMalloc, IMAPISupport* lpMAPI
     const ATL::CComQIPtr<IProviderAdmin> admin(lpProviderAdmin);
     ATL::CComQIPtr<IProfSect> section;
     CheckProfileCall(admin->OpenProfileSection(nullptr, nullptr, MAPI_MODIFY, &section), admin.p, function);
+    section = com_wrap(section);
     if (lpProps && cValues)
         CheckProfileCall(section->SetProps(cValues, lpProps, nullptr), section.p, function);
     ConfigureMdbProvider(section);
@@ -108,7 +116,7 @@ void CNstMessageService::NstServiceEntry(IMalloc* lpMalloc, IMAPISupport* lpMAPI
     CheckProfileCall(section->GetProps(tags.Get(), MAPI_UNICODE, &count, values.Put()), section.p, function);
 
     // The PST module gets what the section holds now, not the caller's list, and no provider admin.
-    const ATL::CComQIPtr<IMAPISupport> support = CreateMapiSupport(lpMAPISup, section);
+    const ATL::CComQIPtr<IMAPISupport> support = com_wrap(CreateMapiSupport(lpMAPISup, section));
     CheckCall(pstServiceEntry(module, lpMalloc, support, ulUIParam, ulFlags, ulContext, count, values.Get(), nullptr,
                               lppMapiError),
               function);
@@ -178,6 +186,7 @@ void CNstMessageService::ConfigureService(const ATL::CComQIPtr<IMAPISupport>& su
     CheckProfileCall(
         admin->OpenProfileSection(reinterpret_cast<MAPIUID*>(providers.lpb), nullptr, MAPI_MODIFY, &providerSection),
         admin.p, function);
+    providerSection = com_wrap(providerSection);
     TagArray<1> serviceUidTag = {1, {PR_SERVICE_UID}};
     ULONG serviceUidCount = 0;
     Mapi::PropValuePointer serviceUid;
@@ -263,7 +272,7 @@ void CNstMessageService::NstProviderInit(IMalloc* lpMalloc, LPALLOCATEBUFFER lpA
     CheckCall(pstProviderInit(module, lpMalloc, lpAllocateBuffer, lpAllocateMore, lpFreeBuffer, ulFlags, ulMAPIVer,
                               lpulProviderVer, &pstProvider),
               function);
-    *lppMSProvider = CreateMsProvider(pstProvider).Detach();
+    *lppMSProvider = com_wrap(CreateMsProvider(com_wrap(pstProvider))).Detach();
 }
 
 } // namespace Quillon::Nst

@@ -41,9 +41,10 @@ STDMETHODIMP CNstMsLogon::OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID
 {
     // Through the store, so that what is opened comes back wrapped; the extended error is still the logon's.
     const ATL::CComQIPtr<IMSLogon> logon = m_logon;
-    if (!m_store || !logon)
-        return CheckComResult(E_POINTER, L"IMSLogon::OpenEntry", S_OK);
-    const HRESULT hr = m_store->OpenEntry(cbEntryID, lpEntryID, lpInterface, ulFlags, lpulObjType, lppUnk);
+    const ATL::CComQIPtr<IMsgStore> store = m_store;
+    if (!store || !logon)
+        return Detail::ReportNullObject(L"IMSLogon::OpenEntry");
+    const HRESULT hr = store->OpenEntry(cbEntryID, lpEntryID, lpInterface, ulFlags, lpulObjType, lppUnk);
     return CheckPassThrough(hr, logon.p, L"IMSLogon::OpenEntry", S_OK);
 }
 

@@ -51,23 +51,24 @@ STDMETHODIMP CNstMsProvider::Logon(LPMAPISUP lpMAPISup, Mapi::ProviderUIParam ul
     {
         if (!lppMSLogon || !lppMDB)
             Throw(CComError(MAPI_E_INVALID_PARAMETER), function);
+        const ATL::CComQIPtr<IMSProvider> provider = com_wrap(m_provider);
         const ATL::CComQIPtr<IMAPISupport> support(lpMAPISup);
         const ATL::CComQIPtr<IProfSect> section = GetGlobalProfileSection(support);
-        const ATL::CComQIPtr<IMAPISupport> wrappedSupport = CreateMapiSupport(support, section);
+        const ATL::CComQIPtr<IMAPISupport> wrappedSupport = com_wrap(CreateMapiSupport(support, section));
 
         ATL::CComQIPtr<IMSLogon> pstLogon;
         ATL::CComQIPtr<IMsgStore> pstStore;
         // Whatever the caller asked for, the file is opened in Unicode format.
-        CheckCall(m_provider->Logon(wrappedSupport, ulUIParam, lpszProfileName, cbEntryID, lpEntryID,
-                                    (ulFlags & ~MDB_OST_LOGON_ANSI) | MDB_OST_LOGON_UNICODE, lpInterface,
-                                    lpcbSpoolSecurity, lppbSpoolSecurity, lppMAPIError, &pstLogon, &pstStore),
+        CheckCall(provider->Logon(wrappedSupport, ulUIParam, lpszProfileName, cbEntryID, lpEntryID,
+                                  (ulFlags & ~MDB_OST_LOGON_ANSI) | MDB_OST_LOGON_UNICODE, lpInterface,
+                                  lpcbSpoolSecurity, lppbSpoolSecurity, lppMAPIError, &pstLogon, &pstStore),
                   function);
         SetOLFIInOST(pstStore);
 
-        ATL::CComQIPtr<IMsgStore> store = CreateMessageStore(pstStore, wrappedSupport);
+        ATL::CComQIPtr<IMsgStore> store = com_wrap(CreateMessageStore(pstStore, wrappedSupport));
         ATL::CComQIPtr<IMSLogon> logon;
         if (pstLogon)
-            logon = CreateMsLogon(pstLogon, store);
+            logon = com_wrap(CreateMsLogon(pstLogon, store));
         *lppMDB = store.Detach();
         *lppMSLogon = logon.Detach();
         return S_OK;
@@ -89,12 +90,13 @@ STDMETHODIMP CNstMsProvider::SpoolerLogon(LPMAPISUP lpMAPISup, Mapi::ProviderUIP
     constexpr auto function = L"Quillon::Nst::CNstMsProvider::SpoolerLogon";
     try
     {
+        const ATL::CComQIPtr<IMSProvider> provider = com_wrap(m_provider);
         const ATL::CComQIPtr<IMAPISupport> support(lpMAPISup);
         const ATL::CComQIPtr<IProfSect> section = GetGlobalProfileSection(support);
-        const ATL::CComQIPtr<IMAPISupport> wrappedSupport = CreateMapiSupport(support, section);
-        CheckCall(m_provider->SpoolerLogon(wrappedSupport, ulUIParam, lpszProfileName, cbEntryID, lpEntryID, ulFlags,
-                                           lpInterface, cbSpoolSecurity, lpbSpoolSecurity, lppMAPIError, lppMSLogon,
-                                           lppMDB),
+        const ATL::CComQIPtr<IMAPISupport> wrappedSupport = com_wrap(CreateMapiSupport(support, section));
+        CheckCall(provider->SpoolerLogon(wrappedSupport, ulUIParam, lpszProfileName, cbEntryID, lpEntryID, ulFlags,
+                                         lpInterface, cbSpoolSecurity, lpbSpoolSecurity, lppMAPIError, lppMSLogon,
+                                         lppMDB),
                   function);
         return S_OK;
     }
@@ -139,7 +141,7 @@ void CNstMsProvider::ConfigureNstSubtreeEntryId(const ATL::CComQIPtr<IMsgStore>&
     CheckMapiCall(parent->CreateFolder(FOLDER_GENERIC, name, nullptr, nullptr, MAPI_UNICODE | OPEN_IF_EXISTS, &root),
                   parent.p, function);
 
-    Binary rootId = Mapi::QueryItemEntryId(root);
+    Binary rootId = Mapi::QueryItemEntryId(com_wrap(root));
     SPropValue property = {};
     property.ulPropTag = ArchiveSubtreeEntryIdTag;
     property.Value.bin = {static_cast<ULONG>(rootId.GetSize()), rootId.GetBuffer()};

@@ -73,9 +73,9 @@ STDMETHODIMP CNstMsgStore::GetProps(LPSPropTagArray lpPropTagArray, ULONG ulFlag
                                     LPSPropValue* lppPropArray)
 {
     constexpr auto function = L"Quillon::Nst::CNstMsgStore::GetProps";
-    const ATL::CComQIPtr<IMsgStore> store = m_store;
     try
     {
+        const ATL::CComQIPtr<IMsgStore> store = com_wrap(m_store);
         const HRESULT hr = store->GetProps(lpPropTagArray, ulFlags, lpcValues, lppPropArray);
         CheckMapiCall<MAPI_W_ERRORS_RETURNED>(hr, store.p, function);
         if (GetModifyStores())
@@ -191,9 +191,9 @@ STDMETHODIMP CNstMsgStore::OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCII
                                      ULONG* lpulObjType, LPUNKNOWN* lppUnk)
 {
     constexpr auto function = L"Quillon::Nst::CNstMsgStore::OpenEntry";
-    const ATL::CComQIPtr<IMsgStore> store = m_store;
     try
     {
+        const ATL::CComQIPtr<IMsgStore> store = com_wrap(m_store);
         ULONG objectType = 0;
         ATL::CComQIPtr<IUnknown> object;
         const HRESULT hr =
@@ -210,7 +210,7 @@ STDMETHODIMP CNstMsgStore::OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCII
                          L"OpenEntry returned a MAPI_FOLDER, but the object does not respond to the folder interface");
                 Throw(CComError(E_NOINTERFACE), function);
             }
-            *lppUnk = CreateFolder(folder).Detach();
+            *lppUnk = com_wrap(CreateFolder(folder)).Detach();
         }
         else if (objectType == MAPI_MESSAGE)
         {
@@ -222,7 +222,7 @@ STDMETHODIMP CNstMsgStore::OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCII
                     L"OpenEntry returned a MAPI_MESSAGE, but the object does not respond to the message interface");
                 Throw(CComError(E_NOINTERFACE), function);
             }
-            *lppUnk = CreateMessage(message).Detach();
+            *lppUnk = com_wrap(CreateMessage(message)).Detach();
         }
         else
         {

@@ -74,9 +74,9 @@ namespace Detail
 
 StringW FormatEvent(const wchar_t* event, const CallSite& site, const StringW& description)
 {
-    const StringW file = Os::GetNameFromPath(StringA(site.where.file_name()).GetUnicode(CP_UTF8));
-    return FormatString(L"%s at %s, %s, line %d: %s", event, file.GetString(), site.function,
-                        static_cast<int>(site.where.line()), description.GetString());
+    const StringW file = Os::GetNameFromPath(StringA(site.file).GetUnicode(CP_UTF8));
+    return FormatString(L"%s at %s, %s, line %d: %s", event, file.GetString(), site.function, site.line,
+                        description.GetString());
 }
 
 Mapi::MapiErrorPointer ErrorSource::GetError(HRESULT hr) const

@@ -39,12 +39,14 @@ struct CallSite
     CallSite(const wchar_t* qualifiedName, // NOLINT(google-explicit-constructor): the point of the type
              std::source_location location = std::source_location::current()) noexcept
         : function(qualifiedName),
-          where(location)
+          file(location.file_name()),
+          line(static_cast<int>(location.line()))
     {
     }
 
     const wchar_t* function;
-    std::source_location where;
+    const char* file;
+    int line;
 };
 
 namespace Detail

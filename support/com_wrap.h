@@ -24,4 +24,13 @@ ATL::CComQIPtr<I> com_wrap(I* pointer)
     return result;
 }
 
+/// The same for a pointer that is counted already, such as what a factory of a host gave.
+template <class I, const IID* piid>
+ATL::CComQIPtr<I, piid> com_wrap(ATL::CComQIPtr<I, piid> pointer)
+{
+    if (!pointer)
+        Detail::ThrowNullPointer();
+    return pointer;
+}
+
 } // namespace Quillon
