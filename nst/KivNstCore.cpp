@@ -145,7 +145,7 @@ StringW EscapeStoreName(const StringW& storeName)
     escaped.Reserve(storeName.GetLength());
     for (const wchar_t character : storeName)
     {
-        if (std::wcschr(L"%*/?\\", character))
+        if (character != L'\0' && std::wcschr(L"%*/?\\", character))
             escaped.AppendFormat(L"%%%.2hX", static_cast<unsigned short>(character & 0xFF));
         else
             escaped += character;
