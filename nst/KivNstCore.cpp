@@ -286,10 +286,16 @@ void ExcludeStoreFromIndexing(const Binary& storeId, const StringW& storeName)
     CheckCall(CoCreateInstance(Search::ClsidSearchManager, nullptr, CLSCTX_SERVER, Search::IidSearchManager,
                                reinterpret_cast<void**>(&manager)),
               function);
+    if (!manager)
+        Throw(CComError(E_POINTER), function);
     CatalogPointer catalog;
     CheckCall(manager->GetCatalog(L"SystemIndex", &catalog), function);
+    if (!catalog)
+        Throw(CComError(E_POINTER), function);
     ScopePointer scope;
     CheckCall(catalog->GetCrawlScopeManager(&scope), function);
+    if (!scope)
+        Throw(CComError(E_POINTER), function);
     BOOL included = FALSE;
     CheckCall(scope->IncludedInCrawlScope(url, &included), function);
     if (!included)
