@@ -306,7 +306,7 @@ bool CNstMsgStore::CanChangeStoreProperty(ULONG propTag) noexcept
 
 bool CNstMsgStore::CompareEntryIds(const Binary& a, const Binary& b)
 {
-    if (a.IsNull() != b.IsNull())
+    if (!m_store || a.IsNull() != b.IsNull())
         return false;
     // The interface takes no const entry IDs, but does not write to them either.
     const auto entryId = [](const Binary& id) { return reinterpret_cast<ENTRYID*>(const_cast<BYTE*>(id.GetBuffer())); };

@@ -81,6 +81,8 @@ StringW FormatEvent(const wchar_t* event, const CallSite& site, const StringW& d
 
 Mapi::MapiErrorPointer ErrorSource::GetError(HRESULT hr) const
 {
+    if (!m_object)
+        return Mapi::MapiErrorPointer();
     MAPIERROR* error = nullptr;
     if (FAILED(m_getLastError(m_object, hr, &error)))
         error = nullptr; // an output of a failed call is nobody's to free

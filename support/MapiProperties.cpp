@@ -20,6 +20,8 @@ struct ReadResult
 
 ReadResult ReadProperty(IMAPIProp* object, ULONG tag) noexcept
 {
+    if (!object)
+        return {E_POINTER, PropValuePointer()};
     SPropTagArray tags = {1, {tag}};
     ULONG count = 0;
     SPropValue* values = nullptr;
@@ -105,7 +107,7 @@ StringW QueryItemDisplayName(IMAPIProp* object)
 void HrSetOneProp(IMAPIProp* object, SPropValue* property)
 {
     SPropProblemArray* problemArray = nullptr;
-    const HRESULT hr = object->SetProps(1, property, &problemArray);
+    const HRESULT hr = object ? object->SetProps(1, property, &problemArray) : E_POINTER;
     const SmartPointer<SPropProblemArray*, MapiBufferDestructor> problems(FAILED(hr) ? nullptr : problemArray);
     const HRESULT result = SUCCEEDED(hr) && problems && problems->cProblem ? problems->aProblem[0].scode : hr;
     if (FAILED(result))

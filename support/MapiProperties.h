@@ -1,4 +1,5 @@
-// Reading and writing single properties, and the names of property tags.
+// Reading and writing single properties, and the names of property tags. A null object is answered as one whose call
+// failed with E_POINTER.
 #pragma once
 
 #include "support/Binary.h"
