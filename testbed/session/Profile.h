@@ -70,10 +70,12 @@ private:
     SectionMap m_sections;
 };
 
-/// Opens a section as IProfSect. Changes stay with the object until its SaveChanges; then other objects on the section
-/// see them, and they are on disk. Without `modify` writing calls give MAPI_E_NO_ACCESS. Properties of the secure range
-/// (0x67F0 to 0x67FF) are read and written by name only: no list shows them. Throws `Failure` with MAPI_E_NOT_FOUND
-/// when there is no such section.
+/// Opens a section as IProfSect. As MAPI's own, sections have no transactions: a change takes effect, for other objects
+/// on the section too, and is on disk with the call that makes it; SaveChanges has nothing more to save. Without
+/// `modify`, and after a SaveChanges that does not keep the section open for writing, writing calls give
+/// MAPI_E_NO_ACCESS. Properties of the secure range (0x67F0 to 0x67FF) are read and written by name only: no list shows
+/// them. Named properties and OpenProperty are not supported. Throws `Failure` with MAPI_E_NOT_FOUND when there is no
+/// such section.
 ComPtr<IProfSect> OpenSection(const std::shared_ptr<Profile>& profile, const Uid& uid, bool modify,
                               const MapiMemory& memory);
 } // namespace Testbed
