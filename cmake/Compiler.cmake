@@ -6,10 +6,15 @@ option(KIVNST_COVERAGE "Instrument the library for coverage" OFF)
 add_library(kivnst_options INTERFACE)
 target_include_directories(kivnst_options INTERFACE "${PROJECT_SOURCE_DIR}")
 target_compile_definitions(kivnst_options INTERFACE
-  UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX _WIN32_WINNT=0x0601 WINVER=0x0601)
+  UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX _WIN32_WINNT=0x0601 WINVER=0x0601
+  # The headers else promise that no COM method throws, and the compiler believes it; a read-only folder's may.
+  COM_STDMETHOD_CAN_THROW)
 
 if(MSVC)
-  target_compile_options(kivnst_options INTERFACE /W4 /WX /utf-8 /permissive- /Zc:__cplusplus)
+  target_compile_options(kivnst_options INTERFACE /W4 /WX /utf-8 /permissive- /Zc:__cplusplus /Zc:preprocessor
+    # Exported classes derive from std::exception and hold counted pointers, both by design: the first has no data of
+    # its own to disagree about, the second is one pointer.
+    /wd4251 /wd4275)
 else()
   target_compile_options(kivnst_options INTERFACE
     -Wall -Wextra -Wpedantic -Werror -Wshadow=local -Wcast-qual -Wconversion -Wno-sign-conversion

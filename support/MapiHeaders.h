@@ -6,6 +6,11 @@
 #error "MAPI's LPTSTR stands in the signatures of the wrapper classes: compile with UNICODE defined, as the library is."
 #endif
 
+// Not every method of the library keeps its exceptions in: the headers must not promise that COM methods do.
+#ifndef COM_STDMETHOD_CAN_THROW
+#define COM_STDMETHOD_CAN_THROW
+#endif
+
 #include <windows.h>
 
 #include <objbase.h>
@@ -64,8 +69,8 @@ namespace Quillon::Mapi
 
 template <class Method>
 struct ParametersOf;
-template <class Result, class Object, class First, class Second, class... Rest>
-struct ParametersOf<Result (STDMETHODCALLTYPE Object::*)(First, Second, Rest...)>
+template <class Result, class Object, class First, class Second, class... Rest, bool NeverThrows>
+struct ParametersOf<Result (STDMETHODCALLTYPE Object::*)(First, Second, Rest...) noexcept(NeverThrows)>
 {
     using FirstType = First;
     using SecondType = Second;

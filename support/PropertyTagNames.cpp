@@ -17,22 +17,25 @@ struct TagName
     const wchar_t* name;
 };
 
-#define KIVNST_TAG(name) TagName{name, L"" #name},
+#define KIVNST_TAG(name) {name, L"" #name},
+constexpr TagName headerOrder[] = {
+#include "support/PropertyTagNames.inc"
+};
+#undef KIVNST_TAG
+
+/// The names in the order of their tags. Where two share a tag, the one that the header gives first stays in front.
 constexpr auto tagNames = []
 {
-    std::array sorted{
-#include "support/PropertyTagNames.inc"
-    };
-    // Where two names share a tag, the one that the header gives first stays in front. Sorting in a constant
-    // expression has no stable form, so the place in the header decides between equals.
-    for (std::size_t index = 1; index < sorted.size(); ++index)
+    std::array<TagName, std::size(headerOrder)> sorted{};
+    for (std::size_t index = 0; index < sorted.size(); ++index)
     {
-        for (std::size_t at = index; at > 0 && sorted[at].tag < sorted[at - 1].tag; --at)
-            std::swap(sorted[at], sorted[at - 1]);
+        std::size_t at = index;
+        for (; at > 0 && headerOrder[index].tag < sorted[at - 1].tag; --at)
+            sorted[at] = sorted[at - 1];
+        sorted[at] = headerOrder[index];
     }
     return sorted;
 }();
-#undef KIVNST_TAG
 
 } // namespace
 
