@@ -1,0 +1,439 @@
+// IMsgStore over a session, and the opening of entries. The store object is always open for writing when the overlay
+// can be written, and its property changes take effect at once.
+#include "testbed/pst/Store.h"
+
+#include "testbed/common/Table.h"
+#include "testbed/common/Text.h"
+
+#include <algorithm>
+#include <cstring>
+#include <cwctype>
+
+namespace Testbed::Pst
+{
+namespace
+{
+// The receive folders, in two properties that clients do not see: message classes and, for each, an entry ID.
+constexpr ULONG kReceiveClasses = PROP_TAG(PT_MV_UNICODE, 0x67FC);
+constexpr ULONG kReceiveFolders = PROP_TAG(PT_MV_BINARY, 0x67FD);
+
+constexpr LONG kAllAccess = MAPI_ACCESS_MODIFY | MAPI_ACCESS_READ | MAPI_ACCESS_DELETE | MAPI_ACCESS_CREATE_HIERARCHY |
+                            MAPI_ACCESS_CREATE_CONTENTS | MAPI_ACCESS_CREATE_ASSOCIATED;
+
+bool IsHidden(ULONG id)
+{
+    return id == PROP_ID(kReceiveClasses) || id == PROP_ID(kReceiveFolders);
+}
+
+bool IsComputed(ULONG id)
+{
+    static const std::set<ULONG> ids = {
+        PROP_ID(PR_ENTRYID),      PROP_ID(PR_RECORD_KEY),       PROP_ID(PR_STORE_ENTRYID),
+        PROP_ID(PR_STORE_RECORD_KEY), PROP_ID(PR_MAPPING_SIGNATURE), PROP_ID(PR_OBJECT_TYPE),
+        PROP_ID(PR_ACCESS),       PROP_ID(PR_ACCESS_LEVEL),     PROP_ID(PR_STORE_SUPPORT_MASK),
+        PROP_ID(Tags::StoreUnicodeMask), PROP_ID(PR_MDB_PROVIDER),
+    };
+    return ids.contains(id) || IsHidden(id);
+}
+
+std::wstring Lower(std::wstring text)
+{
+    std::transform(text.begin(), text.end(), text.begin(), [](wchar_t c) { return static_cast<wchar_t>(std::towlower(c)); });
+    return text;
+}
+
+// Whether a message class is `parent` or one below it.
+bool IsClassOf(const std::wstring& messageClass, const std::wstring& parent)
+{
+    return parent.empty() || messageClass == parent || messageClass.starts_with(parent + L".");
+}
+
+class Store final : public PropertyObject<IMsgStore, &IID_IMsgStore, &IID_IMAPIProp>
+{
+public:
+    explicit Store(std::shared_ptr<const Session> session) : PropertyObject(std::move(session)) {}
+
+    MAPI_IMSGSTORE_METHODS(override)
+
+protected:
+    std::shared_ptr<const PropertySource> Properties() override;
+    bool Modifiable() override { return m_session->Writable(); }
+    SCODE Set(const PropValue& value) override;
+    SCODE Remove(ULONG tag) override;
+    void Flush() override;
+    HRESULT Save(ULONG) override { return S_OK; }
+    std::pair<LPCIID, IUnknown*> Self() override { return {&IID_IMsgStore, static_cast<IMsgStore*>(this)}; }
+
+private:
+    struct ReceiveFolder
+    {
+        std::wstring messageClass;
+        Bytes entryId;
+    };
+
+    StoreCore& Core() const { return m_session->Core(); }
+    std::vector<ReceiveFolder> ReceiveFolders() const;
+    Bytes DefaultReceiveFolder() const;
+
+    PropertyChanges m_changes;
+};
+
+std::shared_ptr<const PropertySource> Store::Properties()
+{
+    PropertyBag stored = Core().StoreProperties();
+    stored.Erase(PROP_ID(kReceiveClasses));
+    stored.Erase(PROP_ID(kReceiveFolders));
+    auto layered = std::make_shared<LayeredProperties>(std::make_shared<PropertyBag>(std::move(stored)));
+    PropertyBag& computed = layered->Computed();
+    m_session->PutCommon(computed);
+    computed.Put(PropValue::Binary(PR_ENTRYID, m_session->WrappedEntryId()));
+    computed.Put(PropValue::Binary(PR_RECORD_KEY, Core().RecordKey()));
+    computed.Put(PropValue::Long(PR_OBJECT_TYPE, MAPI_STORE));
+    computed.Put(PropValue::Long(PR_ACCESS, m_session->Writable() ? kAllAccess : MAPI_ACCESS_READ));
+    computed.Put(PropValue::Long(PR_ACCESS_LEVEL, m_session->Writable() ? MAPI_MODIFY : 0));
+    computed.Put(PropValue::Long(Tags::StoreUnicodeMask, m_session->SupportMask()));
+    const size_t begin = Core().Path().rfind(L'\\') + 1;
+    layered->PutDefault(PropValue::String(PR_DISPLAY_NAME_W, Core().Path().substr(begin)));
+    layered->PutDefault(PropValue::String(PR_PROVIDER_DISPLAY_W, L"Personal Folders"));
+    layered->PutDefault(PropValue::Long(PR_STORE_STATE, 0));
+    layered->PutDefault(PropValue::Long(PR_STATUS_CODE, 0));
+    return layered;
+}
+
+SCODE Store::Set(const PropValue& value)
+{
+    if (IsComputed(value.Id()))
+    {
+        return MAPI_E_COMPUTED;
+    }
+    m_changes.Put(value);
+    return S_OK;
+}
+
+SCODE Store::Remove(ULONG tag)
+{
+    if (IsComputed(PROP_ID(tag)))
+    {
+        return MAPI_E_COMPUTED;
+    }
+    if (!Core().StoreProperties().Find(PROP_ID(tag)))
+    {
+        return MAPI_E_NOT_FOUND;
+    }
+    m_changes.Remove(PROP_ID(tag));
+    return S_OK;
+}
+
+void Store::Flush()
+{
+    if (!m_changes.Empty())
+    {
+        PropertyChanges changes;
+        std::swap(changes, m_changes);
+        Core().ChangeStore(changes);
+    }
+}
+
+Bytes Store::DefaultReceiveFolder() const
+{
+    const PropertyBag store = Core().StoreProperties();
+    const Bytes subtree = BytesOf(store, PR_IPM_SUBTREE_ENTRYID);
+    const auto node = m_session->NodeOf(static_cast<ULONG>(subtree.size()),
+                                        reinterpret_cast<const ENTRYID*>(subtree.data()));
+    if (!node || !Core().Find(*node))
+    {
+        return m_session->EntryId(Nodes::Root);
+    }
+    const auto inbox = Core().FindSubFolder(*node, L"Inbox");
+    return m_session->EntryId(inbox ? *inbox : *node);
+}
+
+std::vector<Store::ReceiveFolder> Store::ReceiveFolders() const
+{
+    std::vector<ReceiveFolder> folders = {{L"", DefaultReceiveFolder()}};
+    const PropertyBag store = Core().StoreProperties();
+    const PropValue* classes = store.Find(PROP_ID(kReceiveClasses));
+    const PropValue* entryIds = store.Find(PROP_ID(kReceiveFolders));
+    const auto* names = classes ? classes->Get<std::vector<std::wstring>>() : nullptr;
+    const auto* ids = entryIds ? entryIds->Get<std::vector<Bytes>>() : nullptr;
+    for (size_t index = 0; names && ids && index < names->size() && index < ids->size(); ++index)
+    {
+        if ((*names)[index].empty())
+        {
+            folders.front().entryId = (*ids)[index];
+        }
+        else
+        {
+            folders.push_back({(*names)[index], (*ids)[index]});
+        }
+    }
+    return folders;
+}
+
+STDMETHODIMP Store::Advise(ULONG cbEntryID, LPENTRYID lpEntryID, ULONG ulEventMask, LPMAPIADVISESINK lpAdviseSink,
+                           ULONG* lpulConnection)
+{
+    return Run(
+        [&]() -> HRESULT
+        {
+            if (!lpulConnection)
+            {
+                return MAPI_E_INVALID_PARAMETER;
+            }
+            *lpulConnection = m_session->Advise(cbEntryID, lpEntryID, ulEventMask, lpAdviseSink);
+            return S_OK;
+        });
+}
+
+STDMETHODIMP Store::Unadvise(ULONG ulConnection)
+{
+    return Run([&] { return m_session->Unadvise(ulConnection); });
+}
+
+STDMETHODIMP Store::CompareEntryIDs(ULONG cbEntryID1, LPENTRYID lpEntryID1, ULONG cbEntryID2, LPENTRYID lpEntryID2,
+                                    ULONG, ULONG* lpulResult)
+{
+    return Run(
+        [&]() -> HRESULT
+        {
+            if (!lpulResult)
+            {
+                return MAPI_E_INVALID_PARAMETER;
+            }
+            *lpulResult = m_session->SameObject(cbEntryID1, lpEntryID1, cbEntryID2, lpEntryID2) ? TRUE : FALSE;
+            return S_OK;
+        });
+}
+
+STDMETHODIMP Store::OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, ULONG ulFlags,
+                              ULONG* lpulObjType, LPUNKNOWN* lppUnk)
+{
+    return Run(
+        [&]() -> HRESULT
+        {
+            if (lppUnk && m_session->IsStore(cbEntryID, lpEntryID))
+            {
+                RequireInterface(lpInterface, {&IID_IMsgStore, &IID_IMAPIProp, &IID_IUnknown});
+                *lppUnk = ComPtr<IUnknown>(static_cast<IMsgStore*>(this)).Detach();
+                if (lpulObjType)
+                {
+                    *lpulObjType = MAPI_STORE;
+                }
+                return S_OK;
+            }
+            return OpenStoreEntry(m_session, cbEntryID, lpEntryID, lpInterface, ulFlags, lpulObjType, lppUnk);
+        });
+}
+
+STDMETHODIMP Store::SetReceiveFolder(LPTSTR lpszMessageClass, ULONG ulFlags, ULONG cbEntryID, LPENTRYID lpEntryID)
+{
+    return Run(
+        [&]() -> HRESULT
+        {
+            if ((ulFlags & ~static_cast<ULONG>(MAPI_UNICODE)) != 0)
+            {
+                return MAPI_E_UNKNOWN_FLAGS;
+            }
+            if (!m_session->Writable())
+            {
+                Fail(MAPI_E_NO_ACCESS, L"The store is read-only");
+            }
+            const std::wstring messageClass = Lower(TextArgument(lpszMessageClass, ulFlags));
+            std::vector<std::wstring> classes;
+            std::vector<Bytes> entryIds;
+            for (const ReceiveFolder& folder : ReceiveFolders())
+            {
+                if (Lower(folder.messageClass) != messageClass)
+                {
+                    classes.push_back(folder.messageClass);
+                    entryIds.push_back(folder.entryId);
+                }
+            }
+            if (lpEntryID && cbEntryID != 0)
+            {
+                const Node node = m_session->Require(cbEntryID, lpEntryID);
+                if (node.kind != NodeKind::Folder)
+                {
+                    return MAPI_E_INVALID_ENTRYID;
+                }
+                classes.push_back(TextArgument(lpszMessageClass, ulFlags));
+                entryIds.push_back(m_session->EntryId(node.id));
+            }
+            PropertyChanges changes;
+            changes.Put(PropValue(kReceiveClasses, std::move(classes)));
+            changes.Put(PropValue(kReceiveFolders, std::move(entryIds)));
+            Core().ChangeStore(changes);
+            return S_OK;
+        });
+}
+
+STDMETHODIMP Store::GetReceiveFolder(LPTSTR lpszMessageClass, ULONG ulFlags, ULONG* lpcbEntryID, LPENTRYID* lppEntryID,
+                                     LPTSTR* lppszExplicitClass)
+{
+    return Run(
+        [&]() -> HRESULT
+        {
+            if (!lpcbEntryID || !lppEntryID)
+            {
+                return MAPI_E_INVALID_PARAMETER;
+            }
+            if ((ulFlags & ~static_cast<ULONG>(MAPI_UNICODE)) != 0)
+            {
+                return MAPI_E_UNKNOWN_FLAGS;
+            }
+            const std::wstring messageClass = Lower(TextArgument(lpszMessageClass, ulFlags));
+            ReceiveFolder best;
+            for (const ReceiveFolder& folder : ReceiveFolders())
+            {
+                if (IsClassOf(messageClass, Lower(folder.messageClass)) &&
+                    (best.entryId.empty() || folder.messageClass.size() > best.messageClass.size()))
+                {
+                    best = folder;
+                }
+            }
+            const MapiMemory& memory = m_session->Memory();
+            MapiBlock<ENTRYID> entryId(memory, static_cast<LPENTRYID>(memory.Allocate(best.entryId.size())));
+            std::memcpy(entryId.Get(), best.entryId.data(), best.entryId.size());
+            if (lppszExplicitClass)
+            {
+                const std::string narrow = AnsiFromWide(best.messageClass);
+                const bool wide = (ulFlags & MAPI_UNICODE) != 0;
+                const void* text = wide ? static_cast<const void*>(best.messageClass.c_str()) : narrow.c_str();
+                const size_t size = wide ? (best.messageClass.size() + 1) * sizeof(wchar_t) : narrow.size() + 1;
+                void* block = memory.Allocate(size);
+                std::memcpy(block, text, size);
+                *lppszExplicitClass = static_cast<LPTSTR>(block);
+            }
+            *lpcbEntryID = static_cast<ULONG>(best.entryId.size());
+            *lppEntryID = entryId.Detach();
+            return S_OK;
+        });
+}
+
+STDMETHODIMP Store::GetReceiveFolderTable(ULONG ulFlags, LPMAPITABLE* lppTable)
+{
+    return Run(
+        [&]() -> HRESULT
+        {
+            if (!lppTable)
+            {
+                return MAPI_E_INVALID_PARAMETER;
+            }
+            if ((ulFlags & ~static_cast<ULONG>(MAPI_UNICODE | MAPI_DEFERRED_ERRORS)) != 0)
+            {
+                return MAPI_E_UNKNOWN_FLAGS;
+            }
+            std::vector<PropertyBag> rows;
+            for (const ReceiveFolder& folder : ReceiveFolders())
+            {
+                PropertyBag row;
+                const auto number = static_cast<ULONG>(rows.size());
+                row.Put(PropValue::Binary(PR_ENTRYID, folder.entryId));
+                row.Put(PropValue::Binary(PR_RECORD_KEY, folder.entryId));
+                row.Put(PropValue::Binary(PR_INSTANCE_KEY, &number, sizeof(number)));
+                row.Put(PropValue::String(PR_MESSAGE_CLASS_W, folder.messageClass));
+                rows.push_back(std::move(row));
+            }
+            const std::vector<ULONG> columns = {PR_ENTRYID, PR_RECORD_KEY, PR_INSTANCE_KEY, PR_MESSAGE_CLASS_W};
+            *lppTable = CreateTable(std::make_shared<MemoryRows>(columns, std::move(rows)), m_session->Memory(),
+                                    m_session->Flags(ulFlags), ComponentName)
+                            .Detach();
+            return S_OK;
+        });
+}
+
+STDMETHODIMP Store::StoreLogoff(ULONG* lpulFlags)
+{
+    if (lpulFlags)
+    {
+        // Nothing is ever on its way out.
+        *lpulFlags = LOGOFF_COMPLETE;
+    }
+    return S_OK;
+}
+
+// The store has no outgoing mail: there is nothing to abort, lock, finish or queue.
+STDMETHODIMP Store::AbortSubmit(ULONG, LPENTRYID, ULONG)
+{
+    return MAPI_E_NO_SUPPORT;
+}
+
+STDMETHODIMP Store::GetOutgoingQueue(ULONG, LPMAPITABLE*)
+{
+    return MAPI_E_NO_SUPPORT;
+}
+
+STDMETHODIMP Store::SetLockState(LPMESSAGE, ULONG)
+{
+    return MAPI_E_NO_SUPPORT;
+}
+
+STDMETHODIMP Store::FinishedMsg(ULONG, ULONG, LPENTRYID)
+{
+    return MAPI_E_NO_SUPPORT;
+}
+
+STDMETHODIMP Store::NotifyNewMail(LPNOTIFICATION)
+{
+    return MAPI_E_NO_SUPPORT;
+}
+} // namespace
+
+ComPtr<IMsgStore> MakeStore(std::shared_ptr<const Session> session)
+{
+    return MakeObject<Store>(std::move(session));
+}
+
+HRESULT OpenStoreEntry(const std::shared_ptr<const Session>& session, ULONG size, LPENTRYID entryId, LPCIID iid,
+                       ULONG flags, ULONG* type, LPUNKNOWN* object)
+{
+    if (!object)
+    {
+        return MAPI_E_INVALID_PARAMETER;
+    }
+    constexpr ULONG noCache = 0x00000200;
+    constexpr ULONG known = MAPI_MODIFY | MAPI_BEST_ACCESS | MAPI_DEFERRED_ERRORS | noCache;
+    if ((flags & ~known) != 0)
+    {
+        return MAPI_E_UNKNOWN_FLAGS;
+    }
+    session->Core().Refresh();
+    const bool best = (flags & MAPI_BEST_ACCESS) == MAPI_BEST_ACCESS;
+    const bool modify = (flags & MAPI_MODIFY) != 0;
+    if (modify && !best && !session->Writable())
+    {
+        Fail(MAPI_E_NO_ACCESS, L"The store is read-only");
+    }
+    ComPtr<IUnknown> opened;
+    ULONG openedType = MAPI_FOLDER;
+    if (session->IsStore(size, entryId))
+    {
+        RequireInterface(iid, {&IID_IMsgStore, &IID_IMAPIProp, &IID_IUnknown});
+        opened = MakeStore(session);
+        openedType = MAPI_STORE;
+    }
+    else
+    {
+        const bool root = size == 0 || !entryId;
+        const Node node = root ? Node{Nodes::Root, NodeKind::Folder, Nodes::Root} : session->Require(size, entryId);
+        if (IsFolder(node.kind))
+        {
+            RequireInterface(iid, {&IID_IMAPIFolder, &IID_IMAPIContainer, &IID_IMAPIProp, &IID_IUnknown});
+            opened = MakeFolder(session, node.id);
+        }
+        else
+        {
+            RequireInterface(iid, {&IID_IMessage, &IID_IMAPIProp, &IID_IUnknown});
+            const bool modifiable = session->Writable() && (modify || best);
+            opened = MakeMessage(MessageState::Open(session, node, modifiable));
+            openedType = MAPI_MESSAGE;
+        }
+    }
+    *object = opened.Detach();
+    if (type)
+    {
+        *type = openedType;
+    }
+    return S_OK;
+}
+} // namespace Testbed::Pst

@@ -1,0 +1,133 @@
+// How a store is named in profiles.
+#include "testbed/pst/StoreIdentity.h"
+
+#include "testbed/common/Boundary.h"
+#include "testbed/common/StoreEntryId.h"
+#include "testbed/pst/PropCodec.h"
+#include "testbed/pst/StoreCore.h"
+
+#include <cstring>
+
+namespace Testbed::Pst
+{
+namespace
+{
+constexpr size_t kPathOffset = 22;
+constexpr size_t kUidOffset = 4;
+
+struct TagList
+{
+    ULONG count;
+    ULONG tags[5];
+};
+
+Bytes Unwrapped(const void* entryId, size_t size)
+{
+    if (!entryId || size == 0)
+    {
+        return {};
+    }
+    if (auto unwrapped = UnwrapStoreEntryId(entryId, size))
+    {
+        return std::move(unwrapped->entryId);
+    }
+    const auto* bytes = static_cast<const BYTE*>(entryId);
+    return Bytes(bytes, bytes + size);
+}
+} // namespace
+
+const MAPIUID ProviderUid = {
+    {0x1C, 0x83, 0x02, 0xA4, 0x6F, 0x51, 0x4B, 0x0D, 0x9E, 0x27, 0xD4, 0x5C, 0x3A, 0x90, 0x71, 0xEE}};
+
+Bytes MakeStoreEntryId(const MAPIUID& provider, const std::wstring& path)
+{
+    Bytes entryId(kPathOffset + (path.size() + 1) * sizeof(wchar_t), 0);
+    std::memcpy(entryId.data() + kUidOffset, provider.ab, sizeof(provider.ab));
+    std::memcpy(entryId.data() + kPathOffset, path.data(), path.size() * sizeof(wchar_t));
+    return entryId;
+}
+
+std::wstring PathOfStoreEntryId(const void* entryId, size_t size)
+{
+    const Bytes bytes = Unwrapped(entryId, size);
+    if (bytes.size() < kPathOffset + sizeof(wchar_t) || (bytes.size() - kPathOffset) % sizeof(wchar_t) != 0)
+    {
+        return {};
+    }
+    std::wstring path((bytes.size() - kPathOffset) / sizeof(wchar_t), L'\0');
+    std::memcpy(path.data(), bytes.data() + kPathOffset, path.size() * sizeof(wchar_t));
+    if (path.back() != L'\0')
+    {
+        return {};
+    }
+    path.resize(path.find(L'\0'));
+    return path;
+}
+
+bool SameStore(const void* entryId1, size_t size1, const void* entryId2, size_t size2)
+{
+    const Bytes first = Unwrapped(entryId1, size1);
+    const Bytes second = Unwrapped(entryId2, size2);
+    if (first.empty() || second.empty())
+    {
+        return false;
+    }
+    if (first == second)
+    {
+        return true;
+    }
+    const std::wstring path1 = PathOfStoreEntryId(first.data(), first.size());
+    const std::wstring path2 = PathOfStoreEntryId(second.data(), second.size());
+    if (path1.empty() || path2.empty() ||
+        std::memcmp(first.data() + kUidOffset, second.data() + kUidOffset, sizeof(MAPIUID)) != 0)
+    {
+        return false;
+    }
+    const std::wstring full1 = StoreCore::FullPath(path1);
+    const std::wstring full2 = StoreCore::FullPath(path2);
+    return CompareStringOrdinal(full1.c_str(), -1, full2.c_str(), -1, TRUE) == CSTR_EQUAL;
+}
+
+StoreSettings ReadSettings(ULONG count, const SPropValue* values)
+{
+    StoreSettings settings;
+    // Wide texts come later in the list than narrow ones of the same meaning, and win.
+    const ULONG order[] = {Testbed::Tags::OfflineStorePathA, Testbed::Tags::OfflineStorePathW, Testbed::Tags::PstPathA,
+                           Testbed::Tags::PstPathW};
+    const std::vector<PropValue> copied = CopyProps(count, values);
+    for (const ULONG tag : order)
+    {
+        for (const PropValue& value : copied)
+        {
+            if (value.Tag() == tag && !value.AsText().empty())
+            {
+                settings.path = value.AsText();
+            }
+        }
+    }
+    for (const PropValue& value : copied)
+    {
+        if (value.Tag() == PR_MDB_PROVIDER && value.AsBytes().size() == sizeof(MAPIUID))
+        {
+            std::memcpy(settings.provider.ab, value.AsBytes().data(), sizeof(MAPIUID));
+        }
+    }
+    return settings;
+}
+
+LPSPropTagArray SettingsTags()
+{
+    static TagList list = {5,
+                           {Testbed::Tags::PstPathW, Testbed::Tags::PstPathA, Testbed::Tags::OfflineStorePathW,
+                            Testbed::Tags::OfflineStorePathA, PR_MDB_PROVIDER}};
+    return reinterpret_cast<LPSPropTagArray>(&list);
+}
+
+StoreSettings ReadSettings(IProfSect& section, const MapiMemory& memory)
+{
+    ULONG count = 0;
+    MapiBlock<SPropValue> values(memory);
+    Check(section.GetProps(SettingsTags(), 0, &count, values.Put()), L"The profile section cannot be read");
+    return ReadSettings(count, values.Get());
+}
+} // namespace Testbed::Pst
