@@ -1,0 +1,372 @@
+// The tool's commands.
+#include "tools/setup/Commands.h"
+
+#include "nst/KivNstCore.h"
+#include "support/Exceptions.h"
+#include "support/Log.h"
+#include "tools/setup/Locations.h"
+#include "tools/setup/Text.h"
+
+#include <objbase.h>
+
+#include <algorithm>
+#include <cstdio>
+
+namespace Setup
+{
+namespace
+{
+
+using nlohmann::ordered_json;
+
+bool g_showAll = false;
+bool g_wasExcluded = false;
+
+void CALLBACK ShowLine(void*, const Quillon::Logging::LogLine& line)
+{
+    const std::wstring text = line.text;
+    if (text == L"Store was already excluded from indexing")
+        g_wasExcluded = true;
+    const bool isRetry = text.find(L"ERROR_USER_MAPPED_FILE; retrying") != std::wstring::npos;
+    if (!g_showAll && !isRetry)
+        return;
+    std::fprintf(stderr, "%s: %s\n", ToUtf8(Quillon::Logging::GetLevelName(line.level)).c_str(), ToUtf8(text).c_str());
+    std::fflush(stderr);
+}
+
+/// The calling thread's use of COM.
+class ComApartment
+{
+public:
+    ComApartment()
+    {
+        const HRESULT hr = CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+        if (FAILED(hr))
+            throw SetupError(std::wstring(L"COM cannot be used: ") + Quillon::CComError(hr).Format().GetString());
+    }
+    ComApartment(const ComApartment&) = delete;
+    ComApartment& operator=(const ComApartment&) = delete;
+    ~ComApartment() { CoUninitialize(); }
+};
+
+Location Locate(const std::optional<std::wstring>& inf)
+{
+    Location location = inf ? Location{GetFullPath(*inf), L"given by --inf"} : FindMapiSvcInf();
+    InfFile(location.path).RequireUsable();
+    return location;
+}
+
+std::wstring FormatEntry(const Entry& entry)
+{
+    return L"[" + entry.section + L"] " + entry.key + L" = " + entry.value;
+}
+
+ordered_json ToJson(const Entry& entry)
+{
+    return {{"section", ToUtf8(entry.section)}, {"key", ToUtf8(entry.key)}, {"value", ToUtf8(entry.value)}};
+}
+
+const char* GetName(Change::Kind kind)
+{
+    switch (kind)
+    {
+    case Change::Kind::Add:
+        return "add";
+    case Change::Kind::Replace:
+        return "replace";
+    case Change::Kind::Keep:
+        return "keep";
+    case Change::Kind::Remove:
+        break;
+    }
+    return "remove";
+}
+
+std::wstring FormatChange(const Change& change)
+{
+    std::wstring name = ToWide(GetName(change.kind));
+    name.resize(8, L' ');
+    std::wstring text = L"  " + name + FormatEntry(change.entry);
+    if (change.kind == Change::Kind::Replace)
+        text += L" (now: " + change.previous + L")";
+    return text + L"\n";
+}
+
+std::wstring FormatChanges(const std::vector<Change>& changes)
+{
+    std::wstring text;
+    for (const Change& change : changes)
+        text += FormatChange(change);
+    return text;
+}
+
+ordered_json ToJson(const std::vector<Change>& changes)
+{
+    ordered_json list = ordered_json::array();
+    for (const Change& change : changes)
+    {
+        ordered_json item = ToJson(change.entry);
+        item["change"] = GetName(change.kind);
+        if (change.kind == Change::Kind::Replace)
+            item["previous"] = ToUtf8(change.previous);
+        list.push_back(std::move(item));
+    }
+    return list;
+}
+
+ordered_json ToJson(const Location& location)
+{
+    return {{"path", ToUtf8(location.path)}, {"found", ToUtf8(location.how)}};
+}
+
+std::wstring Count(std::size_t count, const std::wstring& what)
+{
+    return std::to_wstring(count) + L" " + what + (count == 1 ? L"" : L"s");
+}
+
+std::size_t CountKind(const std::vector<Change>& changes, Change::Kind kind)
+{
+    std::size_t count = 0;
+    for (const Change& change : changes)
+        count += change.kind == kind ? 1 : 0;
+    return count;
+}
+
+std::wstring FormatProblem(const Problem& problem)
+{
+    switch (problem.kind)
+    {
+    case Problem::Kind::MissingEntry:
+        return L"  missing entry: " + FormatEntry(problem.entry) + L"\n";
+    case Problem::Kind::WrongValue:
+        return L"  wrong value: " + FormatEntry(problem.entry) + L" expected, found: " + problem.actual + L"\n";
+    case Problem::Kind::MissingDll:
+        break;
+    }
+    return L"  missing file: the DLL " + problem.entry.value + L" is in none of the folders where MAPI looks for it\n";
+}
+
+ordered_json ToJson(const Problem& problem)
+{
+    if (problem.kind == Problem::Kind::MissingDll)
+        return {{"problem", "missing file"}, {"file", ToUtf8(problem.entry.value)}};
+    ordered_json item = {{"problem", problem.kind == Problem::Kind::MissingEntry ? "missing entry" : "wrong value"},
+                         {"section", ToUtf8(problem.entry.section)},
+                         {"key", ToUtf8(problem.entry.key)},
+                         {"expected", ToUtf8(problem.entry.value)}};
+    if (problem.kind == Problem::Kind::WrongValue)
+        item["found"] = ToUtf8(problem.actual);
+    return item;
+}
+
+ExitCode GetCode(const Status& status)
+{
+    if (!status.isRegistered)
+        return ExitCode::NotRegistered;
+    return status.problems.empty() ? ExitCode::Success : ExitCode::Faulty;
+}
+
+const char* GetStateName(ExitCode code)
+{
+    if (code == ExitCode::NotRegistered)
+        return "not registered";
+    return code == ExitCode::Faulty ? "faulty" : "registered";
+}
+
+std::wstring FormatStatus(const Status& status)
+{
+    const Service& service = status.service;
+    if (!status.isRegistered)
+        return L"\"" + service.name + L"\" is not registered.\n";
+    std::wstring text = L"\"" + service.name + L"\", shown as \"" + service.displayName + L"\": " +
+                        (status.problems.empty() ? L"registered, nothing is wrong"
+                                                 : L"registered, " + Count(status.problems.size(), L"problem")) +
+                        L"\n";
+    if (status.dllPath)
+        text += L"  DLL: " + service.dllName + L", found as " + *status.dllPath + L"\n";
+    for (const Problem& problem : status.problems)
+        text += FormatProblem(problem);
+    return text;
+}
+
+ordered_json ToJson(const Status& status)
+{
+    ordered_json item = {{"service", ToUtf8(status.service.name)}, {"state", GetStateName(GetCode(status))}};
+    if (!status.isRegistered)
+        return item;
+    item["provider"] = ToUtf8(GetProviderSection(status.service.name));
+    item["displayName"] = ToUtf8(status.service.displayName);
+    item["dll"] = ToUtf8(status.service.dllName);
+    item["dllPath"] = status.dllPath ? ordered_json(ToUtf8(*status.dllPath)) : ordered_json(nullptr);
+    item["extraFlags"] = ToUtf8(status.service.extraFlags);
+    item["problems"] = ordered_json::array();
+    for (const Problem& problem : status.problems)
+        item["problems"].push_back(ToJson(problem));
+    return item;
+}
+
+int GetDigit(wchar_t character)
+{
+    if (character >= L'0' && character <= L'9')
+        return character - L'0';
+    if (character >= L'a' && character <= L'f')
+        return character - L'a' + 10;
+    if (character >= L'A' && character <= L'F')
+        return character - L'A' + 10;
+    throw SetupError(L"The store's identifier must consist of hexadecimal digits.");
+}
+
+Quillon::Binary ParseId(const std::wstring& id)
+{
+    if (id.size() % 2 != 0)
+        throw SetupError(L"The store's identifier must have two hexadecimal digits for each byte.");
+    Quillon::Binary bytes;
+    bytes.SetSize(id.size() / 2);
+    for (std::size_t at = 0; at < id.size(); at += 2)
+        bytes.GetBuffer()[at / 2] = static_cast<BYTE>(GetDigit(id[at]) * 16 + GetDigit(id[at + 1]));
+    return bytes;
+}
+
+Quillon::StringW ToString(const std::wstring& text)
+{
+    return Quillon::StringW(text.c_str(), text.size());
+}
+
+std::wstring GetUrl(const Store& store)
+{
+    try
+    {
+        return Quillon::Nst::GetStoreMapiUrl(ParseId(store.id), ToString(store.name)).GetString();
+    }
+    catch (const Quillon::CException& exception)
+    {
+        throw SetupError(std::wstring(L"The store's URL cannot be built: ") + exception.Format().GetString());
+    }
+}
+
+} // namespace
+
+void ShowLog(bool all) noexcept
+{
+    g_showAll = all;
+    Quillon::Logging::SetLogSink(ShowLine, nullptr);
+}
+
+Outcome RegisterCommand(const std::optional<std::wstring>& inf, const Service& service, bool dryRun)
+{
+    RequireSound(service);
+    const Location location = Locate(inf);
+    const InfFile file(location.path);
+    RequireOwn(file, service.name);
+    const std::vector<Change> changes = PlanRegistration(file, service);
+    if (!dryRun)
+        Register(file, service);
+
+    Outcome outcome;
+    outcome.text = (dryRun ? L"Would register \"" : L"Registered \"") + service.name + L"\" in \"" + location.path +
+                   L"\" (" + std::to_wstring(changes.size()) + L" entries: " +
+                   std::to_wstring(CountKind(changes, Change::Kind::Add)) + L" new, " +
+                   std::to_wstring(CountKind(changes, Change::Kind::Replace)) + L" replaced, " +
+                   std::to_wstring(CountKind(changes, Change::Kind::Keep)) + L" unchanged).\n";
+    if (dryRun)
+        outcome.text += FormatChanges(changes);
+    outcome.json = {{"command", "register"},
+                    {"dryRun", dryRun},
+                    {"file", ToJson(location)},
+                    {"service", ToUtf8(service.name)},
+                    {"provider", ToUtf8(GetProviderSection(service.name))},
+                    {"changes", ToJson(changes)}};
+    return outcome;
+}
+
+Outcome UnregisterCommand(const std::optional<std::wstring>& inf, const std::wstring& serviceName, bool dryRun)
+{
+    RequireSoundName(serviceName);
+    const Location location = Locate(inf);
+    const InfFile file(location.path);
+    RequireOwn(file, serviceName);
+    const std::vector<Change> changes = PlanRemoval(file, serviceName);
+    if (!dryRun)
+        Unregister(file, serviceName);
+
+    Outcome outcome;
+    if (changes.empty())
+    {
+        outcome.text = L"\"" + serviceName + L"\" is not registered in \"" + location.path + L"\".\n";
+    }
+    else
+    {
+        outcome.text = (dryRun ? L"Would remove \"" : L"Removed \"") + serviceName + L"\" from \"" + location.path +
+                       L"\" (" + std::to_wstring(changes.size()) + L" entries).\n";
+    }
+    if (dryRun)
+        outcome.text += FormatChanges(changes);
+    outcome.json = {{"command", "unregister"},
+                    {"dryRun", dryRun},
+                    {"file", ToJson(location)},
+                    {"service", ToUtf8(serviceName)},
+                    {"changes", ToJson(changes)}};
+    return outcome;
+}
+
+Outcome StatusCommand(const std::optional<std::wstring>& inf, const Expectation& expectation)
+{
+    const Location location = Locate(inf);
+    const InfFile file(location.path);
+    std::vector<std::wstring> names;
+    if (expectation.name.empty())
+    {
+        names = FindServices(file);
+    }
+    else
+    {
+        RequireSoundName(expectation.name);
+        names.push_back(expectation.name);
+    }
+
+    Outcome outcome;
+    outcome.text = L"\"" + location.path + L"\", " + location.how + L"\n";
+    outcome.json = {{"command", "status"}, {"file", ToJson(location)}, {"services", ordered_json::array()}};
+    for (const std::wstring& name : names)
+    {
+        Expectation single = expectation;
+        single.name = name;
+        const Status status = GetStatus(file, single);
+        outcome.text += FormatStatus(status);
+        outcome.json["services"].push_back(ToJson(status));
+        // Of several, the code is that of the worst.
+        outcome.code = std::max(outcome.code, GetCode(status));
+    }
+    if (names.empty())
+    {
+        outcome.text += L"No archive store is registered.\n";
+        outcome.code = ExitCode::NotRegistered;
+    }
+    return outcome;
+}
+
+Outcome UrlCommand(const Store& store)
+{
+    const std::wstring url = GetUrl(store);
+    return {ExitCode::Success, url + L"\n", {{"command", "url"}, {"url", ToUtf8(url)}}};
+}
+
+Outcome ExcludeCommand(const Store& store)
+{
+    const std::wstring url = GetUrl(store);
+    const ComApartment apartment;
+    try
+    {
+        Quillon::Nst::ExcludeStoreFromIndexing(ParseId(store.id), ToString(store.name));
+    }
+    catch (const Quillon::CException& exception)
+    {
+        throw SetupError(L"\"" + url + L"\" cannot be excluded from the search index: " +
+                         exception.Format().GetString());
+    }
+    return {ExitCode::Success,
+            L"\"" + url + (g_wasExcluded ? L"\" was excluded already.\n" : L"\" is excluded from the search index.\n"),
+            {{"command", "exclude"}, {"url", ToUtf8(url)}, {"wasExcluded", g_wasExcluded}}};
+}
+
+} // namespace Setup

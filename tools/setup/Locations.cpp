@@ -1,0 +1,113 @@
+// Where MAPISVC.INF and a provider's DLL are found.
+#include "tools/setup/Locations.h"
+
+#include "support/Format.h"
+#include "support/MapiProperties.h"
+#include "support/Os.h"
+#include "support/OutlookAddIn.h"
+#include "tools/setup/Text.h"
+
+#include <windows.h>
+
+#include <vector>
+
+namespace Setup
+{
+namespace
+{
+
+namespace Os = Quillon::Os;
+
+constexpr auto infName = L"MAPISVC.INF";
+
+/// Calls a function that wants a buffer and gives the length that it wrote, or that it would need.
+template <class Ask>
+std::wstring ReadPath(Ask ask)
+{
+    std::wstring path(MAX_PATH, L'\0');
+    DWORD length = ask(path.data(), static_cast<DWORD>(path.size()));
+    if (length >= path.size())
+    {
+        path.resize(length + 1);
+        length = ask(path.data(), static_cast<DWORD>(path.size()));
+    }
+    path.resize(length < path.size() ? length : 0);
+    return path;
+}
+
+std::wstring GetSystemFolder()
+{
+    return ReadPath([](wchar_t* buffer, DWORD size) { return GetSystemDirectoryW(buffer, size); });
+}
+
+std::wstring GetFolder(const Quillon::StringW& path)
+{
+    return Os::GetDirectoryFromPath(path).GetString();
+}
+
+std::wstring InsertSuffix(const std::wstring& dllName)
+{
+    const std::size_t nameBegin = dllName.find_last_of(L"\\/") + 1;
+    const std::size_t dot = dllName.find_last_of(L'.');
+    if (dot == std::wstring::npos || dot < nameBegin)
+        return dllName + L"32";
+    return dllName.substr(0, dot) + L"32" + dllName.substr(dot);
+}
+
+} // namespace
+
+std::wstring GetFullPath(const std::wstring& path)
+{
+    const std::wstring full = path.empty()
+                                  ? path
+                                  : ReadPath([&](wchar_t* buffer, DWORD size)
+                                             { return GetFullPathNameW(path.c_str(), size, buffer, nullptr); });
+    if (full.empty())
+        throw SetupError(L"\"" + path + L"\" is no path.");
+    return full;
+}
+
+Location FindMapiSvcInf()
+{
+    const Quillon::StringW mapiPath = Quillon::Mapi::GetMapiPath();
+    const Quillon::StringW inSystemFolder = Os::AppendPaths(GetSystemFolder().c_str(), infName);
+    std::wstring tried;
+    if (!mapiPath.IsEmpty())
+    {
+        const Quillon::StringW beside = Os::AppendPaths(Os::GetDirectoryFromPath(mapiPath), infName);
+        if (Os::VerifyFileExists(beside))
+            return {beside.GetString(), std::wstring(L"beside the MAPI module \"") + mapiPath.GetString() + L"\""};
+        if (!EqualNames(beside.GetString(), inSystemFolder.GetString()))
+            tried = std::wstring(L"\"") + beside.GetString() + L"\" and ";
+    }
+    if (Os::VerifyFileExists(inSystemFolder))
+        return {inSystemFolder.GetString(), L"in the system folder"};
+    throw SetupError(L"MAPISVC.INF is not found (looked for as " + tried + L"\"" + inSystemFolder.GetString() +
+                     L"\"); --inf names it.");
+}
+
+std::optional<std::wstring> FindProviderDll(const std::wstring& dllName)
+{
+    if (dllName.empty())
+        return std::nullopt;
+    std::wstring folders;
+    for (const std::wstring& folder :
+         {GetFolder(Quillon::OutlookAddIn::GetOutlookPath()), GetFolder(Quillon::Mapi::GetMapiPath()),
+          GetSystemFolder(), ReadPath([](wchar_t* buffer, DWORD size) { return GetWindowsDirectoryW(buffer, size); }),
+          ReadPath([](wchar_t* buffer, DWORD size) { return GetEnvironmentVariableW(L"PATH", buffer, size); })})
+    {
+        if (!folder.empty())
+            folders += folder + L";";
+    }
+    for (const std::wstring& name : {dllName, InsertSuffix(dllName)})
+    {
+        const std::wstring path =
+            ReadPath([&](wchar_t* buffer, DWORD size)
+                     { return SearchPathW(folders.c_str(), name.c_str(), nullptr, size, buffer, nullptr); });
+        if (!path.empty() && Os::VerifyFileExists(path.c_str()))
+            return path;
+    }
+    return std::nullopt;
+}
+
+} // namespace Setup
