@@ -1,0 +1,297 @@
+// Test doubles of the objects that a store provider gives: provider, logon, store, folder, table, message, attachment.
+#pragma once
+
+#include "tests/common/TestDouble.h"
+
+/// The methods of IMAPIProp.
+#define TESTS_MOCK_IMAPIPROP_METHODS                                                                                   \
+    MOCK_METHOD(HRESULT, GetLastError, (HRESULT hResult, ULONG ulFlags, LPMAPIERROR * lppMAPIError),                   \
+                (override, Calltype(STDMETHODCALLTYPE)));                                                              \
+    MOCK_METHOD(HRESULT, SaveChanges, (ULONG ulFlags), (override, Calltype(STDMETHODCALLTYPE)));                       \
+    MOCK_METHOD(HRESULT, GetProps,                                                                                     \
+                (LPSPropTagArray lpPropTagArray, ULONG ulFlags, ULONG * lpcValues, LPSPropValue * lppPropArray),       \
+                (override, Calltype(STDMETHODCALLTYPE)));                                                              \
+    MOCK_METHOD(HRESULT, GetPropList, (ULONG ulFlags, LPSPropTagArray * lppPropTagArray),                              \
+                (override, Calltype(STDMETHODCALLTYPE)));                                                              \
+    MOCK_METHOD(HRESULT, OpenProperty,                                                                                 \
+                (ULONG ulPropTag, LPCIID lpiid, ULONG ulInterfaceOptions, ULONG ulFlags, LPUNKNOWN * lppUnk),          \
+                (override, Calltype(STDMETHODCALLTYPE)));                                                              \
+    MOCK_METHOD(HRESULT, SetProps, (ULONG cValues, LPSPropValue lpPropArray, LPSPropProblemArray * lppProblems),       \
+                (override, Calltype(STDMETHODCALLTYPE)));                                                              \
+    MOCK_METHOD(HRESULT, DeleteProps, (LPSPropTagArray lpPropTagArray, LPSPropProblemArray * lppProblems),             \
+                (override, Calltype(STDMETHODCALLTYPE)));                                                              \
+    MOCK_METHOD(HRESULT, CopyTo,                                                                                       \
+                (ULONG ciidExclude, LPCIID rgiidExclude, LPSPropTagArray lpExcludeProps,                               \
+                 Quillon::Mapi::FolderUIParam ulUIParam, LPMAPIPROGRESS lpProgress, LPCIID lpInterface,                \
+                 LPVOID lpDestObj, ULONG ulFlags, LPSPropProblemArray * lppProblems),                                  \
+                (override, Calltype(STDMETHODCALLTYPE)));                                                              \
+    MOCK_METHOD(HRESULT, CopyProps,                                                                                    \
+                (LPSPropTagArray lpIncludeProps, Quillon::Mapi::FolderUIParam ulUIParam, LPMAPIPROGRESS lpProgress,    \
+                 LPCIID lpInterface, LPVOID lpDestObj, ULONG ulFlags, LPSPropProblemArray * lppProblems),              \
+                (override, Calltype(STDMETHODCALLTYPE)));                                                              \
+    MOCK_METHOD(HRESULT, GetNamesFromIDs,                                                                              \
+                (LPSPropTagArray * lppPropTags, LPGUID lpPropSetGuid, ULONG ulFlags, ULONG * lpcPropNames,             \
+                 LPMAPINAMEID * *lpppPropNames),                                                                       \
+                (override, Calltype(STDMETHODCALLTYPE)));                                                              \
+    MOCK_METHOD(HRESULT, GetIDsFromNames,                                                                              \
+                (ULONG cPropNames, LPMAPINAMEID * lppPropNames, ULONG ulFlags, LPSPropTagArray * lppPropTags),         \
+                (override, Calltype(STDMETHODCALLTYPE)));
+
+namespace Tests
+{
+
+/// Answers IID_IUnknown.
+class UnknownDouble : public TestDouble<IUnknown>
+{
+public:
+    UnknownDouble();
+    ~UnknownDouble() override;
+};
+
+/// Answers IID_IMSProvider and IID_IUnknown.
+class ProviderDouble : public TestDouble<IMSProvider>
+{
+public:
+    ProviderDouble();
+    ~ProviderDouble() override;
+
+    MOCK_METHOD(HRESULT, Shutdown, (ULONG * lpulFlags), (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, Logon,
+                (LPMAPISUP lpMAPISup, Quillon::Mapi::ProviderUIParam ulUIParam, LPTSTR lpszProfileName, ULONG cbEntryID,
+                 LPENTRYID lpEntryID, ULONG ulFlags, LPCIID lpInterface, ULONG* lpcbSpoolSecurity,
+                 LPBYTE* lppbSpoolSecurity, LPMAPIERROR* lppMAPIError, LPMSLOGON* lppMSLogon, LPMDB* lppMDB),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, SpoolerLogon,
+                (LPMAPISUP lpMAPISup, Quillon::Mapi::ProviderUIParam ulUIParam, LPTSTR lpszProfileName, ULONG cbEntryID,
+                 LPENTRYID lpEntryID, ULONG ulFlags, LPCIID lpInterface, ULONG cbSpoolSecurity, LPBYTE lpbSpoolSecurity,
+                 LPMAPIERROR* lppMAPIError, LPMSLOGON* lppMSLogon, LPMDB* lppMDB),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, CompareStoreIDs,
+                (ULONG cbEntryID1, LPENTRYID lpEntryID1, ULONG cbEntryID2, LPENTRYID lpEntryID2, ULONG ulFlags,
+                 ULONG* lpulResult),
+                (override, Calltype(STDMETHODCALLTYPE)));
+};
+
+/// Answers IID_IMSLogon and IID_IUnknown. GetLastError gives MAPI_E_NO_SUPPORT unless told otherwise, as in all
+/// doubles.
+class LogonDouble : public TestDouble<IMSLogon>
+{
+public:
+    LogonDouble();
+    ~LogonDouble() override;
+
+    MOCK_METHOD(HRESULT, GetLastError, (HRESULT hResult, ULONG ulFlags, LPMAPIERROR* lppMAPIError),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, Logoff, (ULONG * lpulFlags), (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, OpenEntry,
+                (ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, ULONG ulFlags, ULONG* lpulObjType,
+                 LPUNKNOWN* lppUnk),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, CompareEntryIDs,
+                (ULONG cbEntryID1, LPENTRYID lpEntryID1, ULONG cbEntryID2, LPENTRYID lpEntryID2, ULONG ulFlags,
+                 ULONG* lpulResult),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, Advise,
+                (ULONG cbEntryID, LPENTRYID lpEntryID, ULONG ulEventMask, LPMAPIADVISESINK lpAdviseSink,
+                 ULONG* lpulConnection),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, Unadvise, (ULONG ulConnection), (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, OpenStatusEntry, (LPCIID lpInterface, ULONG ulFlags, ULONG* lpulObjType, LPVOID* lppEntry),
+                (override, Calltype(STDMETHODCALLTYPE)));
+};
+
+/// Answers IID_IMsgStore, IID_IMAPIProp and IID_IUnknown.
+class StoreDouble : public TestDouble<IMsgStore>
+{
+public:
+    StoreDouble();
+    ~StoreDouble() override;
+
+    TESTS_MOCK_IMAPIPROP_METHODS
+    MOCK_METHOD(HRESULT, Advise,
+                (ULONG cbEntryID, LPENTRYID lpEntryID, ULONG ulEventMask, LPMAPIADVISESINK lpAdviseSink,
+                 ULONG* lpulConnection),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, Unadvise, (ULONG ulConnection), (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, CompareEntryIDs,
+                (ULONG cbEntryID1, LPENTRYID lpEntryID1, ULONG cbEntryID2, LPENTRYID lpEntryID2, ULONG ulFlags,
+                 ULONG* lpulResult),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, OpenEntry,
+                (ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, ULONG ulFlags, ULONG* lpulObjType,
+                 LPUNKNOWN* lppUnk),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, SetReceiveFolder,
+                (LPTSTR lpszMessageClass, ULONG ulFlags, ULONG cbEntryID, LPENTRYID lpEntryID),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, GetReceiveFolder,
+                (LPTSTR lpszMessageClass, ULONG ulFlags, ULONG* lpcbEntryID, LPENTRYID* lppEntryID,
+                 LPTSTR* lppszExplicitClass),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, GetReceiveFolderTable, (ULONG ulFlags, LPMAPITABLE* lppTable),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, StoreLogoff, (ULONG * lpulFlags), (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, AbortSubmit, (ULONG cbEntryID, LPENTRYID lpEntryID, ULONG ulFlags),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, GetOutgoingQueue, (ULONG ulFlags, LPMAPITABLE* lppTable),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, SetLockState, (LPMESSAGE lpMessage, ULONG ulLockState),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, FinishedMsg, (ULONG ulFlags, ULONG cbEntryID, LPENTRYID lpEntryID),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, NotifyNewMail, (LPNOTIFICATION lpNotification), (override, Calltype(STDMETHODCALLTYPE)));
+};
+
+/// Answers IID_IMAPIFolder, IID_IMAPIContainer, IID_IMAPIProp and IID_IUnknown.
+class FolderDouble : public TestDouble<IMAPIFolder>
+{
+public:
+    FolderDouble();
+    ~FolderDouble() override;
+
+    TESTS_MOCK_IMAPIPROP_METHODS
+    MOCK_METHOD(HRESULT, GetContentsTable, (ULONG ulFlags, LPMAPITABLE* lppTable),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, GetHierarchyTable, (ULONG ulFlags, LPMAPITABLE* lppTable),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, OpenEntry,
+                (ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, ULONG ulFlags, ULONG* lpulObjType,
+                 LPUNKNOWN* lppUnk),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, SetSearchCriteria,
+                (LPSRestriction lpRestriction, LPENTRYLIST lpContainerList, ULONG ulSearchFlags),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, GetSearchCriteria,
+                (ULONG ulFlags, LPSRestriction* lppRestriction, LPENTRYLIST* lppContainerList, ULONG* lpulSearchState),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, CreateMessage, (LPCIID lpInterface, ULONG ulFlags, LPMESSAGE* lppMessage),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, CopyMessages,
+                (LPENTRYLIST lpMsgList, LPCIID lpInterface, LPVOID lpDestFolder, Quillon::Mapi::FolderUIParam ulUIParam,
+                 LPMAPIPROGRESS lpProgress, ULONG ulFlags),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, DeleteMessages,
+                (LPENTRYLIST lpMsgList, Quillon::Mapi::FolderUIParam ulUIParam, LPMAPIPROGRESS lpProgress,
+                 ULONG ulFlags),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, CreateFolder,
+                (ULONG ulFolderType, LPTSTR lpszFolderName, LPTSTR lpszFolderComment, LPCIID lpInterface, ULONG ulFlags,
+                 LPMAPIFOLDER* lppFolder),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, CopyFolder,
+                (ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, LPVOID lpDestFolder,
+                 LPTSTR lpszNewFolderName, Quillon::Mapi::FolderUIParam ulUIParam, LPMAPIPROGRESS lpProgress,
+                 ULONG ulFlags),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, DeleteFolder,
+                (ULONG cbEntryID, LPENTRYID lpEntryID, Quillon::Mapi::FolderUIParam ulUIParam,
+                 LPMAPIPROGRESS lpProgress, ULONG ulFlags),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, SetReadFlags,
+                (LPENTRYLIST lpMsgList, Quillon::Mapi::FolderUIParam ulUIParam, LPMAPIPROGRESS lpProgress,
+                 ULONG ulFlags),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, GetMessageStatus,
+                (ULONG cbEntryID, LPENTRYID lpEntryID, ULONG ulFlags, ULONG* lpulMessageStatus),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, SetMessageStatus,
+                (ULONG cbEntryID, LPENTRYID lpEntryID, ULONG ulNewStatus, ULONG ulNewStatusMask, ULONG* lpulOldStatus),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, SaveContentsSort, (LPSSortOrderSet lpSortCriteria, ULONG ulFlags),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, EmptyFolder,
+                (Quillon::Mapi::FolderUIParam ulUIParam, LPMAPIPROGRESS lpProgress, ULONG ulFlags),
+                (override, Calltype(STDMETHODCALLTYPE)));
+};
+
+/// Answers IID_IMAPITable and IID_IUnknown.
+class TableDouble : public TestDouble<IMAPITable>
+{
+public:
+    TableDouble();
+    ~TableDouble() override;
+
+    MOCK_METHOD(HRESULT, GetLastError, (HRESULT hResult, ULONG ulFlags, LPMAPIERROR* lppMAPIError),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, Advise, (ULONG ulEventMask, LPMAPIADVISESINK lpAdviseSink, ULONG* lpulConnection),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, Unadvise, (ULONG ulConnection), (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, GetStatus, (ULONG * lpulTableStatus, ULONG* lpulTableType),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, SetColumns, (LPSPropTagArray lpPropTagArray, ULONG ulFlags),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, QueryColumns, (ULONG ulFlags, LPSPropTagArray* lpPropTagArray),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, GetRowCount, (ULONG ulFlags, ULONG* lpulCount), (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, SeekRow, (BOOKMARK bkOrigin, LONG lRowCount, LONG* lplRowsSought),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, SeekRowApprox, (ULONG ulNumerator, ULONG ulDenominator),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, QueryPosition, (ULONG * lpulRow, ULONG* lpulNumerator, ULONG* lpulDenominator),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, FindRow, (LPSRestriction lpRestriction, BOOKMARK bkOrigin, ULONG ulFlags),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, Restrict, (LPSRestriction lpRestriction, ULONG ulFlags),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, CreateBookmark, (BOOKMARK * lpbkPosition), (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, FreeBookmark, (BOOKMARK bkPosition), (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, SortTable, (LPSSortOrderSet lpSortCriteria, ULONG ulFlags),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, QuerySortOrder, (LPSSortOrderSet * lppSortCriteria), (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, QueryRows, (LONG lRowCount, ULONG ulFlags, LPSRowSet* lppRows),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, Abort, (), (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, ExpandRow,
+                (ULONG cbInstanceKey, LPBYTE pbInstanceKey, ULONG ulRowCount, ULONG ulFlags, LPSRowSet* lppRows,
+                 ULONG* lpulMoreRows),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, CollapseRow, (ULONG cbInstanceKey, LPBYTE pbInstanceKey, ULONG ulFlags, ULONG* lpulRowCount),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, WaitForCompletion, (ULONG ulFlags, ULONG ulTimeout, ULONG* lpulTableStatus),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, GetCollapseState,
+                (ULONG ulFlags, ULONG cbInstanceKey, LPBYTE lpbInstanceKey, ULONG* lpcbCollapseState,
+                 LPBYTE* lppbCollapseState),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, SetCollapseState,
+                (ULONG ulFlags, ULONG cbCollapseState, LPBYTE pbCollapseState, BOOKMARK* lpbkLocation),
+                (override, Calltype(STDMETHODCALLTYPE)));
+};
+
+/// Answers IID_IMessage, IID_IMAPIProp and IID_IUnknown.
+class MessageDouble : public TestDouble<IMessage>
+{
+public:
+    MessageDouble();
+    ~MessageDouble() override;
+
+    TESTS_MOCK_IMAPIPROP_METHODS
+    MOCK_METHOD(HRESULT, GetAttachmentTable, (ULONG ulFlags, LPMAPITABLE* lppTable),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, OpenAttach, (ULONG ulAttachmentNum, LPCIID lpInterface, ULONG ulFlags, LPATTACH* lppAttach),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, CreateAttach,
+                (LPCIID lpInterface, ULONG ulFlags, ULONG* lpulAttachmentNum, LPATTACH* lppAttach),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, DeleteAttach,
+                (ULONG ulAttachmentNum, Quillon::Mapi::MessageUIParam ulUIParam, LPMAPIPROGRESS lpProgress,
+                 ULONG ulFlags),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, GetRecipientTable, (ULONG ulFlags, LPMAPITABLE* lppTable),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, ModifyRecipients, (ULONG ulFlags, LPADRLIST lpMods), (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, SubmitMessage, (ULONG ulFlags), (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, SetReadFlag, (ULONG ulFlags), (override, Calltype(STDMETHODCALLTYPE)));
+};
+
+/// Answers IID_IAttachment, IID_IMAPIProp and IID_IUnknown.
+class AttachDouble : public TestDouble<IAttach>
+{
+public:
+    AttachDouble();
+    ~AttachDouble() override;
+
+    TESTS_MOCK_IMAPIPROP_METHODS
+};
+
+} // namespace Tests
