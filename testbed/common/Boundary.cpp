@@ -26,7 +26,9 @@ void* LinkedText(const MapiMemory& memory, void* parent, const std::wstring& tex
 } // namespace
 
 Failure::Failure(HRESULT result, std::wstring text)
-    : m_result(result), m_text(std::move(text)), m_utf8(Utf8FromWide(m_text))
+    : m_result(result),
+      m_text(std::move(text)),
+      m_utf8(Utf8FromWide(m_text))
 {
 }
 
@@ -85,8 +87,8 @@ HRESULT LastError::Get(const MapiMemory& memory, HRESULT result, ULONG flags, LP
     }
 }
 
-LPMAPIERROR MakeMapiError(const MapiMemory& memory, const std::wstring& text, const wchar_t* component,
-                          ULONG lowLevel, ULONG flags)
+LPMAPIERROR MakeMapiError(const MapiMemory& memory, const std::wstring& text, const wchar_t* component, ULONG lowLevel,
+                          ULONG flags)
 {
     MapiBlock<MAPIERROR> error(memory, static_cast<MAPIERROR*>(memory.Allocate(sizeof(MAPIERROR))));
     error->ulVersion = MAPI_ERROR_VERSION;

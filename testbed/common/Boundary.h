@@ -59,8 +59,8 @@ private:
 };
 
 /// Makes a MAPIERROR record as `LastError::Get` does; throws `Failure` when there is no memory.
-LPMAPIERROR MakeMapiError(const MapiMemory& memory, const std::wstring& text, const wchar_t* component,
-                          ULONG lowLevel, ULONG flags);
+LPMAPIERROR MakeMapiError(const MapiMemory& memory, const std::wstring& text, const wchar_t* component, ULONG lowLevel,
+                          ULONG flags);
 
 /// Turns the exception that is being handled into its result code and remembers its text. Only inside a catch block.
 HRESULT ResultOfCurrentException(LastError* lastError) noexcept;

@@ -15,7 +15,9 @@ class MapiMemory
 public:
     MapiMemory() noexcept = default;
     MapiMemory(LPALLOCATEBUFFER allocateBuffer, LPALLOCATEMORE allocateMore, LPFREEBUFFER freeBuffer) noexcept
-        : m_allocateBuffer(allocateBuffer), m_allocateMore(allocateMore), m_freeBuffer(freeBuffer)
+        : m_allocateBuffer(allocateBuffer),
+          m_allocateMore(allocateMore),
+          m_freeBuffer(freeBuffer)
     {
     }
 
@@ -51,10 +53,7 @@ class MapiBlock
 public:
     explicit MapiBlock(const MapiMemory& memory) noexcept : m_memory(memory) {}
     MapiBlock(const MapiMemory& memory, T* block) noexcept : m_memory(memory), m_block(block) {}
-    MapiBlock(MapiBlock&& other) noexcept
-        : m_memory(other.m_memory), m_block(std::exchange(other.m_block, nullptr))
-    {
-    }
+    MapiBlock(MapiBlock&& other) noexcept : m_memory(other.m_memory), m_block(std::exchange(other.m_block, nullptr)) {}
     MapiBlock& operator=(MapiBlock&& other) noexcept
     {
         std::swap(m_memory, other.m_memory);

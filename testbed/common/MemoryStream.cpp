@@ -20,7 +20,8 @@ class Contents
 {
 public:
     Contents(Bytes bytes, std::function<HRESULT(const Bytes&)> commit)
-        : m_bytes(std::move(bytes)), m_commit(std::move(commit))
+        : m_bytes(std::move(bytes)),
+          m_commit(std::move(commit))
     {
     }
 
@@ -91,7 +92,8 @@ class MemoryStream final : public ComObject<IStream, &IID_IStream, &IID_ISequent
 {
 public:
     MemoryStream(std::shared_ptr<Contents> contents, std::uint64_t position)
-        : m_contents(std::move(contents)), m_position(position)
+        : m_contents(std::move(contents)),
+          m_position(position)
     {
     }
 

@@ -576,25 +576,22 @@ void PropValue::CopyTo(SPropValue& target, const MapiMemory& memory, void* paren
     case PT_MV_STRING8:
     {
         const auto& list = *Get<List<std::string>>();
-        out.MVszA = {Counted(list.size()),
-                     LinkedArray<LPSTR>(list, memory, parent,
-                                        [&](const std::string& text) { return LinkedString(text, memory, parent); })};
+        out.MVszA = {Counted(list.size()), LinkedArray<LPSTR>(list, memory, parent, [&](const std::string& text)
+                                                              { return LinkedString(text, memory, parent); })};
         break;
     }
     case PT_MV_UNICODE:
     {
         const auto& list = *Get<List<std::wstring>>();
-        out.MVszW = {Counted(list.size()),
-                     LinkedArray<LPWSTR>(list, memory, parent,
-                                         [&](const std::wstring& text) { return LinkedString(text, memory, parent); })};
+        out.MVszW = {Counted(list.size()), LinkedArray<LPWSTR>(list, memory, parent, [&](const std::wstring& text)
+                                                               { return LinkedString(text, memory, parent); })};
         break;
     }
     case PT_MV_BINARY:
     {
         const auto& list = *Get<List<Bytes>>();
-        out.MVbin = {Counted(list.size()),
-                     LinkedArray<SBinary>(list, memory, parent,
-                                          [&](const Bytes& bytes) { return LinkedBinary(bytes, memory, parent); })};
+        out.MVbin = {Counted(list.size()), LinkedArray<SBinary>(list, memory, parent, [&](const Bytes& bytes)
+                                                                { return LinkedBinary(bytes, memory, parent); })};
         break;
     }
     case PT_MV_CLSID:
@@ -677,8 +674,7 @@ LPSPropTagArray MakeTagArray(const MapiMemory& memory, const std::vector<ULONG>&
 LPSPropProblemArray MakeProblemArray(const MapiMemory& memory, const std::vector<SPropProblem>& problems)
 {
     const ULONG count = Counted(problems.size());
-    auto* array =
-        static_cast<SPropProblemArray*>(memory.Allocate(CbNewSPropProblemArray(std::max<size_t>(count, 1))));
+    auto* array = static_cast<SPropProblemArray*>(memory.Allocate(CbNewSPropProblemArray(std::max<size_t>(count, 1))));
     array->cProblem = count;
     std::copy(problems.begin(), problems.end(), array->aProblem);
     return array;

@@ -20,11 +20,11 @@ public:
     /// The payload, by type: PT_NULL, PT_OBJECT: nothing; PT_I2; PT_LONG and PT_ERROR; PT_R4; PT_DOUBLE and PT_APPTIME;
     /// PT_BOOLEAN; PT_I8, PT_CURRENCY and PT_SYSTIME (100 ns since 1601); PT_STRING8; PT_UNICODE; PT_BINARY; PT_CLSID;
     /// then the multi-valued ones.
-    using Payload = std::variant<std::monostate, std::int16_t, std::int32_t, float, double, bool, std::int64_t,
-                                 std::string, std::wstring, Bytes, GUID, std::vector<std::int16_t>,
-                                 std::vector<std::int32_t>, std::vector<float>, std::vector<double>,
-                                 std::vector<std::int64_t>, std::vector<std::string>, std::vector<std::wstring>,
-                                 std::vector<Bytes>, std::vector<GUID>>;
+    using Payload =
+        std::variant<std::monostate, std::int16_t, std::int32_t, float, double, bool, std::int64_t, std::string,
+                     std::wstring, Bytes, GUID, std::vector<std::int16_t>, std::vector<std::int32_t>,
+                     std::vector<float>, std::vector<double>, std::vector<std::int64_t>, std::vector<std::string>,
+                     std::vector<std::wstring>, std::vector<Bytes>, std::vector<GUID>>;
 
     /// PR_NULL.
     PropValue() noexcept = default;

@@ -104,7 +104,8 @@ HRESULT GetProps(const PropertySource& source, const MapiMemory& memory, LPSProp
 
     *values = result.empty() ? nullptr : MakePropArray(memory, result);
     *count = static_cast<ULONG>(result.size());
-    const bool errors = std::any_of(result.begin(), result.end(), [](const PropValue& value) { return value.IsError(); });
+    const bool errors =
+        std::any_of(result.begin(), result.end(), [](const PropValue& value) { return value.IsError(); });
     return errors ? MAPI_W_ERRORS_RETURNED : S_OK;
 }
 

@@ -72,8 +72,7 @@ HRESULT SetProps(PropertySink& sink, const MapiMemory& memory, ULONG count, LPSP
                  LPSPropProblemArray* problems);
 
 /// The body of IMAPIProp::DeleteProps. Removing what is not there is a problem entry with MAPI_E_NOT_FOUND.
-HRESULT DeleteProps(PropertySink& sink, const MapiMemory& memory, LPSPropTagArray tags,
-                    LPSPropProblemArray* problems);
+HRESULT DeleteProps(PropertySink& sink, const MapiMemory& memory, LPSPropTagArray tags, LPSPropProblemArray* problems);
 
 /// Properties by identifier, in memory. Not thread-safe.
 class PropertyBag : public PropertySource, public PropertySink

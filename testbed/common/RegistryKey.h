@@ -43,7 +43,8 @@ public:
     static RegistryKey Create(HKEY parent, const std::wstring& path, LSTATUS& error) noexcept
     {
         RegistryKey key;
-        error = RegCreateKeyExW(parent, path.c_str(), 0, nullptr, 0, KEY_READ | KEY_WRITE, nullptr, &key.m_key, nullptr);
+        error =
+            RegCreateKeyExW(parent, path.c_str(), 0, nullptr, 0, KEY_READ | KEY_WRITE, nullptr, &key.m_key, nullptr);
         if (error != ERROR_SUCCESS)
         {
             key.m_key = nullptr;

@@ -38,8 +38,8 @@ std::vector<PropValue> Singles(const PropValue& value)
     const ULONG tag = CHANGE_PROP_TYPE(value.Tag(), SingleType(value.Type()));
     const auto split = [&]<class T>(const T& payload)
     {
-        if constexpr (!std::is_same_v<T, std::string> && !std::is_same_v<T, std::wstring> && !std::is_same_v<T, Bytes> &&
-                      requires { payload.begin(); })
+        if constexpr (!std::is_same_v<T, std::string> && !std::is_same_v<T, std::wstring> &&
+                      !std::is_same_v<T, Bytes> && requires { payload.begin(); })
         {
             for (const auto& element : payload)
             {
@@ -213,7 +213,9 @@ class Content final : public Restriction
 {
 public:
     Content(ULONG fuzzyLevel, ULONG tag, PropValue value)
-        : m_fuzzyLevel(fuzzyLevel), m_tag(tag), m_value(std::move(value)),
+        : m_fuzzyLevel(fuzzyLevel),
+          m_tag(tag),
+          m_value(std::move(value)),
           m_pattern(m_value.Type() == PT_BINARY ? std::wstring() : Folded(m_value.AsText()))
     {
     }

@@ -32,8 +32,12 @@ class Table final : public ComObject<IMAPITable, &IID_IMAPITable>
 {
 public:
     Table(std::shared_ptr<const RowSource> rows, const MapiMemory& memory, ULONG flags, const wchar_t* component)
-        : m_rows(std::move(rows)), m_memory(memory), m_flags(flags & MAPI_UNICODE), m_lastError(component),
-          m_columns(Shown(m_rows->DefaultColumns())), m_generation(m_rows->Generation())
+        : m_rows(std::move(rows)),
+          m_memory(memory),
+          m_flags(flags & MAPI_UNICODE),
+          m_lastError(component),
+          m_columns(Shown(m_rows->DefaultColumns())),
+          m_generation(m_rows->Generation())
     {
         SetPosition(0);
     }
@@ -354,7 +358,8 @@ STDMETHODIMP Table::QueryColumns(ULONG ulFlags, LPSPropTagArray* lpPropTagArray)
         {
             CheckOutput(lpPropTagArray);
             CheckFlags(ulFlags, TBL_ALL_COLUMNS);
-            *lpPropTagArray = MakeTagArray(m_memory, ulFlags & TBL_ALL_COLUMNS ? Shown(m_rows->AllColumns()) : m_columns);
+            *lpPropTagArray =
+                MakeTagArray(m_memory, ulFlags & TBL_ALL_COLUMNS ? Shown(m_rows->AllColumns()) : m_columns);
             return S_OK;
         });
 }

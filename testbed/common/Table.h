@@ -52,10 +52,12 @@ private:
 /// `component` names the module in extended errors.
 ///
 /// Contract beyond MAPI's text, where that leaves a choice:
-/// - Missing cells are PT_ERROR with MAPI_E_NOT_FOUND, cells over `MaxInlineSize` PT_ERROR with MAPI_E_NOT_ENOUGH_MEMORY.
+/// - Missing cells are PT_ERROR with MAPI_E_NOT_FOUND, cells over `MaxInlineSize` PT_ERROR with
+/// MAPI_E_NOT_ENOUGH_MEMORY.
 /// - SortTable: categories and instances of multi-values are refused with MAPI_E_NO_SUPPORT; no criteria (cSorts 0)
 ///   brings the natural order back; equal rows keep it; rows without the property come last in both directions.
-/// - SortTable and Restrict put the position at the beginning and lose all bookmarks (MAPI_E_INVALID_BOOKMARK after it).
+/// - SortTable and Restrict put the position at the beginning and lose all bookmarks (MAPI_E_INVALID_BOOKMARK after
+/// it).
 /// - FindRow includes the row that the bookmark names, in both directions.
 /// - A bookmark or position whose row has gone stands on the row that followed; SeekRow and FindRow then say
 ///   MAPI_W_POSITION_CHANGED once.

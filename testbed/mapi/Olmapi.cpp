@@ -37,125 +37,126 @@ std::optional<std::string> FindComponent(const std::wstring& component)
     const auto name = mail ? mail.ReadText(nullptr) : std::nullopt;
     const RegistryKey client = name ? RegistryKey::Open(mail.Get(), *name) : RegistryKey();
     const auto id = client ? client.ReadText(L"MSIComponentID") : std::nullopt;
-    const auto path = id && _wcsicmp(id->c_str(), component.c_str()) == 0 ? client.ReadText(L"DllPathEx") : std::nullopt;
+    const auto path =
+        id && _wcsicmp(id->c_str(), component.c_str()) == 0 ? client.ReadText(L"DllPathEx") : std::nullopt;
     return path ? std::optional(AnsiFromWide(*path)) : std::nullopt;
 }
 } // namespace
 
 extern "C"
 {
-SCODE WINAPI MAPIAllocateBuffer(ULONG cbSize, LPVOID* lppBuffer)
-{
-    return Allocate(cbSize, nullptr, lppBuffer);
-}
+    SCODE WINAPI MAPIAllocateBuffer(ULONG cbSize, LPVOID* lppBuffer)
+    {
+        return Allocate(cbSize, nullptr, lppBuffer);
+    }
 
-SCODE WINAPI MAPIAllocateMore(ULONG cbSize, LPVOID lpObject, LPVOID* lppBuffer)
-{
-    if (!lpObject)
+    SCODE WINAPI MAPIAllocateMore(ULONG cbSize, LPVOID lpObject, LPVOID* lppBuffer)
     {
-        return MAPI_E_INVALID_PARAMETER;
-    }
-    return Allocate(cbSize, lpObject, lppBuffer);
-}
-
-ULONG WINAPI MAPIFreeBuffer(LPVOID lpBuffer)
-{
-    if (lpBuffer)
-    {
-        AllBlocks().Free(lpBuffer);
-    }
-    return S_OK;
-}
-
-HRESULT WINAPI WrapStoreEntryID(ULONG ulFlags, LPSTR lpszDLLName, ULONG cbOrigEntry, LPENTRYID lpOrigEntry,
-                                ULONG* lpcbWrappedEntry, LPENTRYID* lppWrappedEntry)
-{
-    if (!lpszDLLName || !lpOrigEntry || !lpcbWrappedEntry || !lppWrappedEntry)
-    {
-        return MAPI_E_INVALID_PARAMETER;
-    }
-    if (ulFlags & ~MAPI_UNICODE)
-    {
-        return MAPI_E_UNKNOWN_FLAGS;
-    }
-    if (ulFlags & MAPI_UNICODE)
-    {
-        return MAPI_E_BAD_CHARWIDTH;
-    }
-    if (cbOrigEntry < sizeof(ENTRYID::abFlags))
-    {
-        return MAPI_E_INVALID_ENTRYID;
-    }
-    try
-    {
-        const Bytes wrapped = WrapStoreEntryId(lpszDLLName, lpOrigEntry, cbOrigEntry);
-        void* block = nullptr;
-        const SCODE result = Allocate(static_cast<ULONG>(wrapped.size()), nullptr, &block);
-        if (FAILED(result))
+        if (!lpObject)
         {
-            return result;
+            return MAPI_E_INVALID_PARAMETER;
         }
-        std::memcpy(block, wrapped.data(), wrapped.size());
-        *lpcbWrappedEntry = static_cast<ULONG>(wrapped.size());
-        *lppWrappedEntry = static_cast<ENTRYID*>(block);
+        return Allocate(cbSize, lpObject, lppBuffer);
+    }
+
+    ULONG WINAPI MAPIFreeBuffer(LPVOID lpBuffer)
+    {
+        if (lpBuffer)
+        {
+            AllBlocks().Free(lpBuffer);
+        }
         return S_OK;
     }
-    catch (const std::exception&)
-    {
-        return MAPI_E_NOT_ENOUGH_MEMORY;
-    }
-}
 
-BOOL WINAPI FGetComponentPath(LPSTR szComponent, LPSTR, LPSTR szDllPath, DWORD cchBufferSize, BOOL)
-{
-    if (!szComponent || !szDllPath || cchBufferSize == 0)
+    HRESULT WINAPI WrapStoreEntryID(ULONG ulFlags, LPSTR lpszDLLName, ULONG cbOrigEntry, LPENTRYID lpOrigEntry,
+                                    ULONG* lpcbWrappedEntry, LPENTRYID* lppWrappedEntry)
     {
-        return FALSE;
+        if (!lpszDLLName || !lpOrigEntry || !lpcbWrappedEntry || !lppWrappedEntry)
+        {
+            return MAPI_E_INVALID_PARAMETER;
+        }
+        if (ulFlags & ~MAPI_UNICODE)
+        {
+            return MAPI_E_UNKNOWN_FLAGS;
+        }
+        if (ulFlags & MAPI_UNICODE)
+        {
+            return MAPI_E_BAD_CHARWIDTH;
+        }
+        if (cbOrigEntry < sizeof(ENTRYID::abFlags))
+        {
+            return MAPI_E_INVALID_ENTRYID;
+        }
+        try
+        {
+            const Bytes wrapped = WrapStoreEntryId(lpszDLLName, lpOrigEntry, cbOrigEntry);
+            void* block = nullptr;
+            const SCODE result = Allocate(static_cast<ULONG>(wrapped.size()), nullptr, &block);
+            if (FAILED(result))
+            {
+                return result;
+            }
+            std::memcpy(block, wrapped.data(), wrapped.size());
+            *lpcbWrappedEntry = static_cast<ULONG>(wrapped.size());
+            *lppWrappedEntry = static_cast<ENTRYID*>(block);
+            return S_OK;
+        }
+        catch (const std::exception&)
+        {
+            return MAPI_E_NOT_ENOUGH_MEMORY;
+        }
     }
-    szDllPath[0] = '\0';
-    try
+
+    BOOL WINAPI FGetComponentPath(LPSTR szComponent, LPSTR, LPSTR szDllPath, DWORD cchBufferSize, BOOL)
     {
-        const auto path = FindComponent(WideFromAnsi(szComponent));
-        if (!path || path->size() >= cchBufferSize)
+        if (!szComponent || !szDllPath || cchBufferSize == 0)
         {
             return FALSE;
         }
-        std::memcpy(szDllPath, path->c_str(), path->size() + 1);
+        szDllPath[0] = '\0';
+        try
+        {
+            const auto path = FindComponent(WideFromAnsi(szComponent));
+            if (!path || path->size() >= cchBufferSize)
+            {
+                return FALSE;
+            }
+            std::memcpy(szDllPath, path->c_str(), path->size() + 1);
+            return TRUE;
+        }
+        catch (const std::exception&)
+        {
+            return FALSE;
+        }
+    }
+
+    BOOL WINAPI OlmapiGetStatistics(OlmapiStatistics* lpStatistics)
+    {
+        if (!lpStatistics || lpStatistics->cbSize != sizeof(OlmapiStatistics))
+        {
+            return FALSE;
+        }
+        AllBlocks().Statistics(*lpStatistics);
         return TRUE;
     }
-    catch (const std::exception&)
+
+    ULONG WINAPI OlmapiEnumerateBlocks(ULONGLONG ullFirstSerial, OLMAPI_BLOCK_CALLBACK lpfnCallback, LPVOID lpvContext)
     {
-        return FALSE;
+        return lpfnCallback ? AllBlocks().Enumerate(ullFirstSerial, lpfnCallback, lpvContext) : 0;
     }
-}
 
-BOOL WINAPI OlmapiGetStatistics(OlmapiStatistics* lpStatistics)
-{
-    if (!lpStatistics || lpStatistics->cbSize != sizeof(OlmapiStatistics))
+    void WINAPI OlmapiFailAllocation(ULONG ulNth)
     {
-        return FALSE;
+        AllBlocks().FailNth(ulNth);
     }
-    AllBlocks().Statistics(*lpStatistics);
-    return TRUE;
-}
 
-ULONG WINAPI OlmapiEnumerateBlocks(ULONGLONG ullFirstSerial, OLMAPI_BLOCK_CALLBACK lpfnCallback, LPVOID lpvContext)
-{
-    return lpfnCallback ? AllBlocks().Enumerate(ullFirstSerial, lpfnCallback, lpvContext) : 0;
-}
+    void WINAPI OlmapiCheckBlocks()
+    {
+        AllBlocks().CheckAll();
+    }
 
-void WINAPI OlmapiFailAllocation(ULONG ulNth)
-{
-    AllBlocks().FailNth(ulNth);
-}
-
-void WINAPI OlmapiCheckBlocks()
-{
-    AllBlocks().CheckAll();
-}
-
-void WINAPI OlmapiRequireNoBlocks(ULONGLONG ullFirstSerial)
-{
-    AllBlocks().RequireNone(ullFirstSerial);
-}
+    void WINAPI OlmapiRequireNoBlocks(ULONGLONG ullFirstSerial)
+    {
+        AllBlocks().RequireNone(ullFirstSerial);
+    }
 }

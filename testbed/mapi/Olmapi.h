@@ -55,7 +55,7 @@ using OLMAPI_GET_STATISTICS = BOOL(WINAPI*)(OlmapiStatistics* lpStatistics);
 /// "OlmapiEnumerateBlocks": calls back for each live block whose serial is at least `ullFirstSerial`, in the order of
 /// their allocation; returns how many it told of.
 using OLMAPI_ENUMERATE_BLOCKS = ULONG(WINAPI*)(ULONGLONG ullFirstSerial, OLMAPI_BLOCK_CALLBACK lpfnCallback,
-                                              LPVOID lpvContext);
+                                               LPVOID lpvContext);
 /// "OlmapiFailAllocation": the n-th allocation call from now (1 is the next) fails with MAPI_E_NOT_ENOUGH_MEMORY, once;
 /// 0 takes a failure that is still to come back.
 using OLMAPI_FAIL_ALLOCATION = void(WINAPI*)(ULONG ulNth);
@@ -68,8 +68,8 @@ using OLMAPI_REQUIRE_NO_BLOCKS = void(WINAPI*)(ULONGLONG ullFirstSerial);
 
 /// "WrapStoreEntryID".
 using WRAPSTOREENTRYID = HRESULT(WINAPI*)(ULONG ulFlags, LPSTR lpszDLLName, ULONG cbOrigEntry, LPENTRYID lpOrigEntry,
-                                         ULONG* lpcbWrappedEntry, LPENTRYID* lppWrappedEntry);
+                                          ULONG* lpcbWrappedEntry, LPENTRYID* lppWrappedEntry);
 /// "FGetComponentPath".
 using FGETCOMPONENTPATH = BOOL(WINAPI*)(LPSTR szComponent, LPSTR szQualifier, LPSTR szDllPath, DWORD cchBufferSize,
-                                       BOOL fInstall);
+                                        BOOL fInstall);
 } // namespace Testbed

@@ -20,10 +20,10 @@ constexpr LONG RowsAtOnce = 256;
 
 // What tells where an object is and what its store makes of it; a copy has its own.
 constexpr ULONG PlaceTags[] = {
-    PR_ENTRYID,       PR_PARENT_ENTRYID,   PR_RECORD_KEY,       PR_INSTANCE_KEY,  PR_STORE_ENTRYID,
-    PR_OBJECT_TYPE,   PR_STORE_RECORD_KEY, PR_MDB_PROVIDER,     PR_ACCESS,        PR_ACCESS_LEVEL,
-    PR_ATTACH_NUM,    PR_STORE_SUPPORT_MASK, PR_MAPPING_SIGNATURE, PR_CONTENT_COUNT, PR_CONTENT_UNREAD,
-    PR_SUBFOLDERS,    PR_HASATTACH,        PR_MESSAGE_SIZE,     PR_ATTACH_SIZE,   PR_FOLDER_TYPE,
+    PR_ENTRYID,     PR_PARENT_ENTRYID,     PR_RECORD_KEY,        PR_INSTANCE_KEY,  PR_STORE_ENTRYID,
+    PR_OBJECT_TYPE, PR_STORE_RECORD_KEY,   PR_MDB_PROVIDER,      PR_ACCESS,        PR_ACCESS_LEVEL,
+    PR_ATTACH_NUM,  PR_STORE_SUPPORT_MASK, PR_MAPPING_SIGNATURE, PR_CONTENT_COUNT, PR_CONTENT_UNREAD,
+    PR_SUBFOLDERS,  PR_HASATTACH,          PR_MESSAGE_SIZE,      PR_ATTACH_SIZE,   PR_FOLDER_TYPE,
 };
 
 // Properties that stand for what is in an object; they are copied by what they stand for.
@@ -212,8 +212,8 @@ public:
         const ComPtr<IMAPIProp> pointer(&object);
         const auto add = [&tags](ULONG tag)
         {
-            const bool listed = std::any_of(tags.begin(), tags.end(),
-                                            [tag](ULONG known) { return PROP_ID(known) == PROP_ID(tag); });
+            const bool listed =
+                std::any_of(tags.begin(), tags.end(), [tag](ULONG known) { return PROP_ID(known) == PROP_ID(tag); });
             if (!listed)
             {
                 tags.push_back(tag);
@@ -407,8 +407,8 @@ private:
         std::copy_if(names.Get(), names.Get() + count, std::back_inserter(known),
                      [](const MAPINAMEID* name) { return name && name->lpguid; });
         MapiBlock<SPropTagArray> ids(m_memory);
-        if (!known.empty() && FAILED(destination.GetIDsFromNames(static_cast<ULONG>(known.size()), known.data(),
-                                                                 MAPI_CREATE, ids.Put())))
+        if (!known.empty() &&
+            FAILED(destination.GetIDsFromNames(static_cast<ULONG>(known.size()), known.data(), MAPI_CREATE, ids.Put())))
         {
             std::replace_if(mapped.begin(), mapped.end(), IsNamed, PR_NULL);
             return mapped;
@@ -513,8 +513,8 @@ private:
             return result;
         }
         ComPtr<IStream> to;
-        result = destination.OpenProperty(target, &IID_IStream, STGM_READWRITE | STGM_CREATE,
-                                          MAPI_CREATE | MAPI_MODIFY, to.PutAs<IUnknown>());
+        result = destination.OpenProperty(target, &IID_IStream, STGM_READWRITE | STGM_CREATE, MAPI_CREATE | MAPI_MODIFY,
+                                          to.PutAs<IUnknown>());
         return FAILED(result) ? result : CopyStream(*from, *to);
     }
 
@@ -572,10 +572,9 @@ private:
                 if (fromFolder && toFolder)
                 {
                     const ULONG id = PROP_ID(tags[index]);
-                    const bool complete = CopyContents(
-                        *fromFolder, *toFolder, id == PROP_ID(PR_CONTAINER_CONTENTS),
-                        id == PROP_ID(PR_FOLDER_ASSOCIATED_CONTENTS), id == PROP_ID(PR_CONTAINER_HIERARCHY), nullptr,
-                        depth + 1);
+                    const bool complete = CopyContents(*fromFolder, *toFolder, id == PROP_ID(PR_CONTAINER_CONTENTS),
+                                                       id == PROP_ID(PR_FOLDER_ASSOCIATED_CONTENTS),
+                                                       id == PROP_ID(PR_CONTAINER_HIERARCHY), nullptr, depth + 1);
                     result = complete ? S_OK : MAPI_E_UNABLE_TO_COMPLETE;
                 }
                 break;
@@ -597,9 +596,12 @@ private:
         for (auto& row : rows)
         {
             // The destination numbers its rows itself.
-            std::erase_if(row, [](const PropValue& value)
-                          { return value.IsError() || value.Id() == PROP_ID(PR_ROWID) ||
-                                   value.Id() == PROP_ID(PR_INSTANCE_KEY); });
+            std::erase_if(row,
+                          [](const PropValue& value)
+                          {
+                              return value.IsError() || value.Id() == PROP_ID(PR_ROWID) ||
+                                     value.Id() == PROP_ID(PR_INSTANCE_KEY);
+                          });
         }
         if (rows.empty() && (flags & MAPI_NOREPLACE))
         {
@@ -862,8 +864,8 @@ void CopyProperties(const MapiMemory& memory, LPSPropTagArray tags, const CopyTo
     const std::vector<ULONG> own = copier.TagsOf(*pair.source);
     for (ULONG& tag : asked)
     {
-        const auto found = std::find_if(own.begin(), own.end(),
-                                        [tag](ULONG known) { return PROP_ID(known) == PROP_ID(tag); });
+        const auto found =
+            std::find_if(own.begin(), own.end(), [tag](ULONG known) { return PROP_ID(known) == PROP_ID(tag); });
         if (PROP_TYPE(tag) == PT_UNSPECIFIED && found != own.end())
         {
             tag = *found;
@@ -932,8 +934,7 @@ HRESULT CopyFolder(const MapiMemory& memory, LPCIID sourceInterface, LPVOID sour
 
     const bool move = (flags & FOLDER_MOVE) != 0;
     const auto name = newName ? std::optional(TextArgument(newName, flags)) : std::nullopt;
-    const bool complete =
-        copier.CopyFolderObject(*folder, *to, name, move || (flags & COPY_SUBFOLDERS), progress, 0);
+    const bool complete = copier.CopyFolderObject(*folder, *to, name, move || (flags & COPY_SUBFOLDERS), progress, 0);
     if (!complete)
     {
         return MAPI_W_PARTIAL_COMPLETION;

@@ -75,7 +75,8 @@ void MakeObjectInvalid(const MapiMemory& memory, void* object, ULONG references,
 {
     if (methods < 3 || methods > MaxInvalidMethods || references == 0)
     {
-        Fail(MAPI_E_INVALID_PARAMETER, L"An object to be made invalid has an impossible number of methods or references.");
+        Fail(MAPI_E_INVALID_PARAMETER,
+             L"An object to be made invalid has an impossible number of methods or references.");
     }
     const std::lock_guard guard(g_lock);
     g_memory.insert_or_assign(object, memory);

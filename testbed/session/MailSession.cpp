@@ -34,8 +34,8 @@ public:
         const auto function = reinterpret_cast<F>(reinterpret_cast<void*>(GetProcAddress(m_module, name.c_str())));
         if (!function)
         {
-            Fail(MAPI_E_VERSION, L"The provider module \"" + m_path.wstring() + L"\" does not export \"" +
-                                     WideFromAnsi(name) + L"\".");
+            Fail(MAPI_E_VERSION,
+                 L"The provider module \"" + m_path.wstring() + L"\" does not export \"" + WideFromAnsi(name) + L"\".");
         }
         return function;
     }
@@ -145,8 +145,8 @@ struct MailSession::State
         const auto uid = FindService();
         if (!uid)
         {
-            Fail(MAPI_E_UNCONFIGURED, L"The profile \"" + profile->Name() + L"\" has no message service \"" +
-                                          service.serviceName + L"\".");
+            Fail(MAPI_E_UNCONFIGURED,
+                 L"The profile \"" + profile->Name() + L"\" has no message service \"" + service.serviceName + L"\".");
         }
         return *uid;
     }
@@ -170,8 +170,7 @@ struct MailSession::State
         const auto wrapped = UnwrapStoreEntryId(entryId, size);
         if (wrapped && _stricmp(wrapped->dllName.c_str(), AnsiFromWide(DllName()).c_str()) == 0)
         {
-            const HRESULT result =
-                store->QueryInterface(iid ? *iid : IID_IMsgStore, reinterpret_cast<void**>(object));
+            const HRESULT result = store->QueryInterface(iid ? *iid : IID_IMsgStore, reinterpret_cast<void**>(object));
             if (SUCCEEDED(result))
             {
                 *type = MAPI_STORE;
@@ -204,7 +203,8 @@ struct MailSession::State
         context.status = state->status;
         context.notifications = state->notifications;
         const std::weak_ptr<State> weak = state;
-        context.openEntry = [weak](ULONG size, LPENTRYID entryId, LPCIID iid, ULONG flags, ULONG* type, LPUNKNOWN* object)
+        context.openEntry =
+            [weak](ULONG size, LPENTRYID entryId, LPCIID iid, ULONG flags, ULONG* type, LPUNKNOWN* object)
         {
             const auto session = weak.lock();
             return session ? session->OpenEntry(size, entryId, iid, flags, type, object) : MAPI_E_END_OF_SESSION;
@@ -236,9 +236,8 @@ struct MailSession::State
         const MapiBlock<SPropValue> props(state->Memory(),
                                           values.empty() ? nullptr : MakePropArray(state->Memory(), values));
         MapiBlock<MAPIERROR> mapiError(state->Memory());
-        const HRESULT result =
-            entry(module.Handle(), allocator.Get(), support.Get(), 0, MAPI_UNICODE, context,
-                  static_cast<ULONG>(values.size()), props.Get(), admin.Get(), mapiError.Put());
+        const HRESULT result = entry(module.Handle(), allocator.Get(), support.Get(), 0, MAPI_UNICODE, context,
+                                     static_cast<ULONG>(values.size()), props.Get(), admin.Get(), mapiError.Put());
         GiveText(error, ErrorText(mapiError.Get(), MAPI_UNICODE));
         return result;
     }
@@ -349,8 +348,7 @@ void MailSession::CreateService()
     m_state->Module();
 
     const Uid uid = Uid::Create();
-    profile.Change(uid, {PropValue::Uid(PR_SERVICE_UID, uid),
-                         PropValue::String(PR_SERVICE_NAME_W, service.serviceName),
+    profile.Change(uid, {PropValue::Uid(PR_SERVICE_UID, uid), PropValue::String(PR_SERVICE_NAME_W, service.serviceName),
                          PropValue::String(PR_DISPLAY_NAME_W, service.displayName),
                          PropValue::String(PR_SERVICE_DLL_NAME_W, m_state->DllName()),
                          PropValue::String8(PR_SERVICE_ENTRY_NAME, service.entryName)});
@@ -399,8 +397,8 @@ void MailSession::DeleteService()
     m_state->profile->Remove(service);
 }
 
-HRESULT MailSession::CallEntry(ULONG context, const std::vector<PropValue>& values, std::wstring* error,
-                               bool withAdmin, bool withSupport)
+HRESULT MailSession::CallEntry(ULONG context, const std::vector<PropValue>& values, std::wstring* error, bool withAdmin,
+                               bool withSupport)
 {
     return State::CallEntry(m_state, ServiceSection(), context, values, error, withAdmin, withSupport);
 }
@@ -418,10 +416,9 @@ void MailSession::LoadProvider()
     const ComPtr<IMalloc> allocator = TaskAllocator();
     ComPtr<IMSProvider> provider;
     ULONG version = 0;
-    const HRESULT result =
-        init(module.Handle(), allocator.Get(), state.Memory().AllocateBufferRoutine(),
-             state.Memory().AllocateMoreRoutine(), state.Memory().FreeBufferRoutine(), 0, CURRENT_SPI_VERSION, &version,
-             provider.Put());
+    const HRESULT result = init(module.Handle(), allocator.Get(), state.Memory().AllocateBufferRoutine(),
+                                state.Memory().AllocateMoreRoutine(), state.Memory().FreeBufferRoutine(), 0,
+                                CURRENT_SPI_VERSION, &version, provider.Put());
     state.providerVersion = version;
     CheckCall(result, L"The provider's initialisation", {});
     if (!provider)
@@ -442,7 +439,8 @@ HRESULT MailSession::TryLogon(const LogonOptions& options, std::wstring* error)
     MapiBlock<ENTRYID> entryIdBlock(state.Memory());
     if (!entryId.empty())
     {
-        entryIdBlock = MapiBlock<ENTRYID>(state.Memory(), static_cast<ENTRYID*>(state.Memory().Allocate(entryId.size())));
+        entryIdBlock =
+            MapiBlock<ENTRYID>(state.Memory(), static_cast<ENTRYID*>(state.Memory().Allocate(entryId.size())));
         std::memcpy(entryIdBlock.Get(), entryId.data(), entryId.size());
     }
     std::wstring wideName = state.profile->Name();
@@ -491,11 +489,11 @@ HRESULT MailSession::SpoolerLogon(ULONG flags, ComPtr<IMSLogon>& logon, ComPtr<I
 
     MapiBlock<MAPIERROR> mapiError(state.Memory());
     const ComPtr<IMAPISupport> support = State::MakeSupport(m_state, section);
-    const HRESULT result = state.provider->SpoolerLogon(
-        support.Get(), 0, static_cast<LPTSTR>(name), static_cast<ULONG>(entryId.size()),
-        entryId.empty() ? nullptr : reinterpret_cast<ENTRYID*>(entryId.data()), flags, nullptr,
-        static_cast<ULONG>(state.spoolerSecurity.size()), state.spoolerSecurity.data(), mapiError.Put(), logon.Put(),
-        store.Put());
+    const HRESULT result =
+        state.provider->SpoolerLogon(support.Get(), 0, static_cast<LPTSTR>(name), static_cast<ULONG>(entryId.size()),
+                                     entryId.empty() ? nullptr : reinterpret_cast<ENTRYID*>(entryId.data()), flags,
+                                     nullptr, static_cast<ULONG>(state.spoolerSecurity.size()),
+                                     state.spoolerSecurity.data(), mapiError.Put(), logon.Put(), store.Put());
     GiveText(error, ErrorText(mapiError.Get(), flags));
     return result;
 }

@@ -74,8 +74,9 @@ public:
     void ConfigurePath(const std::wstring& pstPath);
     /// Calls the entry with MSG_SERVICE_DELETE and removes the service's sections. Logs off first.
     void DeleteService();
-    /// Calls the entry with any context. Gives the entry's own result and does not throw for a failing one; the extended
-    /// error's text goes to `error` when given. `withAdmin` and `withSupport` false pass null for these arguments.
+    /// Calls the entry with any context. Gives the entry's own result and does not throw for a failing one; the
+    /// extended error's text goes to `error` when given. `withAdmin` and `withSupport` false pass null for these
+    /// arguments.
     HRESULT CallEntry(ULONG context, const std::vector<PropValue>& values, std::wstring* error = nullptr,
                       bool withAdmin = true, bool withSupport = true);
 
@@ -85,8 +86,7 @@ public:
     /// As `Logon`, but gives the provider's result and its extended error's text instead of throwing.
     HRESULT TryLogon(const LogonOptions& options, std::wstring* error = nullptr);
     /// IMSProvider::SpoolerLogon with the security that `Logon` got. Either output may come back null.
-    HRESULT SpoolerLogon(ULONG flags, ComPtr<IMSLogon>& logon, ComPtr<IMsgStore>& store,
-                         std::wstring* error = nullptr);
+    HRESULT SpoolerLogon(ULONG flags, ComPtr<IMSLogon>& logon, ComPtr<IMsgStore>& store, std::wstring* error = nullptr);
     /// Releases the store, logs off, shuts the provider down and unloads its module. Nothing to do is no error.
     void Logoff() noexcept;
 

@@ -37,8 +37,8 @@ std::shared_ptr<MapiModule> MapiModule::Load(const std::filesystem::path& path)
     if (!module)
     {
         const DWORD error = ::GetLastError();
-        Fail(MAPI_E_NOT_FOUND, L"The MAPI module \"" + path.wstring() + L"\" cannot be loaded (error " +
-                                   std::to_wstring(error) + L").");
+        Fail(MAPI_E_NOT_FOUND,
+             L"The MAPI module \"" + path.wstring() + L"\" cannot be loaded (error " + std::to_wstring(error) + L").");
     }
     std::shared_ptr<MapiModule> loaded(new MapiModule(module, path));
     if (!loaded->m_memory)
@@ -62,7 +62,8 @@ std::shared_ptr<MapiModule> MapiModule::LoadRegistered()
 }
 
 MapiModule::MapiModule(HMODULE module, std::filesystem::path path)
-    : m_module(module), m_path(std::move(path)),
+    : m_module(module),
+      m_path(std::move(path)),
       m_memory(Find<LPALLOCATEBUFFER>(module, "MAPIAllocateBuffer"), Find<LPALLOCATEMORE>(module, "MAPIAllocateMore"),
                Find<LPFREEBUFFER>(module, "MAPIFreeBuffer"))
 {

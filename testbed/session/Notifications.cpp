@@ -64,8 +64,8 @@ ULONG Notifications::Notify(const NOTIFKEY& key, ULONG count, LPNOTIFICATION not
                 wanted.push_back(notifications[i]);
             }
         }
-        if (!wanted.empty() && subscription.sink->OnNotify(static_cast<ULONG>(wanted.size()), wanted.data()) ==
-                                   CALLBACK_DISCONTINUE)
+        if (!wanted.empty() &&
+            subscription.sink->OnNotify(static_cast<ULONG>(wanted.size()), wanted.data()) == CALLBACK_DISCONTINUE)
         {
             flags = NOTIFY_CANCELED;
             break;

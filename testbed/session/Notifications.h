@@ -18,8 +18,9 @@ public:
     ULONG Subscribe(const NOTIFKEY& key, ULONG mask, IMAPIAdviseSink* sink);
     /// Drops a connection; false when there is none of that number.
     bool Unsubscribe(ULONG connection);
-    /// Tells the sinks of `key` those of the notifications that they asked for. A sink that answers CALLBACK_DISCONTINUE
-    /// gets no further ones of this call. Gives the flags for Notify's caller: NOTIFY_CANCELED when a sink did so.
+    /// Tells the sinks of `key` those of the notifications that they asked for. A sink that answers
+    /// CALLBACK_DISCONTINUE gets no further ones of this call. Gives the flags for Notify's caller: NOTIFY_CANCELED
+    /// when a sink did so.
     ULONG Notify(const NOTIFKEY& key, ULONG count, LPNOTIFICATION notifications);
     /// Drops all connections.
     void Clear();

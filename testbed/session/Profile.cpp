@@ -337,7 +337,9 @@ class ProfileSection final : public ComObject<IProfSect, &IID_IProfSect, &IID_IM
 {
 public:
     ProfileSection(std::shared_ptr<Profile> profile, const Uid& uid, bool modify, const MapiMemory& memory)
-        : m_properties(std::move(profile), uid), m_modify(modify), m_memory(memory)
+        : m_properties(std::move(profile), uid),
+          m_modify(modify),
+          m_memory(memory)
     {
     }
 
@@ -390,8 +392,8 @@ STDMETHODIMP ProfileSection::SaveChanges(ULONG ulFlags)
 STDMETHODIMP ProfileSection::GetProps(LPSPropTagArray lpPropTagArray, ULONG ulFlags, ULONG* lpcValues,
                                       LPSPropValue* lppPropArray)
 {
-    return Call([&]
-                { return Testbed::GetProps(m_properties, m_memory, lpPropTagArray, ulFlags, lpcValues, lppPropArray); });
+    return Call(
+        [&] { return Testbed::GetProps(m_properties, m_memory, lpPropTagArray, ulFlags, lpcValues, lppPropArray); });
 }
 
 STDMETHODIMP ProfileSection::GetPropList(ULONG ulFlags, LPSPropTagArray* lppPropTagArray)
@@ -428,9 +430,9 @@ STDMETHODIMP ProfileSection::DeleteProps(LPSPropTagArray lpPropTagArray, LPSProp
         });
 }
 
-STDMETHODIMP ProfileSection::CopyTo(ULONG ciidExclude, LPCIID rgiidExclude, LPSPropTagArray lpExcludeProps,
-                                    ULONG, LPMAPIPROGRESS lpProgress, LPCIID lpInterface, LPVOID lpDestObj,
-                                    ULONG ulFlags, LPSPropProblemArray* lppProblems)
+STDMETHODIMP ProfileSection::CopyTo(ULONG ciidExclude, LPCIID rgiidExclude, LPSPropTagArray lpExcludeProps, ULONG,
+                                    LPMAPIPROGRESS lpProgress, LPCIID lpInterface, LPVOID lpDestObj, ULONG ulFlags,
+                                    LPSPropProblemArray* lppProblems)
 {
     // Without the object's lock: the copying calls the object's own methods.
     return Guarded(m_lastError,

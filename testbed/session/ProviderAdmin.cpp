@@ -26,7 +26,10 @@ class ProviderAdmin final : public ComObject<IProviderAdmin, &IID_IProviderAdmin
 public:
     ProviderAdmin(std::shared_ptr<Profile> profile, const Uid& service, std::vector<ProviderDefinition> definitions,
                   const MapiMemory& memory, ProviderEvent event)
-        : m_profile(std::move(profile)), m_service(service), m_definitions(std::move(definitions)), m_memory(memory),
+        : m_profile(std::move(profile)),
+          m_service(service),
+          m_definitions(std::move(definitions)),
+          m_memory(memory),
           m_event(std::move(event))
     {
     }
@@ -122,10 +125,9 @@ private:
             row.Put(PropValue::Long(PR_PROVIDER_ORDINAL, static_cast<LONG>(rows.size())));
             rows.push_back(std::move(row));
         }
-        const std::vector<ULONG> columns = {PR_DISPLAY_NAME,      PR_INSTANCE_KEY,     PR_PROVIDER_DISPLAY,
-                                            PR_PROVIDER_DLL_NAME, PR_PROVIDER_ORDINAL, PR_PROVIDER_UID,
-                                            PR_RESOURCE_FLAGS,    PR_RESOURCE_TYPE,    PR_SERVICE_NAME,
-                                            PR_SERVICE_UID};
+        const std::vector<ULONG> columns = {
+            PR_DISPLAY_NAME, PR_INSTANCE_KEY,   PR_PROVIDER_DISPLAY, PR_PROVIDER_DLL_NAME, PR_PROVIDER_ORDINAL,
+            PR_PROVIDER_UID, PR_RESOURCE_FLAGS, PR_RESOURCE_TYPE,    PR_SERVICE_NAME,      PR_SERVICE_UID};
         return CreateTable(std::make_shared<MemoryRows>(columns, std::move(rows)), m_memory, flags, L"MAPI");
     }
 

@@ -36,8 +36,8 @@ std::vector<Uid> ProvidersOf(const Profile& profile, const Uid& service);
 /// undoes the creation, or prevents the deletion, and is the call's result.
 using ProviderEvent = std::function<HRESULT(ULONG context, const Uid& provider)>;
 
-/// Creates the admin object of `service`. OpenProfileSection with a null UID opens the service's own section, with a UID
-/// any section of the profile (MAPI_E_NOT_FOUND when there is none).
+/// Creates the admin object of `service`. OpenProfileSection with a null UID opens the service's own section, with a
+/// UID any section of the profile (MAPI_E_NOT_FOUND when there is none).
 ComPtr<IProviderAdmin> CreateProviderAdmin(std::shared_ptr<Profile> profile, const Uid& service,
                                            std::vector<ProviderDefinition> definitions, const MapiMemory& memory,
                                            ProviderEvent event = nullptr);

@@ -18,10 +18,11 @@ constexpr int ExitUsage = 2;
 
 int wmain(int argc, wchar_t** argv)
 {
-    CLI::App app("Writes the registry entries by which programs find the mail client's folder: its program outlook.exe, "
-                 "its MAPI module olmapi32.dll and its store provider mspst32.dll. Exit codes: 0 done, 1 failed, "
-                 "2 wrong arguments.",
-                 "testbed-setup");
+    CLI::App app(
+        "Writes the registry entries by which programs find the mail client's folder: its program outlook.exe, "
+        "its MAPI module olmapi32.dll and its store provider mspst32.dll. Exit codes: 0 done, 1 failed, "
+        "2 wrong arguments.",
+        "testbed-setup");
     std::string folder;
     bool remove = false;
     auto* const folderOption = app.add_option("FOLDER", folder, "The folder that holds the three files");

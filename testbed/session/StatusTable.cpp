@@ -7,11 +7,10 @@ namespace
 {
 const std::vector<ULONG>& StatusColumns()
 {
-    static const std::vector<ULONG> columns = {PR_PROVIDER_DISPLAY,  PR_PROVIDER_DLL_NAME,  PR_RESOURCE_FLAGS,
-                                               PR_RESOURCE_TYPE,     PR_RESOURCE_METHODS,   PR_STATUS_CODE,
-                                               PR_STATUS_STRING,     PR_DISPLAY_NAME,       PR_IDENTITY_DISPLAY,
-                                               PR_IDENTITY_ENTRYID,  PR_IDENTITY_SEARCH_KEY, PR_ENTRYID,
-                                               PR_INSTANCE_KEY};
+    static const std::vector<ULONG> columns = {
+        PR_PROVIDER_DISPLAY,    PR_PROVIDER_DLL_NAME, PR_RESOURCE_FLAGS, PR_RESOURCE_TYPE,    PR_RESOURCE_METHODS,
+        PR_STATUS_CODE,         PR_STATUS_STRING,     PR_DISPLAY_NAME,   PR_IDENTITY_DISPLAY, PR_IDENTITY_ENTRYID,
+        PR_IDENTITY_SEARCH_KEY, PR_ENTRYID,           PR_INSTANCE_KEY};
     return columns;
 }
 } // namespace

@@ -11,8 +11,8 @@ namespace Testbed
 class StatusRows
 {
 public:
-    /// Replaces the provider's row, or with `update` changes the values given and keeps the rest. Entries of PR_NULL are
-    /// left out.
+    /// Replaces the provider's row, or with `update` changes the values given and keeps the rest. Entries of PR_NULL
+    /// are left out.
     void Modify(const Uid& provider, const std::vector<PropValue>& values, bool update);
     /// Takes the provider's row out.
     void Remove(const Uid& provider);

@@ -106,9 +106,9 @@ ComPtr<IStorage> OpenStreamStorage(IUnknown& source, LPCIID interfaceId, ULONG f
     }
     else
     {
-        Check(StgOpenStorageOnILockBytes(bytes.Get(), nullptr, access | STGM_SHARE_EXCLUSIVE, nullptr, 0,
-                                         storage.Put()),
-              L"The stream holds no storage that can be opened.");
+        Check(
+            StgOpenStorageOnILockBytes(bytes.Get(), nullptr, access | STGM_SHARE_EXCLUSIVE, nullptr, 0, storage.Put()),
+            L"The stream holds no storage that can be opened.");
     }
     return storage;
 }

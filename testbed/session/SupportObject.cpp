@@ -75,8 +75,8 @@ STDMETHODIMP SupportObject::GetMemAllocRoutines(LPALLOCATEBUFFER* lpAllocateBuff
     return S_OK;
 }
 
-STDMETHODIMP SupportObject::Subscribe(LPNOTIFKEY lpKey, ULONG ulEventMask, ULONG ulFlags,
-                                      LPMAPIADVISESINK lpAdviseSink, ULONG* lpulConnection)
+STDMETHODIMP SupportObject::Subscribe(LPNOTIFKEY lpKey, ULONG ulEventMask, ULONG ulFlags, LPMAPIADVISESINK lpAdviseSink,
+                                      ULONG* lpulConnection)
 {
     return Guarded(m_lastError,
                    [&]
@@ -276,8 +276,8 @@ STDMETHODIMP SupportObject::DoConfigPropsheet(ULONG, ULONG, LPTSTR, LPMAPITABLE,
 }
 
 STDMETHODIMP SupportObject::CopyMessages(LPCIID lpSrcInterface, LPVOID lpSrcFolder, LPENTRYLIST lpMsgList,
-                                         LPCIID lpDestInterface, LPVOID lpDestFolder, ULONG,
-                                         LPMAPIPROGRESS lpProgress, ULONG ulFlags)
+                                         LPCIID lpDestInterface, LPVOID lpDestFolder, ULONG, LPMAPIPROGRESS lpProgress,
+                                         ULONG ulFlags)
 {
     return Guarded(m_lastError,
                    [&]
@@ -288,9 +288,9 @@ STDMETHODIMP SupportObject::CopyMessages(LPCIID lpSrcInterface, LPVOID lpSrcFold
                    });
 }
 
-STDMETHODIMP SupportObject::CopyFolder(LPCIID lpSrcInterface, LPVOID lpSrcFolder, ULONG cbEntryID,
-                                       LPENTRYID lpEntryID, LPCIID lpDestInterface, LPVOID lpDestFolder,
-                                       LPTSTR lszNewFolderName, ULONG, LPMAPIPROGRESS lpProgress, ULONG ulFlags)
+STDMETHODIMP SupportObject::CopyFolder(LPCIID lpSrcInterface, LPVOID lpSrcFolder, ULONG cbEntryID, LPENTRYID lpEntryID,
+                                       LPCIID lpDestInterface, LPVOID lpDestFolder, LPTSTR lszNewFolderName, ULONG,
+                                       LPMAPIPROGRESS lpProgress, ULONG ulFlags)
 {
     return Guarded(m_lastError,
                    [&]

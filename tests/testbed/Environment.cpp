@@ -1,0 +1,80 @@
+// The environment of the testbed's tests.
+#include "tests/testbed/Environment.h"
+
+#include "testbed/common/ComObject.h"
+#include "testbed/common/Text.h"
+
+#include <cstdlib>
+
+namespace Tests
+{
+namespace
+{
+std::filesystem::path Folder(const wchar_t* variable, const wchar_t* besideProgram)
+{
+    if (const wchar_t* const path = _wgetenv(variable))
+    {
+        return path;
+    }
+    wchar_t program[MAX_PATH];
+    GetModuleFileNameW(nullptr, program, MAX_PATH);
+    return std::filesystem::path(program).parent_path() / besideProgram;
+}
+
+class LeakListener : public testing::EmptyTestEventListener
+{
+public:
+    void OnTestStart(const testing::TestInfo&) override
+    {
+        m_serial = Mapi()->Statistics().cAllocated + 1;
+        m_objects = Testbed::LiveObjects();
+    }
+
+    void OnTestEnd(const testing::TestInfo&) override
+    {
+        Mapi()->FailAllocation(0);
+        EXPECT_EQ(Testbed::Utf8FromWide(Mapi()->LiveBlocks(m_serial)), "") << "MAPI blocks are left";
+        EXPECT_EQ(Testbed::LiveObjects(), m_objects) << "COM objects are left";
+    }
+
+private:
+    ULONGLONG m_serial = 0;
+    long m_objects = 0;
+};
+} // namespace
+
+const std::shared_ptr<Testbed::MapiModule>& Mapi()
+{
+    static const auto module = Testbed::MapiModule::Load(MailClientFolder() / L"olmapi32.dll");
+    return module;
+}
+
+const Testbed::MapiMemory& Memory()
+{
+    return Mapi()->Memory();
+}
+
+std::filesystem::path TempPath(const std::wstring& name)
+{
+    const std::filesystem::path path = Folder(L"KIVNST_TEST_TEMP", L"test-temp") / name;
+    std::filesystem::create_directories(path.parent_path());
+    std::filesystem::remove_all(path);
+    return path;
+}
+
+std::filesystem::path MailClientFolder()
+{
+    return Folder(L"KIVNST_MAIL_CLIENT", L"..\\mail-client");
+}
+
+std::filesystem::path BinFolder()
+{
+    return Folder(L"KIVNST_BIN", L".");
+}
+
+void InstallLeakListener()
+{
+    Mapi();
+    testing::UnitTest::GetInstance()->listeners().Append(new LeakListener);
+}
+} // namespace Tests

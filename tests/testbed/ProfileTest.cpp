@@ -1,0 +1,314 @@
+// Profiles, their sections and their administration.
+#include "tests/testbed/Environment.h"
+
+#include "testbed/session/Profile.h"
+#include "testbed/session/ProviderAdmin.h"
+
+#include <fstream>
+
+using namespace Testbed;
+using Tests::ExpectFailure;
+using Tests::Memory;
+
+namespace
+{
+constexpr ULONG SecureTag = PROP_TAG(PT_BINARY, 0x67F0);
+
+std::string Contents(const std::filesystem::path& file)
+{
+    std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+}
+
+void WriteContents(const std::filesystem::path& file, const std::string& text)
+{
+    std::ofstream(file, std::ios::binary) << text;
+}
+
+HRESULT Set(IProfSect& section, const std::vector<PropValue>& values)
+{
+    const MapiBlock<SPropValue> array(Memory(), MakePropArray(Memory(), values));
+    return section.SetProps(static_cast<ULONG>(values.size()), array.Get(), nullptr);
+}
+
+// One property of a section in the type asked for.
+PropValue Get(IProfSect& section, ULONG tag)
+{
+    const MapiBlock<SPropTagArray> tags(Memory(), MakeTagArray(Memory(), {tag}));
+    ULONG count = 0;
+    MapiBlock<SPropValue> values(Memory());
+    EXPECT_TRUE(SUCCEEDED(section.GetProps(tags.Get(), 0, &count, values.Put())));
+    return count == 1 ? PropValue::From(values[0]) : PropValue();
+}
+} // namespace
+
+TEST(Profile, OneThatIsNotThereIsEmpty)
+{
+    const auto file = Tests::TempPath(L"new.profile");
+    const auto profile = Profile::Open(file);
+    EXPECT_TRUE(profile->Sections().empty());
+    EXPECT_EQ(profile->Name(), L"new");
+    EXPECT_FALSE(std::filesystem::exists(file));
+}
+
+TEST(Profile, KeepsSectionsInItsFile)
+{
+    const auto file = Tests::TempPath(L"folder\\kept \x00E9.profile");
+    std::filesystem::remove_all(file.parent_path());
+    const Uid first = Uid::Create();
+    const Uid second = Uid::Create();
+    const std::vector<PropValue> values = {
+        PropValue::String(PR_DISPLAY_NAME_W, L"Name \x20AC \"quoted\""),
+        PropValue::String8(PR_COMMENT_A, "caf\xE9"),
+        PropValue::Long(PR_RESOURCE_FLAGS, -3),
+        PropValue::Binary(PR_ENTRYID, Bytes{0, 1, 255}),
+        PropValue::Boolean(PR_DEFAULT_STORE, true),
+        PropValue(PROP_TAG(PT_DOUBLE, 0x6001), 0.1),
+        PropValue(PROP_TAG(PT_SYSTIME, 0x6002), std::int64_t(0x01D0123456789ABC)),
+        PropValue(PROP_TAG(PT_CLSID, 0x6003), GUID{1, 2, 3, {4, 5, 6, 7, 8, 9, 10, 11}}),
+        PropValue(PROP_TAG(PT_MV_UNICODE, 0x6004), std::vector<std::wstring>{L"a", L""}),
+        PropValue(PROP_TAG(PT_MV_BINARY, 0x6005), std::vector<Bytes>{{1}, {}}),
+        PropValue(PROP_TAG(PT_MV_LONG, 0x6006), std::vector<std::int32_t>{1, -2}),
+    };
+    {
+        const auto profile = Profile::Open(file);
+        profile->Change(first, values);
+        profile->Change(second, {PropValue::Long(PR_RESOURCE_FLAGS, 1)});
+    }
+    const auto profile = Profile::Open(file);
+    EXPECT_EQ(profile->Sections().size(), 2u);
+    const PropertyBag section = profile->Section(first);
+    EXPECT_EQ(section.Values().size(), values.size());
+    for (const PropValue& value : values)
+    {
+        ASSERT_NE(section.Find(value.Id()), nullptr);
+        EXPECT_TRUE(*section.Find(value.Id()) == value) << std::hex << value.Tag();
+    }
+    profile->Remove(first);
+    profile->Change(second, {}, {PROP_ID(PR_RESOURCE_FLAGS)});
+    const auto again = Profile::Open(file);
+    EXPECT_FALSE(again->HasSection(first));
+    EXPECT_TRUE(again->Section(second).Values().empty());
+    EXPECT_FALSE(std::filesystem::exists(file.wstring() + L".new"));
+}
+
+TEST(Profile, SaysWhatIsWrongWithADamagedFile)
+{
+    const auto file = Tests::TempPath(L"damaged.profile");
+    const auto whole = [&]
+    {
+        Profile::Open(file)->Change(Uid::Create(), {PropValue::Long(PR_RESOURCE_FLAGS, 1)});
+        return Contents(file);
+    }();
+    const std::vector<std::string> damaged = {
+        "",
+        "PST",
+        "{}",
+        "[1]",
+        whole.substr(0, whole.size() / 2),
+        std::string(whole).replace(whole.find("mail profile"), 4, "news"),
+        std::string(whole).replace(whole.find("30090003"), 8, "3009000"),
+        std::string(whole).replace(whole.find("30090003"), 8, "30090102"),
+        std::string(whole).replace(whole.find("30090003"), 8, "300900FF"),
+    };
+    for (const std::string& text : damaged)
+    {
+        WriteContents(file, text);
+        try
+        {
+            Profile::Open(file);
+            ADD_FAILURE() << "accepted: " << text;
+        }
+        catch (const Failure& failure)
+        {
+            EXPECT_EQ(failure.Result(), MAPI_E_CORRUPT_DATA);
+            EXPECT_NE(failure.Text().find(L"damaged.profile"), std::wstring::npos);
+        }
+        EXPECT_EQ(Contents(file), text) << "the damaged file was changed";
+    }
+}
+
+TEST(Profile, IsUnchangedWhenItsFileCannotBeWritten)
+{
+    const auto folder = Tests::TempPath(L"taken.profile");
+    const auto profile = Profile::Open(folder);
+    std::filesystem::create_directories(folder / L"x");
+    const Uid uid = Uid::Create();
+    ExpectFailure(MAPI_E_NOT_ENOUGH_DISK, [&] { profile->Change(uid, {PropValue::Long(PR_RESOURCE_FLAGS, 1)}); });
+    EXPECT_FALSE(profile->HasSection(uid));
+}
+
+TEST(ProfileSection, ChangesTakeEffectAtOnceAndStay)
+{
+    const auto file = Tests::TempPath(L"section.profile");
+    const auto profile = Profile::Open(file);
+    const Uid uid = Uid::Create();
+    profile->Change(uid, {});
+    const auto writer = OpenSection(profile, uid, true, Memory());
+    const auto reader = OpenSection(profile, uid, false, Memory());
+    EXPECT_EQ(Set(*writer, {PropValue::String(PR_DISPLAY_NAME_W, L"Name")}), S_OK);
+    EXPECT_EQ(Get(*reader, PR_DISPLAY_NAME_A).AsText(), L"Name");
+    EXPECT_NE(Profile::Open(file)->Section(uid).Find(PROP_ID(PR_DISPLAY_NAME)), nullptr);
+    EXPECT_EQ(writer->SaveChanges(KEEP_OPEN_READWRITE), S_OK);
+    const MapiBlock<SPropTagArray> tags(Memory(), MakeTagArray(Memory(), {PR_DISPLAY_NAME_W}));
+    EXPECT_EQ(writer->DeleteProps(tags.Get(), nullptr), S_OK);
+    EXPECT_EQ(Get(*reader, PR_DISPLAY_NAME_A).AsLong(), MAPI_E_NOT_FOUND);
+    EXPECT_EQ(writer->SaveChanges(0), S_OK);
+    EXPECT_EQ(Set(*writer, {PropValue::Long(PR_RESOURCE_FLAGS, 1)}), MAPI_E_NO_ACCESS);
+}
+
+TEST(ProfileSection, IsReadOnlyUnlessOpenedForWriting)
+{
+    const auto profile = Profile::InMemory(L"memory");
+    const Uid uid = Uid::Create();
+    profile->Change(uid, {PropValue::Long(PR_RESOURCE_FLAGS, 1)});
+    const auto section = OpenSection(profile, uid, false, Memory());
+    EXPECT_EQ(Set(*section, {PropValue::Long(PR_RESOURCE_FLAGS, 2)}), MAPI_E_NO_ACCESS);
+    EXPECT_EQ(section->SaveChanges(0), MAPI_E_NO_ACCESS);
+    MapiBlock<MAPIERROR> error(Memory());
+    EXPECT_EQ(section->GetLastError(MAPI_E_NO_ACCESS, MAPI_UNICODE, error.Put()), S_OK);
+    EXPECT_TRUE(error);
+    EXPECT_EQ(section->GetNamesFromIDs(nullptr, nullptr, 0, nullptr, nullptr), MAPI_E_NO_SUPPORT);
+    EXPECT_EQ(section->OpenProperty(PR_RESOURCE_FLAGS, nullptr, 0, 0, nullptr), MAPI_E_INTERFACE_NOT_SUPPORTED);
+    ExpectFailure(MAPI_E_NOT_FOUND, [&] { OpenSection(profile, Uid::Create(), true, Memory()); });
+    EXPECT_TRUE(section.As<IMAPIProp>(IID_IMAPIProp));
+    EXPECT_FALSE(section.As<IMsgStore>(IID_IMsgStore));
+}
+
+TEST(ProfileSection, HidesSecureProperties)
+{
+    const auto profile = Profile::InMemory(L"memory");
+    const Uid uid = Uid::Create();
+    profile->Change(uid, {PropValue::Long(PR_RESOURCE_FLAGS, 1), PropValue::Binary(SecureTag, Bytes{1})});
+    const auto section = OpenSection(profile, uid, true, Memory());
+    MapiBlock<SPropTagArray> tags(Memory());
+    EXPECT_EQ(section->GetPropList(0, tags.Put()), S_OK);
+    EXPECT_EQ(tags->cValues, 1u);
+    EXPECT_EQ(Get(*section, SecureTag).AsBytes(), Bytes{1});
+}
+
+TEST(ProfileSection, SaysThatItsSectionIsGone)
+{
+    const auto profile = Profile::InMemory(L"memory");
+    const Uid uid = Uid::Create();
+    profile->Change(uid, {});
+    const auto section = OpenSection(profile, uid, true, Memory());
+    profile->Remove(uid);
+    EXPECT_EQ(Set(*section, {PropValue::Long(PR_RESOURCE_FLAGS, 2)}), MAPI_E_OBJECT_DELETED);
+    EXPECT_FALSE(profile->HasSection(uid));
+}
+
+TEST(ProfileSection, CopiesToAnother)
+{
+    const auto profile = Profile::InMemory(L"memory");
+    const Uid from = Uid::Create();
+    const Uid to = Uid::Create();
+    profile->Change(from, {PropValue::Long(PR_RESOURCE_FLAGS, 1), PropValue::Long(PR_RESOURCE_TYPE, 2),
+                           PropValue::String(PR_DISPLAY_NAME_W, L"Name")});
+    profile->Change(to, {PropValue::Long(PR_RESOURCE_FLAGS, 9)});
+    const auto source = OpenSection(profile, from, true, Memory());
+    const auto target = OpenSection(profile, to, true, Memory());
+    const MapiBlock<SPropTagArray> excluded(Memory(), MakeTagArray(Memory(), {PR_RESOURCE_TYPE}));
+
+    EXPECT_EQ(
+        source->CopyTo(0, nullptr, excluded.Get(), 0, nullptr, &IID_IProfSect, target.Get(), MAPI_NOREPLACE, nullptr),
+        S_OK);
+    EXPECT_EQ(profile->Section(to).Find(PROP_ID(PR_RESOURCE_FLAGS))->AsLong(), 9);
+    EXPECT_EQ(profile->Section(to).Find(PROP_ID(PR_RESOURCE_TYPE)), nullptr);
+    EXPECT_NE(profile->Section(to).Find(PROP_ID(PR_DISPLAY_NAME)), nullptr);
+
+    EXPECT_EQ(source->CopyProps(excluded.Get(), 0, nullptr, &IID_IProfSect, target.Get(), MAPI_MOVE, nullptr), S_OK);
+    EXPECT_EQ(profile->Section(to).Find(PROP_ID(PR_RESOURCE_TYPE))->AsLong(), 2);
+    EXPECT_EQ(profile->Section(from).Find(PROP_ID(PR_RESOURCE_TYPE)), nullptr);
+
+    EXPECT_EQ(source->CopyTo(0, nullptr, nullptr, 0, nullptr, &IID_IMessage, target.Get(), 0, nullptr),
+              MAPI_E_INTERFACE_NOT_SUPPORTED);
+    EXPECT_EQ(source->CopyTo(0, nullptr, nullptr, 0, nullptr, &IID_IProfSect, source.Get(), 0, nullptr),
+              MAPI_E_NO_ACCESS);
+    EXPECT_EQ(source->CopyTo(0, nullptr, nullptr, 0, nullptr, &IID_IProfSect, nullptr, 0, nullptr),
+              MAPI_E_INVALID_PARAMETER);
+    EXPECT_EQ(source->CopyTo(0, nullptr, nullptr, 0, nullptr, &IID_IProfSect, target.Get(), 0x100, nullptr),
+              MAPI_E_UNKNOWN_FLAGS);
+}
+
+namespace
+{
+class Admin : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        profile->Change(service,
+                        {PropValue::Uid(PR_SERVICE_UID, service), PropValue::String(PR_SERVICE_NAME_W, L"ARCHIVE")});
+        admin = CreateProviderAdmin(profile, service, {{L"Store", L"A store", L"host.dll", MAPI_STORE_PROVIDER, 4}},
+                                    Memory(),
+                                    [this](ULONG context, const Uid&)
+                                    {
+                                        contexts.push_back(context);
+                                        return answer;
+                                    });
+    }
+
+    HRESULT Create(std::wstring name, Uid& uid)
+    {
+        SPropValue value{};
+        value.ulPropTag = PR_STATUS_CODE;
+        value.Value.l = 5;
+        return admin->CreateProvider(reinterpret_cast<LPTSTR>(name.data()), 1, &value, 0, MAPI_UNICODE, &uid);
+    }
+
+    std::shared_ptr<Profile> profile = Profile::InMemory(L"memory");
+    Uid service = Uid::Create();
+    std::vector<ULONG> contexts;
+    HRESULT answer = S_OK;
+    ComPtr<IProviderAdmin> admin;
+};
+} // namespace
+
+TEST_F(Admin, CreatesListsAndDeletesProviders)
+{
+    Uid uid;
+    ASSERT_EQ(Create(L"Store", uid), S_OK);
+    EXPECT_EQ(ProvidersOf(*profile, service), std::vector<Uid>{uid});
+    const PropertyBag section = profile->Section(uid);
+    EXPECT_EQ(Uid::From(section.Find(PROP_ID(PR_SERVICE_UID))), service);
+    EXPECT_EQ(Uid::From(section.Find(PROP_ID(PR_PROVIDER_UID))), uid);
+    EXPECT_EQ(section.Find(PROP_ID(PR_PROVIDER_DLL_NAME))->AsText(), L"host.dll");
+    EXPECT_EQ(section.Find(PROP_ID(PR_SERVICE_NAME))->AsText(), L"ARCHIVE");
+    EXPECT_EQ(section.Find(PROP_ID(PR_RESOURCE_TYPE))->AsLong(), LONG(MAPI_STORE_PROVIDER));
+    EXPECT_EQ(section.Find(PROP_ID(PR_STATUS_CODE))->AsLong(), 5);
+
+    ComPtr<IMAPITable> table;
+    ASSERT_EQ(admin->GetProviderTable(MAPI_UNICODE, table.Put()), S_OK);
+    MapiRows rows(Memory());
+    ASSERT_EQ(table->QueryRows(10, 0, rows.Put()), S_OK);
+    EXPECT_EQ(rows.Count(), 1u);
+
+    EXPECT_EQ(admin->DeleteProvider(&uid), S_OK);
+    EXPECT_FALSE(profile->HasSection(uid));
+    EXPECT_TRUE(ProvidersOf(*profile, service).empty());
+    EXPECT_EQ(admin->DeleteProvider(&uid), MAPI_E_NOT_FOUND);
+    EXPECT_EQ(contexts, (std::vector<ULONG>{MSG_SERVICE_PROVIDER_CREATE, MSG_SERVICE_PROVIDER_DELETE}));
+}
+
+TEST_F(Admin, UndoesACreationThatTheServiceRefuses)
+{
+    answer = MAPI_E_NO_SUPPORT;
+    Uid uid;
+    EXPECT_EQ(Create(L"Store", uid), MAPI_E_NO_SUPPORT);
+    EXPECT_EQ(profile->Sections().size(), 1u);
+    EXPECT_TRUE(ProvidersOf(*profile, service).empty());
+    EXPECT_EQ(Create(L"Other", uid), MAPI_E_NOT_FOUND);
+    EXPECT_EQ(admin->CreateProvider(nullptr, 0, nullptr, 0, 0, &uid), MAPI_E_INVALID_PARAMETER);
+}
+
+TEST_F(Admin, OpensTheServicesOwnSectionForNoUid)
+{
+    ComPtr<IProfSect> section;
+    ASSERT_EQ(admin->OpenProfileSection(nullptr, nullptr, MAPI_MODIFY, section.Put()), S_OK);
+    EXPECT_EQ(Get(*section, PR_SERVICE_NAME_W).AsText(), L"ARCHIVE");
+    EXPECT_EQ(Set(*section, {PropValue::Long(PR_STATUS_CODE, 3)}), S_OK);
+    Uid other = Uid::Create();
+    EXPECT_EQ(admin->OpenProfileSection(&other, nullptr, MAPI_MODIFY, section.Put()), MAPI_E_NOT_FOUND);
+    EXPECT_EQ(admin->OpenProfileSection(nullptr, &IID_IMessage, 0, section.Put()), MAPI_E_INTERFACE_NOT_SUPPORTED);
+}
