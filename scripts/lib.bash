@@ -56,7 +56,7 @@ as_root() {
     elif command -v sudo >/dev/null; then
         sudo "$@"
     else
-        die "root's rights are needed for: $* (run it as root, or install sudo)"
+        die "that needs root's rights; run it as root, or install sudo"
     fi
 }
 
