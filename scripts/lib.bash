@@ -23,20 +23,24 @@ die() {
 # step TEXT COMMAND...: says what is being done, keeps the command's output in a log and shows that it is alive;
 # prints the log's end where the command fails.
 step() {
-    local text=$1 begin=$SECONDS log status=0 pid
+    local text=$1 begin=$SECONDS log status=0 waited=0
     shift
     log=$(mktemp "${TMPDIR:-/tmp}/kivnst-log.XXXXXXXX")
     printf '%s ... ' "$text"
+    # A process group of its own, so that all of it can be ended when the user interrupts.
+    set -m
     "$@" >"$log" 2>&1 </dev/null &
-    pid=$!
-    local waited=0
-    while kill -0 "$pid" 2>/dev/null; do
+    step_pid=$!
+    set +m
+    trap 'kill -- "-$step_pid" 2>/dev/null; rm -f "$log"; printf "\n"; exit 130' INT TERM
+    while kill -0 "$step_pid" 2>/dev/null; do
         sleep 0.2
         waited=$((waited + 1))
         # A dot every ten seconds tells a slow step from a stuck one, in a terminal and in a CI log alike.
         if ((waited % 50 == 0)); then printf '.'; fi
     done
-    wait "$pid" || status=$?
+    wait "$step_pid" || status=$?
+    trap - INT TERM
     if ((status == 0)); then
         printf ' done (%s)\n' "$(elapsed "$begin")"
         rm -f "$log"
