@@ -18,14 +18,15 @@ constexpr auto applicationPaths = L"Software\\Microsoft\\Windows\\CurrentVersion
 
 StringW GetOutlookPath()
 {
-    // RegGetValueW expands a REG_EXPAND_SZ, refuses other types and terminates what is not.
+    // RegGetValueW expands a REG_EXPAND_SZ, which then counts as REG_SZ (to ask for both is an error), refuses other
+    // types and terminates what is not.
     Binary buffer;
     for (DWORD size = 2 * MAX_PATH; size <= 0x20000; size *= 2)
     {
         buffer.SetSize(size);
         DWORD used = size;
-        const LSTATUS status = RegGetValueW(HKEY_LOCAL_MACHINE, applicationPaths, nullptr,
-                                            RRF_RT_REG_SZ | RRF_RT_REG_EXPAND_SZ, nullptr, buffer.GetBuffer(), &used);
+        const LSTATUS status = RegGetValueW(HKEY_LOCAL_MACHINE, applicationPaths, nullptr, RRF_RT_REG_SZ, nullptr,
+                                            buffer.GetBuffer(), &used);
         if (status == ERROR_MORE_DATA)
             continue;
         if (status != ERROR_SUCCESS)
