@@ -60,16 +60,14 @@ public:
     std::optional<std::wstring> ReadText(const wchar_t* name) const
     {
         DWORD size = 0;
-        // RegGetValueW expands and terminates.
-        if (RegGetValueW(m_key, nullptr, name, RRF_RT_REG_SZ | RRF_RT_REG_EXPAND_SZ, nullptr, nullptr, &size) !=
-            ERROR_SUCCESS)
+        // RegGetValueW expands a REG_EXPAND_SZ, which then counts as REG_SZ, and terminates.
+        if (RegGetValueW(m_key, nullptr, name, RRF_RT_REG_SZ, nullptr, nullptr, &size) != ERROR_SUCCESS)
         {
             return {};
         }
         std::wstring text(size / sizeof(wchar_t) + 1, L'\0');
         size = static_cast<DWORD>(text.size() * sizeof(wchar_t));
-        if (RegGetValueW(m_key, nullptr, name, RRF_RT_REG_SZ | RRF_RT_REG_EXPAND_SZ, nullptr, text.data(), &size) !=
-            ERROR_SUCCESS)
+        if (RegGetValueW(m_key, nullptr, name, RRF_RT_REG_SZ, nullptr, text.data(), &size) != ERROR_SUCCESS)
         {
             return {};
         }
