@@ -1,5 +1,5 @@
-// IMAPIFolder over a folder of the store. A folder is always open for writing when the store is: its rights, not an open
-// flag, say what a client may do, and property changes take effect at once.
+// IMAPIFolder over a folder of the store. A folder is always open for writing when the store is: its rights, not an
+// open flag, say what a client may do, and property changes take effect at once.
 #include "testbed/pst/Store.h"
 
 #include "testbed/common/Table.h"
@@ -18,14 +18,29 @@ constexpr ULONG kSoftDeletes = 0x00000002;
 bool IsComputed(ULONG id)
 {
     static const std::set<ULONG> ids = {
-        PROP_ID(PR_ENTRYID),          PROP_ID(PR_PARENT_ENTRYID),   PROP_ID(PR_STORE_ENTRYID),
-        PROP_ID(PR_RECORD_KEY),       PROP_ID(PR_STORE_RECORD_KEY), PROP_ID(PR_MAPPING_SIGNATURE),
-        PROP_ID(PR_OBJECT_TYPE),      PROP_ID(PR_ACCESS),           PROP_ID(PR_ACCESS_LEVEL),
-        PROP_ID(PR_INSTANCE_KEY),     PROP_ID(PR_STORE_SUPPORT_MASK), PROP_ID(PR_MDB_PROVIDER),
-        PROP_ID(PR_CONTENT_COUNT),    PROP_ID(PR_CONTENT_UNREAD),   PROP_ID(PR_ASSOC_CONTENT_COUNT),
-        PROP_ID(PR_SUBFOLDERS),       PROP_ID(PR_FOLDER_TYPE),      PROP_ID(Tags::Rights),
-        PROP_ID(PR_DISPLAY_TYPE),     PROP_ID(PR_CONTAINER_CONTENTS), PROP_ID(PR_CONTAINER_HIERARCHY),
-        PROP_ID(PR_FOLDER_ASSOCIATED_CONTENTS), PROP_ID(PR_DEPTH),
+        PROP_ID(PR_ENTRYID),
+        PROP_ID(PR_PARENT_ENTRYID),
+        PROP_ID(PR_STORE_ENTRYID),
+        PROP_ID(PR_RECORD_KEY),
+        PROP_ID(PR_STORE_RECORD_KEY),
+        PROP_ID(PR_MAPPING_SIGNATURE),
+        PROP_ID(PR_OBJECT_TYPE),
+        PROP_ID(PR_ACCESS),
+        PROP_ID(PR_ACCESS_LEVEL),
+        PROP_ID(PR_INSTANCE_KEY),
+        PROP_ID(PR_STORE_SUPPORT_MASK),
+        PROP_ID(PR_MDB_PROVIDER),
+        PROP_ID(PR_CONTENT_COUNT),
+        PROP_ID(PR_CONTENT_UNREAD),
+        PROP_ID(PR_ASSOC_CONTENT_COUNT),
+        PROP_ID(PR_SUBFOLDERS),
+        PROP_ID(PR_FOLDER_TYPE),
+        PROP_ID(Tags::Rights),
+        PROP_ID(PR_DISPLAY_TYPE),
+        PROP_ID(PR_CONTAINER_CONTENTS),
+        PROP_ID(PR_CONTAINER_HIERARCHY),
+        PROP_ID(PR_FOLDER_ASSOCIATED_CONTENTS),
+        PROP_ID(PR_DEPTH),
     };
     return ids.contains(id);
 }
@@ -264,7 +279,8 @@ STDMETHODIMP Folder::GetHierarchyTable(ULONG ulFlags, LPMAPITABLE* lppTable)
 STDMETHODIMP Folder::OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, ULONG ulFlags,
                                ULONG* lpulObjType, LPUNKNOWN* lppUnk)
 {
-    return Run([&] { return OpenStoreEntry(m_session, cbEntryID, lpEntryID, lpInterface, ulFlags, lpulObjType, lppUnk); });
+    return Run([&]
+               { return OpenStoreEntry(m_session, cbEntryID, lpEntryID, lpInterface, ulFlags, lpulObjType, lppUnk); });
 }
 
 STDMETHODIMP Folder::SetSearchCriteria(LPSRestriction, LPENTRYLIST, ULONG)
@@ -294,8 +310,7 @@ STDMETHODIMP Folder::CreateMessage(LPCIID lpInterface, ULONG ulFlags, LPMESSAGE*
             {
                 Fail(MAPI_E_NO_ACCESS, L"A search folder holds no messages of its own");
             }
-            *lppMessage =
-                MakeMessage(MessageState::Create(m_session, m_id, (ulFlags & MAPI_ASSOCIATED) != 0)).Detach();
+            *lppMessage = MakeMessage(MessageState::Create(m_session, m_id, (ulFlags & MAPI_ASSOCIATED) != 0)).Detach();
             return S_OK;
         });
 }
@@ -303,36 +318,35 @@ STDMETHODIMP Folder::CreateMessage(LPCIID lpInterface, ULONG ulFlags, LPMESSAGE*
 STDMETHODIMP Folder::CopyMessages(LPENTRYLIST lpMsgList, LPCIID lpInterface, LPVOID lpDestFolder, ULONG ulUIParam,
                                   LPMAPIPROGRESS lpProgress, ULONG ulFlags)
 {
-    return Guarded(
-        m_lastError,
-        [&]() -> HRESULT
-        {
-            if (!lpMsgList || !lpDestFolder)
-            {
-                return MAPI_E_INVALID_PARAMETER;
-            }
-            RequireFlags(ulFlags, MESSAGE_MOVE | MESSAGE_DIALOG | MAPI_DECLINE_OK);
-            const auto destination = OwnFolder(lpInterface, lpDestFolder);
-            if ((ulFlags & MESSAGE_MOVE) == 0 || !destination)
-            {
-                return m_session->Support().CopyMessages(&IID_IMAPIFolder, static_cast<IMAPIFolder*>(this), lpMsgList,
-                                                         lpInterface, lpDestFolder, ulUIParam, lpProgress,
-                                                         ulFlags & ~static_cast<ULONG>(MAPI_DECLINE_OK));
-            }
-            RequireWritable();
-            const std::vector<Node> nodes = Listed(lpMsgList);
-            std::vector<NodeId> ids;
-            for (const Node& node : nodes)
-            {
-                ids.push_back(node.id);
-            }
-            Core().MoveMessages(ids, *destination);
-            for (const Node& node : nodes)
-            {
-                m_session->Notify(fnevObjectMoved, {node.id, node.kind, *destination}, &node);
-            }
-            return S_OK;
-        });
+    return Guarded(m_lastError,
+                   [&]() -> HRESULT
+                   {
+                       if (!lpMsgList || !lpDestFolder)
+                       {
+                           return MAPI_E_INVALID_PARAMETER;
+                       }
+                       RequireFlags(ulFlags, MESSAGE_MOVE | MESSAGE_DIALOG | MAPI_DECLINE_OK);
+                       const auto destination = OwnFolder(lpInterface, lpDestFolder);
+                       if ((ulFlags & MESSAGE_MOVE) == 0 || !destination)
+                       {
+                           return m_session->Support().CopyMessages(
+                               &IID_IMAPIFolder, static_cast<IMAPIFolder*>(this), lpMsgList, lpInterface, lpDestFolder,
+                               ulUIParam, lpProgress, ulFlags & ~static_cast<ULONG>(MAPI_DECLINE_OK));
+                       }
+                       RequireWritable();
+                       const std::vector<Node> nodes = Listed(lpMsgList);
+                       std::vector<NodeId> ids;
+                       for (const Node& node : nodes)
+                       {
+                           ids.push_back(node.id);
+                       }
+                       Core().MoveMessages(ids, *destination);
+                       for (const Node& node : nodes)
+                       {
+                           m_session->Notify(fnevObjectMoved, {node.id, node.kind, *destination}, &node);
+                       }
+                       return S_OK;
+                   });
 }
 
 STDMETHODIMP Folder::DeleteMessages(LPENTRYLIST lpMsgList, ULONG, LPMAPIPROGRESS, ULONG ulFlags)
@@ -416,44 +430,44 @@ STDMETHODIMP Folder::CreateFolder(ULONG ulFolderType, LPTSTR lpszFolderName, LPT
 STDMETHODIMP Folder::CopyFolder(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, LPVOID lpDestFolder,
                                 LPTSTR lpszNewFolderName, ULONG ulUIParam, LPMAPIPROGRESS lpProgress, ULONG ulFlags)
 {
-    return Guarded(
-        m_lastError,
-        [&]() -> HRESULT
-        {
-            if (!lpDestFolder || !lpEntryID)
-            {
-                return MAPI_E_INVALID_PARAMETER;
-            }
-            RequireFlags(ulFlags, FOLDER_MOVE | COPY_SUBFOLDERS | FOLDER_DIALOG | MAPI_UNICODE | MAPI_DECLINE_OK);
-            const auto destination = OwnFolder(lpInterface, lpDestFolder);
-            if ((ulFlags & FOLDER_MOVE) == 0 || !destination)
-            {
-                return m_session->Support().CopyFolder(&IID_IMAPIFolder, static_cast<IMAPIFolder*>(this), cbEntryID,
-                                                       lpEntryID, lpInterface, lpDestFolder, lpszNewFolderName,
-                                                       ulUIParam, lpProgress,
-                                                       ulFlags & ~static_cast<ULONG>(MAPI_DECLINE_OK));
-            }
-            RequireWritable();
-            const Node node = RequireSubFolder(cbEntryID, lpEntryID);
-            std::wstring name = TextArgument(lpszNewFolderName, ulFlags);
-            PropertyChanges changes;
-            if (!name.empty())
-            {
-                changes.Put(PropValue::String(PR_DISPLAY_NAME_W, name));
-            }
-            else
-            {
-                name = TextOf(Core().FolderProperties(node.id), PR_DISPLAY_NAME);
-            }
-            const auto other = Core().FindSubFolder(*destination, name);
-            if (other && *other != node.id)
-            {
-                Fail(MAPI_E_COLLISION, L"The destination has a sub-folder of that name already");
-            }
-            Core().MoveFolder(node.id, *destination, changes);
-            m_session->Notify(fnevObjectMoved, {node.id, node.kind, *destination}, &node);
-            return S_OK;
-        });
+    return Guarded(m_lastError,
+                   [&]() -> HRESULT
+                   {
+                       if (!lpDestFolder || !lpEntryID)
+                       {
+                           return MAPI_E_INVALID_PARAMETER;
+                       }
+                       RequireFlags(ulFlags,
+                                    FOLDER_MOVE | COPY_SUBFOLDERS | FOLDER_DIALOG | MAPI_UNICODE | MAPI_DECLINE_OK);
+                       const auto destination = OwnFolder(lpInterface, lpDestFolder);
+                       if ((ulFlags & FOLDER_MOVE) == 0 || !destination)
+                       {
+                           return m_session->Support().CopyFolder(&IID_IMAPIFolder, static_cast<IMAPIFolder*>(this),
+                                                                  cbEntryID, lpEntryID, lpInterface, lpDestFolder,
+                                                                  lpszNewFolderName, ulUIParam, lpProgress,
+                                                                  ulFlags & ~static_cast<ULONG>(MAPI_DECLINE_OK));
+                       }
+                       RequireWritable();
+                       const Node node = RequireSubFolder(cbEntryID, lpEntryID);
+                       std::wstring name = TextArgument(lpszNewFolderName, ulFlags);
+                       PropertyChanges changes;
+                       if (!name.empty())
+                       {
+                           changes.Put(PropValue::String(PR_DISPLAY_NAME_W, name));
+                       }
+                       else
+                       {
+                           name = TextOf(Core().FolderProperties(node.id), PR_DISPLAY_NAME);
+                       }
+                       const auto other = Core().FindSubFolder(*destination, name);
+                       if (other && *other != node.id)
+                       {
+                           Fail(MAPI_E_COLLISION, L"The destination has a sub-folder of that name already");
+                       }
+                       Core().MoveFolder(node.id, *destination, changes);
+                       m_session->Notify(fnevObjectMoved, {node.id, node.kind, *destination}, &node);
+                       return S_OK;
+                   });
 }
 
 STDMETHODIMP Folder::DeleteFolder(ULONG cbEntryID, LPENTRYID lpEntryID, ULONG, LPMAPIPROGRESS, ULONG ulFlags)
@@ -506,8 +520,8 @@ STDMETHODIMP Folder::SetReadFlags(LPENTRYLIST lpMsgList, ULONG, LPMAPIPROGRESS, 
             for (const Node& node : Listed(lpMsgList))
             {
                 const LONG before = Core().MessageLong(node, PR_MESSAGE_FLAGS);
-                const LONG after = (ulFlags & CLEAR_READ_FLAG) != 0 ? before & ~LONG(MSGFLAG_READ)
-                                                                    : before | MSGFLAG_READ;
+                const LONG after =
+                    (ulFlags & CLEAR_READ_FLAG) != 0 ? before & ~LONG(MSGFLAG_READ) : before | MSGFLAG_READ;
                 if (before != after)
                 {
                     PropertyChanges change;
@@ -602,8 +616,8 @@ STDMETHODIMP Folder::EmptyFolder(ULONG, LPMAPIPROGRESS, ULONG ulFlags)
 
 std::shared_ptr<LayeredProperties> FolderProperties(const std::shared_ptr<const Session>& session, const Node& folder)
 {
-    auto layered = std::make_shared<LayeredProperties>(
-        std::make_shared<PropertyBag>(session->Core().FolderProperties(folder.id)));
+    auto layered =
+        std::make_shared<LayeredProperties>(std::make_shared<PropertyBag>(session->Core().FolderProperties(folder.id)));
     PropertyBag& computed = layered->Computed();
     session->PutCommon(computed);
     const Bytes entryId = session->EntryId(folder.id);
@@ -614,7 +628,8 @@ std::shared_ptr<LayeredProperties> FolderProperties(const std::shared_ptr<const 
     computed.Put(PropValue::Binary(PR_PARENT_ENTRYID, session->EntryId(folder.parent)));
     computed.Put(PropValue::Long(PR_OBJECT_TYPE, MAPI_FOLDER));
     const LONG inside = MAPI_ACCESS_CREATE_HIERARCHY | MAPI_ACCESS_CREATE_CONTENTS | MAPI_ACCESS_CREATE_ASSOCIATED;
-    computed.Put(PropValue::Long(PR_ACCESS, MAPI_ACCESS_READ | (writable ? MAPI_ACCESS_MODIFY | MAPI_ACCESS_DELETE : 0) |
+    computed.Put(PropValue::Long(PR_ACCESS, MAPI_ACCESS_READ |
+                                                (writable ? MAPI_ACCESS_MODIFY | MAPI_ACCESS_DELETE : 0) |
                                                 (writable && generic ? inside : 0)));
     computed.Put(PropValue::Long(PR_ACCESS_LEVEL, writable ? MAPI_MODIFY : 0));
     computed.Put(PropValue::Long(Tags::Rights, kAllRights));
@@ -626,7 +641,7 @@ std::shared_ptr<LayeredProperties> FolderProperties(const std::shared_ptr<const 
     computed.Put(PropValue::Object(PR_CONTAINER_CONTENTS));
     computed.Put(PropValue::Object(PR_CONTAINER_HIERARCHY));
     computed.Put(PropValue::Object(PR_FOLDER_ASSOCIATED_CONTENTS));
-    const auto count = [&](ULONG tag, LONG StoreCore::Counts::*member)
+    const auto count = [&](ULONG tag, LONG StoreCore::Counts::* member)
     {
         layered->PutLazy(tag, [session, id = folder.id, tag, member]
                          { return PropValue::Long(tag, session->Core().Count(id).*member); });

@@ -37,15 +37,14 @@ const std::vector<ULONG> kContentsColumns = {
 };
 
 const std::vector<ULONG> kMoreContentsColumns = {
-    PR_SUBJECT_PREFIX_W,  PR_SEARCH_KEY,     PR_CREATION_TIME,          PR_CONVERSATION_TOPIC_W, PR_DISPLAY_BCC_W,
-    PR_ACCESS_LEVEL,      kInternetMessageId, PR_SENDER_EMAIL_ADDRESS_W, PR_STORE_RECORD_KEY,    PR_MAPPING_SIGNATURE,
+    PR_SUBJECT_PREFIX_W, PR_SEARCH_KEY,      PR_CREATION_TIME,          PR_CONVERSATION_TOPIC_W, PR_DISPLAY_BCC_W,
+    PR_ACCESS_LEVEL,     kInternetMessageId, PR_SENDER_EMAIL_ADDRESS_W, PR_STORE_RECORD_KEY,     PR_MAPPING_SIGNATURE,
 };
 
 const std::vector<ULONG> kHierarchyColumns = {
-    PR_ENTRYID,       PR_INSTANCE_KEY,      PR_RECORD_KEY,   PR_PARENT_ENTRYID, PR_STORE_ENTRYID,
-    PR_OBJECT_TYPE,   PR_DISPLAY_NAME_W,    PR_COMMENT_W,    PR_DEPTH,          PR_FOLDER_TYPE,
-    PR_SUBFOLDERS,    PR_CONTENT_COUNT,     PR_CONTENT_UNREAD, PR_CONTAINER_CLASS_W, PR_STATUS,
-    PR_DISPLAY_TYPE,  PR_ACCESS,
+    PR_ENTRYID,        PR_INSTANCE_KEY,      PR_RECORD_KEY, PR_PARENT_ENTRYID, PR_STORE_ENTRYID, PR_OBJECT_TYPE,
+    PR_DISPLAY_NAME_W, PR_COMMENT_W,         PR_DEPTH,      PR_FOLDER_TYPE,    PR_SUBFOLDERS,    PR_CONTENT_COUNT,
+    PR_CONTENT_UNREAD, PR_CONTAINER_CLASS_W, PR_STATUS,     PR_DISPLAY_TYPE,   PR_ACCESS,
 };
 
 // Rows of the nodes in a list that is made anew when the store has changed.
@@ -79,7 +78,8 @@ class ContentsRows final : public NodeRows
 {
 public:
     ContentsRows(std::shared_ptr<const Session> session, NodeId folder, bool associated)
-        : NodeRows(std::move(session), folder), m_associated(associated)
+        : NodeRows(std::move(session), folder),
+          m_associated(associated)
     {
     }
 
@@ -129,39 +129,151 @@ private:
     mutable std::vector<std::pair<NodeId, int>> m_list;
 };
 
+// A message's row. A large folder is sorted by one column and shown by a few, so each value is only worked out, and the
+// message's summary only fetched, when it is asked for.
+class MessageRow final : public PropertySource
+{
+public:
+    MessageRow(std::shared_ptr<const Session> session, NodeId folder, const Node& node)
+        : m_session(std::move(session)),
+          m_folder(folder),
+          m_node(node)
+    {
+    }
+
+    std::optional<Description> Describe(ULONG id) const override
+    {
+        if (const auto computed = Compute(id))
+        {
+            return Description{computed->Tag(), computed->Size()};
+        }
+        auto stored = Stored().Describe(id);
+        return !stored && id == PROP_ID(PR_MSG_STATUS) ? Description{PR_MSG_STATUS, sizeof(LONG)} : stored;
+    }
+
+    std::optional<PropValue> Load(ULONG id) const override
+    {
+        if (auto computed = Compute(id))
+        {
+            return computed;
+        }
+        auto stored = Stored().Load(id);
+        return !stored && id == PROP_ID(PR_MSG_STATUS) ? PropValue::Long(PR_MSG_STATUS, 0) : stored;
+    }
+
+    std::vector<ULONG> Tags() const override
+    {
+        std::map<ULONG, ULONG> tags;
+        for (const ULONG tag : Stored().Tags())
+        {
+            tags[PROP_ID(tag)] = tag;
+        }
+        for (const ULONG tag : kComputed)
+        {
+            tags[PROP_ID(tag)] = tag;
+        }
+        std::vector<ULONG> list;
+        for (const auto& [id, tag] : tags)
+        {
+            list.push_back(tag);
+        }
+        return list;
+    }
+
+private:
+    static constexpr ULONG kComputed[] = {
+        PR_ENTRYID,
+        PR_RECORD_KEY,
+        PR_INSTANCE_KEY,
+        PR_PARENT_ENTRYID,
+        PR_STORE_ENTRYID,
+        PR_STORE_RECORD_KEY,
+        PR_OBJECT_TYPE,
+        PR_ACCESS,
+        PR_ACCESS_LEVEL,
+        PR_HASATTACH,
+        PR_MAPPING_SIGNATURE,
+        PR_MDB_PROVIDER,
+        PR_STORE_SUPPORT_MASK,
+        PR_MSG_STATUS,
+    };
+
+    std::optional<PropValue> Compute(ULONG id) const
+    {
+        switch (id)
+        {
+        case PROP_ID(PR_ENTRYID):
+            return PropValue::Binary(PR_ENTRYID, m_session->EntryId(m_node.id));
+        case PROP_ID(PR_RECORD_KEY):
+            return PropValue::Binary(PR_RECORD_KEY, m_session->EntryId(m_node.id));
+        case PROP_ID(PR_INSTANCE_KEY):
+        {
+            const NodeId key[2] = {m_folder, m_node.id};
+            return PropValue::Binary(PR_INSTANCE_KEY, key, sizeof(key));
+        }
+        case PROP_ID(PR_PARENT_ENTRYID):
+            return PropValue::Binary(PR_PARENT_ENTRYID, m_session->EntryId(m_node.parent));
+        case PROP_ID(PR_OBJECT_TYPE):
+            return PropValue::Long(PR_OBJECT_TYPE, MAPI_MESSAGE);
+        case PROP_ID(PR_ACCESS):
+            return PropValue::Long(
+                PR_ACCESS, MAPI_ACCESS_READ | (m_session->Writable() ? MAPI_ACCESS_MODIFY | MAPI_ACCESS_DELETE : 0));
+        case PROP_ID(PR_ACCESS_LEVEL):
+            return PropValue::Long(PR_ACCESS_LEVEL, 0);
+        case PROP_ID(PR_HASATTACH):
+        {
+            const auto flags = Stored().Load(PROP_ID(PR_MESSAGE_FLAGS));
+            return PropValue::Boolean(PR_HASATTACH, flags && (flags->AsLong() & MSGFLAG_HASATTACH) != 0);
+        }
+        case PROP_ID(PR_STORE_ENTRYID):
+        case PROP_ID(PR_STORE_RECORD_KEY):
+        case PROP_ID(PR_MAPPING_SIGNATURE):
+        case PROP_ID(PR_MDB_PROVIDER):
+        case PROP_ID(PR_STORE_SUPPORT_MASK):
+        {
+            PropertyBag common;
+            m_session->PutCommon(common);
+            return common.Load(id);
+        }
+        default:
+            return std::nullopt;
+        }
+    }
+
+    const PropertySource& Stored() const
+    {
+        const std::lock_guard lock(m_lock);
+        if (!m_stored)
+        {
+            m_stored = m_session->Core().MessageRow(m_node);
+        }
+        return *m_stored;
+    }
+
+    std::shared_ptr<const Session> m_session;
+    NodeId m_folder;
+    Node m_node;
+    mutable std::mutex m_lock;
+    mutable std::shared_ptr<const PropertySource> m_stored;
+};
+
 std::shared_ptr<const PropertySource> ContentsRows::Row(size_t index) const
 {
-    const NodeId id = At(index).first;
-    const auto node = m_session->Core().Find(id);
+    const auto node = m_session->Core().Find(At(index).first);
     if (!node)
     {
         // Deleted since the table last looked; it notices with its next call.
         return std::make_shared<PropertyBag>();
     }
-    auto row = std::make_shared<LayeredProperties>(m_session->Core().MessageRow(*node));
-    PropertyBag& computed = row->Computed();
-    m_session->PutCommon(computed);
-    const Bytes entryId = m_session->EntryId(id);
-    const NodeId key[2] = {m_folder, id};
-    computed.Put(PropValue::Binary(PR_ENTRYID, entryId));
-    computed.Put(PropValue::Binary(PR_RECORD_KEY, entryId));
-    computed.Put(PropValue::Binary(PR_INSTANCE_KEY, key, sizeof(key)));
-    computed.Put(PropValue::Binary(PR_PARENT_ENTRYID, m_session->EntryId(node->parent)));
-    computed.Put(PropValue::Long(PR_OBJECT_TYPE, MAPI_MESSAGE));
-    computed.Put(PropValue::Long(
-        PR_ACCESS, MAPI_ACCESS_READ | (m_session->Writable() ? MAPI_ACCESS_MODIFY | MAPI_ACCESS_DELETE : 0)));
-    computed.Put(PropValue::Long(PR_ACCESS_LEVEL, 0));
-    row->PutDefault(PropValue::Long(PR_MSG_STATUS, 0));
-    const auto flags = row->Load(PROP_ID(PR_MESSAGE_FLAGS));
-    computed.Put(PropValue::Boolean(PR_HASATTACH, flags && (flags->AsLong() & MSGFLAG_HASATTACH) != 0));
-    return row;
+    return std::make_shared<MessageRow>(m_session, m_folder, *node);
 }
 
 class HierarchyRows final : public NodeRows
 {
 public:
     HierarchyRows(std::shared_ptr<const Session> session, NodeId folder, bool deep)
-        : NodeRows(std::move(session), folder), m_deep(deep)
+        : NodeRows(std::move(session), folder),
+          m_deep(deep)
     {
     }
 
@@ -226,7 +338,8 @@ private:
 };
 } // namespace
 
-ComPtr<IMAPITable> MakeContentsTable(std::shared_ptr<const Session> session, NodeId folder, bool associated, ULONG flags)
+ComPtr<IMAPITable> MakeContentsTable(std::shared_ptr<const Session> session, NodeId folder, bool associated,
+                                     ULONG flags)
 {
     const MapiMemory memory = session->Memory();
     flags = session->Flags(flags);

@@ -8,8 +8,7 @@ namespace
 class Logon final : public ComObject<IMSLogon, &IID_IMSLogon>
 {
 public:
-    explicit Logon(std::shared_ptr<const Session> session)
-        : m_session(std::move(session)), m_lastError(ComponentName)
+    explicit Logon(std::shared_ptr<const Session> session) : m_session(std::move(session)), m_lastError(ComponentName)
     {
     }
 
@@ -34,9 +33,9 @@ STDMETHODIMP Logon::Logoff(ULONG*)
 STDMETHODIMP Logon::OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, ULONG ulFlags,
                               ULONG* lpulObjType, LPUNKNOWN* lppUnk)
 {
-    return Guarded(m_lastError, [&] {
-        return OpenStoreEntry(m_session, cbEntryID, lpEntryID, lpInterface, ulFlags, lpulObjType, lppUnk);
-    });
+    return Guarded(
+        m_lastError,
+        [&] { return OpenStoreEntry(m_session, cbEntryID, lpEntryID, lpInterface, ulFlags, lpulObjType, lppUnk); });
 }
 
 STDMETHODIMP Logon::CompareEntryIDs(ULONG cbEntryID1, LPENTRYID lpEntryID1, ULONG cbEntryID2, LPENTRYID lpEntryID2,
@@ -49,7 +48,8 @@ STDMETHODIMP Logon::CompareEntryIDs(ULONG cbEntryID1, LPENTRYID lpEntryID1, ULON
                        {
                            return MAPI_E_INVALID_PARAMETER;
                        }
-                       *lpulResult = m_session->SameObject(cbEntryID1, lpEntryID1, cbEntryID2, lpEntryID2) ? TRUE : FALSE;
+                       *lpulResult =
+                           m_session->SameObject(cbEntryID1, lpEntryID1, cbEntryID2, lpEntryID2) ? TRUE : FALSE;
                        return S_OK;
                    });
 }

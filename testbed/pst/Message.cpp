@@ -10,14 +10,25 @@ namespace Testbed::Pst
 namespace
 {
 const std::vector<ULONG> kRecipientColumns = {
-    PR_ROWID,          PR_RECIPIENT_TYPE, PR_DISPLAY_NAME_W, PR_ADDRTYPE_W,  PR_EMAIL_ADDRESS_W, PR_ENTRYID,
-    PR_SEARCH_KEY,     PR_OBJECT_TYPE,    PR_DISPLAY_TYPE,   PR_RESPONSIBILITY, PR_INSTANCE_KEY,
+    PR_ROWID,      PR_RECIPIENT_TYPE, PR_DISPLAY_NAME_W, PR_ADDRTYPE_W,     PR_EMAIL_ADDRESS_W, PR_ENTRYID,
+    PR_SEARCH_KEY, PR_OBJECT_TYPE,    PR_DISPLAY_TYPE,   PR_RESPONSIBILITY, PR_INSTANCE_KEY,
 };
 
 const std::vector<ULONG> kAttachmentColumns = {
-    PR_ATTACH_NUM,    PR_ATTACH_SIZE,       PR_ATTACH_METHOD,          PR_ATTACH_FILENAME_W, PR_ATTACH_LONG_FILENAME_W,
-    PR_DISPLAY_NAME_W, PR_ATTACH_EXTENSION_W, PR_RENDERING_POSITION,   PR_RECORD_KEY,        PR_INSTANCE_KEY,
-    PR_OBJECT_TYPE,   PR_ATTACH_MIME_TAG_W, PR_LAST_MODIFICATION_TIME, PR_CREATION_TIME,
+    PR_ATTACH_NUM,
+    PR_ATTACH_SIZE,
+    PR_ATTACH_METHOD,
+    PR_ATTACH_FILENAME_W,
+    PR_ATTACH_LONG_FILENAME_W,
+    PR_DISPLAY_NAME_W,
+    PR_ATTACH_EXTENSION_W,
+    PR_RENDERING_POSITION,
+    PR_RECORD_KEY,
+    PR_INSTANCE_KEY,
+    PR_OBJECT_TYPE,
+    PR_ATTACH_MIME_TAG_W,
+    PR_LAST_MODIFICATION_TIME,
+    PR_CREATION_TIME,
 };
 
 // The well-known columns, and whatever else one of the rows has.
@@ -45,7 +56,9 @@ std::vector<ULONG> ColumnsOf(const std::vector<ULONG>& wellKnown, const std::vec
 class Message final : public PropertyObject<IMessage, &IID_IMessage, &IID_IMAPIProp>
 {
 public:
-    explicit Message(std::shared_ptr<MessageState> state) : PropertyObject(state->SessionOf()), m_state(std::move(state))
+    explicit Message(std::shared_ptr<MessageState> state)
+        : PropertyObject(state->SessionOf()),
+          m_state(std::move(state))
     {
     }
 
@@ -78,7 +91,8 @@ class Attachment final : public PropertyObject<IAttach, &IID_IAttachment, &IID_I
 {
 public:
     explicit Attachment(std::shared_ptr<AttachmentState> state)
-        : PropertyObject(state->Message()->SessionOf()), m_state(std::move(state))
+        : PropertyObject(state->Message()->SessionOf()),
+          m_state(std::move(state))
     {
     }
 
@@ -217,9 +231,9 @@ STDMETHODIMP Message::OpenAttach(ULONG ulAttachmentNum, LPCIID lpInterface, ULON
             {
                 if (slot.number == ulAttachmentNum)
                 {
-                    *lppAttach =
-                        MakeAttachment(std::make_shared<AttachmentState>(m_state, slot.number, slot.content, modifiable))
-                            .Detach();
+                    *lppAttach = MakeAttachment(
+                                     std::make_shared<AttachmentState>(m_state, slot.number, slot.content, modifiable))
+                                     .Detach();
                     return S_OK;
                 }
             }

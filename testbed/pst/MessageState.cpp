@@ -17,7 +17,8 @@ class MemoryMessage : public MessageContent
 {
 public:
     MemoryMessage(PropertyBag properties, std::vector<PropertyBag> recipients, std::vector<AttachmentSlot> attachments)
-        : m_properties(std::move(properties)), m_recipients(std::move(recipients)),
+        : m_properties(std::move(properties)),
+          m_recipients(std::move(recipients)),
           m_attachments(std::move(attachments))
     {
     }
@@ -44,7 +45,8 @@ class MemoryAttachment : public AttachmentContent
 {
 public:
     MemoryAttachment(PropertyBag properties, std::shared_ptr<const MessageContent> embedded)
-        : m_properties(std::move(properties)), m_embedded(std::move(embedded))
+        : m_properties(std::move(properties)),
+          m_embedded(std::move(embedded))
     {
     }
 
@@ -60,12 +62,23 @@ private:
 bool IsComputed(ULONG id)
 {
     static const std::set<ULONG> ids = {
-        PROP_ID(PR_ENTRYID),         PROP_ID(PR_PARENT_ENTRYID),     PROP_ID(PR_STORE_ENTRYID),
-        PROP_ID(PR_RECORD_KEY),      PROP_ID(PR_STORE_RECORD_KEY),   PROP_ID(PR_MAPPING_SIGNATURE),
-        PROP_ID(PR_OBJECT_TYPE),     PROP_ID(PR_ACCESS),             PROP_ID(PR_ACCESS_LEVEL),
-        PROP_ID(PR_INSTANCE_KEY),    PROP_ID(PR_STORE_SUPPORT_MASK), PROP_ID(PR_MDB_PROVIDER),
-        PROP_ID(PR_HASATTACH),       PROP_ID(PR_MESSAGE_SIZE),       PROP_ID(PR_ATTACH_NUM),
-        PROP_ID(PR_MESSAGE_RECIPIENTS), PROP_ID(PR_MESSAGE_ATTACHMENTS),
+        PROP_ID(PR_ENTRYID),
+        PROP_ID(PR_PARENT_ENTRYID),
+        PROP_ID(PR_STORE_ENTRYID),
+        PROP_ID(PR_RECORD_KEY),
+        PROP_ID(PR_STORE_RECORD_KEY),
+        PROP_ID(PR_MAPPING_SIGNATURE),
+        PROP_ID(PR_OBJECT_TYPE),
+        PROP_ID(PR_ACCESS),
+        PROP_ID(PR_ACCESS_LEVEL),
+        PROP_ID(PR_INSTANCE_KEY),
+        PROP_ID(PR_STORE_SUPPORT_MASK),
+        PROP_ID(PR_MDB_PROVIDER),
+        PROP_ID(PR_HASATTACH),
+        PROP_ID(PR_MESSAGE_SIZE),
+        PROP_ID(PR_ATTACH_NUM),
+        PROP_ID(PR_MESSAGE_RECIPIENTS),
+        PROP_ID(PR_MESSAGE_ATTACHMENTS),
     };
     return ids.contains(id);
 }
@@ -169,13 +182,12 @@ void MessageState::RequireAlive()
 
 std::shared_ptr<const PropertySource> MessageState::Properties()
 {
-    auto layered = std::make_shared<LayeredProperties>(
-        std::shared_ptr<const PropertySource>(shared_from_this(), &m_properties));
+    auto layered =
+        std::make_shared<LayeredProperties>(std::shared_ptr<const PropertySource>(shared_from_this(), &m_properties));
     PropertyBag& computed = layered->Computed();
     m_session->PutCommon(computed);
     computed.Put(PropValue::Long(PR_OBJECT_TYPE, MAPI_MESSAGE));
-    const LONG access = MAPI_ACCESS_READ |
-                        (m_session->Writable() ? MAPI_ACCESS_MODIFY | MAPI_ACCESS_DELETE : 0);
+    const LONG access = MAPI_ACCESS_READ | (m_session->Writable() ? MAPI_ACCESS_MODIFY | MAPI_ACCESS_DELETE : 0);
     computed.Put(PropValue::Long(PR_ACCESS, access));
     computed.Put(PropValue::Long(PR_ACCESS_LEVEL, m_modifiable ? MAPI_MODIFY : 0));
     computed.Put(PropValue::Object(PR_MESSAGE_RECIPIENTS));
@@ -190,11 +202,10 @@ std::shared_ptr<const PropertySource> MessageState::Properties()
         computed.Put(PropValue::Binary(PR_PARENT_ENTRYID, m_session->EntryId(now ? now->parent : m_node->parent)));
         layered->PutDefault(PropValue::Long(PR_MSG_STATUS, 0));
     }
-    layered->PutDefault(PropValue::Long(
-        PR_MESSAGE_FLAGS, MSGFLAG_UNSENT | MSGFLAG_READ | (m_associated ? MSGFLAG_ASSOCIATED : 0)));
-    const bool hasAttachments = m_attachments
-                                    ? !m_attachments->empty()
-                                    : (LongOf(m_properties, PR_MESSAGE_FLAGS) & MSGFLAG_HASATTACH) != 0;
+    layered->PutDefault(
+        PropValue::Long(PR_MESSAGE_FLAGS, MSGFLAG_UNSENT | MSGFLAG_READ | (m_associated ? MSGFLAG_ASSOCIATED : 0)));
+    const bool hasAttachments =
+        m_attachments ? !m_attachments->empty() : (LongOf(m_properties, PR_MESSAGE_FLAGS) & MSGFLAG_HASATTACH) != 0;
     computed.Put(PropValue::Boolean(PR_HASATTACH, hasAttachments));
     return layered;
 }
@@ -372,8 +383,7 @@ void MessageState::Complete()
         }
     }
     const std::vector<AttachmentSlot> attachments = Attachments();
-    LONG flags = LongOf(m_properties, PR_MESSAGE_FLAGS,
-                        m_new ? MSGFLAG_UNSENT | MSGFLAG_READ : 0);
+    LONG flags = LongOf(m_properties, PR_MESSAGE_FLAGS, m_new ? MSGFLAG_UNSENT | MSGFLAG_READ : 0);
     flags = attachments.empty() ? flags & ~LONG(MSGFLAG_HASATTACH) : flags | MSGFLAG_HASATTACH;
     flags |= m_associated ? MSGFLAG_ASSOCIATED : 0;
     if (m_new || flags != LongOf(m_properties, PR_MESSAGE_FLAGS))
@@ -462,7 +472,10 @@ void MessageState::Save(ULONG flags)
 
 AttachmentState::AttachmentState(std::shared_ptr<MessageState> message, ULONG number,
                                  const std::shared_ptr<const AttachmentContent>& content, bool modifiable)
-    : m_message(std::move(message)), m_number(number), m_modifiable(modifiable), m_changed(content == nullptr)
+    : m_message(std::move(message)),
+      m_number(number),
+      m_modifiable(modifiable),
+      m_changed(content == nullptr)
 {
     if (content)
     {
@@ -479,8 +492,8 @@ bool AttachmentState::Modifiable()
 
 std::shared_ptr<const PropertySource> AttachmentState::Properties()
 {
-    auto layered = std::make_shared<LayeredProperties>(
-        std::shared_ptr<const PropertySource>(shared_from_this(), &m_properties));
+    auto layered =
+        std::make_shared<LayeredProperties>(std::shared_ptr<const PropertySource>(shared_from_this(), &m_properties));
     PropertyBag& computed = layered->Computed();
     m_message->SessionOf()->PutCommon(computed);
     computed.Put(PropValue::Long(PR_ATTACH_NUM, static_cast<LONG>(m_number)));
@@ -564,8 +577,8 @@ void AttachmentState::Save(ULONG flags)
                 m_properties.Put(value);
             }
         };
-        put(PropValue::Long(PR_ATTACH_METHOD, m_properties.Find(PROP_ID(PR_ATTACH_DATA_BIN)) ? ATTACH_BY_VALUE
-                                                                                            : NO_ATTACHMENT));
+        put(PropValue::Long(PR_ATTACH_METHOD,
+                            m_properties.Find(PROP_ID(PR_ATTACH_DATA_BIN)) ? ATTACH_BY_VALUE : NO_ATTACHMENT));
         put(Now(PR_CREATION_TIME));
         put(Now(PR_LAST_MODIFICATION_TIME));
         m_message->PutAttachment(m_number, std::make_shared<MemoryAttachment>(m_properties, m_embedded));

@@ -19,8 +19,7 @@ public:
     static std::shared_ptr<MessageState> Open(std::shared_ptr<const Session> session, const Node& node,
                                               bool modifiable);
     /// A message that its first save puts into the folder.
-    static std::shared_ptr<MessageState> Create(std::shared_ptr<const Session> session, NodeId folder,
-                                                bool associated);
+    static std::shared_ptr<MessageState> Create(std::shared_ptr<const Session> session, NodeId folder, bool associated);
     /// The message embedded in an attachment; `content` is null for a new one.
     static std::shared_ptr<MessageState> Embed(std::shared_ptr<AttachmentState> owner,
                                                std::shared_ptr<const MessageContent> content, bool modifiable);

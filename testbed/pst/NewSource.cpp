@@ -4,6 +4,7 @@
 #include "testbed/common/Boundary.h"
 #include "testbed/common/MapiMemory.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace Testbed::Pst
@@ -100,10 +101,10 @@ private:
 
 Bytes MakeEntryId(const Bytes& recordKey, NodeId node)
 {
-    Bytes entryId(4, 0);
-    entryId.insert(entryId.end(), recordKey.begin(), recordKey.end());
-    const auto* from = reinterpret_cast<const BYTE*>(&node);
-    entryId.insert(entryId.end(), from, from + sizeof(node));
+    constexpr size_t flagsSize = 4;
+    Bytes entryId(flagsSize + recordKey.size() + sizeof(node), 0);
+    std::copy(recordKey.begin(), recordKey.end(), entryId.begin() + flagsSize);
+    std::memcpy(entryId.data() + flagsSize + recordKey.size(), &node, sizeof(node));
     return entryId;
 }
 

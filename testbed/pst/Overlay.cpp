@@ -130,7 +130,9 @@ private:
 class OverlayAttachment : public AttachmentContent
 {
 public:
-    OverlayAttachment(std::shared_ptr<Overlay> overlay, ObjectId object) : m_overlay(std::move(overlay)), m_object(object)
+    OverlayAttachment(std::shared_ptr<Overlay> overlay, ObjectId object)
+        : m_overlay(std::move(overlay)),
+          m_object(object)
     {
     }
 
@@ -164,7 +166,9 @@ class OverlayMessage : public MessageContent
 {
 public:
     OverlayMessage(std::shared_ptr<Overlay> overlay, ObjectId object, std::shared_ptr<const MessageContent> base)
-        : m_overlay(std::move(overlay)), m_object(object), m_base(std::move(base))
+        : m_overlay(std::move(overlay)),
+          m_object(object),
+          m_base(std::move(base))
     {
     }
 
@@ -356,8 +360,8 @@ void Overlay::Open(bool create)
         {
             Execute("BEGIN IMMEDIATE");
             Execute(kSchema);
-            Execute(("PRAGMA application_id = " + std::to_string(kApplicationId) + "; PRAGMA user_version = " +
-                     std::to_string(kFormat))
+            Execute(("PRAGMA application_id = " + std::to_string(kApplicationId) +
+                     "; PRAGMA user_version = " + std::to_string(kFormat))
                         .c_str());
             const auto put = [this](const wchar_t* name, const Bytes& value)
             {
@@ -746,7 +750,8 @@ Overlay::Summary Overlay::ReadSummary(ObjectId object)
         }
         if (!statement.IsNull(0))
         {
-            for (const auto& [id, value] : ReadBag(statement.Blob(0)).Values())
+            const PropertyBag small = ReadBag(statement.Blob(0));
+            for (const auto& [id, value] : small.Values())
             {
                 summary.changes.Put(value);
             }
@@ -844,8 +849,7 @@ ObjectId Overlay::ReadEmbedded(ObjectId attachment)
     return statement.Step() ? statement.Number(0) : 0;
 }
 
-std::shared_ptr<const MessageContent> Overlay::OpenMessage(ObjectId message,
-                                                           std::shared_ptr<const MessageContent> base)
+std::shared_ptr<const MessageContent> Overlay::OpenMessage(ObjectId message, std::shared_ptr<const MessageContent> base)
 {
     return std::make_shared<OverlayMessage>(shared_from_this(), message, std::move(base));
 }

@@ -1,5 +1,5 @@
-// The file beside a PST that holds all that was changed: an SQLite database, so that what one transaction wrote is there
-// as a whole or not at all, whatever happens to the process.
+// The file beside a PST that holds all that was changed: an SQLite database, so that what one transaction wrote is
+// there as a whole or not at all, whatever happens to the process.
 #pragma once
 
 #include "testbed/pst/PropCodec.h"
@@ -12,8 +12,8 @@ struct sqlite3_stmt;
 
 namespace Testbed::Pst
 {
-/// The number of a stored object: for a folder, a message and the store its node number, above these for attachments and
-/// embedded messages.
+/// The number of a stored object: for a folder, a message and the store its node number, above these for attachments
+/// and embedded messages.
 using ObjectId = std::int64_t;
 
 /// An attachment of a message with the number by which clients open it.
@@ -35,9 +35,9 @@ struct MessageUpdate
     bool Empty() const noexcept { return changes.Empty() && !recipients && !attachments; }
 };
 
-/// The overlay of one store. Thread-safe. All methods throw `Failure`: MAPI_E_NO_ACCESS when the place cannot be written
-/// to, MAPI_E_CORRUPT_STORE for a damaged file or one of another store, MAPI_E_BUSY when another process holds it,
-/// MAPI_E_NOT_ENOUGH_DISK, MAPI_E_DISK_ERROR.
+/// The overlay of one store. Thread-safe. All methods throw `Failure`: MAPI_E_NO_ACCESS when the place cannot be
+/// written to, MAPI_E_CORRUPT_STORE for a damaged file or one of another store, MAPI_E_BUSY when another process holds
+/// it, MAPI_E_NOT_ENOUGH_DISK, MAPI_E_DISK_ERROR.
 class Overlay : public std::enable_shared_from_this<Overlay>
 {
 public:

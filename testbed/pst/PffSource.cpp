@@ -183,10 +183,10 @@ void SplitSubject(PropertyBag& bag)
         return;
     }
     const size_t prefix = subject[1] > 0 ? static_cast<size_t>(subject[1]) - 1 : 0;
-    const bool wide = value->Type() == PT_UNICODE;
+    const ULONG type = value->Type();
     subject.erase(0, 2);
     const auto put = [&](ULONG tag, const std::wstring& text)
-    { bag.Put(PropValue::String(CHANGE_PROP_TYPE(tag, wide ? PT_UNICODE : PT_STRING8), text)); };
+    { bag.Put(PropValue::String(CHANGE_PROP_TYPE(tag, type), text)); };
     put(PR_SUBJECT_W, subject);
     if (prefix <= subject.size())
     {
@@ -289,7 +289,9 @@ class PffMessage : public MessageContent
 {
 public:
     PffMessage(std::shared_ptr<const PffFile> file, NodeId id, std::vector<int> path)
-        : m_file(std::move(file)), m_id(id), m_path(std::move(path))
+        : m_file(std::move(file)),
+          m_id(id),
+          m_path(std::move(path))
     {
     }
 
@@ -307,7 +309,10 @@ class PffAttachment : public AttachmentContent
 {
 public:
     PffAttachment(std::shared_ptr<const PffFile> file, NodeId id, std::vector<int> path, int index)
-        : m_file(std::move(file)), m_id(id), m_path(std::move(path)), m_index(index)
+        : m_file(std::move(file)),
+          m_id(id),
+          m_path(std::move(path)),
+          m_index(index)
     {
     }
 
@@ -680,8 +685,8 @@ PropertyBag PffAttachment::Properties() const
     {
         const PropValue* data = bag.Find(PROP_ID(PR_ATTACH_DATA_OBJ));
         size64_t size = 0;
-        if (data && data->Type() == PT_OBJECT &&
-            libpff_attachment_get_data_size(chain.Last(), &size, nullptr) == 1 && size <= INT_MAX)
+        if (data && data->Type() == PT_OBJECT && libpff_attachment_get_data_size(chain.Last(), &size, nullptr) == 1 &&
+            size <= INT_MAX)
         {
             Bytes bytes(static_cast<size_t>(size));
             if (bytes.empty() || libpff_attachment_data_read_buffer(chain.Last(), bytes.data(), bytes.size(),

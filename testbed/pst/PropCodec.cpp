@@ -78,9 +78,7 @@ std::optional<PropValue> VariableValues(ULONG tag, const BYTE* data, size_t size
     for (std::uint32_t index = 0; index < *count; ++index)
     {
         const auto offset = [&](std::uint32_t at) -> size_t
-        {
-            return at == *count ? size : *Fixed<std::uint32_t>(data + (at + 1) * sizeof(std::uint32_t), sizeof(LONG));
-        };
+        { return at == *count ? size : *Fixed<std::uint32_t>(data + (at + 1) * sizeof(std::uint32_t), sizeof(LONG)); };
         const size_t begin = offset(index);
         const size_t end = offset(index + 1);
         if (begin > end || end > size)

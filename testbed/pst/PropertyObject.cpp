@@ -144,7 +144,8 @@ ComPtr<IStream> PropertyHost::OpenStream(ULONG tag, ULONG flags)
     const auto properties = Properties();
     const auto known = properties->Describe(PROP_ID(tag));
     ULONG type = PROP_TYPE(tag);
-    if (type == PT_UNSPECIFIED && known)
+    // An attachment's data are one property that clients name by two types.
+    if ((type == PT_UNSPECIFIED || type == PT_OBJECT) && known)
     {
         type = PROP_TYPE(known->tag);
     }
@@ -295,8 +296,8 @@ HRESULT PropertyHost::GetNamesBody(LPSPropTagArray* tags, LPGUID set, ULONG flag
         }
         listed = MapiBlock<SPropTagArray>(memory, MakeTagArray(memory, known));
     }
-    MapiBlock<LPMAPINAMEID> block(memory, static_cast<LPMAPINAMEID*>(
-                                              memory.Allocate(std::max<size_t>(found.size(), 1) * sizeof(LPMAPINAMEID))));
+    MapiBlock<LPMAPINAMEID> block(
+        memory, static_cast<LPMAPINAMEID*>(memory.Allocate(std::max<size_t>(found.size(), 1) * sizeof(LPMAPINAMEID))));
     bool missing = false;
     for (size_t index = 0; index < found.size(); ++index)
     {

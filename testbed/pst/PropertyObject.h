@@ -43,7 +43,8 @@ class PropertyHost : protected PropertySink
 {
 protected:
     explicit PropertyHost(std::shared_ptr<const Session> session)
-        : m_session(std::move(session)), m_lastError(ComponentName)
+        : m_session(std::move(session)),
+          m_lastError(ComponentName)
     {
     }
     ~PropertyHost() override = default;
@@ -126,9 +127,9 @@ public:
         return Run([&] { return DeletePropsBody(lpPropTagArray, lppProblems); });
     }
     // Copying calls back into this object and into the destination, so it must not hold the lock.
-    STDMETHODIMP CopyTo(ULONG ciidExclude, LPCIID rgiidExclude, LPSPropTagArray lpExcludeProps,
-                        ULONG ulUIParam, LPMAPIPROGRESS lpProgress, LPCIID lpInterface,
-                        LPVOID lpDestObj, ULONG ulFlags, LPSPropProblemArray* lppProblems) override
+    STDMETHODIMP CopyTo(ULONG ciidExclude, LPCIID rgiidExclude, LPSPropTagArray lpExcludeProps, ULONG ulUIParam,
+                        LPMAPIPROGRESS lpProgress, LPCIID lpInterface, LPVOID lpDestObj, ULONG ulFlags,
+                        LPSPropProblemArray* lppProblems) override
     {
         return Guarded(m_lastError,
                        [&]
@@ -148,8 +149,8 @@ public:
                                                 lppProblems);
                        });
     }
-    STDMETHODIMP GetNamesFromIDs(LPSPropTagArray* lppPropTags, LPGUID lpPropSetGuid, ULONG ulFlags,
-                                 ULONG* lpcPropNames, LPMAPINAMEID** lpppPropNames) override
+    STDMETHODIMP GetNamesFromIDs(LPSPropTagArray* lppPropTags, LPGUID lpPropSetGuid, ULONG ulFlags, ULONG* lpcPropNames,
+                                 LPMAPINAMEID** lpppPropNames) override
     {
         return Run([&] { return GetNamesBody(lppPropTags, lpPropSetGuid, ulFlags, lpcPropNames, lpppPropNames); });
     }

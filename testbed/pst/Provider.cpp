@@ -23,7 +23,7 @@ HRESULT Report(const MapiMemory& memory, ULONG flags, LPMAPIERROR* error, const 
     const HRESULT result = Guarded(lastError, body);
     if (FAILED(result) && error && memory)
     {
-        lastError.Get(memory, result, flags, error);
+        lastError.Get(memory, result, flags & MAPI_UNICODE, error);
     }
     return result;
 }
@@ -32,8 +32,8 @@ Bytes Wrap(IMAPISupport& support, const MapiMemory& memory, Bytes entryId)
 {
     ULONG size = 0;
     MapiBlock<ENTRYID> wrapped(memory);
-    Check(support.WrapStoreEntryID(static_cast<ULONG>(entryId.size()), reinterpret_cast<LPENTRYID>(entryId.data()), &size,
-                                   wrapped.Put()),
+    Check(support.WrapStoreEntryID(static_cast<ULONG>(entryId.size()), reinterpret_cast<LPENTRYID>(entryId.data()),
+                                   &size, wrapped.Put()),
           L"MAPI cannot wrap the store's entry ID");
     const auto* bytes = reinterpret_cast<const BYTE*>(wrapped.Get());
     return Bytes(bytes, bytes + size);
@@ -71,7 +71,8 @@ private:
 std::shared_ptr<const Session> Provider::OpenSession(const Request& request) const
 {
     ComPtr<IProfSect> section;
-    Check(request.support->OpenProfileSection(nullptr, 0, section.Put()), L"The store's profile section cannot be opened");
+    Check(request.support->OpenProfileSection(nullptr, 0, section.Put()),
+          L"The store's profile section cannot be opened");
     StoreSettings settings = ReadSettings(*section, m_memory);
     if (settings.path.empty() && request.entryId)
     {
@@ -243,8 +244,8 @@ void ConfigureService(IMAPISupport* support, IProviderAdmin& admin, const MapiMe
     }
 }
 
-HRESULT RunService(LPMAPISUP support, ULONG context, ULONG count, LPSPropValue values, LPPROVIDERADMIN admin,
-                   LPMAPIERROR* error)
+HRESULT RunService(LPMAPISUP support, ULONG flags, ULONG context, ULONG count, LPSPropValue values,
+                   LPPROVIDERADMIN admin, LPMAPIERROR* error)
 {
     MapiMemory memory;
     if (support)
@@ -257,7 +258,7 @@ HRESULT RunService(LPMAPISUP support, ULONG context, ULONG count, LPSPropValue v
             memory = MapiMemory(allocate, allocateMore, release);
         }
     }
-    return Report(memory, 0, error,
+    return Report(memory, flags, error,
                   [&]() -> HRESULT
                   {
                       switch (context)
@@ -308,11 +309,11 @@ HRESULT RunService(LPMAPISUP support, ULONG context, ULONG count, LPSPropValue v
 
 /// The message-service entry. Copes without an administration object (its caller then keeps the settings) and without a
 /// support object. MSG_SERVICE_CONFIGURE without a path, in the values or in the profile, gives MAPI_E_UNCONFIGURED.
-extern "C" HRESULT WINAPI NSTServiceEntry(HINSTANCE, LPMALLOC, LPMAPISUP lpMAPISup, ULONG, ULONG, ULONG ulContext,
-                                          ULONG cValues, LPSPropValue lpProps, LPPROVIDERADMIN lpProviderAdmin,
-                                          LPMAPIERROR* lppMapiError)
+extern "C" HRESULT WINAPI NSTServiceEntry(HINSTANCE, LPMALLOC, LPMAPISUP lpMAPISup, ULONG, ULONG ulFlags,
+                                          ULONG ulContext, ULONG cValues, LPSPropValue lpProps,
+                                          LPPROVIDERADMIN lpProviderAdmin, LPMAPIERROR* lppMapiError)
 {
-    return Testbed::Pst::RunService(lpMAPISup, ulContext, cValues, lpProps, lpProviderAdmin, lppMapiError);
+    return Testbed::Pst::RunService(lpMAPISup, ulFlags, ulContext, cValues, lpProps, lpProviderAdmin, lppMapiError);
 }
 
 /// The provider's initialisation.
@@ -336,8 +337,8 @@ extern "C" HRESULT __cdecl MSProviderInit(HINSTANCE, LPMALLOC, LPALLOCATEBUFFER 
         return MAPI_E_INVALID_PARAMETER;
     }
     Testbed::LastError lastError(Testbed::Pst::ComponentName);
-    return Testbed::Guarded(
-        lastError, [&] { *lppMSProvider = Testbed::MakeObject<Testbed::Pst::Provider>(memory).Detach(); });
+    return Testbed::Guarded(lastError,
+                            [&] { *lppMSProvider = Testbed::MakeObject<Testbed::Pst::Provider>(memory).Detach(); });
 }
 
 /// The number of this module's COM objects that live.

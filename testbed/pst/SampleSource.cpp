@@ -49,8 +49,8 @@ private:
 };
 
 constexpr const wchar_t* kFolderNames[] = {
-    L"Projects", L"Invoices", L"B\u00FCro", L"Reisen", L"\u041F\u0438\u0441\u044C\u043C\u0430",
-    L"Photos \U0001F4F7", L"Team", L"\u8BF7\u6C42", L"Archive", L"Caf\u00E9",
+    L"Projects",          L"Invoices", L"B\u00FCro",    L"Reisen",  L"\u041F\u0438\u0441\u044C\u043C\u0430",
+    L"Photos \U0001F4F7", L"Team",     L"\u8BF7\u6C42", L"Archive", L"Caf\u00E9",
 };
 
 constexpr const wchar_t* kSubjects[] = {
@@ -124,7 +124,8 @@ class SampleAttachment : public AttachmentContent
 {
 public:
     SampleAttachment(PropertyBag properties, std::shared_ptr<const MessageContent> embedded)
-        : m_properties(std::move(properties)), m_embedded(std::move(embedded))
+        : m_properties(std::move(properties)),
+          m_embedded(std::move(embedded))
     {
     }
 
@@ -231,8 +232,7 @@ PropertyBag SampleMessage::Summary() const
     bag.Put(PropValue(PR_MESSAGE_DELIVERY_TIME, m_time + kMinute));
     bag.Put(PropValue(PR_CREATION_TIME, m_time + kMinute));
     bag.Put(PropValue(PR_LAST_MODIFICATION_TIME, m_time + kMinute));
-    bag.Put(PropValue::Long(PR_MESSAGE_FLAGS,
-                            (m_read ? MSGFLAG_READ : 0) | (HasAttachment() ? MSGFLAG_HASATTACH : 0)));
+    bag.Put(PropValue::Long(PR_MESSAGE_FLAGS, (m_read ? MSGFLAG_READ : 0) | (HasAttachment() ? MSGFLAG_HASATTACH : 0)));
     bag.Put(PropValue::Boolean(PR_HASATTACH, HasAttachment()));
     bag.Put(PropValue::Long(PR_IMPORTANCE, m_importance));
     bag.Put(PropValue::Long(PR_PRIORITY, m_importance == IMPORTANCE_HIGH ? PRIO_URGENT : PRIO_NORMAL));
@@ -353,7 +353,8 @@ class SampleSource : public StoreSource
 {
 public:
     SampleSource(const SampleSize& size, const std::wstring& displayName)
-        : m_size(size), m_special(MakeNewStore(RecordKey(size), displayName))
+        : m_size(size),
+          m_special(MakeNewStore(RecordKey(size), displayName))
     {
     }
 

@@ -41,8 +41,13 @@ private:
 
 Session::Session(std::shared_ptr<StoreCore> core, const MapiMemory& memory, ComPtr<IMAPISupport> support,
                  Bytes storeEntryId, Bytes wrappedEntryId, const MAPIUID& provider, bool unicode)
-    : m_core(std::move(core)), m_memory(memory), m_support(std::move(support)), m_storeEntryId(std::move(storeEntryId)),
-      m_wrappedEntryId(std::move(wrappedEntryId)), m_provider(provider), m_unicode(unicode)
+    : m_core(std::move(core)),
+      m_memory(memory),
+      m_support(std::move(support)),
+      m_storeEntryId(std::move(storeEntryId)),
+      m_wrappedEntryId(std::move(wrappedEntryId)),
+      m_provider(provider),
+      m_unicode(unicode)
 {
 }
 

@@ -24,8 +24,8 @@ class Session
 public:
     /// `storeEntryId` is the store's own, unwrapped entry ID, `wrappedEntryId` what clients see of it. `unicode` says
     /// whether the store presents itself as one that knows wide strings.
-    Session(std::shared_ptr<StoreCore> core, const MapiMemory& memory, ComPtr<IMAPISupport> support,
-            Bytes storeEntryId, Bytes wrappedEntryId, const MAPIUID& provider, bool unicode);
+    Session(std::shared_ptr<StoreCore> core, const MapiMemory& memory, ComPtr<IMAPISupport> support, Bytes storeEntryId,
+            Bytes wrappedEntryId, const MAPIUID& provider, bool unicode);
 
     StoreCore& Core() const noexcept { return *m_core; }
     const MapiMemory& Memory() const noexcept { return m_memory; }
@@ -35,10 +35,7 @@ public:
     bool Writable() const noexcept { return m_core->Writable(); }
 
     /// `flags` without MAPI_UNICODE for a store that presents itself as an ANSI store.
-    ULONG Flags(ULONG flags) const noexcept
-    {
-        return m_unicode ? flags : flags & ~static_cast<ULONG>(MAPI_UNICODE);
-    }
+    ULONG Flags(ULONG flags) const noexcept { return m_unicode ? flags : flags & ~static_cast<ULONG>(MAPI_UNICODE); }
     /// PR_STORE_SUPPORT_MASK (and PR_STORE_UNICODE_MASK).
     LONG SupportMask() const noexcept;
 

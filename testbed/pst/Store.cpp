@@ -28,17 +28,25 @@ bool IsHidden(ULONG id)
 bool IsComputed(ULONG id)
 {
     static const std::set<ULONG> ids = {
-        PROP_ID(PR_ENTRYID),      PROP_ID(PR_RECORD_KEY),       PROP_ID(PR_STORE_ENTRYID),
-        PROP_ID(PR_STORE_RECORD_KEY), PROP_ID(PR_MAPPING_SIGNATURE), PROP_ID(PR_OBJECT_TYPE),
-        PROP_ID(PR_ACCESS),       PROP_ID(PR_ACCESS_LEVEL),     PROP_ID(PR_STORE_SUPPORT_MASK),
-        PROP_ID(Tags::StoreUnicodeMask), PROP_ID(PR_MDB_PROVIDER),
+        PROP_ID(PR_ENTRYID),
+        PROP_ID(PR_RECORD_KEY),
+        PROP_ID(PR_STORE_ENTRYID),
+        PROP_ID(PR_STORE_RECORD_KEY),
+        PROP_ID(PR_MAPPING_SIGNATURE),
+        PROP_ID(PR_OBJECT_TYPE),
+        PROP_ID(PR_ACCESS),
+        PROP_ID(PR_ACCESS_LEVEL),
+        PROP_ID(PR_STORE_SUPPORT_MASK),
+        PROP_ID(Tags::StoreUnicodeMask),
+        PROP_ID(PR_MDB_PROVIDER),
     };
     return ids.contains(id) || IsHidden(id);
 }
 
 std::wstring Lower(std::wstring text)
 {
-    std::transform(text.begin(), text.end(), text.begin(), [](wchar_t c) { return static_cast<wchar_t>(std::towlower(c)); });
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](wchar_t c) { return static_cast<wchar_t>(std::towlower(c)); });
     return text;
 }
 
@@ -138,8 +146,8 @@ Bytes Store::DefaultReceiveFolder() const
 {
     const PropertyBag store = Core().StoreProperties();
     const Bytes subtree = BytesOf(store, PR_IPM_SUBTREE_ENTRYID);
-    const auto node = m_session->NodeOf(static_cast<ULONG>(subtree.size()),
-                                        reinterpret_cast<const ENTRYID*>(subtree.data()));
+    const auto node =
+        m_session->NodeOf(static_cast<ULONG>(subtree.size()), reinterpret_cast<const ENTRYID*>(subtree.data()));
     if (!node || !Core().Find(*node))
     {
         return m_session->EntryId(Nodes::Root);

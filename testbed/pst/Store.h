@@ -9,9 +9,9 @@ ComPtr<IMsgStore> MakeStore(std::shared_ptr<const Session> session);
 ComPtr<IMAPIFolder> MakeFolder(std::shared_ptr<const Session> session, NodeId node);
 ComPtr<IMSLogon> MakeLogon(std::shared_ptr<const Session> session);
 
-/// The body of OpenEntry of the store, its logon and its folders. A null entry ID opens the root folder, the store's own
-/// the store. Messages are opened for writing only when MAPI_MODIFY or MAPI_BEST_ACCESS asks for it; folders and the
-/// store give the best access that the session has, as their rights and not an open flag decide.
+/// The body of OpenEntry of the store, its logon and its folders. A null entry ID opens the root folder, the store's
+/// own the store. Messages are opened for writing only when MAPI_MODIFY or MAPI_BEST_ACCESS asks for it; folders and
+/// the store give the best access that the session has, as their rights and not an open flag decide.
 HRESULT OpenStoreEntry(const std::shared_ptr<const Session>& session, ULONG size, LPENTRYID entryId, LPCIID iid,
                        ULONG flags, ULONG* type, LPUNKNOWN* object);
 

@@ -68,8 +68,9 @@ std::wstring Upper(std::wstring text)
 // The first bytes of a file; nothing when there is no file.
 std::optional<std::string> ReadHead(const std::wstring& path)
 {
-    const FileHandle file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                      nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    const FileHandle file(CreateFileW(path.c_str(), GENERIC_READ,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+                                      FILE_ATTRIBUTE_NORMAL, nullptr));
     if (file.Get() == INVALID_HANDLE_VALUE)
     {
         const DWORD error = GetLastError();
@@ -108,14 +109,17 @@ MAPIUID NewRecordKey()
     return uid;
 }
 
-// The row of a message: what its folder's table knows, with the changes of the overlay (null when it has none), and only
-// for what neither knows the message itself.
+// The row of a message: what its folder's table knows, with the changes of the overlay (null when it has none), and
+// only for what neither knows the message itself.
 class MessageRowSource : public PropertySource
 {
 public:
     MessageRowSource(std::shared_ptr<Overlay> overlay, std::shared_ptr<const StoreSource> source, const Node& node,
                      bool created)
-        : m_overlay(std::move(overlay)), m_source(std::move(source)), m_node(node), m_created(created)
+        : m_overlay(std::move(overlay)),
+          m_source(std::move(source)),
+          m_node(node),
+          m_created(created)
     {
         if (!created)
         {
@@ -296,7 +300,9 @@ std::shared_ptr<StoreCore> StoreCore::Open(const std::wstring& givenPath)
 }
 
 StoreCore::StoreCore(std::wstring path, std::shared_ptr<const StoreSource> source, std::shared_ptr<Overlay> overlay)
-    : m_path(std::move(path)), m_source(std::move(source)), m_overlay(std::move(overlay)),
+    : m_path(std::move(path)),
+      m_source(std::move(source)),
+      m_overlay(std::move(overlay)),
       m_recordKey(BytesOf(m_source->StoreProperties(), PR_RECORD_KEY))
 {
     Reload(true);
@@ -693,7 +699,8 @@ std::shared_ptr<const PropertySource> StoreCore::MessageRow(const Node& message)
             own = *original;
         }
     }
-    return std::make_shared<MessageRowSource>(m_stored.contains(message.id) ? m_overlay : nullptr, m_source, own, created);
+    return std::make_shared<MessageRowSource>(m_stored.contains(message.id) ? m_overlay : nullptr, m_source, own,
+                                              created);
 }
 
 LONG StoreCore::MessageLong(const Node& message, ULONG tag)
@@ -820,8 +827,8 @@ std::vector<ULONG> StoreCore::IdsOfNames(const std::vector<PropertyName>& names,
 std::optional<PropertyName> StoreCore::NameOfId(ULONG id)
 {
     const std::lock_guard lock(m_lock);
-    const auto known = std::find_if(m_names.begin(), m_names.end(),
-                                    [&](const NamedProperty& property) { return property.id == id; });
+    const auto known =
+        std::find_if(m_names.begin(), m_names.end(), [&](const NamedProperty& property) { return property.id == id; });
     return known == m_names.end() ? std::nullopt : std::optional<PropertyName>(known->name);
 }
 

@@ -16,7 +16,8 @@ class StoreCore : public std::enable_shared_from_this<StoreCore>
 public:
     /// Opens the store of the file at `path`, or a new one, kept wholly in the overlay, when there is no such file and
     /// its folder exists. Throws `Failure`: MAPI_E_NOT_FOUND when the folder does not exist or when the file of an
-    /// overlay is gone, MAPI_E_NO_ACCESS, MAPI_E_CORRUPT_STORE when it is no PST file, or the overlay belongs to another.
+    /// overlay is gone, MAPI_E_NO_ACCESS, MAPI_E_CORRUPT_STORE when it is no PST file, or the overlay belongs to
+    /// another.
     static std::shared_ptr<StoreCore> Open(const std::wstring& path);
 
     /// `path` as all parts of the provider compare it: full, with backslashes.
