@@ -167,8 +167,9 @@ void RequireOwn(const InfFile& file, const std::wstring& serviceName)
         if (EqualNames(serviceName, section))
             throw SetupError(Quote(serviceName) + L" is a section of MAPISVC.INF itself and no service's name.");
     }
+    const std::wstring provider = GetProviderSection(serviceName);
     const auto providers = file.Read(serviceName, L"Providers");
-    if (providers && !EqualNames(*providers, GetProviderSection(serviceName)))
+    if (providers && !EqualNames(*providers, provider) && !file.Read(provider, providerMark))
     {
         throw SetupError(L"The service " + Quote(serviceName) + L" in " + Quote(file.Path()) +
                          L" is not an archive store's: its provider is " + Quote(*providers) + L".");

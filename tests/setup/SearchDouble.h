@@ -1,0 +1,56 @@
+// A search service in this process: the platform's objects as bare tables of slots, so that a method that stood in
+// another slot in the library's declarations would not be found here.
+#pragma once
+
+#include <windows.h>
+
+#include <objbase.h>
+
+#include <string>
+#include <vector>
+
+namespace Tests
+{
+
+/// The steps of an exclusion, in their order.
+enum class SearchStep
+{
+    CreateInstance,
+    GetCatalog,
+    GetCrawlScopeManager,
+    IncludedInCrawlScope,
+    AddUserScopeRule,
+    SaveAll,
+    Count
+};
+
+/// Registers the class object of the search service for this process as long as it lives. The calling thread has COM
+/// initialised. One at a time.
+class SearchService
+{
+public:
+    SearchService();
+    SearchService(const SearchService&) = delete;
+    SearchService& operator=(const SearchService&) = delete;
+    ~SearchService();
+
+    /// What each step gives.
+    HRESULT results[static_cast<int>(SearchStep::Count)] = {};
+    HRESULT& Result(SearchStep step) { return results[static_cast<int>(step)]; }
+    /// The step that gives no object in spite of its result.
+    SearchStep givingNothing = SearchStep::Count;
+    /// What IncludedInCrawlScope says.
+    BOOL included = TRUE;
+
+    /// The calls on the objects, with their arguments.
+    std::vector<std::wstring> calls;
+    /// References that are held on all objects now.
+    LONG References() const;
+    /// References that were ever taken.
+    LONG ReferencesTaken() const;
+
+private:
+    DWORD m_cookie = 0;
+};
+
+} // namespace Tests

@@ -1,0 +1,712 @@
+// archive-setup.exe, run as a process.
+#include "nst/StoreProviderRegistration.h"
+#include "tests/common/LogCapture.h"
+#include "tests/setup/MapiSvcInf.h"
+#include "tests/units/Setting.h"
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+#include <chrono>
+#include <thread>
+#include <utility>
+
+using nlohmann::json;
+using testing::HasSubstr;
+using Tests::InfEntry;
+using Tests::ReadInf;
+
+namespace
+{
+
+constexpr int success = 0;
+constexpr int failure = 1;
+constexpr int usage = 2;
+constexpr int notRegistered = 3;
+constexpr int faulty = 4;
+
+std::filesystem::path ProgramFolder()
+{
+    wchar_t path[MAX_PATH] = {};
+    GetModuleFileNameW(nullptr, path, MAX_PATH);
+    return std::filesystem::path(path).parent_path();
+}
+
+std::string Utf8(const std::wstring& text)
+{
+    return Tests::Narrow(text);
+}
+
+/// A handle that closes itself.
+class Handle
+{
+public:
+    Handle() noexcept = default;
+    Handle(const Handle&) = delete;
+    Handle& operator=(const Handle&) = delete;
+    ~Handle() { Close(); }
+    HANDLE* Put() noexcept { return &m_handle; }
+    HANDLE Get() const noexcept { return m_handle; }
+    void Close() noexcept
+    {
+        if (m_handle)
+            CloseHandle(std::exchange(m_handle, nullptr));
+    }
+
+private:
+    HANDLE m_handle = nullptr;
+};
+
+/// What comes out of one end of a pipe, read by a thread of its own.
+class PipeReader
+{
+public:
+    PipeReader()
+    {
+        SECURITY_ATTRIBUTES inherited = {sizeof(inherited), nullptr, TRUE};
+        EXPECT_TRUE(CreatePipe(m_output.Put(), m_input.Put(), &inherited, 0));
+        SetHandleInformation(m_output.Get(), HANDLE_FLAG_INHERIT, 0);
+    }
+    HANDLE Input() const noexcept { return m_input.Get(); }
+
+    void Start()
+    {
+        m_input.Close();
+        m_thread = std::thread(
+            [this]
+            {
+                char buffer[4096];
+                DWORD count = 0;
+                while (ReadFile(m_output.Get(), buffer, sizeof(buffer), &count, nullptr) && count != 0)
+                {
+                    const std::lock_guard lock(m_lock);
+                    m_text.append(buffer, count);
+                }
+            });
+    }
+    std::string Text() const
+    {
+        const std::lock_guard lock(m_lock);
+        return m_text;
+    }
+    std::string Finish()
+    {
+        m_thread.join();
+        return m_text;
+    }
+
+private:
+    Handle m_output;
+    Handle m_input;
+    std::thread m_thread;
+    mutable std::mutex m_lock;
+    std::string m_text;
+};
+
+struct Result
+{
+    DWORD exitCode = 0;
+    std::string output;
+    std::string errors;
+};
+
+std::wstring Quoted(const std::wstring& argument)
+{
+    // No argument here has a quotation mark, or a backslash at its end.
+    return L" \"" + argument + L"\"";
+}
+
+/// The tool, running.
+class Tool
+{
+public:
+    explicit Tool(const std::vector<std::wstring>& arguments)
+    {
+        std::wstring commandLine = L"\"" + (ProgramFolder() / L"archive-setup.exe").make_preferred().wstring() + L"\"";
+        for (const std::wstring& argument : arguments)
+            commandLine += Quoted(argument);
+        STARTUPINFOW startup = {};
+        startup.cb = sizeof(startup);
+        startup.dwFlags = STARTF_USESTDHANDLES;
+        startup.hStdOutput = m_output.Input();
+        startup.hStdError = m_errors.Input();
+        PROCESS_INFORMATION started = {};
+        EXPECT_TRUE(CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
+                                   &started))
+            << "archive-setup.exe cannot be started, error " << GetLastError();
+        *m_process.Put() = started.hProcess;
+        *m_thread.Put() = started.hThread;
+        m_output.Start();
+        m_errors.Start();
+    }
+
+    std::string ErrorsSoFar() const { return m_errors.Text(); }
+
+    Result Finish()
+    {
+        Result result;
+        WaitForSingleObject(m_process.Get(), INFINITE);
+        GetExitCodeProcess(m_process.Get(), &result.exitCode);
+        result.output = m_output.Finish();
+        result.errors = m_errors.Finish();
+        std::erase(result.output, '\r');
+        std::erase(result.errors, '\r');
+        return result;
+    }
+
+private:
+    PipeReader m_output;
+    PipeReader m_errors;
+    Handle m_process;
+    Handle m_thread;
+};
+
+Result RunTool(const std::vector<std::wstring>& arguments)
+{
+    return Tool(arguments).Finish();
+}
+
+/// One line that begins with the tool's name.
+void ExpectOneSentence(const std::string& errors)
+{
+    EXPECT_THAT(errors, testing::StartsWith("archive-setup: "));
+    EXPECT_EQ(std::count(errors.begin(), errors.end(), '\n'), 1) << errors;
+}
+
+class SetupTool : public testing::Test
+{
+protected:
+    SetupTool() { Tests::WriteFileBytes(path, Tests::SampleInf()); }
+
+    std::vector<std::wstring> RegisterArguments(std::vector<std::wstring> more = {}) const
+    {
+        std::vector<std::wstring> arguments = {L"register",  L"--inf",      path,     L"--service", L"ArchiveSvc",
+                                               L"--display", L"My Archive", L"--dll", dll};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        return arguments;
+    }
+    Result Register(std::vector<std::wstring> more = {}) const { return RunTool(RegisterArguments(std::move(more))); }
+    Result Unregister(std::vector<std::wstring> more = {}) const
+    {
+        std::vector<std::wstring> arguments = {L"unregister", L"--inf", path, L"--service", L"ArchiveSvc"};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        return RunTool(arguments);
+    }
+    Result Status(std::vector<std::wstring> more = {L"--service", L"ArchiveSvc"}) const
+    {
+        std::vector<std::wstring> arguments = {L"status", L"--json", L"--inf", path};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        return RunTool(arguments);
+    }
+    /// What is wrong with the service, as status tells it.
+    json Problems(int exitCode = faulty) const
+    {
+        const Result result = Status();
+        EXPECT_EQ(result.exitCode, static_cast<DWORD>(exitCode)) << result.output << result.errors;
+        EXPECT_EQ(result.errors, "");
+        const json status = json::parse(result.output);
+        EXPECT_EQ(status["services"].size(), 1u);
+        return status["services"][0]["problems"];
+    }
+    void Write(const wchar_t* section, const wchar_t* key, const wchar_t* value) const
+    {
+        ASSERT_TRUE(WritePrivateProfileStringW(section, key, value, path.c_str()));
+    }
+    void MakeDll() const { Tests::WriteFileBytes(dll, "not empty"); }
+    void RegisterByTheLibrary() const
+    {
+        Quillon::OutlookAddIn::RegisterStoreProvider(L"ArchiveSvc", L"My Archive", dll.c_str(), path.c_str(), L"");
+    }
+    std::vector<InfEntry> Entries() const { return Tests::ExpectedEntries(L"ArchiveSvc", L"My Archive", dll, L""); }
+
+    const Tests::TempFolder folder;
+    const std::wstring path = folder / L"MAPISVC \u00C4.INF";
+    const std::wstring dll = folder / L"ArchiveHost.dll";
+};
+
+} // namespace
+
+TEST_F(SetupTool, ExplainsItself)
+{
+    const Result whole = RunTool({L"--help"});
+    EXPECT_EQ(whole.exitCode, static_cast<DWORD>(success));
+    EXPECT_THAT(whole.output, HasSubstr("Exit codes: 0 done"));
+    for (const wchar_t* const command : {L"register", L"unregister", L"status", L"exclude", L"url"})
+    {
+        EXPECT_THAT(whole.output, HasSubstr("  " + Utf8(command) + " "));
+        const Result result = RunTool({command, L"--help"});
+        EXPECT_EQ(result.exitCode, static_cast<DWORD>(success));
+        EXPECT_THAT(result.output, HasSubstr("Usage: archive-setup " + Utf8(command)));
+        EXPECT_THAT(result.output, HasSubstr("--json"));
+        EXPECT_EQ(result.errors, "");
+    }
+}
+
+TEST_F(SetupTool, RefusesAWrongCommandLine)
+{
+    const std::vector<std::wstring> wrong[] = {
+        {},
+        {L"frobnicate"},
+        {L"register"},
+        {L"register", L"--service", L"A", L"--display", L"B"},
+        {L"unregister", L"--inf", path},
+        {L"status", L"--dll", L"x.dll"},
+        {L"status", L"--dry-run"},
+        {L"url", L"--store-id", L"00"},
+        {L"exclude", L"--store-name", L"x"},
+        {L"url", L"--store-id", L"00", L"--store-name", L"x", L"more"},
+    };
+    for (std::vector<std::wstring> arguments : wrong)
+    {
+        const Result result = RunTool(arguments);
+        EXPECT_EQ(result.exitCode, static_cast<DWORD>(usage)) << result.errors;
+        ExpectOneSentence(result.errors);
+        EXPECT_EQ(result.output, "");
+    }
+    const Result result = RunTool({L"register", L"--json"});
+    EXPECT_EQ(result.exitCode, static_cast<DWORD>(usage));
+    EXPECT_NE(json::parse(result.output)["error"], "");
+}
+
+// The whole life of a registration in a realistic file.
+TEST_F(SetupTool, RegistersChecksAndRemoves)
+{
+    MakeDll();
+    const std::string before = Tests::ReadFileBytes(path);
+    const std::string leftByThePlatform = Tests::AsThePlatformLeavesIt(path);
+
+    const Result none = Status();
+    EXPECT_EQ(none.exitCode, static_cast<DWORD>(notRegistered));
+    EXPECT_EQ(json::parse(none.output)["services"][0]["state"], "not registered");
+
+    const Result done = Register();
+    EXPECT_EQ(done.exitCode, static_cast<DWORD>(success)) << done.errors;
+    EXPECT_EQ(done.errors, "");
+    EXPECT_THAT(done.output, HasSubstr("14 entries: 14 new, 0 replaced, 0 unchanged"));
+    for (const InfEntry& entry : Entries())
+        EXPECT_EQ(ReadInf(path, entry.section, entry.key), entry.value);
+
+    const Result status = Status();
+    EXPECT_EQ(status.exitCode, static_cast<DWORD>(success)) << status.output;
+    const json parsed = json::parse(status.output);
+    EXPECT_EQ(parsed["file"]["path"], Utf8(path));
+    EXPECT_EQ(parsed["services"], json::array({{{"service", "ArchiveSvc"},
+                                                {"state", "registered"},
+                                                {"provider", "ArchiveSvc_P"},
+                                                {"displayName", "My Archive"},
+                                                {"dll", Utf8(dll)},
+                                                {"dllPath", Utf8(dll)},
+                                                {"extraFlags", ""},
+                                                {"problems", json::array()}}}));
+
+    const std::string registered = Tests::ReadFileBytes(path);
+    EXPECT_THAT(Register().output, HasSubstr("14 entries: 0 new, 0 replaced, 14 unchanged"));
+    EXPECT_TRUE(Tests::ReadFileBytes(path) == registered);
+
+    const Result removed = Unregister();
+    EXPECT_EQ(removed.exitCode, static_cast<DWORD>(success)) << removed.errors;
+    EXPECT_THAT(removed.output, HasSubstr("14 entries"));
+    EXPECT_TRUE(Tests::ReadFileBytes(path) == leftByThePlatform);
+    EXPECT_EQ(Tests::SpeakingLines(Tests::ReadFileBytes(path)), Tests::SpeakingLines(before));
+
+    const Result again = Unregister();
+    EXPECT_EQ(again.exitCode, static_cast<DWORD>(success)) << "an uninstaller may run twice";
+    EXPECT_THAT(again.output, HasSubstr("is not registered"));
+}
+
+TEST_F(SetupTool, OnlyTellsInADryRun)
+{
+    Write(L"ArchiveSvc", L"PR_DISPLAY_NAME", L"Old name");
+    Write(L"ArchiveSvc", L"PR_SERVICE_ENTRY_NAME", L"ServiceEntry");
+    const std::string before = Tests::ReadFileBytes(path);
+
+    const Result planned = Register({L"--dry-run", L"--json", L"--flags", L"SERVICE_SINGLE_COPY"});
+    EXPECT_EQ(planned.exitCode, static_cast<DWORD>(success)) << planned.errors;
+    EXPECT_TRUE(Tests::ReadFileBytes(path) == before);
+    const json plan = json::parse(planned.output);
+    EXPECT_EQ(plan["dryRun"], true);
+    const auto entries = Tests::ExpectedEntries(L"ArchiveSvc", L"My Archive", dll, L"SERVICE_SINGLE_COPY");
+    ASSERT_EQ(plan["changes"].size(), entries.size());
+    for (std::size_t index = 0; index < entries.size(); ++index)
+    {
+        const json& change = plan["changes"][index];
+        EXPECT_EQ(change["section"], Utf8(entries[index].section));
+        EXPECT_EQ(change["key"], Utf8(entries[index].key));
+        EXPECT_EQ(change["value"], Utf8(entries[index].value));
+        EXPECT_EQ(change["change"], index == 6 ? "replace" : index == 8 ? "keep" : "add");
+    }
+    EXPECT_EQ(plan["changes"][6]["previous"], "Old name");
+    EXPECT_THAT(Register({L"--dry-run"}).output,
+                HasSubstr("  replace [ArchiveSvc] PR_DISPLAY_NAME = My Archive (now: Old name)\n"));
+    EXPECT_TRUE(Tests::ReadFileBytes(path) == before);
+
+    ASSERT_EQ(Register().exitCode, static_cast<DWORD>(success));
+    const std::string registered = Tests::ReadFileBytes(path);
+    const json removal = json::parse(Unregister({L"--dry-run", L"--json"}).output);
+    EXPECT_EQ(removal["changes"].size(), 14u);
+    EXPECT_EQ(removal["changes"][0],
+              json({{"section", "Services"}, {"key", "ArchiveSvc"}, {"value", "My Archive"}, {"change", "remove"}}));
+    EXPECT_TRUE(Tests::ReadFileBytes(path) == registered);
+}
+
+TEST_F(SetupTool, FindsEachMissingEntry)
+{
+    MakeDll();
+    for (const InfEntry& entry : Entries())
+    {
+        SCOPED_TRACE(Utf8(entry.section + L" " + entry.key));
+        RegisterByTheLibrary();
+        Write(entry.section.c_str(), entry.key.c_str(), nullptr);
+        EXPECT_EQ(Problems(), json::array({{{"problem", "missing entry"},
+                                            {"section", Utf8(entry.section)},
+                                            {"key", Utf8(entry.key)},
+                                            {"expected", Utf8(entry.value)}}}));
+    }
+}
+
+TEST_F(SetupTool, FindsEachWrongValue)
+{
+    MakeDll();
+    const std::vector<std::wstring> expected = {L"--service", L"ArchiveSvc", L"--display", L"My Archive",
+                                                L"--dll",     dll,           L"--flags",   L""};
+    ASSERT_EQ(Register().exitCode, static_cast<DWORD>(success));
+    EXPECT_EQ(Status(expected).exitCode, static_cast<DWORD>(success));
+    for (const InfEntry& entry : Entries())
+    {
+        SCOPED_TRACE(Utf8(entry.section + L" " + entry.key));
+        RegisterByTheLibrary();
+        Write(entry.section.c_str(), entry.key.c_str(), L"wrong");
+        const Result result = Status(expected);
+        EXPECT_EQ(result.exitCode, static_cast<DWORD>(faulty));
+        EXPECT_EQ(json::parse(result.output)["services"][0]["problems"], json::array({{{"problem", "wrong value"},
+                                                                                       {"section", Utf8(entry.section)},
+                                                                                       {"key", Utf8(entry.key)},
+                                                                                       {"expected", Utf8(entry.value)},
+                                                                                       {"found", "wrong"}}}));
+    }
+}
+
+TEST_F(SetupTool, RepairsARegistration)
+{
+    MakeDll();
+    RegisterByTheLibrary();
+    Write(L"ArchiveSvc", L"Providers", L"wrong");
+    Write(L"ArchiveSvc_P", L"PR_RESOURCE_TYPE", nullptr);
+    EXPECT_EQ(Problems().size(), 2u);
+    EXPECT_THAT(Register().output, HasSubstr("14 entries: 1 new, 1 replaced, 12 unchanged"));
+    EXPECT_EQ(Problems(success).size(), 0u);
+}
+
+TEST_F(SetupTool, FindsHalfARegistration)
+{
+    MakeDll();
+    ASSERT_EQ(Register().exitCode, static_cast<DWORD>(success));
+    Write(L"ArchiveSvc", nullptr, nullptr);
+    EXPECT_EQ(Problems().size(), 7u);
+    Write(L"Services", L"ArchiveSvc", nullptr);
+    EXPECT_EQ(Problems().size(), 8u);
+    EXPECT_EQ(Status({}).exitCode, static_cast<DWORD>(faulty)) << "found without being named";
+    Write(L"ArchiveSvc_P", nullptr, nullptr);
+    EXPECT_EQ(Status().exitCode, static_cast<DWORD>(notRegistered));
+    EXPECT_EQ(Status({}).exitCode, static_cast<DWORD>(notRegistered));
+}
+
+TEST_F(SetupTool, FindsAMissingDll)
+{
+    ASSERT_EQ(Register().exitCode, static_cast<DWORD>(success));
+    EXPECT_EQ(Problems(), json::array({{{"problem", "missing file"}, {"file", Utf8(dll)}}}));
+
+    Tests::WriteFileBytes(folder / L"ArchiveHost32.dll", "not empty");
+    const Result result = Status();
+    EXPECT_EQ(result.exitCode, static_cast<DWORD>(success)) << "MAPI puts 32 behind the name";
+    EXPECT_EQ(json::parse(result.output)["services"][0]["dllPath"], Utf8(folder / L"ArchiveHost32.dll"));
+}
+
+TEST_F(SetupTool, TellsOfEveryRegistration)
+{
+    MakeDll();
+    EXPECT_EQ(Status({}).exitCode, static_cast<DWORD>(notRegistered));
+    ASSERT_EQ(Register().exitCode, static_cast<DWORD>(success));
+    ASSERT_EQ(RunTool({L"register", L"--inf", path, L"--service", L"Other archive", L"--display", L"\u00DCbriges",
+                       L"--dll", L"nowhere.dll", L"--flags", L"SERVICE_SINGLE_COPY"})
+                  .exitCode,
+              static_cast<DWORD>(success));
+    const Result result = Status({});
+    EXPECT_EQ(result.exitCode, static_cast<DWORD>(faulty));
+    const json services = json::parse(result.output)["services"];
+    ASSERT_EQ(services.size(), 2u) << "the sample's other services are none of ours";
+    EXPECT_EQ(services[0]["service"], "ArchiveSvc");
+    EXPECT_EQ(services[0]["state"], "registered");
+    EXPECT_EQ(services[1]["service"], "Other archive");
+    EXPECT_EQ(services[1]["displayName"], Utf8(L"\u00DCbriges"));
+    EXPECT_EQ(services[1]["extraFlags"], "SERVICE_SINGLE_COPY");
+    EXPECT_EQ(services[1]["state"], "faulty");
+
+    const Result text = RunTool({L"status", L"--inf", path});
+    EXPECT_THAT(text.output, HasSubstr("\"ArchiveSvc\", shown as \"My Archive\": registered, nothing is wrong\n"));
+    EXPECT_THAT(text.output, HasSubstr(": registered, 1 problem\n"));
+    EXPECT_THAT(text.output, HasSubstr("  missing file: the DLL nowhere.dll "));
+}
+
+TEST_F(SetupTool, LeavesOtherServicesAlone)
+{
+    const std::string before = Tests::ReadFileBytes(path);
+    for (const wchar_t* const service : {L"MSPST MS", L"mspst ms", L"Services", L"Default Services"})
+    {
+        for (const Result& result :
+             {RunTool({L"register", L"--inf", path, L"--service", service, L"--display", L"x", L"--dll", L"x.dll"}),
+              RunTool({L"unregister", L"--inf", path, L"--service", service})})
+        {
+            EXPECT_EQ(result.exitCode, static_cast<DWORD>(failure));
+            ExpectOneSentence(result.errors);
+        }
+    }
+    EXPECT_TRUE(Tests::ReadFileBytes(path) == before);
+}
+
+TEST_F(SetupTool, RefusesTextsThatTheFileCannotHold)
+{
+    const std::string before = Tests::ReadFileBytes(path);
+    const std::vector<std::wstring> wrong[] = {
+        {L"", L"x", L"x.dll", L""},
+        {L"A]B", L"x", L"x.dll", L""},
+        {L"A=B", L"x", L"x.dll", L""},
+        {L";A", L"x", L"x.dll", L""},
+        {L"A\nB", L"x", L"x.dll", L""},
+        {L" A", L"x", L"x.dll", L""},
+        {L"A", L"", L"x.dll", L""},
+        {L"A", L"x\r\n[Services]\r\ny=z", L"x.dll", L""},
+        {L"A", L"'x'", L"x.dll", L""},
+        {L"A", L"x", L"", L""},
+        {L"A", L"x", L"x.dll", L"F\nPR_SERVICE_DLL_NAME=evil.dll"},
+        {L"A", L"\u6F22\u5B57", L"x.dll", L""},
+        {L"A", L"x", L"\u6F22.dll", L""},
+    };
+    for (const std::vector<std::wstring>& texts : wrong)
+    {
+        const Result result = RunTool({L"register", L"--json", L"--inf", path, L"--service", texts[0], L"--display",
+                                       texts[1], L"--dll", texts[2], L"--flags", texts[3]});
+        EXPECT_EQ(result.exitCode, static_cast<DWORD>(failure)) << Utf8(texts[0] + texts[1]);
+        ExpectOneSentence(result.errors);
+        EXPECT_EQ("archive-setup: " + json::parse(result.output)["error"].get<std::string>() + "\n", result.errors);
+    }
+    EXPECT_TRUE(Tests::ReadFileBytes(path) == before);
+}
+
+TEST_F(SetupTool, RefusesFilesThatItCannotUse)
+{
+    const std::wstring missing = folder / L"missing.inf";
+    const std::wstring unmarked = folder / L"unmarked.inf";
+    const std::string bytes("[\0S\0]\0\r\0\n\0", 10);
+    Tests::WriteFileBytes(unmarked, bytes);
+    for (const std::wstring& inf : {missing, folder / L"no folder\\x.inf", folder.Path().wstring(), unmarked})
+    {
+        for (const Result& result :
+             {RunTool({L"register", L"--inf", inf, L"--service", L"A", L"--display", L"x", L"--dll", L"x.dll"}),
+              RunTool({L"unregister", L"--inf", inf, L"--service", L"A"}), RunTool({L"status", L"--inf", inf})})
+        {
+            EXPECT_EQ(result.exitCode, static_cast<DWORD>(failure)) << Utf8(inf);
+            ExpectOneSentence(result.errors);
+            EXPECT_EQ(result.output, "");
+        }
+    }
+    EXPECT_EQ(GetFileAttributesW(missing.c_str()), INVALID_FILE_ATTRIBUTES);
+    EXPECT_EQ(Tests::ReadFileBytes(unmarked), bytes);
+}
+
+TEST_F(SetupTool, RegistersInAReadOnlyFile)
+{
+    ASSERT_TRUE(SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_READONLY));
+    EXPECT_EQ(Register({L"--dry-run"}).exitCode, static_cast<DWORD>(success));
+    EXPECT_NE(GetFileAttributesW(path.c_str()) & FILE_ATTRIBUTE_READONLY, 0u);
+    EXPECT_EQ(Register().exitCode, static_cast<DWORD>(success));
+    EXPECT_EQ(ReadInf(path, L"Services", L"ArchiveSvc"), L"My Archive");
+}
+
+// The one test in which the shipped wait really passes.
+TEST_F(SetupTool, WaitsForAFileInUse)
+{
+    Tests::FileMapping mapping(path);
+    const auto begin = std::chrono::steady_clock::now();
+    Tool tool(RegisterArguments());
+    const std::string announced =
+        "error: WritePrivateProfileString failed with ERROR_USER_MAPPED_FILE; retrying 9 more "
+        "time(s) after sleeping 10s";
+    while (tool.ErrorsSoFar().find(announced) == std::string::npos &&
+           std::chrono::steady_clock::now() - begin < std::chrono::seconds(60))
+        Sleep(50);
+    mapping.Close();
+    const Result result = tool.Finish();
+    EXPECT_EQ(result.exitCode, static_cast<DWORD>(success)) << result.errors;
+    EXPECT_EQ(result.errors, announced + "\n");
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(9900));
+    EXPECT_EQ(ReadInf(path, L"Services", L"ArchiveSvc"), L"My Archive");
+}
+
+TEST_F(SetupTool, ShowsTheLog)
+{
+    EXPECT_EQ(Register({L"--verbose"}).errors.find("action: Adding service 'ArchiveSvc' to MAPISVC.INF: "), 0u);
+}
+
+TEST_F(SetupTool, RefusesAWrongStoreIdentifier)
+{
+    for (const wchar_t* const id : {L"0", L"0g", L"0x12", L"12 34", L"\u0661\u0661"})
+    {
+        for (const wchar_t* const command : {L"url", L"exclude"})
+        {
+            const Result result = RunTool({command, L"--store-id", id, L"--store-name", L"x"});
+            EXPECT_EQ(result.exitCode, static_cast<DWORD>(failure));
+            ExpectOneSentence(result.errors);
+        }
+    }
+}
+
+namespace
+{
+
+/// A text value in HKEY_LOCAL_MACHINE, for all programs, that is as it was at the end.
+class RegistryText
+{
+public:
+    RegistryText(std::wstring key, const wchar_t* name, const std::wstring& text) : m_key(std::move(key)), m_name(name)
+    {
+        DWORD size = 0;
+        if (RegGetValueW(HKEY_LOCAL_MACHINE, m_key.c_str(), m_name, RRF_RT_REG_SZ, nullptr, nullptr, &size) ==
+            ERROR_SUCCESS)
+        {
+            std::wstring previous(size / sizeof(wchar_t), L'\0');
+            EXPECT_EQ(
+                RegGetValueW(HKEY_LOCAL_MACHINE, m_key.c_str(), m_name, RRF_RT_REG_SZ, nullptr, previous.data(), &size),
+                ERROR_SUCCESS);
+            previous.resize(previous.find(L'\0'));
+            m_previous = previous;
+        }
+        Set(text);
+    }
+    RegistryText(const RegistryText&) = delete;
+    RegistryText& operator=(const RegistryText&) = delete;
+    ~RegistryText()
+    {
+        if (m_previous)
+            Set(*m_previous);
+        else
+            RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, m_key.c_str(), m_name);
+    }
+
+    void Set(const std::wstring& text)
+    {
+        EXPECT_EQ(RegSetKeyValueW(HKEY_LOCAL_MACHINE, m_key.c_str(), m_name, REG_SZ, text.c_str(),
+                                  static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t))),
+                  ERROR_SUCCESS);
+    }
+
+private:
+    std::wstring m_key;
+    const wchar_t* m_name;
+    std::optional<std::wstring> m_previous;
+};
+
+/// A mail client of the test's own is the registered one, with its MAPI module and its program in an empty folder.
+class MailClientRegistration : public testing::Test
+{
+protected:
+    MailClientRegistration()
+    {
+        const std::filesystem::path build = ProgramFolder().parent_path();
+        EXPECT_TRUE(CopyFileW((build / L"mail-client" / L"olmapi32.dll").c_str(), module.c_str(), TRUE));
+        EXPECT_TRUE(CopyFileW((build / L"outlook-versions" / L"outlook-15.exe").c_str(), program.c_str(), TRUE));
+    }
+    ~MailClientRegistration() override
+    {
+        RegDeleteTreeW(HKEY_LOCAL_MACHINE, L"Software\\Clients\\Mail\\KivNst setup test");
+    }
+
+    std::wstring SystemInf() const
+    {
+        wchar_t system[MAX_PATH] = {};
+        GetSystemDirectoryW(system, MAX_PATH);
+        return std::wstring(system) + L"\\MAPISVC.INF";
+    }
+
+    const Tests::TempFolder folder;
+    const std::wstring module = folder / L"mapi of the test.dll";
+    const std::wstring program = folder / L"outlook.exe";
+
+private:
+    const RegistryText m_client{L"Software\\Clients\\Mail", nullptr, L"KivNst setup test"};
+    const RegistryText m_module{L"Software\\Clients\\Mail\\KivNst setup test", L"DllPathEx", module};
+    const RegistryText m_program{L"Software\\Microsoft\\Windows\\CurrentVersion\\App Paths\\outlook.exe", nullptr,
+                                 program};
+};
+
+} // namespace
+
+TEST_F(MailClientRegistration, LeadsToTheFileBesideTheMapiModule)
+{
+    const std::wstring inf = folder / L"MAPISVC.INF";
+    Tests::WriteFileBytes(inf, Tests::SampleInf());
+    const Result result = RunTool({L"status", L"--json"});
+    EXPECT_EQ(result.exitCode, static_cast<DWORD>(notRegistered)) << result.errors;
+    const json file = json::parse(result.output)["file"];
+    EXPECT_EQ(file["path"], Utf8(inf));
+    EXPECT_EQ(file["found"], "beside the MAPI module \"" + Utf8(module) + "\"");
+
+    ASSERT_EQ(RunTool({L"register", L"--service", L"A", L"--display", L"B", L"--dll", L"own.dll"}).exitCode,
+              static_cast<DWORD>(success));
+    EXPECT_EQ(ReadInf(inf, L"Services", L"A"), L"B");
+    // The module is looked for in the mail client's folder, too.
+    Tests::WriteFileBytes(folder / L"own.dll", "not empty");
+    const Result status = RunTool({L"status", L"--json"});
+    EXPECT_EQ(status.exitCode, static_cast<DWORD>(success)) << status.output;
+    EXPECT_EQ(json::parse(status.output)["services"][0]["dllPath"], Utf8(folder / L"own.dll"));
+    EXPECT_EQ(RunTool({L"unregister", L"--service", L"A"}).exitCode, static_cast<DWORD>(success));
+}
+
+TEST_F(MailClientRegistration, OtherwiseLeadsToTheSystemFolder)
+{
+    ASSERT_EQ(GetFileAttributesW(SystemInf().c_str()), INVALID_FILE_ATTRIBUTES) << "the prefix has a file of its own";
+    const Result none = RunTool({L"status"});
+    EXPECT_EQ(none.exitCode, static_cast<DWORD>(failure));
+    ExpectOneSentence(none.errors);
+    EXPECT_THAT(none.errors, HasSubstr(Utf8(folder / L"MAPISVC.INF")));
+    EXPECT_THAT(none.errors, HasSubstr(Utf8(SystemInf())));
+
+    Tests::WriteFileBytes(SystemInf(), Tests::SampleInf());
+    const Result result = RunTool({L"status", L"--json"});
+    EXPECT_TRUE(DeleteFileW(SystemInf().c_str()));
+    EXPECT_EQ(result.exitCode, static_cast<DWORD>(notRegistered)) << result.errors;
+    const json file = json::parse(result.output)["file"];
+    EXPECT_EQ(file["path"], Utf8(SystemInf()));
+    EXPECT_EQ(file["found"], "in the system folder");
+}
+
+TEST_F(MailClientRegistration, GivesTheUrlItsScheme)
+{
+    const std::vector<std::wstring> arguments = {L"url", L"--store-id", L"01000000FF", L"--store-name",
+                                                 L"\u00C4rchiv/100%"};
+    const Result result = RunTool(arguments);
+    EXPECT_EQ(result.exitCode, static_cast<DWORD>(success)) << result.errors;
+    EXPECT_EQ(result.output.find("mapi15://{S-1-5-"), 0u) << result.output;
+    // 33 * 1 + 255
+    EXPECT_THAT(result.output, testing::EndsWith("}/\xC3\x84rchiv%2F100%25(120)/\n"));
+
+    std::vector<std::wstring> inJson = arguments;
+    inJson.push_back(L"--json");
+    EXPECT_EQ(json::parse(RunTool(inJson).output)["url"].get<std::string>() + "\n", result.output);
+
+    ASSERT_TRUE(DeleteFileW(program.c_str()));
+    const Result failed = RunTool(inJson);
+    EXPECT_EQ(failed.exitCode, static_cast<DWORD>(failure));
+    ExpectOneSentence(failed.errors);
+    EXPECT_THAT(json::parse(failed.output)["error"].get<std::string>(),
+                HasSubstr("Unable to determine Outlook version"));
+}
+
+TEST_F(MailClientRegistration, DoesNotMakeUpForTheSearchService)
+{
+    const Result result = RunTool({L"exclude", L"--store-id", L"00", L"--store-name", L"x"});
+    EXPECT_EQ(result.exitCode, static_cast<DWORD>(failure));
+    ExpectOneSentence(result.errors);
+    EXPECT_THAT(result.errors, HasSubstr("cannot be excluded from the search index: "));
+    EXPECT_EQ(result.output, "");
+}
