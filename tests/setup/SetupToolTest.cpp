@@ -349,19 +349,28 @@ TEST_F(SetupTool, OnlyTellsInADryRun)
     EXPECT_TRUE(Tests::ReadFileBytes(path) == registered);
 }
 
+// One registration for each entry, of which that one is missing.
 TEST_F(SetupTool, FindsEachMissingEntry)
 {
     MakeDll();
-    for (const InfEntry& entry : Entries())
+    json expected = json::array();
+    for (std::size_t missing = 0; missing < Entries().size(); ++missing)
     {
-        SCOPED_TRACE(Utf8(entry.section + L" " + entry.key));
-        RegisterByTheLibrary();
+        const std::wstring name = L"Archive" + std::to_wstring(missing);
+        const InfEntry entry = Tests::ExpectedEntries(name, L"My Archive", dll, L"")[missing];
+        Quillon::OutlookAddIn::RegisterStoreProvider(name.c_str(), L"My Archive", dll.c_str(), path.c_str(), L"");
         Write(entry.section.c_str(), entry.key.c_str(), nullptr);
-        EXPECT_EQ(Problems(), json::array({{{"problem", "missing entry"},
-                                            {"section", Utf8(entry.section)},
-                                            {"key", Utf8(entry.key)},
-                                            {"expected", Utf8(entry.value)}}}));
+        expected.push_back(json::array({{{"problem", "missing entry"},
+                                         {"section", Utf8(entry.section)},
+                                         {"key", Utf8(entry.key)},
+                                         {"expected", Utf8(entry.value)}}}));
     }
+    const Result result = Status({});
+    EXPECT_EQ(result.exitCode, static_cast<DWORD>(faulty)) << result.errors;
+    json problems = json::array();
+    for (const json& service : json::parse(result.output)["services"])
+        problems.push_back(service["problems"]);
+    EXPECT_EQ(problems, expected);
 }
 
 TEST_F(SetupTool, FindsEachWrongValue)
