@@ -368,7 +368,8 @@ TEST_F(SetupTool, FindsEachMissingEntry)
     const Result result = Status({});
     EXPECT_EQ(result.exitCode, static_cast<DWORD>(faulty)) << result.errors;
     json problems = json::array();
-    for (const json& service : json::parse(result.output)["services"])
+    const json services = json::parse(result.output)["services"];
+    for (const json& service : services)
         problems.push_back(service["problems"]);
     EXPECT_EQ(problems, expected);
 }

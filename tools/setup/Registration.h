@@ -30,8 +30,8 @@ void RequireSound(const Service& service);
 void RequireSoundName(const std::wstring& serviceName);
 
 /// Throws SetupError when `serviceName` is a service of the file that is not an archive store's (its "Providers" names
-/// another provider section than its own, and its own, with the library's mark in it, is not there), or when it is one of
-/// the file's own sections.
+/// another provider section than its own, and its own, with the library's mark in it, is not there), or when it is one
+/// of the file's own sections.
 void RequireOwn(const InfFile& file, const std::wstring& serviceName);
 
 /// What a change does to one entry.
