@@ -33,7 +33,6 @@ export_locations() {
 }
 
 make_prefix() {
-    mkdir -p "$WINEPREFIX"
     wineboot --init
     # A test that crashes is to end, not to ask.
     wine reg add 'HKCU\Software\Wine\WineDbg' /v ShowCrashDialog /t REG_DWORD /d 0 /f
