@@ -38,6 +38,12 @@ bool HasId(const ULONG (&tags)[N], ULONG id)
     return std::any_of(std::begin(tags), std::end(tags), [id](ULONG tag) { return PROP_ID(tag) == id; });
 }
 
+bool IsStructure(ULONG tag)
+{
+    // An attachment's data has one identifier, whether it is bytes or an object; bytes are a value like any other.
+    return HasId(StructureTags, PROP_ID(tag)) && PROP_TYPE(tag) != PT_BINARY;
+}
+
 bool IsNamed(ULONG tag)
 {
     return PROP_ID(tag) >= FirstNamedId && PROP_ID(tag) <= LastNamedId;
@@ -177,7 +183,7 @@ public:
         for (ULONG index = 0; index < tags.size(); ++index)
         {
             const ULONG id = PROP_ID(tags[index]);
-            if (HasId(StructureTags, id) || HasId(PlaceTags, id) || kept.contains(id))
+            if (IsStructure(tags[index]) || HasId(PlaceTags, id) || kept.contains(id))
             {
                 continue;
             }
@@ -361,7 +367,7 @@ public:
                       [](ULONG tag)
                       {
                           return PROP_ID(tag) == PROP_ID(PR_DISPLAY_NAME) || PROP_ID(tag) == PROP_ID(PR_COMMENT) ||
-                                 HasId(StructureTags, PROP_ID(tag));
+                                 IsStructure(tag);
                       });
         std::vector<SPropProblem> problems;
         CopyTags(source, *copy, tags, 0, problems, depth);
@@ -546,7 +552,7 @@ private:
         for (ULONG index = 0; index < tags.size(); ++index)
         {
             HRESULT result = S_OK;
-            switch (PROP_ID(tags[index]))
+            switch (IsStructure(tags[index]) ? PROP_ID(tags[index]) : PROP_ID_NULL)
             {
             case PROP_ID(PR_MESSAGE_RECIPIENTS):
                 if (fromMessage && toMessage)
@@ -844,7 +850,7 @@ void CopyObject(const MapiMemory& memory, const CopyToArguments& arguments, std:
     std::erase_if(tags,
                   [&](ULONG tag)
                   {
-                      const bool structure = HasId(StructureTags, PROP_ID(tag));
+                      const bool structure = IsStructure(tag);
                       return excluded.contains(PROP_ID(tag)) || (structure ? noStructure : noProperties);
                   });
     copier.CopyTags(*pair.source, *pair.destination, tags, arguments.flags, problems, 0);
