@@ -81,7 +81,7 @@ void Binary::Reserve(std::size_t capacity)
     if (m_buffer && capacity <= m_capacity)
         return;
     auto* const grown = static_cast<BYTE*>(Detail::AllocateArray(capacity, 1));
-    if (m_size)
+    if (m_buffer)
         std::memcpy(grown, m_buffer, m_size);
     FreeObject(m_buffer);
     m_buffer = grown;

@@ -188,7 +188,7 @@ StringW FormatComError(long hr)
 
 StringW FormatSystemError(unsigned code, bool withCode)
 {
-    const StringW message = GetSystemMessage(code);
+    StringW message = GetSystemMessage(code);
     if (!withCode && !message.IsEmpty())
         return message;
     constexpr unsigned largestWin32Error = 0xFFFF;

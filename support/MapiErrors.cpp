@@ -61,7 +61,7 @@ CMapiError::~CMapiError() = default;
 
 StringW CMapiError::Format() const
 {
-    const StringW text = FormatErrorWithContext(CComError::Format(), m_context);
+    StringW text = FormatErrorWithContext(CComError::Format(), m_context);
     if (!m_hasExtendedError)
         return text;
     return text + FormatExtendedError(m_errorText, m_component, m_lowLevelError, m_errorContext);
@@ -122,7 +122,7 @@ const char* ExtendedMapiError::what() const noexcept
 
 StringW FormatMapiError(long hr, const StringW& context, const MAPIERROR* error)
 {
-    const StringW text = FormatErrorWithContext(FormatComError(hr), context);
+    StringW text = FormatErrorWithContext(FormatComError(hr), context);
     if (!error)
         return text;
     return text + FormatExtendedError(StringW(WideText(error->lpszError)), StringW(WideText(error->lpszComponent)),
