@@ -110,7 +110,8 @@ public:
     std::wstring Text(int column)
     {
         const auto* data = reinterpret_cast<const char*>(sqlite3_column_text(m_statement, column));
-        return data ? WideFromUtf8({data, static_cast<size_t>(sqlite3_column_bytes(m_statement, column))}) : L"";
+        return data ? WideFromUtf8({data, static_cast<size_t>(sqlite3_column_bytes(m_statement, column))})
+                    : std::wstring();
     }
 
 private:

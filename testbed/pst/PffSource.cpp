@@ -3,6 +3,7 @@
 
 #include "testbed/common/Boundary.h"
 #include "testbed/common/Text.h"
+#include "testbed/pst/NewSource.h"
 #include "testbed/pst/PropCodec.h"
 
 #include <libpff.h>
@@ -274,6 +275,8 @@ private:
     std::vector<PropertyBag> TableRows(NodeId table) const;
     void ReadFolders(NodeId id, NodeId parent, int depth);
     void ReadNames();
+    std::optional<NodeId> FindNamed(NodeId parent, const wchar_t* name) const;
+    NodeId FindSubtree() const;
     const Listing& List(NodeId folder, bool associated) const;
     const Folder* TryFolder(NodeId id) const;
 
@@ -349,6 +352,11 @@ PffFile::PffFile(const std::wstring& path)
     }
     ReadFolders(Nodes::Root, Nodes::Root, 0);
     ReadNames();
+    if (!m_store.Find(PROP_ID(PR_IPM_SUBTREE_ENTRYID)))
+    {
+        m_store.Put(
+            PropValue::Binary(PR_IPM_SUBTREE_ENTRYID, MakeEntryId(BytesOf(m_store, PR_RECORD_KEY), FindSubtree())));
+    }
 }
 
 ItemHandle PffFile::TryItem(NodeId id) const
@@ -410,6 +418,32 @@ void PffFile::ReadFolders(NodeId id, NodeId parent, int depth)
         }
     }
     m_folders[id].subFolders = std::move(subFolders);
+}
+
+std::optional<NodeId> PffFile::FindNamed(NodeId parent, const wchar_t* name) const
+{
+    for (const NodeId child : m_folders.at(parent).subFolders)
+    {
+        if (TextOf(ItemProperties(child), PR_DISPLAY_NAME) == name)
+        {
+            return child;
+        }
+    }
+    return std::nullopt;
+}
+
+// The file of an offline mailbox does not name the top of its mail: there it is a folder of a fixed name.
+NodeId PffFile::FindSubtree() const
+{
+    if (const auto mailbox = FindNamed(Nodes::Root, L"Root - Mailbox"))
+    {
+        if (const auto subtree = FindNamed(*mailbox, L"IPM_SUBTREE"))
+        {
+            return *subtree;
+        }
+    }
+    const auto subtree = FindNamed(Nodes::Root, L"IPM_SUBTREE");
+    return subtree ? *subtree : Nodes::Root;
 }
 
 // The map of named properties is one object whose binary properties are arrays: property sets, entries, texts.

@@ -158,7 +158,8 @@ Bytes Store::DefaultReceiveFolder() const
 
 std::vector<Store::ReceiveFolder> Store::ReceiveFolders() const
 {
-    std::vector<ReceiveFolder> folders = {{L"", DefaultReceiveFolder()}};
+    std::vector<ReceiveFolder> folders(1);
+    folders.front().entryId = DefaultReceiveFolder();
     const PropertyBag store = Core().StoreProperties();
     const PropValue* classes = store.Find(PROP_ID(kReceiveClasses));
     const PropValue* entryIds = store.Find(PROP_ID(kReceiveFolders));

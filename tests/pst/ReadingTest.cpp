@@ -59,6 +59,26 @@ TEST_F(ReadingTest, ListsTheFoldersOfARealArchive)
                           {box + L"\\TW-Commercial Group", 14}}));
 }
 
+TEST_F(ReadingTest, ListsTheFoldersOfOfflineStores)
+{
+    {
+        PstStore store = Open(Location(L"KIVNST_PST_DATA") / L"pstextractortest@outlook.com.ost");
+        const Tree tree = store.Tree(*store.Root());
+        const std::wstring top = L"Root - Mailbox\\IPM_SUBTREE\\";
+        EXPECT_EQ(tree.at(top + L"Calendar"), 9u);
+        EXPECT_EQ(tree.at(top + L"Calendar\\United States holidays"), 160u);
+        EXPECT_EQ(tree.at(top + L"Deleted Items"), 1u);
+        EXPECT_EQ(tree.at(top + L"Inbox"), 10u);
+        EXPECT_EQ(tree.at(top + L"Sent Items"), 2u);
+        EXPECT_EQ(tree.at(top + L"Sync Issues"), 1u);
+    }
+    PstStore store = Open(Location(L"KIVNST_PST_DATA") / L"pstextractortestpdf@outlook.com.ost");
+    const Tree tree = store.Tree(*store.Root());
+    EXPECT_EQ(tree.at(L"Root - Mailbox\\IPM_SUBTREE\\Inbox"), 2u);
+    // Its own properties name the top of its mail, too.
+    EXPECT_TRUE(store.Tree(*store.Subtree()).contains(L"Inbox"));
+}
+
 TEST_F(ReadingTest, GivesTheAttachmentsOfARealArchive)
 {
     PstStore store = Open(Enron());
