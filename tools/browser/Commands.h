@@ -1,0 +1,58 @@
+// The browser's commands. Each gives the program's exit code; each throws `Testbed::Failure` (or another exception) for
+// what ends it with one sentence on the error stream.
+#pragma once
+
+#include "testbed/session/Profile.h"
+#include "tools/browser/ArchiveSession.h"
+#include "tools/browser/LogRecorder.h"
+
+#include <filesystem>
+#include <string>
+
+namespace Browser
+{
+constexpr int ExitOk = 0;
+/// A failure, or a check that found what it looks for (`verify`, `diff`).
+constexpr int ExitFailed = 1;
+constexpr int ExitUsage = 2;
+
+/// What the options before the command say.
+struct Options
+{
+    std::filesystem::path profile;
+    bool json = false;
+    /// Which wrappers the host gives, and whether modification is on.
+    Setting setting;
+    /// The library's log as it is recorded.
+    LogRecorder* log = nullptr;
+
+    std::shared_ptr<Testbed::Profile> OpenProfile() const;
+};
+
+/// Gives a profile an archive.
+int RunConfigure(const Options& options, const std::filesystem::path& archive);
+
+/// The folders with their counts, from the top of the information store or (`all`) the root folder.
+int RunTree(const Options& options, bool all);
+
+/// The messages of a folder.
+int RunList(const Options& options, const std::wstring& folder, size_t limit);
+/// A message's headers, body, recipients and attachments.
+int RunShow(const Options& options, const std::wstring& message);
+/// The properties of any object.
+int RunProps(const Options& options, const std::wstring& object);
+
+/// Copies another PST's mail under the archive root. `all` takes in what lies outside its top of information store.
+int RunImport(const Options& options, const std::filesystem::path& source, bool all);
+/// Compares every imported object with its source.
+int RunVerify(const Options& options, const std::filesystem::path& source, bool all);
+
+/// Attempts every modifying call in the four settings.
+int RunTry(const Options& options);
+
+/// Compares a PST opened unwrapped and wrapped.
+int RunDiff(const Options& options, const std::filesystem::path& file);
+
+/// The whole path, for newcomers; an empty `source` uses generated mail.
+int RunDemo(const Options& options, const std::filesystem::path& source);
+} // namespace Browser

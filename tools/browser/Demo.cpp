@@ -1,0 +1,273 @@
+// The command "demo": the whole path from a PST to an archive that a mail client reads, told step by step.
+#include "testbed/common/Boundary.h"
+#include "tools/browser/Commands.h"
+#include "tools/browser/Diff.h"
+#include "tools/browser/Import.h"
+#include "tools/browser/Show.h"
+#include "tools/browser/Tree.h"
+#include "tools/browser/Try.h"
+#include "tools/browser/Verify.h"
+
+#include <fstream>
+#include <system_error>
+
+using namespace Testbed;
+
+namespace Browser
+{
+namespace
+{
+// Begins with the text by which the PST provider knows a sample store; the provider makes the mail from the numbers.
+constexpr char SampleText[] = "KivNst sample store\nfolders=6 messages=12 seed=1\n";
+constexpr size_t MessagesShown = 5;
+
+class Demonstration
+{
+public:
+    Demonstration(const Options& options, const std::filesystem::path& source) : m_options(options), m_source(source) {}
+
+    int Run()
+    {
+        Begin();
+        ChooseSource();
+        const std::filesystem::path archive = Fill();
+        const bool unchanged = ShowAsClient(archive);
+        Say("");
+        Say("Where to go next:");
+        Say("  ./run browse tree                     the folders again");
+        Say("  ./run browse list \"" + m_folderPath + "\"");
+        Say("  ./run browse show \"" + m_folderPath + "#1\"");
+        Say("  ./run browse props store              what a client sees of the store; --plain --modify changes it");
+        Say("  ./run browse try                      every modifying call, in all four settings");
+        Say("  ./run browse diff FILE.pst            a PST unwrapped and wrapped, difference by difference");
+        Say("  host/ArchiveHost.cpp                  how a host uses the library; docs/architecture.md, README.md");
+        m_json["ok"] = m_ok && unchanged;
+        if (m_options.json)
+        {
+            PrintLine(m_json.dump(2));
+        }
+        return m_ok && unchanged ? ExitOk : ExitFailed;
+    }
+
+private:
+    void Say(const std::string& line) const
+    {
+        if (!m_options.json)
+        {
+            PrintLine(line);
+        }
+    }
+
+    void Step(const std::string& title)
+    {
+        Say("");
+        Say(std::to_string(++m_step) + ". " + title);
+        Say("");
+    }
+
+    // What went wrong is said where it did, and decides on the exit code.
+    void Require(bool condition, const std::string& complaint)
+    {
+        if (!condition)
+        {
+            Say("  FAILED: " + complaint);
+            m_ok = false;
+        }
+    }
+
+    // The demonstration has a profile and an archive of its own, which every run makes anew.
+    void Begin() const
+    {
+        std::error_code error;
+        if (m_options.profile != DefaultProfile() && std::filesystem::exists(m_options.profile, error))
+        {
+            Fail(MAPI_E_COLLISION, L"The profile \"" + m_options.profile.wstring() +
+                                       L"\" exists already; the demonstration wants a new one.");
+        }
+        std::filesystem::create_directories(std::filesystem::absolute(m_options.profile).parent_path());
+        std::filesystem::path archive = m_options.profile;
+        archive.replace_extension(".pst");
+        for (const auto& file : {m_options.profile, OverlayOf(archive)})
+        {
+            std::filesystem::remove(file, error);
+            if (error)
+            {
+                Fail(MAPI_E_NO_ACCESS, L"\"" + file.wstring() + L"\" of an earlier run cannot be removed.");
+            }
+        }
+    }
+
+    void ChooseSource()
+    {
+        std::error_code error;
+        if (m_source.empty())
+        {
+            if (const wchar_t* folder = _wgetenv(L"KIVNST_PST_DATA"))
+            {
+                const std::filesystem::path file = std::filesystem::path(folder) / "enron.pst";
+                m_source = std::filesystem::exists(file, error) ? file : std::filesystem::path();
+            }
+        }
+        if (!m_source.empty())
+        {
+            RequireFile(m_source);
+            return;
+        }
+        m_source = std::filesystem::absolute(m_options.profile).parent_path() / "sample.pst";
+        Say("There is no real mail here (it needs the network once), so generated sample mail is used.");
+        std::ofstream file(m_source, std::ios::binary | std::ios::trunc);
+        file << SampleText;
+        if (!file.flush())
+        {
+            Fail(MAPI_E_NOT_ENOUGH_DISK, L"\"" + m_source.wstring() + L"\" cannot be written.");
+        }
+    }
+
+    // Steps 1 to 3: what an archiving product does.
+    std::filesystem::path Fill()
+    {
+        PstSession source(m_source);
+        ArchiveSession archive(m_options.OpenProfile());
+        Step("A new profile gets an archive through ArchiveHost.dll's ServiceEntry");
+        const Progress progress = [this](const std::string& line) { Say("  " + line); };
+        Setting writable = m_options.setting;
+        writable.modify = true;
+        RequireArchive(archive, m_options.profile, writable, [](const std::string&) {});
+        const std::filesystem::path path = archive.ArchivePath();
+        Say("  profile  " + Utf8(m_options.profile.wstring()));
+        Say("  archive  " + Utf8(path.wstring()) + ", new, opened by mspst32.dll behind KivNst.dll");
+
+        Step("The mail of " + Utf8(m_source.filename().wstring()) + " is imported, with store modification on");
+        archive.Logon(writable);
+        const ImportReport imported = Import(archive, source, false, progress);
+        Say("    " + Count(imported.newFolders, "folder", "folders") + ", " +
+            Count(imported.newMessages, "message", "messages") + ", " +
+            Count(imported.newAttachments, "attachment", "attachments") + " imported");
+        Require(imported.problems.empty(), Count(imported.problems.size(), "property", "properties") +
+                                               " could not be copied (\"archive-browser import\" lists them)");
+
+        Step("Every imported object is compared with its source, with modification off again");
+        archive.Logon(m_options.setting);
+        const VerifyReport verified = Verify(archive, source, false, [](const std::string&) {});
+        Say("  " + verified.Summary());
+        Require(verified.Same(), "the archive is not what was imported (\"archive-browser verify\" says where)");
+        m_json["source"] = Utf8(m_source.wstring());
+        m_json["archive"] = Utf8(path.wstring());
+        m_json["imported"] = {{"folders", imported.newFolders},
+                              {"messages", imported.newMessages},
+                              {"attachments", imported.newAttachments},
+                              {"problems", imported.problems.size()}};
+        m_json["verify"] = verified.ToJson();
+        return path;
+    }
+
+    // Steps 4 to 7: what a mail client sees.
+    bool ShowAsClient(const std::filesystem::path& path)
+    {
+        {
+            ArchiveSession client(m_options.OpenProfile());
+            client.Logon(m_options.setting);
+            Step("A mail client logs on: the folders below its top of information store");
+            const FolderNode tree = ReadTree(client.Memory(), client.Store(), false);
+            if (!m_options.json)
+            {
+                PrintTree(tree, 2);
+            }
+            Say("");
+            Say("  " + Count(CountFolders(tree), "folder", "folders") + ", " +
+                Count(CountMessages(tree), "message", "messages"));
+            m_json["tree"] = TreeJson(tree);
+
+            const FolderNode* folder = FirstWithMessages(tree, {});
+            Require(folder != nullptr, "the archive has no message");
+            if (folder)
+            {
+                Step("The first messages of \"" + m_folderPath + "\"");
+                const auto opened = OpenFolder(client.Store(), folder->entryId);
+                if (!m_options.json)
+                {
+                    PrintMessages(client.Memory(), *opened, MessagesShown, 2);
+                }
+            }
+
+            Step("What the wrapper changed in the store's properties");
+            PstSession unwrapped(path, false);
+            TextTable table({{"property"}, {"the PST provider's", false, 58}, {"the archive's", false, 58}, {"because"}});
+            Json differences = Json::array();
+            for (const Difference& difference : StoreDifferences(unwrapped, client, m_options.setting))
+            {
+                table.Add({difference.property, difference.unwrapped, difference.wrapped, difference.rule});
+                differences.push_back({{"property", difference.property},
+                                       {"unwrapped", difference.unwrapped},
+                                       {"wrapped", difference.wrapped},
+                                       {"rule", difference.rule}});
+                Require(!difference.rule.empty(), difference.property + " differs for no reason");
+            }
+            Require(!table.Empty(), "nothing was changed");
+            if (!m_options.json)
+            {
+                table.Print(2);
+            }
+            m_json["store"] = std::move(differences);
+        }
+        Step("The writes that the archive refuses, each with MAPI_E_NO_ACCESS and a line in its log");
+        const TryReport attempts = TryAll(m_options, {Setting{}});
+        if (!m_options.json)
+        {
+            PrintTryRows(attempts, Setting{}, true, 2);
+        }
+        size_t refused = 0;
+        for (const TryRow& row : attempts.rows)
+        {
+            refused += row.outcome == "refused" ? 1 : 0;
+        }
+        Say("");
+        Say("  " + std::to_string(refused) + " of " + Count(attempts.rows.size(), "modifying call", "modifying calls") +
+            " refused without the PST provider seeing them; the others change nothing here or are let through on");
+        Say("  purpose (\"archive-browser try\" shows all). The archive's files are " +
+            std::string(attempts.ArchiveUnchanged() ? "what they were before." : "CHANGED."));
+        Require(refused != 0, "no call was refused");
+        m_json["attempts"] = attempts.ToJson();
+        return attempts.ArchiveUnchanged();
+    }
+
+    const FolderNode* FirstWithMessages(const FolderNode& node, const std::string& path)
+    {
+        if (node.messages != 0 && !path.empty())
+        {
+            m_folderPath = path;
+            return &node;
+        }
+        for (const FolderNode& child : node.children)
+        {
+            const std::string below = (path.empty() ? "" : path + "/") + Utf8(child.name);
+            if (const FolderNode* found = FirstWithMessages(child, below))
+            {
+                return found;
+            }
+        }
+        if (node.messages != 0)
+        {
+            m_folderPath = "/";
+            return &node;
+        }
+        return nullptr;
+    }
+
+    const Options& m_options;
+    std::filesystem::path m_source;
+    std::string m_folderPath = "/";
+    Json m_json;
+    int m_step = 0;
+    bool m_ok = true;
+};
+} // namespace
+
+int RunDemo(const Options& options, const std::filesystem::path& source)
+{
+    Options demonstrated = options;
+    // What a mail client gets by default; the other settings are for `try`.
+    demonstrated.setting = {};
+    return Demonstration(demonstrated, source).Run();
+}
+} // namespace Browser

@@ -1,0 +1,35 @@
+// Importing a PST's mail into an archive.
+#pragma once
+
+#include "tools/browser/ArchiveSession.h"
+#include "tools/browser/Copy.h"
+#include "tools/browser/SourceMark.h"
+
+#include <functional>
+
+namespace Browser
+{
+/// What an import did.
+struct ImportReport
+{
+    size_t folders = 0;
+    size_t newFolders = 0;
+    size_t messages = 0;
+    size_t newMessages = 0;
+    size_t newAttachments = 0;
+    /// Search folders show messages of other folders and are left out.
+    size_t searchFolders = 0;
+    std::vector<CopyProblem> problems;
+};
+
+/// Called with a sentence for each folder, and now and then within a large one.
+using Progress = std::function<void(const std::string&)>;
+
+/// Imports what lies below the source's top, folder by folder; what an earlier run imported is left as it is. The
+/// archive has to be logged on with modification on. Throws `Testbed::Failure`.
+ImportReport Import(ArchiveSession& archive, PstSession& source, bool all, const Progress& progress);
+
+/// Sees to it that the profile has an archive: by default beside the profile, with its name.
+void RequireArchive(ArchiveSession& archive, const std::filesystem::path& profile, const Setting& setting,
+                    const Progress& progress);
+} // namespace Browser

@@ -1,0 +1,47 @@
+// The sink that records the library's log.
+#include "tools/browser/LogRecorder.h"
+
+#include "support/Log.h"
+#include "testbed/common/Text.h"
+#include "tools/browser/Console.h"
+
+#include <utility>
+
+namespace Browser
+{
+LogRecorder::LogRecorder(bool show) : m_show(show)
+{
+    Quillon::Logging::SetLogSink(&LogRecorder::Receive, this);
+}
+
+LogRecorder::~LogRecorder()
+{
+    Quillon::Logging::SetLogSink(nullptr, nullptr);
+}
+
+std::vector<LogRecorder::Line> LogRecorder::Take()
+{
+    const std::lock_guard lock(m_lock);
+    return std::exchange(m_lines, {});
+}
+
+void __stdcall LogRecorder::Receive(void* context, const Quillon::Logging::LogLine& line)
+{
+    auto& recorder = *static_cast<LogRecorder*>(context);
+    try
+    {
+        const std::lock_guard lock(recorder.m_lock);
+        const std::string text = Testbed::Utf8FromWide(line.text);
+        if (recorder.m_show)
+        {
+            const std::string level = Testbed::Utf8FromWide(Quillon::Logging::GetLevelName(line.level));
+            PrintError((line.isDetail ? std::string(level.size() + 3, ' ') + "  " : "[" + level + "] ") + text);
+        }
+        recorder.m_lines.push_back({static_cast<int>(line.level), line.isDetail, text});
+    }
+    catch (const std::exception&)
+    {
+        // A line that there is no memory for is not worth the call that logged it.
+    }
+}
+} // namespace Browser

@@ -1,0 +1,183 @@
+// archive-browser: a console client that drives the sample host as MAPI would.
+#include "testbed/common/Boundary.h"
+#include "testbed/common/Text.h"
+#include "tools/browser/Commands.h"
+#include "tools/browser/Console.h"
+#include "tools/browser/MapiTools.h"
+
+#include <CLI/CLI.hpp>
+
+#include <objbase.h>
+
+#include <optional>
+
+using namespace Browser;
+
+namespace
+{
+// COM for this thread, as every program that uses MAPI has it.
+class ComApartment
+{
+public:
+    ComApartment() : m_result(CoInitializeEx(nullptr, COINIT_MULTITHREADED)) {}
+    ~ComApartment()
+    {
+        if (SUCCEEDED(m_result))
+        {
+            CoUninitialize();
+        }
+    }
+    ComApartment(const ComApartment&) = delete;
+    ComApartment& operator=(const ComApartment&) = delete;
+
+private:
+    HRESULT m_result;
+};
+
+// What is common to all commands, before it is turned into `Options`.
+struct GlobalArguments
+{
+    std::string profile;
+    bool json = false;
+    bool log = false;
+    bool plain = false;
+    bool modify = false;
+};
+
+std::filesystem::path PathOf(const std::string& text)
+{
+    return std::filesystem::path(Wide(text));
+}
+
+Options MakeOptions(const GlobalArguments& arguments, LogRecorder& log)
+{
+    Options options;
+    options.profile = arguments.profile.empty() ? DefaultProfile() : PathOf(arguments.profile);
+    options.json = arguments.json;
+    options.setting = {arguments.plain, arguments.modify};
+    options.log = &log;
+    return options;
+}
+
+// Ends with one sentence, whatever it was.
+int Report(const std::exception& error)
+{
+    std::string text = error.what();
+    if (!text.empty() && text.back() != '.')
+    {
+        text += '.';
+    }
+    PrintError("archive-browser: " + text);
+    return ExitFailed;
+}
+
+int Run(int argc, wchar_t** argv)
+{
+    CLI::App app("Browses an archive store: a PST file behind ArchiveHost.dll, opened as a mail client opens it.",
+                 "archive-browser");
+    app.footer("Exit codes: 0 done, 1 failed or a check found differences, 2 wrong arguments.\n"
+               "A message is named FOLDER#NUMBER, with the number that \"list FOLDER\" shows, its attachment "
+               "FOLDER#NUMBER@K.");
+    app.require_subcommand(1);
+    app.fallthrough();
+    app.set_help_all_flag("--help-all", "Print the help of all commands and exit");
+
+    GlobalArguments global;
+    app.add_option("--profile", global.profile, "The profile's file; default: demo\\archive.profile in the build folder")
+        ->type_name("FILE");
+    app.add_flag("--json", global.json, "Print one JSON document instead of text");
+    app.add_flag("--log", global.log, "Show the library's log lines on the error stream");
+    auto* const plain = app.add_flag("--plain", global.plain, "Have the host give the library's plain wrappers");
+    bool readOnly = false;
+    app.add_flag("--read-only", readOnly, "Have the host give its read-only wrappers (the default)")->excludes(plain);
+    app.add_flag("--modify", global.modify, "Switch store modification on");
+
+    std::function<int(const Options&)> command;
+
+    std::string archive;
+    auto* const configure = app.add_subcommand("configure", "Make a profile whose archive is the file, new or not");
+    configure->add_option("ARCHIVE", archive, "The archive's file")->required()->type_name("");
+    configure->callback([&] { command = [&](const Options& o) { return RunConfigure(o, PathOf(archive)); }; });
+
+    bool all = false;
+    auto* const tree = app.add_subcommand("tree", "Print the folders with their counts");
+    tree->add_flag("--all", all, "From the store's root folder instead of the top of the information store");
+    tree->callback([&] { command = [&](const Options& o) { return RunTree(o, all); }; });
+
+    std::string source;
+    const auto addSource = [&](CLI::App* subcommand)
+    {
+        subcommand->add_option("SOURCE", source, "A PST or OST file")->required()->type_name("");
+        subcommand->add_flag("--all", all, "With what lies outside the source's top of information store");
+    };
+    auto* const import = app.add_subcommand("import", "Copy the mail of another PST under the archive root");
+    addSource(import);
+    import->callback([&] { command = [&](const Options& o) { return RunImport(o, PathOf(source), all); }; });
+    auto* const verify = app.add_subcommand("verify", "Compare every imported object with its source");
+    addSource(verify);
+    verify->callback([&] { command = [&](const Options& o) { return RunVerify(o, PathOf(source), all); }; });
+
+    std::string object;
+    size_t limit = static_cast<size_t>(-1);
+    auto* const list = app.add_subcommand("list", "Print the messages of a folder");
+    list->add_option("FOLDER", object, "The folder's path from the top of the information store or from the root")
+        ->required()
+        ->type_name("");
+    list->add_option("--limit", limit, "Print so many messages at most")->type_name("N");
+    list->callback([&] { command = [&](const Options& o) { return RunList(o, Wide(object), limit); }; });
+    auto* const show = app.add_subcommand("show", "Print a message");
+    show->add_option("MESSAGE", object, "FOLDER#NUMBER, or an entry ID in hexadecimal digits")->required()->type_name("");
+    show->callback([&] { command = [&](const Options& o) { return RunShow(o, Wide(object)); }; });
+    auto* const props = app.add_subcommand("props", "Print the properties of an object");
+    props->add_option("OBJECT", object, "\"store\", \"root\", a folder's path, FOLDER#NUMBER, FOLDER#NUMBER@K or an entry ID")
+        ->required()
+        ->type_name("");
+    props->callback([&] { command = [&](const Options& o) { return RunProps(o, Wide(object)); }; });
+
+    auto* const attempt = app.add_subcommand(
+        "try", "Attempt every modifying call, with read-only and plain wrappers, modification off and on");
+    attempt->callback([&] { command = [&](const Options& o) { return RunTry(o); }; });
+
+    std::string file;
+    auto* const diff = app.add_subcommand("diff", "Compare a PST opened unwrapped with the same one wrapped");
+    diff->add_option("FILE", file, "A PST or OST file; a copy of it is opened")->required()->type_name("");
+    diff->callback([&] { command = [&](const Options& o) { return RunDiff(o, PathOf(file)); }; });
+
+    std::string demoSource;
+    auto* const demo = app.add_subcommand("demo", "Fill a new archive with real mail and show what comes of it");
+    demo->add_option("--source", demoSource, "The PST to import; default: enron.pst where KIVNST_PST_DATA says")
+        ->type_name("FILE");
+    demo->callback([&] { command = [&](const Options& o) { return RunDemo(o, PathOf(demoSource)); }; });
+
+    std::vector<std::string> arguments;
+    for (int index = argc - 1; index > 0; --index)
+    {
+        arguments.push_back(Utf8(argv[index]));
+    }
+    try
+    {
+        app.parse(std::move(arguments));
+    }
+    catch (const CLI::ParseError& error)
+    {
+        return app.exit(error) == 0 ? ExitOk : ExitUsage;
+    }
+
+    const ComApartment com;
+    LogRecorder log(global.log);
+    return command(MakeOptions(global, log));
+}
+} // namespace
+
+int wmain(int argc, wchar_t** argv)
+{
+    PrepareConsole();
+    try
+    {
+        return Run(argc, argv);
+    }
+    catch (const std::exception& error)
+    {
+        return Report(error);
+    }
+}

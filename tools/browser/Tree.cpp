@@ -1,0 +1,120 @@
+// The command "tree".
+#include "tools/browser/Commands.h"
+#include "tools/browser/MapiTools.h"
+#include "tools/browser/Tree.h"
+
+using namespace Testbed;
+
+namespace Browser
+{
+namespace
+{
+FolderNode Node(const MapiMemory& memory, IMsgStore& store, const FolderRow& row, int depth)
+{
+    // Folders nest as deep as their maker liked; the stack does not.
+    constexpr int deepest = 200;
+    FolderNode node;
+    node.entryId = row.entryId;
+    node.name = row.name;
+    node.messages = row.messages;
+    node.unread = row.unread;
+    const auto folder = OpenFolder(store, row.entryId);
+    if (const auto hidden = ReadProp(memory, *folder, PR_ASSOC_CONTENT_COUNT))
+    {
+        node.hidden = hidden->AsLong();
+    }
+    if (depth < deepest)
+    {
+        for (const FolderRow& child : SubFolders(memory, *folder))
+        {
+            node.children.push_back(Node(memory, store, child, depth + 1));
+        }
+    }
+    return node;
+}
+
+void AddRows(TextTable& table, const FolderNode& node, size_t depth)
+{
+    const std::string name = node.name.empty() ? "(no name)" : Utf8(node.name);
+    table.Add({std::string(depth * 2, ' ') + name, std::to_string(node.messages), std::to_string(node.unread),
+               std::to_string(node.hidden)});
+    for (const FolderNode& child : node.children)
+    {
+        AddRows(table, child, depth + 1);
+    }
+}
+} // namespace
+
+FolderNode ReadTree(const MapiMemory& memory, IMsgStore& store, bool all)
+{
+    const Bytes entryId = all ? Bytes() : TopOfStore(memory, store);
+    if (!all && entryId.empty())
+    {
+        Fail(MAPI_E_NOT_FOUND, L"The store has no top of information store.");
+    }
+    const auto folder = OpenFolder(store, entryId);
+    const std::vector<PropValue> values =
+        ReadProps(memory, *folder, {PR_ENTRYID, PR_DISPLAY_NAME_W, PR_CONTENT_COUNT, PR_CONTENT_UNREAD});
+    FolderRow row{values[0].AsBytes(), values[1].AsText(), FOLDER_GENERIC, values[2].AsLong(), values[3].AsLong()};
+    return Node(memory, store, row, 0);
+}
+
+size_t CountFolders(const FolderNode& node)
+{
+    size_t count = 1;
+    for (const FolderNode& child : node.children)
+    {
+        count += CountFolders(child);
+    }
+    return count;
+}
+
+size_t CountMessages(const FolderNode& node)
+{
+    auto count = static_cast<size_t>(node.messages);
+    for (const FolderNode& child : node.children)
+    {
+        count += CountMessages(child);
+    }
+    return count;
+}
+
+void PrintTree(const FolderNode& tree, size_t indent)
+{
+    TextTable table({{"folder"}, {"messages", true}, {"unread", true}, {"hidden", true}});
+    AddRows(table, tree, 0);
+    table.Print(indent);
+}
+
+Json TreeJson(const FolderNode& node)
+{
+    Json children = Json::array();
+    for (const FolderNode& child : node.children)
+    {
+        children.push_back(TreeJson(child));
+    }
+    return {{"name", Utf8(node.name)},
+            {"entryId", ValueJson(PropValue::Binary(PR_ENTRYID, node.entryId))},
+            {"messages", node.messages},
+            {"unread", node.unread},
+            {"hidden", node.hidden},
+            {"folders", std::move(children)}};
+}
+
+int RunTree(const Options& options, bool all)
+{
+    ArchiveSession archive(options.OpenProfile());
+    archive.Logon(options.setting);
+    const FolderNode tree = ReadTree(archive.Memory(), archive.Store(), all);
+    if (options.json)
+    {
+        PrintLine(TreeJson(tree).dump(2));
+        return ExitOk;
+    }
+    PrintTree(tree, 0);
+    PrintLine();
+    PrintLine(Count(CountFolders(tree), "folder", "folders") + ", " +
+              Count(CountMessages(tree), "message", "messages"));
+    return ExitOk;
+}
+} // namespace Browser

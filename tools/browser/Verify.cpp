@@ -1,0 +1,271 @@
+// The command "verify".
+#include "tools/browser/Verify.h"
+
+#include "testbed/common/Boundary.h"
+#include "tools/browser/Commands.h"
+#include "tools/browser/Copy.h"
+#include "tools/browser/SourceMark.h"
+
+#include <map>
+
+using namespace Testbed;
+
+namespace Browser
+{
+namespace
+{
+constexpr size_t MessagesPerReport = 250;
+
+class Verifier
+{
+public:
+    Verifier(ArchiveSession& archive, PstSession& source, const std::function<void(const std::string&)>& progress)
+        : m_memory(archive.Memory()), m_archive(archive.Store()), m_source(source.Store()), m_progress(progress),
+          m_sourceNames(source.Memory(), source.Store()), m_targetNames(archive.Memory(), archive.Store()),
+          m_tags(archive.Memory(), m_sourceNames, m_targetNames), m_marks(source.Memory(), source.Store()),
+          m_markTag(MarkTag(m_targetNames, false))
+    {
+    }
+
+    // `target` is null where the archive has no such folder: then all that is in it is missing.
+    void CompareFolder(IMAPIFolder& source, IMAPIFolder* target, const std::string& label)
+    {
+        for (const bool associated : {false, true})
+        {
+            CompareMessages(source, target, associated, label);
+        }
+        std::map<Bytes, Bytes> folders;
+        if (target)
+        {
+            for (const FolderRow& row : SubFolders(m_memory, *target))
+            {
+                const auto folder = OpenFolder(m_archive, row.entryId);
+                if (const auto mark = m_markTag ? ReadProp(m_memory, *folder, m_markTag) : std::nullopt)
+                {
+                    folders.emplace(mark->AsBytes(), row.entryId);
+                }
+            }
+        }
+        for (const FolderRow& row : SubFolders(m_memory, source))
+        {
+            if (row.type == FOLDER_SEARCH)
+            {
+                continue;
+            }
+            ++m_report.folders;
+            const std::string name = label + "/" + Utf8(row.name);
+            const auto from = OpenFolder(m_source, row.entryId);
+            const auto found = folders.find(m_marks.Of(row.entryId));
+            if (found == folders.end())
+            {
+                m_report.missing.push_back("folder " + name);
+                CompareFolder(*from, nullptr, name);
+                continue;
+            }
+            const auto to = OpenFolder(m_archive, found->second);
+            CompareProperties(ObjectKind::Folder, *from, *to, "folder " + name);
+            CompareFolder(*from, to.Get(), name);
+        }
+    }
+
+    VerifyReport& Report() noexcept { return m_report; }
+
+private:
+    void CompareMessages(IMAPIFolder& source, IMAPIFolder* target, bool associated, const std::string& label)
+    {
+        std::map<Bytes, Bytes> present;
+        if (target && m_markTag)
+        {
+            for (const Row& row : ReadTable(m_memory, *Contents(*target, associated), {m_markTag, PR_ENTRYID}))
+            {
+                if (row[0].IsError())
+                {
+                    continue;
+                }
+                if (!present.emplace(row[0].AsBytes(), row[1].AsBytes()).second)
+                {
+                    m_report.different.push_back("folder " + label + ": a message was imported twice");
+                }
+            }
+        }
+        size_t done = 0;
+        for (const Row& row : ReadTable(m_memory, *Contents(source, associated), {PR_ENTRYID, PR_SUBJECT_W}))
+        {
+            ++m_report.messages;
+            const std::string name = label + " > \"" + Utf8(row[1].AsText()) + "\"";
+            const auto found = present.find(m_marks.Of(row[0].AsBytes()));
+            if (found == present.end())
+            {
+                m_report.missing.push_back("message " + name);
+                continue;
+            }
+            CompareMessage(*OpenMessage(m_source, row[0].AsBytes()), *OpenMessage(m_archive, found->second), name);
+            if (++done % MessagesPerReport == 0)
+            {
+                m_progress("  " + label + ": " + Count(done, "message", "messages") + " compared");
+            }
+        }
+    }
+
+    void CompareMessage(IMessage& source, IMessage& target, const std::string& label)
+    {
+        CompareProperties(ObjectKind::Message, source, target, label);
+        CompareRecipients(source, target, label);
+        const auto from = AttachmentNumbers(m_memory, source);
+        const auto to = AttachmentNumbers(m_memory, target);
+        if (from.size() != to.size())
+        {
+            m_report.different.push_back(label + ": " + Count(from.size(), "attachment", "attachments") +
+                                         " in the source, " + std::to_string(to.size()) + " in the archive");
+        }
+        for (size_t index = 0; index < std::min(from.size(), to.size()); ++index)
+        {
+            CompareAttachment(*OpenAttachment(source, from[index]), *OpenAttachment(target, to[index]),
+                              label + " > attachment " + std::to_string(from[index]));
+        }
+    }
+
+    void CompareAttachment(IAttach& source, IAttach& target, const std::string& label)
+    {
+        ++m_report.attachments;
+        CompareProperties(ObjectKind::Attachment, source, target, label);
+        const auto method = ReadProp(m_memory, source, PR_ATTACH_METHOD);
+        if (method && method->AsLong() == ATTACH_EMBEDDED_MSG)
+        {
+            ++m_report.messages;
+            CompareMessage(*OpenEmbedded(source), *OpenEmbedded(target), label + " > message");
+        }
+    }
+
+    void CompareRecipients(IMessage& source, IMessage& target, const std::string& label)
+    {
+        const auto from = Recipients(m_memory, source);
+        const auto to = Recipients(m_memory, target);
+        if (from.size() != to.size())
+        {
+            m_report.different.push_back(label + ": " + Count(from.size(), "recipient", "recipients") +
+                                         " in the source, " + std::to_string(to.size()) + " in the archive");
+        }
+        for (size_t index = 0; index < std::min(from.size(), to.size()); ++index)
+        {
+            ++m_report.recipients;
+            CompareValues(from[index], to[index], label + " > recipient " + std::to_string(index + 1));
+        }
+    }
+
+    void CompareProperties(ObjectKind kind, IMAPIProp& source, IMAPIProp& target, const std::string& label)
+    {
+        std::vector<PropValue> wanted;
+        ObjectProperties properties = ReadProperties(m_memory, source, true);
+        for (size_t index = 0; index < properties.values.size(); ++index)
+        {
+            if (!BelongsToPlace(kind, properties.tags[index]))
+            {
+                wanted.push_back(std::move(properties.values[index]));
+            }
+        }
+        CompareValues(wanted, ReadProperties(m_memory, target, true).values, label);
+    }
+
+    void CompareValues(const std::vector<PropValue>& source, const std::vector<PropValue>& target,
+                       const std::string& label)
+    {
+        std::map<ULONG, const PropValue*> byId;
+        for (const PropValue& value : target)
+        {
+            byId.emplace(value.Id(), &value);
+        }
+        for (const PropValue& value : source)
+        {
+            const ULONG tag = m_tags.TargetTag(value.Tag(), false);
+            if (const auto* name = PROP_ID(value.Tag()) >= 0x8000 ? m_sourceNames.NameOf(value.Id()) : nullptr;
+                name && IsMark(*name))
+            {
+                continue;
+            }
+            ++m_report.properties;
+            const auto found = tag != 0 ? byId.find(PROP_ID(tag)) : byId.end();
+            const std::string property = TagName(value.Tag(), &m_sourceNames);
+            if (found == byId.end())
+            {
+                m_report.different.push_back(label + ": " + property + " is not in the archive");
+            }
+            else if (found->second->Type() != value.Type() || found->second->Data() != value.Data())
+            {
+                m_report.different.push_back(label + ": " + property + " is " + Shorten(ValueText(*found->second), 80) +
+                                             " instead of " + Shorten(ValueText(value), 80));
+            }
+        }
+    }
+
+    const MapiMemory& m_memory;
+    IMsgStore& m_archive;
+    IMsgStore& m_source;
+    const std::function<void(const std::string&)>& m_progress;
+    PropertyNames m_sourceNames;
+    PropertyNames m_targetNames;
+    ObjectCopier m_tags;
+    SourceMarks m_marks;
+    ULONG m_markTag;
+    VerifyReport m_report;
+};
+} // namespace
+
+Json VerifyReport::ToJson() const
+{
+    return {{"folders", folders},       {"messages", messages},     {"attachments", attachments},
+            {"recipients", recipients}, {"properties", properties}, {"missing", missing},
+            {"different", different}};
+}
+
+std::string VerifyReport::Summary() const
+{
+    const auto count = [](size_t number) { return number == 0 ? std::string("nothing") : std::to_string(number); };
+    return Count(folders, "folder", "folders") + ", " + Count(messages, "message", "messages") + ", " +
+           Count(attachments, "attachment", "attachments") + ", " + Count(recipients, "recipient", "recipients") + ", " +
+           Count(properties, "property", "properties") + " compared: " + count(missing.size()) + " missing, " +
+           count(different.size()) + " different";
+}
+
+VerifyReport Verify(ArchiveSession& archive, PstSession& source, bool all,
+                    const std::function<void(const std::string&)>& progress)
+{
+    const ImportTop top = SourceTop(source.Memory(), source.Store(), all);
+    const auto root = OpenFolder(archive.Store(), TopOfStore(archive.Memory(), archive.Store()));
+    Verifier verifier(archive, source, progress);
+    verifier.CompareFolder(*top.folder, root.Get(), Utf8(top.name));
+    return std::move(verifier.Report());
+}
+
+int RunVerify(const Options& options, const std::filesystem::path& file, bool all)
+{
+    PstSession source(file);
+    ArchiveSession archive(options.OpenProfile());
+    archive.Logon(options.setting);
+    const VerifyReport report = Verify(archive, source, all,
+                                       [&](const std::string& line)
+                                       {
+                                           if (!options.json)
+                                           {
+                                               PrintLine(line);
+                                           }
+                                       });
+    if (options.json)
+    {
+        PrintLine(report.ToJson().dump(2));
+    }
+    else
+    {
+        for (const std::string& line : report.missing)
+        {
+            PrintLine("missing: " + Shorten(line, 240));
+        }
+        for (const std::string& line : report.different)
+        {
+            PrintLine("different: " + Shorten(line, 400));
+        }
+        PrintLine(report.Summary());
+    }
+    return report.Same() ? ExitOk : ExitFailed;
+}
+} // namespace Browser
