@@ -7,6 +7,7 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <string_view>
 
 namespace Setup
 {

@@ -101,7 +101,7 @@ std::optional<std::wstring> FindProviderDll(const std::wstring& dllName)
     }
     for (const std::wstring& name : {dllName, InsertSuffix(dllName)})
     {
-        const std::wstring path =
+        std::wstring path =
             ReadPath([&](wchar_t* buffer, DWORD size)
                      { return SearchPathW(folders.c_str(), name.c_str(), nullptr, size, buffer, nullptr); });
         if (!path.empty() && Os::VerifyFileExists(path.c_str()))

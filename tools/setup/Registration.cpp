@@ -194,9 +194,9 @@ std::vector<Change> PlanRegistration(const InfFile& file, const Service& service
             }
             auto previous = file.Read(entry.section, entry.key);
             if (!previous)
-                changes.push_back({Change::Kind::Add, std::move(entry)});
+                changes.push_back({Change::Kind::Add, std::move(entry), {}});
             else if (*previous == entry.value)
-                changes.push_back({Change::Kind::Keep, std::move(entry)});
+                changes.push_back({Change::Kind::Keep, std::move(entry), {}});
             else
                 changes.push_back({Change::Kind::Replace, std::move(entry), std::move(*previous)});
         }
@@ -212,11 +212,11 @@ std::vector<Change> PlanRemoval(const InfFile& file, const std::wstring& service
 {
     std::vector<Change> changes;
     if (auto displayName = file.Read(servicesSection, serviceName))
-        changes.push_back({Change::Kind::Remove, {servicesSection, serviceName, std::move(*displayName)}});
+        changes.push_back({Change::Kind::Remove, {servicesSection, serviceName, std::move(*displayName)}, {}});
     for (const std::wstring& section : {serviceName, GetProviderSection(serviceName)})
     {
         for (Entry& entry : file.Entries(section))
-            changes.push_back({Change::Kind::Remove, std::move(entry)});
+            changes.push_back({Change::Kind::Remove, std::move(entry), {}});
     }
     return changes;
 }
@@ -248,7 +248,8 @@ void Unregister(const InfFile& file, const std::wstring& serviceName)
 Status GetStatus(const InfFile& file, const Expectation& expectation)
 {
     const std::wstring provider = GetProviderSection(expectation.name);
-    Status status{Complete(file, expectation)};
+    Status status;
+    status.service = Complete(file, expectation);
     status.isRegistered =
         file.Read(servicesSection, expectation.name) || file.HasSection(expectation.name) || file.HasSection(provider);
     if (!status.isRegistered)
@@ -260,7 +261,7 @@ Status GetStatus(const InfFile& file, const Expectation& expectation)
         {
             auto actual = file.Read(entry.section, entry.key);
             if (!actual)
-                status.problems.push_back({Problem::Kind::MissingEntry, std::move(entry)});
+                status.problems.push_back({Problem::Kind::MissingEntry, std::move(entry), {}});
             else if (*actual != entry.value)
                 status.problems.push_back({Problem::Kind::WrongValue, std::move(entry), std::move(*actual)});
         }
@@ -274,7 +275,7 @@ Status GetStatus(const InfFile& file, const Expectation& expectation)
     if (!status.dllPath && !status.service.dllName.empty())
     {
         status.problems.push_back(
-            {Problem::Kind::MissingDll, {expectation.name, L"PR_SERVICE_DLL_NAME", status.service.dllName}});
+            {Problem::Kind::MissingDll, {expectation.name, L"PR_SERVICE_DLL_NAME", status.service.dllName}, {}});
     }
     return status;
 }

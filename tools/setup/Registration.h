@@ -47,7 +47,7 @@ struct Change
     Kind kind;
     Entry entry;
     /// What stands there now, where that is replaced.
-    std::wstring previous = {};
+    std::wstring previous;
 };
 
 /// What registering would do to each of the entries, in their order. The file is not changed: the change is made to a
@@ -76,7 +76,7 @@ struct Problem
     /// The entry as it should be; for a missing DLL, the one that names it.
     Entry entry;
     /// What stands there instead of it, for a wrong value.
-    std::wstring actual = {};
+    std::wstring actual;
 };
 
 /// The state of one registration.
@@ -86,8 +86,8 @@ struct Status
     /// Whether anything of it is in the file.
     bool isRegistered = false;
     /// The DLL that MAPI would load.
-    std::optional<std::wstring> dllPath = std::nullopt;
-    std::vector<Problem> problems = {};
+    std::optional<std::wstring> dllPath;
+    std::vector<Problem> problems;
 };
 
 /// What the caller knows a registration should be; what it does not know is taken from the registration itself.

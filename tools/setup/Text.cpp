@@ -21,7 +21,7 @@ int CheckedSize(std::size_t size)
 
 SetupError::SetupError(std::wstring text) : m_text(std::move(text)), m_narrow(ToUtf8(m_text)) {}
 
-std::string ToUtf8(std::wstring_view text)
+std::string ToUtf8(const std::wstring& text)
 {
     const int size = CheckedSize(text.size());
     const int length = WideCharToMultiByte(CP_UTF8, 0, text.data(), size, nullptr, 0, nullptr, nullptr);
@@ -30,7 +30,7 @@ std::string ToUtf8(std::wstring_view text)
     return narrow;
 }
 
-std::wstring ToWide(std::string_view text)
+std::wstring ToWide(const std::string& text)
 {
     const int size = CheckedSize(text.size());
     const int length = MultiByteToWideChar(CP_UTF8, 0, text.data(), size, nullptr, 0);

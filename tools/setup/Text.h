@@ -3,7 +3,6 @@
 
 #include <exception>
 #include <string>
-#include <string_view>
 #include <utility>
 
 namespace Setup
@@ -23,10 +22,10 @@ private:
 };
 
 /// The text in UTF-8; half a surrogate pair becomes U+FFFD.
-std::string ToUtf8(std::wstring_view text);
+std::string ToUtf8(const std::wstring& text);
 
 /// The text in UTF-16; what is no UTF-8 becomes U+FFFD.
-std::wstring ToWide(std::string_view text);
+std::wstring ToWide(const std::string& text);
 
 /// Compares as the INI functions compare names: without regard to case.
 bool EqualNames(const std::wstring& left, const std::wstring& right) noexcept;
