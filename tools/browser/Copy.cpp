@@ -1,6 +1,7 @@
 // Copying of messages.
 #include "tools/browser/Copy.h"
 
+#include "support/MapiHeaders.h"
 #include "testbed/common/Boundary.h"
 #include "testbed/common/MemoryStream.h"
 #include "tools/browser/SourceMark.h"
@@ -64,13 +65,17 @@ bool BelongsToPlace(ObjectKind kind, ULONG tag) noexcept
     case PROP_ID(PR_STORE_SUPPORT_MASK):
     case PROP_ID(PR_ACCESS):
     case PROP_ID(PR_ACCESS_LEVEL):
+    // A store numbers attachments itself; PST files keep their own count with a message, too.
+    case PROP_ID(PR_ATTACH_NUM):
         return true;
     // A store counts these itself, and each in its own way.
     case PROP_ID(PR_MESSAGE_SIZE):
         return kind == ObjectKind::Message;
-    case PROP_ID(PR_ATTACH_NUM):
     case PROP_ID(PR_ATTACH_SIZE):
         return kind == ObjectKind::Attachment;
+    // What a client may do with a folder is up to the store that it lies in.
+    case PROP_ID(PR_RIGHTS):
+        return kind == ObjectKind::Folder;
     default:
         return false;
     }

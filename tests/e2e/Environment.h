@@ -1,0 +1,37 @@
+// What the end-to-end tests share: the mail that they read, a folder to write in, and a watch for what is left behind.
+#pragma once
+
+#include "testbed/common/Boundary.h"
+#include "testbed/session/MapiModule.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace Tests
+{
+/// The committed small PST files.
+std::vector<std::filesystem::path> SmallFiles();
+/// The file of that name in the fetched mail; empty where it is not there.
+std::filesystem::path FetchedFile(const wchar_t* name);
+
+/// A new, empty folder of the running test.
+std::filesystem::path NewFolder();
+/// A copy of the file in `folder`.
+std::filesystem::path CopyInto(const std::filesystem::path& folder, const std::filesystem::path& file);
+/// A generated store's file in `folder`.
+std::filesystem::path SampleInto(const std::filesystem::path& folder, unsigned folders, unsigned messages);
+/// A file's bytes; empty when there is none.
+std::string ContentsOf(const std::filesystem::path& file);
+
+/// Fails every test at whose end a MAPI block, a COM object of this program or one of the PST provider is left, or one of
+/// the library's switches is on.
+void InstallLeakListener();
+} // namespace Tests
+
+/// Skips a test that needs the fetched mail, and says why.
+#define REQUIRE_FETCHED(path)                                                                                          \
+    if ((path).empty())                                                                                                \
+    GTEST_SKIP() << "the fetched mail is not here: it comes over the network (scripts/fetch-demo-mail)"

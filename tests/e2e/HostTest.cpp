@@ -1,0 +1,155 @@
+// The sample host's own code: its settings, its boundary, and the read-only folder that is safe to be called.
+#include "tests/e2e/Environment.h"
+
+#include "host/ArchiveStore.h"
+#include "host/HostSettings.h"
+#include "nst/KivNstCore.h"
+#include "nst/NstMapiFolder.h"
+#include "testbed/common/Text.h"
+#include "tools/browser/ArchiveSession.h"
+#include "tools/browser/LogRecorder.h"
+#include "tools/browser/MapiTools.h"
+
+using namespace Testbed;
+using namespace Browser;
+
+namespace Tests
+{
+namespace
+{
+// The host's service in a profile of its own, without what ArchiveSession does around it.
+SessionOptions HostOptions(const std::shared_ptr<Profile>& profile)
+{
+    return {{L"ARCHIVE", L"Archive", ProgramFolder() / "ArchiveHost.dll", "ServiceEntry"}, profile, nullptr};
+}
+
+TEST(HostTest, UnknownOptionsAreRefusedWithATextAndNothingIsStored)
+{
+    const auto profile = Profile::InMemory(L"host");
+    MailSession session(HostOptions(profile));
+    session.CreateService();
+    std::wstring text;
+    EXPECT_EQ(session.CallEntry(MSG_SERVICE_CONFIGURE,
+                                {PropValue::String(Testbed::Tags::OfflineStorePathW, L"C:\\somewhere.pst"),
+                                 PropValue::Long(PR_ARCHIVE_HOST_OPTIONS, 0x40)},
+                                &text),
+              MAPI_E_INVALID_PARAMETER);
+    EXPECT_NE(text.find(L"0x00000040"), std::wstring::npos) << Utf8FromWide(text);
+    const PropertyBag section = profile->Section(session.ServiceSection());
+    EXPECT_EQ(section.Find(PROP_ID(PR_ARCHIVE_HOST_OPTIONS)), nullptr);
+    EXPECT_EQ(section.Find(PROP_ID(Testbed::Tags::OfflineStorePathW)), nullptr);
+}
+
+TEST(HostTest, FailuresOfTheLibraryComeAsCodesWithATextAndALogLine)
+{
+    LogRecorder log(false);
+    MailSession session(HostOptions(Profile::InMemory(L"host")));
+    session.CreateService();
+    std::wstring text;
+    EXPECT_EQ(session.CallEntry(MSG_SERVICE_PROVIDER_CREATE, {}, &text), MAPI_E_NO_SUPPORT);
+    EXPECT_NE(text.find(L"MAPI_E_NO_SUPPORT"), std::wstring::npos) << Utf8FromWide(text);
+    EXPECT_EQ(session.CallEntry(MSG_SERVICE_CONFIGURE, {}, &text, false), MAPI_E_INVALID_PARAMETER);
+    bool caught = false;
+    for (const LogRecorder::Line& line : log.Take())
+    {
+        caught = caught || line.text.find("Caught exception at ArchiveHost.cpp, ServiceEntry") == 0;
+    }
+    EXPECT_TRUE(caught);
+}
+
+TEST(HostTest, ProviderInitialisationGivesCodesInsteadOfExceptions)
+{
+    const auto module = LoadLibraryW((ProgramFolder() / "ArchiveHost.dll").c_str());
+    ASSERT_NE(module, nullptr);
+    const auto init = reinterpret_cast<MSPROVIDERINIT*>(reinterpret_cast<void*>(GetProcAddress(module, "MSProviderInit")));
+    ASSERT_NE(init, nullptr);
+    ULONG version = 0;
+    ComPtr<IMSProvider> provider;
+    EXPECT_EQ(init(module, nullptr, nullptr, nullptr, nullptr, 0, CURRENT_SPI_VERSION, &version, nullptr),
+              MAPI_E_INVALID_PARAMETER);
+    EXPECT_EQ(init(module, nullptr, nullptr, nullptr, nullptr, 0, CURRENT_SPI_VERSION - 1, &version, provider.Put()),
+              MAPI_E_VERSION);
+    EXPECT_FALSE(provider);
+    EXPECT_EQ(version, ULONG(CURRENT_SPI_VERSION));
+    FreeLibrary(module);
+}
+
+TEST(HostTest, TheLogFileSettingSendsTheLogThere)
+{
+    const std::filesystem::path folder = NewFolder();
+    const auto profile = Profile::InMemory(L"host");
+    {
+        MailSession session(HostOptions(profile));
+        session.CreateService();
+        session.Configure({PropValue::String(Testbed::Tags::OfflineStorePathW, (folder / "archive.pst").wstring()),
+                           PropValue::String(PR_ARCHIVE_HOST_LOG_FILE, (folder / "host.log").wstring())});
+        session.Logon();
+        EXPECT_EQ(session.Store()->SetReceiveFolder(nullptr, 0, 0, nullptr), MAPI_E_NO_ACCESS);
+    }
+    // The recorder takes the log over and gives it back to the debugger's output, which closes the file.
+    const LogRecorder other(false);
+    EXPECT_NE(ContentsOf(folder / "host.log").find("warning: IMsgStore::SetReceiveFolder called on read-only archive"),
+              std::string::npos)
+        << ContentsOf(folder / "host.log");
+}
+
+TEST(HostTest, TheSettingsChooseWrappersAndModification)
+{
+    const std::filesystem::path folder = NewFolder();
+    ArchiveSession archive(Profile::InMemory(L"host"));
+    archive.Configure(SampleInto(folder, 2, 2), {});
+    for (const Setting& setting : {Setting{false, false}, Setting{false, true}, Setting{true, false}, Setting{true, true}})
+    {
+        archive.Logon(setting);
+        EXPECT_EQ(Quillon::Nst::GetModifyStores(), setting.modify);
+        const auto root = OpenFolder(archive.Store(), {});
+        const auto access = ReadProp(archive.Memory(), *root, PR_ACCESS);
+        ASSERT_TRUE(access.has_value());
+        EXPECT_EQ(access->AsLong() == MAPI_ACCESS_READ, !setting.plain && !setting.modify) << setting.Name();
+        const auto store = ReadProp(archive.Memory(), archive.Store(), PR_ACCESS_LEVEL);
+        ASSERT_TRUE(store.has_value());
+        EXPECT_EQ(store->AsLong() == 0, !setting.modify) << setting.Name();
+    }
+}
+
+// A folder of which nothing can be read.
+class NamelessFolder : public Quillon::Nst::CNstMapiFolder
+{
+public:
+    NamelessFolder() : CNstMapiFolder(nullptr, nullptr, nullptr) {}
+    STDMETHODIMP GetProps(LPSPropTagArray, ULONG, ULONG*, LPSPropValue*) override { return MAPI_E_CALL_FAILED; }
+    STDMETHODIMP GetLastError(HRESULT, ULONG, LPMAPIERROR*) override { return MAPI_E_NO_SUPPORT; }
+};
+
+TEST(HostTest, AFolderWithoutAReadableNameRefusesAllTheSame)
+{
+    const auto nameless = ComPtr<IMAPIFolder>::Attach(new NamelessFolder);
+    const auto folder = ComPtr<IMAPIFolder>::Attach(new ArchiveHost::CArchiveFolder(nameless.Get(), nullptr, nullptr));
+    LogRecorder log(false);
+    // Outputs stay as they were.
+    auto* const pattern = reinterpret_cast<IMAPIFolder*>(0x5A5A5A5A);
+    IMAPIFolder* created = pattern;
+    IMessage* message = reinterpret_cast<IMessage*>(pattern);
+    ULONG status = 0x5A5A5A5A;
+    std::wstring name = L"New";
+    EXPECT_EQ(folder->CreateFolder(FOLDER_GENERIC, name.data(), nullptr, nullptr, MAPI_UNICODE, &created),
+              MAPI_E_NO_ACCESS);
+    EXPECT_EQ(folder->CreateMessage(nullptr, 0, &message), MAPI_E_NO_ACCESS);
+    EXPECT_EQ(folder->CopyMessages(nullptr, nullptr, nullptr, 0, nullptr, MESSAGE_MOVE), MAPI_E_NO_ACCESS);
+    EXPECT_EQ(folder->DeleteMessages(nullptr, 0, nullptr, 0), MAPI_E_NO_ACCESS);
+    EXPECT_EQ(folder->DeleteFolder(0, nullptr, 0, nullptr, 0), MAPI_E_NO_ACCESS);
+    EXPECT_EQ(folder->SetReadFlags(nullptr, 0, nullptr, 0), MAPI_E_NO_ACCESS);
+    EXPECT_EQ(folder->SetMessageStatus(0, nullptr, 0, 0, &status), MAPI_E_NO_ACCESS);
+    EXPECT_EQ(folder->EmptyFolder(0, nullptr, 0), MAPI_E_NO_ACCESS);
+    EXPECT_EQ(created, pattern);
+    EXPECT_EQ(message, reinterpret_cast<IMessage*>(pattern));
+    EXPECT_EQ(status, 0x5A5A5A5Au);
+    size_t caught = 0;
+    for (const LogRecorder::Line& line : log.Take())
+    {
+        caught += line.text.find("Caught exception at ArchiveStore.cpp, ArchiveHost::CArchiveFolder::") == 0 ? 1 : 0;
+    }
+    EXPECT_EQ(caught, 8u);
+}
+} // namespace
+} // namespace Tests

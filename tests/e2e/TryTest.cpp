@@ -1,0 +1,271 @@
+// Every modifying call in the four settings, held against the contract: which are refused, let through or ignored, and
+// what the log says of them.
+#include "tests/e2e/Browser.h"
+#include "tests/e2e/Environment.h"
+
+#include <algorithm>
+#include <map>
+#include <optional>
+
+namespace Tests
+{
+namespace
+{
+using Json = nlohmann::ordered_json;
+
+// What becomes of a call.
+enum class Fate
+{
+    LetThrough,
+    // MAPI_E_NO_ACCESS by the wrapper, the provider's method is not called.
+    Refused,
+    // S_OK by the wrapper, the provider's method is not called.
+    Ignored,
+};
+constexpr Fate L = Fate::LetThrough;
+constexpr Fate R = Fate::Refused;
+constexpr Fate I = Fate::Ignored;
+
+struct Expected
+{
+    const char* object;
+    const char* call;
+    // Read-only wrappers with modification off, read-only on, plain off, plain on.
+    Fate fates[4];
+    // The whole line with which the call is refused, "{name}" standing for the folder's name; null when there is none.
+    const char* line;
+};
+
+const Expected Table[] = {
+    {"store", "SaveChanges", {L, L, L, L}, nullptr},
+    {"store", "SetProps(PR_DISPLAY_NAME_W)", {R, L, R, L},
+     "IMsgStore::SetProps called on read-only archive store; returning MAPI_E_NO_ACCESS: PR_DISPLAY_NAME_W"},
+    // The one refusal without a line: mail clients try it on every store.
+    {"store", "SetProps(PR_IPM_SUBTREE_ENTRYID)", {R, L, R, L}, nullptr},
+    {"store", "SetProps(the host's own)", {L, L, L, L}, nullptr},
+    {"store", "SetProps(the host's own, PR_COMMENT_W)", {R, L, R, L},
+     "IMsgStore::SetProps called on read-only archive store; returning MAPI_E_NO_ACCESS: 0x7FEB001F, PR_COMMENT_W"},
+    {"store", "DeleteProps(PR_COMMENT_W)", {R, L, R, L},
+     "IMsgStore::DeleteProps called on read-only archive store; returning MAPI_E_NO_ACCESS: PR_COMMENT_W"},
+    {"store", "DeleteProps(PR_IPM_SUBTREE_ENTRYID)", {R, L, R, L},
+     "IMsgStore::DeleteProps called on read-only archive store; returning MAPI_E_NO_ACCESS: PR_IPM_SUBTREE_ENTRYID"},
+    {"store", "DeleteProps(the host's own)", {L, L, L, L}, nullptr},
+    {"store", "OpenProperty(PR_DISPLAY_NAME_W)", {R, L, R, L},
+     "IMsgStore::OpenProperty called on read-only archive store; returning MAPI_E_NO_ACCESS: PR_DISPLAY_NAME_W"},
+    {"store", "OpenProperty(PR_DISPLAY_NAME_W, MAPI_MODIFY)", {R, L, R, L},
+     "IMsgStore::OpenProperty called on read-only archive store; returning MAPI_E_NO_ACCESS: PR_DISPLAY_NAME_W"},
+    {"store", "OpenProperty(PR_SEARCH)", {L, L, L, L}, nullptr},
+    {"store", "CopyTo", {L, L, L, L}, nullptr},
+    {"store", "CopyProps", {L, L, L, L}, nullptr},
+    {"store", "GetIDsFromNames(MAPI_CREATE)", {L, L, L, L}, nullptr},
+    {"store", "SetReceiveFolder", {R, L, R, L},
+     "IMsgStore::SetReceiveFolder called on read-only archive store; returning MAPI_E_NO_ACCESS"},
+    {"store", "AbortSubmit", {L, L, L, L}, nullptr},
+    {"store", "SetLockState", {L, L, L, L}, nullptr},
+    {"store", "FinishedMsg", {L, L, L, L}, nullptr},
+    {"store", "NotifyNewMail", {L, L, L, L}, nullptr},
+
+    {"folder", "SaveChanges", {L, L, L, L}, nullptr},
+    {"folder", "SetProps(PR_COMMENT_W)", {R, L, L, L},
+     "IMAPIFolder::SetProps called on read-only folder; returning MAPI_E_NO_ACCESS: PR_COMMENT_W"},
+    {"folder", "SetProps(0x30200102, 0x30210102)", {L, L, L, L}, nullptr},
+    {"folder", "SetProps(0x30200102, PR_COMMENT_W)", {R, L, L, L},
+     "IMAPIFolder::SetProps called on read-only folder; returning MAPI_E_NO_ACCESS: 0x30200102, PR_COMMENT_W"},
+    {"folder", "SetProps(none)", {I, L, L, L}, nullptr},
+    {"folder", "DeleteProps", {R, L, L, L},
+     "IMAPIFolder::DeleteProps called on read-only folder; returning MAPI_E_NO_ACCESS: PR_COMMENT_W"},
+    {"folder", "OpenProperty(PR_CONTAINER_CONTENTS)", {R, L, L, L},
+     "IMAPIFolder::OpenProperty called on read-only folder; returning MAPI_E_NO_ACCESS: PR_CONTAINER_CONTENTS"},
+    {"folder", "OpenProperty(PR_DISPLAY_NAME_W, MAPI_MODIFY)", {R, L, L, L},
+     "IMAPIFolder::OpenProperty called on read-only folder; returning MAPI_E_NO_ACCESS: PR_DISPLAY_NAME_W"},
+    {"folder", "CopyTo", {L, L, L, L}, nullptr},
+    {"folder", "CopyProps", {L, L, L, L}, nullptr},
+    {"folder", "GetIDsFromNames(MAPI_CREATE)", {L, L, L, L}, nullptr},
+    {"folder", "SetSearchCriteria", {L, L, L, L}, nullptr},
+    {"folder", "CreateMessage", {R, L, L, L},
+     "IMAPIFolder::CreateMessage called on read-only folder; returning MAPI_E_NO_ACCESS: {name}"},
+    {"folder", "CopyMessages", {L, L, L, L}, nullptr},
+    {"folder", "CopyMessages(MESSAGE_MOVE)", {R, L, L, L},
+     "IMAPIFolder::CopyMessages called with MESSAGE_MOVE on read-only folder; returning MAPI_E_NO_ACCESS: {name}"},
+    {"folder", "DeleteMessages", {R, L, L, L},
+     "IMAPIFolder::DeleteMessages called on read-only folder; returning MAPI_E_NO_ACCESS: {name}"},
+    {"folder", "CreateFolder", {R, L, L, L},
+     "IMAPIFolder::CreateFolder called on read-only folder; returning MAPI_E_NO_ACCESS: {name}"},
+    {"folder", "CopyFolder", {L, L, L, L}, nullptr},
+    {"folder", "CopyFolder(FOLDER_MOVE)", {L, L, L, L}, nullptr},
+    {"folder", "DeleteFolder", {R, L, L, L},
+     "IMAPIFolder::DeleteFolder called on read-only folder; returning MAPI_E_NO_ACCESS: {name}"},
+    {"folder", "SetReadFlags(CLEAR_READ_FLAG)", {R, L, L, L},
+     "IMAPIFolder::SetReadFlags called on read-only folder; returning MAPI_E_NO_ACCESS: {name}"},
+    {"folder", "SetMessageStatus", {R, L, L, L},
+     "IMAPIFolder::SetMessageStatus called on read-only folder; returning MAPI_E_NO_ACCESS: {name}"},
+    {"folder", "SaveContentsSort", {L, L, L, L}, nullptr},
+    {"folder", "EmptyFolder", {R, L, L, L},
+     "IMAPIFolder::EmptyFolder called on read-only folder; returning MAPI_E_NO_ACCESS: {name}"},
+
+    {"message", "SaveChanges", {R, L, L, L},
+     "IMessage::SaveChanges called on read-only message; returning MAPI_E_NO_ACCESS"},
+    {"message", "SetProps", {R, L, L, L},
+     "IMessage::SetProps called on read-only message; returning MAPI_E_NO_ACCESS: PR_SUBJECT_W"},
+    {"message", "SetProps(none)", {R, L, L, L},
+     "IMessage::SetProps called on read-only message; returning MAPI_E_NO_ACCESS:"},
+    {"message", "DeleteProps", {R, L, L, L},
+     "IMessage::DeleteProps called on read-only message; returning MAPI_E_NO_ACCESS: PR_SUBJECT_W"},
+    {"message", "OpenProperty(PR_SUBJECT_W, MAPI_MODIFY)", {L, L, L, L}, nullptr},
+    {"message", "OpenProperty(PR_COMMENT_W, MAPI_CREATE | MAPI_MODIFY)", {L, L, L, L}, nullptr},
+    {"message", "CopyTo", {L, L, L, L}, nullptr},
+    {"message", "CopyProps", {L, L, L, L}, nullptr},
+    {"message", "GetIDsFromNames(MAPI_CREATE)", {L, L, L, L}, nullptr},
+    {"message", "OpenAttach(MAPI_MODIFY)", {L, L, L, L}, nullptr},
+    {"message", "CreateAttach", {R, L, L, L},
+     "IMessage::CreateAttach called on read-only archive store message; returning MAPI_E_NO_ACCESS"},
+    {"message", "DeleteAttach", {R, L, L, L},
+     "IMessage::DeleteAttach called on read-only archive store message; returning MAPI_E_NO_ACCESS"},
+    {"message", "ModifyRecipients", {R, L, L, L},
+     "IMessage::ModifyRecipients called on read-only message; returning MAPI_E_NO_ACCESS"},
+    {"message", "SubmitMessage", {R, L, L, L},
+     "IMessage::SubmitMessage called on read-only message; returning MAPI_E_NO_ACCESS"},
+    {"message", "SetReadFlag(CLEAR_READ_FLAG)", {I, L, L, L}, nullptr},
+
+    // Attachments refuse nothing themselves: a read-only message opens them without write access.
+    {"attachment", "SaveChanges", {L, L, L, L}, nullptr},
+    {"attachment", "SetProps", {L, L, L, L}, nullptr},
+    {"attachment", "DeleteProps", {L, L, L, L}, nullptr},
+    {"attachment", "OpenProperty(PR_ATTACH_DATA_BIN, MAPI_MODIFY)", {L, L, L, L}, nullptr},
+    {"attachment", "CopyTo", {L, L, L, L}, nullptr},
+    {"attachment", "CopyProps", {L, L, L, L}, nullptr},
+    {"attachment", "GetIDsFromNames(MAPI_CREATE)", {L, L, L, L}, nullptr},
+};
+
+const char* NameOf(Fate fate)
+{
+    return fate == L ? "let through" : fate == R ? "refused" : "ignored";
+}
+
+bool EndsWith(const std::string& text, const std::string& end)
+{
+    return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+// The name that a refusal's line ends in, where the table says that it ends in one.
+void ExpectLine(const Json& row, const std::string& expected)
+{
+    ASSERT_EQ(row["log"].size(), 1u) << row;
+    const std::string line = row["log"][0];
+    const size_t place = expected.find("{name}");
+    if (place == std::string::npos)
+    {
+        EXPECT_EQ(line, expected);
+        return;
+    }
+    EXPECT_EQ(line.substr(0, place), expected.substr(0, place));
+    EXPECT_GT(line.size(), place) << "the folder's name is missing: " << line;
+}
+
+void CheckAgainstTable(const Json& report, bool withAttachments)
+{
+    std::map<std::string, Json> rows;
+    for (const Json& row : report["calls"])
+    {
+        const std::string key = row["wrappers"].get<std::string>() + "/" + row["modification"].get<std::string>() + "/" +
+                                row["object"].get<std::string>() + "/" + row["call"].get<std::string>();
+        EXPECT_TRUE(rows.emplace(key, row).second) << "tried twice: " << key;
+    }
+    size_t checked = 0;
+    for (const Expected& expected : Table)
+    {
+        if (!withAttachments && std::string(expected.object) == "attachment")
+        {
+            continue;
+        }
+        for (size_t setting = 0; setting < 4; ++setting)
+        {
+            const std::string key = std::string(setting < 2 ? "read-only" : "plain") + "/" +
+                                    (setting % 2 == 0 ? "off" : "on") + "/" + expected.object + "/" + expected.call;
+            ASSERT_TRUE(rows.contains(key)) << "not tried: " << key;
+            SCOPED_TRACE(key);
+            const Json& row = rows[key];
+            const Fate fate = expected.fates[setting];
+            EXPECT_EQ(row["outcome"], NameOf(fate)) << row;
+            ++checked;
+            if (fate == L)
+            {
+                continue;
+            }
+            EXPECT_EQ(row["code"], fate == R ? "MAPI_E_NO_ACCESS" : "S_OK");
+            if (expected.line)
+            {
+                ExpectLine(row, expected.line);
+            }
+            else
+            {
+                EXPECT_EQ(row["log"], Json::array());
+            }
+            // Nothing is asked of the provider but, for the line, a folder's name.
+            const bool named = expected.line && EndsWith(expected.line, "{name}");
+            EXPECT_EQ(row["reached"], named ? Json::array({"IMAPIFolder::GetProps"}) : Json::array());
+        }
+    }
+    EXPECT_EQ(checked, rows.size()) << "the browser tries calls that the table does not have";
+}
+
+TEST(TryTest, EnronRefusesLetsThroughAndIgnoresWhatTheContractSays)
+{
+    const std::filesystem::path file = FetchedFile(L"enron.pst");
+    REQUIRE_FETCHED(file);
+    const std::filesystem::path folder = NewFolder();
+    const std::filesystem::path archive = CopyInto(folder, file);
+    std::filesystem::path overlay = archive;
+    overlay += ".overlay";
+    RunBrowserJson(folder, {L"configure", archive.wstring()});
+    RunBrowserJson(folder, {L"tree"});
+    // What a logon writes is there now.
+    const std::string before = ContentsOf(overlay);
+    ASSERT_FALSE(before.empty());
+
+    const Json report = RunBrowserJson(folder, {L"try"});
+    CheckAgainstTable(report, true);
+    EXPECT_EQ(report["archive"]["unchanged"], true);
+    EXPECT_TRUE(ContentsOf(overlay) == before) << "the overlay beside the PST was changed";
+    EXPECT_TRUE(ContentsOf(archive) == ContentsOf(file)) << "the PST was changed";
+}
+
+TEST(TryTest, GeneratedMailAndSmallFilesDoTheSame)
+{
+    const std::filesystem::path folder = NewFolder();
+    const std::filesystem::path archive = SampleInto(folder, 3, 20);
+    RunBrowserJson(folder, {L"configure", archive.wstring()});
+    const Json report = RunBrowserJson(folder, {L"try"});
+    const bool attachments = std::any_of(report["calls"].begin(), report["calls"].end(),
+                                         [](const Json& row) { return row["object"] == "attachment"; });
+    CheckAgainstTable(report, attachments);
+    EXPECT_EQ(report["archive"]["unchanged"], true);
+
+    const std::filesystem::path second = NewFolder();
+    RunBrowserJson(second, {L"configure", CopyInto(second, SmallFiles()[2]).wstring()});
+    CheckAgainstTable(RunBrowserJson(second, {L"try"}), true);
+}
+
+// A call that is let through really arrives: with modification on the copy of the archive is changed.
+TEST(TryTest, WhatIsLetThroughTakesEffect)
+{
+    const std::filesystem::path folder = NewFolder();
+    RunBrowserJson(folder, {L"configure", SampleInto(folder, 2, 5).wstring()});
+    size_t succeeded = 0;
+    for (const Json& row : RunBrowserJson(folder, {L"try"})["calls"])
+    {
+        const bool all = row["modification"] == "on";
+        const std::string call = row["call"];
+        if (all && (call == "CreateMessage" || call == "DeleteMessages" || call == "CreateFolder" ||
+                    call == "DeleteFolder" || call == "EmptyFolder" || call == "SetMessageStatus" ||
+                    call == "CopyMessages(MESSAGE_MOVE)" || call == "SetReceiveFolder" || call == "CreateAttach" ||
+                    call == "ModifyRecipients"))
+        {
+            EXPECT_EQ(row["code"], "S_OK") << row;
+            ++succeeded;
+        }
+    }
+    EXPECT_EQ(succeeded, 2u * 10u);
+}
+} // namespace
+} // namespace Tests
