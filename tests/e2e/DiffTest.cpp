@@ -60,7 +60,8 @@ TEST(DiffTest, TheStoreDiffersInExactlyWhatMakesItAnArchive)
     {
         arguments.insert(arguments.end(), {L"diff", copy.wstring()});
         std::map<std::string, std::string> differences;
-        for (const Json& difference : RunBrowserJson(folder, arguments)["differences"])
+        const Json diff = RunBrowserJson(folder, arguments);
+        for (const Json& difference : diff["differences"])
         {
             differences[difference["property"]] = difference["wrapped"];
         }

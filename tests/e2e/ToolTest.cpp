@@ -33,6 +33,22 @@ protected:
         RunBrowserJson(m_folder, {L"import", m_source.wstring()});
     }
 
+    // The first folder of the archive that has messages, as the tree shows it.
+    Json FirstFolder() const
+    {
+        const Json tree = RunBrowserJson(m_folder, {L"tree"});
+        EXPECT_EQ(tree["name"], "Archiver Store Root");
+        for (const Json& folder : tree["folders"])
+        {
+            if (folder["messages"] != 0)
+            {
+                return folder;
+            }
+        }
+        ADD_FAILURE() << "the archive has no message";
+        return {};
+    }
+
     std::filesystem::path m_folder;
     std::filesystem::path m_source;
 };
@@ -106,7 +122,7 @@ TEST_F(ToolTest, FoldersAndMessagesThatAreNotThereAreNamed)
 {
     Import();
     ExpectOneSentence(RunBrowser(m_folder, {L"list", L"No such folder"}), 1, "There is no folder \"No such folder\"");
-    const std::string name = RunBrowserJson(m_folder, {L"tree"})["folders"][0]["name"];
+    const std::string name = FirstFolder()["name"];
     const std::wstring path(name.begin(), name.end());
     ExpectOneSentence(RunBrowser(m_folder, {L"show", path + L"#99"}), 1, "There is no message 99");
     ExpectOneSentence(RunBrowser(m_folder, {L"show", path + L"#x"}), 1, "a number is expected");
@@ -117,9 +133,7 @@ TEST_F(ToolTest, FoldersAndMessagesThatAreNotThereAreNamed)
 TEST_F(ToolTest, TreeListShowAndPropsAgree)
 {
     Import();
-    const Json tree = RunBrowserJson(m_folder, {L"tree"});
-    EXPECT_EQ(tree["name"], "Archiver Store Root");
-    const Json& first = tree["folders"][0];
+    const Json first = FirstFolder();
     const std::string name = first["name"];
     const std::wstring path(name.begin(), name.end());
     const Json list = RunBrowserJson(m_folder, {L"list", path});
@@ -157,7 +171,8 @@ TEST_F(ToolTest, TheSettingOptionsReachTheHost)
     const auto storeAccess = [&](std::vector<std::wstring> arguments)
     {
         arguments.insert(arguments.end(), {L"props", L"store"});
-        for (const Json& property : RunBrowserJson(m_folder, arguments)["properties"])
+        const Json props = RunBrowserJson(m_folder, arguments);
+        for (const Json& property : props["properties"])
         {
             if (property["name"] == "PR_ACCESS_LEVEL")
             {

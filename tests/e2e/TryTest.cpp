@@ -252,7 +252,8 @@ TEST(TryTest, WhatIsLetThroughTakesEffect)
     const std::filesystem::path folder = NewFolder();
     RunBrowserJson(folder, {L"configure", SampleInto(folder, 2, 5).wstring()});
     size_t succeeded = 0;
-    for (const Json& row : RunBrowserJson(folder, {L"try"})["calls"])
+    const Json report = RunBrowserJson(folder, {L"try"});
+    for (const Json& row : report["calls"])
     {
         const bool all = row["modification"] == "on";
         const std::string call = row["call"];

@@ -178,7 +178,7 @@ private:
                 Count(CountMessages(tree), "message", "messages"));
             m_json["tree"] = TreeJson(tree);
 
-            const FolderNode* folder = FirstWithMessages(tree, {});
+            const FolderNode* folder = FullestFolder(tree, {});
             Require(folder != nullptr, "the archive has no message");
             if (folder)
             {
@@ -192,7 +192,7 @@ private:
 
             Step("What the wrapper changed in the store's properties");
             PstSession unwrapped(path, false);
-            TextTable table({{"property"}, {"the PST provider's", false, 58}, {"the archive's", false, 58}, {"because"}});
+            TextTable table({{"property"}, {"the PST provider's", false, 40}, {"the archive's", false, 40}, {"because", false, 90}});
             Json differences = Json::array();
             for (const Difference& difference : StoreDifferences(unwrapped, client, m_options.setting))
             {
@@ -231,27 +231,22 @@ private:
         return attempts.ArchiveUnchanged();
     }
 
-    const FolderNode* FirstWithMessages(const FolderNode& node, const std::string& path)
+    // The folder with the most messages is the one worth looking into; its path goes to m_folderPath.
+    const FolderNode* FullestFolder(const FolderNode& node, const std::string& path)
     {
-        if (node.messages != 0 && !path.empty())
-        {
-            m_folderPath = path;
-            return &node;
-        }
+        const FolderNode* fullest = node.messages != 0 ? &node : nullptr;
+        std::string fullestPath = path.empty() ? "/" : path;
         for (const FolderNode& child : node.children)
         {
-            const std::string below = (path.empty() ? "" : path + "/") + Utf8(child.name);
-            if (const FolderNode* found = FirstWithMessages(child, below))
+            const FolderNode* const found = FullestFolder(child, (path.empty() ? "" : path + "/") + Utf8(child.name));
+            if (found && (!fullest || found->messages > fullest->messages))
             {
-                return found;
+                fullest = found;
+                fullestPath = m_folderPath;
             }
         }
-        if (node.messages != 0)
-        {
-            m_folderPath = "/";
-            return &node;
-        }
-        return nullptr;
+        m_folderPath = fullestPath;
+        return fullest;
     }
 
     const Options& m_options;
