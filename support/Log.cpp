@@ -46,6 +46,9 @@ struct Sink
     Logging::LogSink function = nullptr;
     void* context = nullptr;
     File file;
+    /// Marks the thread that is writing a line. What it logs meanwhile is dropped: a line that there is no memory for
+    /// would otherwise log that there is none, and so on.
+    DWORD writing = TlsAlloc();
 };
 
 Sink& GetSink() noexcept
@@ -79,6 +82,19 @@ private:
     SRWLOCK& m_lock;
 };
 
+/// The mark, as long as it lives.
+class WritingMark
+{
+public:
+    explicit WritingMark(DWORD slot) noexcept : m_slot(slot) { TlsSetValue(m_slot, this); }
+    WritingMark(const WritingMark&) = delete;
+    WritingMark& operator=(const WritingMark&) = delete;
+    ~WritingMark() { TlsSetValue(m_slot, nullptr); }
+
+private:
+    DWORD m_slot;
+};
+
 std::atomic<bool> g_traceLogging = false;
 
 void WriteToDebugger(const Logging::LogLine& line)
@@ -108,19 +124,23 @@ void WriteLine(LogId level, const wchar_t* text, bool isDetail) noexcept
     const DWORD lastError = GetLastError();
     Logging::LogLine line{level, isDetail, GetCurrentThreadId(), {}, text ? text : L""};
     GetLocalTime(&line.time);
-    try
+    Sink& sink = GetSink();
+    if (!TlsGetValue(sink.writing))
     {
-        Sink& sink = GetSink();
-        const SharedLock lock(sink.lock);
-        if (sink.function)
-            sink.function(sink.context, line);
-        else if (sink.file.IsOpen())
-            WriteToFile(sink.file, line);
-        else
-            WriteToDebugger(line);
-    }
-    catch (...) // NOLINT(bugprone-empty-catch): there is nowhere left to report to
-    {
+        const WritingMark mark(sink.writing);
+        try
+        {
+            const SharedLock lock(sink.lock);
+            if (sink.function)
+                sink.function(sink.context, line);
+            else if (sink.file.IsOpen())
+                WriteToFile(sink.file, line);
+            else
+                WriteToDebugger(line);
+        }
+        catch (...) // NOLINT(bugprone-empty-catch): there is nowhere left to report to
+        {
+        }
     }
     SetLastError(lastError);
 }

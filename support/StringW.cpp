@@ -20,8 +20,10 @@ template <class Character>
 class Characters
 {
 public:
+    /// A length that leaves no room for the terminator is more than there is memory for.
     explicit Characters(std::size_t length)
-        : m_block(static_cast<Character*>(Detail::AllocateArray(length + 1, sizeof(Character))))
+        : m_block(static_cast<Character*>(
+              Detail::AllocateArray(length < SIZE_MAX ? length + 1 : length, sizeof(Character))))
     {
         m_block[length] = 0;
     }
