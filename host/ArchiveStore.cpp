@@ -30,8 +30,7 @@ HRESULT RefuseOnException(Method&& method, const CallSite& site) noexcept
 }
 
 /// Hands an attachment out, wrapped.
-HRESULT GiveWrapped(HRESULT hr, const ATL::CComQIPtr<IAttach>& attachment, LPATTACH* lppAttach,
-                    const CallSite& site) noexcept
+HRESULT GiveWrapped(HRESULT hr, const ATL::CComQIPtr<IAttach>& attachment, LPATTACH* lppAttach, const CallSite& site)
 {
     if (FAILED(hr) || !attachment)
         return hr;
@@ -92,17 +91,15 @@ STDMETHODIMP CArchiveFolder::CopyMessages(LPENTRYLIST lpMsgList, LPCIID lpInterf
                                           Mapi::FolderUIParam ulUIParam, LPMAPIPROGRESS lpProgress, ULONG ulFlags)
 {
     return RefuseOnException(
-        [&] {
-            return CReadOnlyFolder::CopyMessages(lpMsgList, lpInterface, lpDestFolder, ulUIParam, lpProgress, ulFlags);
-        },
+        [&]
+        { return CReadOnlyFolder::CopyMessages(lpMsgList, lpInterface, lpDestFolder, ulUIParam, lpProgress, ulFlags); },
         L"ArchiveHost::CArchiveFolder::CopyMessages");
 }
 
 STDMETHODIMP CArchiveFolder::DeleteMessages(LPENTRYLIST lpMsgList, Mapi::FolderUIParam ulUIParam,
                                             LPMAPIPROGRESS lpProgress, ULONG ulFlags)
 {
-    return RefuseOnException([&]
-                             { return CReadOnlyFolder::DeleteMessages(lpMsgList, ulUIParam, lpProgress, ulFlags); },
+    return RefuseOnException([&] { return CReadOnlyFolder::DeleteMessages(lpMsgList, ulUIParam, lpProgress, ulFlags); },
                              L"ArchiveHost::CArchiveFolder::DeleteMessages");
 }
 
@@ -137,7 +134,8 @@ STDMETHODIMP CArchiveFolder::SetMessageStatus(ULONG cbEntryID, LPENTRYID lpEntry
                                               ULONG ulNewStatusMask, ULONG* lpulOldStatus)
 {
     return RefuseOnException(
-        [&] {
+        [&]
+        {
             return CReadOnlyFolder::SetMessageStatus(cbEntryID, lpEntryID, ulNewStatus, ulNewStatusMask, lpulOldStatus);
         },
         L"ArchiveHost::CArchiveFolder::SetMessageStatus");

@@ -24,8 +24,8 @@ private:
     bool m_plainWrappers;
 };
 
-/// A read-only folder whose every method is safe to be called through COM: the library's own lets the exception out when
-/// the folder's name, which the refusal's log line ends in, cannot be read. The call is refused all the same then.
+/// A read-only folder whose every method is safe to be called through COM: the library's own lets the exception out
+/// when the folder's name, which the refusal's log line ends in, cannot be read. The call is refused all the same then.
 class CArchiveFolder : public Quillon::Nst::CReadOnlyFolder
 {
 public:

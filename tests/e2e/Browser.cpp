@@ -69,8 +69,10 @@ class Process
 {
 public:
     Process(const std::filesystem::path& folder, const std::vector<std::wstring>& arguments)
-        : m_outputFile(folder / "output.txt"), m_errorFile(folder / "errors.txt"),
-          m_output(CreateInheritable(m_outputFile)), m_errors(CreateInheritable(m_errorFile))
+        : m_outputFile(folder / "output.txt"),
+          m_errorFile(folder / "errors.txt"),
+          m_output(CreateInheritable(m_outputFile)),
+          m_errors(CreateInheritable(m_errorFile))
     {
         const wchar_t* const bin = _wgetenv(L"KIVNST_BIN");
         const std::filesystem::path program = std::filesystem::path(bin ? bin : L".") / "archive-browser.exe";

@@ -35,9 +35,9 @@ const std::shared_ptr<MapiModule>& Mapi()
 long ProviderObjects()
 {
     const HMODULE module = GetModuleHandleW(L"mspst32.dll");
-    const auto count = module ? reinterpret_cast<long (*)()>(
-                                    reinterpret_cast<void*>(GetProcAddress(module, "TestbedLiveObjects")))
-                              : nullptr;
+    const auto count =
+        module ? reinterpret_cast<long (*)()>(reinterpret_cast<void*>(GetProcAddress(module, "TestbedLiveObjects")))
+               : nullptr;
     return count ? count() : 0;
 }
 

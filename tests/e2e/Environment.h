@@ -26,8 +26,8 @@ std::filesystem::path SampleInto(const std::filesystem::path& folder, unsigned f
 /// A file's bytes; empty when there is none.
 std::string ContentsOf(const std::filesystem::path& file);
 
-/// Fails every test at whose end a MAPI block, a COM object of this program or one of the PST provider is left, or one of
-/// the library's switches is on.
+/// Fails every test at whose end a MAPI block, a COM object of this program or one of the PST provider is left, or one
+/// of the library's switches is on.
 void InstallLeakListener();
 } // namespace Tests
 

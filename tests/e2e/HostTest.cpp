@@ -61,7 +61,8 @@ TEST(HostTest, ProviderInitialisationGivesCodesInsteadOfExceptions)
 {
     const auto module = LoadLibraryW((ProgramFolder() / "ArchiveHost.dll").c_str());
     ASSERT_NE(module, nullptr);
-    const auto init = reinterpret_cast<MSPROVIDERINIT*>(reinterpret_cast<void*>(GetProcAddress(module, "MSProviderInit")));
+    const auto init =
+        reinterpret_cast<MSPROVIDERINIT*>(reinterpret_cast<void*>(GetProcAddress(module, "MSProviderInit")));
     ASSERT_NE(init, nullptr);
     ULONG version = 0;
     ComPtr<IMSProvider> provider;
@@ -98,7 +99,8 @@ TEST(HostTest, TheSettingsChooseWrappersAndModification)
     const std::filesystem::path folder = NewFolder();
     ArchiveSession archive(Profile::InMemory(L"host"));
     archive.Configure(SampleInto(folder, 2, 2), {});
-    for (const Setting& setting : {Setting{false, false}, Setting{false, true}, Setting{true, false}, Setting{true, true}})
+    for (const Setting& setting :
+         {Setting{false, false}, Setting{false, true}, Setting{true, false}, Setting{true, true}})
     {
         archive.Logon(setting);
         EXPECT_EQ(Quillon::Nst::GetModifyStores(), setting.modify);

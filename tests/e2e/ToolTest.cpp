@@ -208,8 +208,8 @@ TEST_F(ToolTest, TheDemonstrationTellsTheWholeStory)
     const std::filesystem::path source = SampleInto(m_folder, 4, 5);
     const BrowserRun run = RunBrowser(m_folder, {L"demo", L"--source", source.wstring()});
     EXPECT_EQ(run.exitCode, 0u) << run.output << run.errors;
-    for (const char* part : {"20 messages", "Archiver Store Root", "PR_STORE_SUPPORT_MASK",
-                             "MAPI_E_NO_ACCESS", "Where to go next"})
+    for (const char* part :
+         {"20 messages", "Archiver Store Root", "PR_STORE_SUPPORT_MASK", "MAPI_E_NO_ACCESS", "Where to go next"})
     {
         EXPECT_NE(run.output.find(part), std::string::npos) << part << "\n" << run.output;
     }

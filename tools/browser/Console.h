@@ -19,8 +19,8 @@ void PrintLine(std::string_view text = {});
 /// The same to the error stream.
 void PrintError(std::string_view text);
 
-/// The number of columns that a text takes on a terminal: one for each character, two for East Asian wide ones, none for
-/// combining marks.
+/// The number of columns that a text takes on a terminal: one for each character, two for East Asian wide ones, none
+/// for combining marks.
 size_t DisplayWidth(std::string_view text) noexcept;
 
 /// The text with line breaks and other control characters as single spaces, cut to `width` columns with "…" at its end.

@@ -130,13 +130,14 @@ void ObjectCopier::CopyProperties(ObjectKind kind, IMAPIProp& source, IMAPIProp&
         }
         values.push_back(WithTag(value, CHANGE_PROP_TYPE(targetTag, value.Type())));
     }
-    const auto large = std::stable_partition(values.begin(), values.end(),
-                                             [](const PropValue& value) { return !IsStreamed(value); });
+    const auto large =
+        std::stable_partition(values.begin(), values.end(), [](const PropValue& value) { return !IsStreamed(value); });
     if (const auto count = static_cast<ULONG>(large - values.begin()); count != 0)
     {
         const MapiBlock<SPropValue> array(m_memory, MakePropArray(m_memory, {values.begin(), large}));
         MapiBlock<SPropProblemArray> problems(m_memory);
-        Check(target.SetProps(count, array.Get(), problems.Put()), L"An imported object's properties cannot be written.");
+        Check(target.SetProps(count, array.Get(), problems.Put()),
+              L"An imported object's properties cannot be written.");
         for (ULONG index = 0; problems && index < problems->cProblem; ++index)
         {
             const SPropProblem& problem = problems->aProblem[index];

@@ -30,7 +30,9 @@ class ObjectCopier
 public:
     /// Named properties keep their names: `source` and `target` are the stores' own.
     ObjectCopier(const Testbed::MapiMemory& memory, PropertyNames& source, PropertyNames& target)
-        : m_memory(memory), m_sourceNames(source), m_targetNames(target)
+        : m_memory(memory),
+          m_sourceNames(source),
+          m_targetNames(target)
     {
     }
 

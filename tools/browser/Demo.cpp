@@ -192,7 +192,10 @@ private:
 
             Step("What the wrapper changed in the store's properties");
             PstSession unwrapped(path, false);
-            TextTable table({{"property"}, {"the PST provider's", false, 40}, {"the archive's", false, 40}, {"because", false, 90}});
+            TextTable table({{"property"},
+                             {"the PST provider's", false, 40},
+                             {"the archive's", false, 40},
+                             {"because", false, 90}});
             Json differences = Json::array();
             for (const Difference& difference : StoreDifferences(unwrapped, client, m_options.setting))
             {

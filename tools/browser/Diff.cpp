@@ -29,7 +29,10 @@ class Comparer
 {
 public:
     Comparer(PstSession& unwrapped, ArchiveSession& wrapped, const Setting& setting)
-        : m_memory(unwrapped.Memory()), m_unwrapped(unwrapped.Store()), m_wrapped(wrapped.Store()), m_setting(setting),
+        : m_memory(unwrapped.Memory()),
+          m_unwrapped(unwrapped.Store()),
+          m_wrapped(wrapped.Store()),
+          m_setting(setting),
           m_names(unwrapped.Memory(), unwrapped.Store())
     {
         if (const auto root = ReadProp(m_memory, m_unwrapped, ArchiveRoot))
@@ -303,7 +306,8 @@ private:
         case PR_ACCESS_LEVEL:
             return isLong(0, "open for reading only");
         case PR_RIGHTS:
-            return kind == Kind::Folder ? isLong((before.AsLong() & 0x400) | 0x1, "the right to read, and to be seen") : "";
+            return kind == Kind::Folder ? isLong((before.AsLong() & 0x400) | 0x1, "the right to read, and to be seen")
+                                        : "";
         default:
             return {};
         }
@@ -342,13 +346,14 @@ void PrintReport(const DiffReport& report)
     {
         if (difference.rule.empty())
         {
-            PrintLine("UNEXPLAINED: " + Shorten(difference.object, 120) + ": " + difference.property + ": " +
-                      Shorten(difference.unwrapped, 120) +
-                      (difference.wrapped.empty() ? "" : " unwrapped, " + Shorten(difference.wrapped, 120) + " wrapped"));
+            PrintLine(
+                "UNEXPLAINED: " + Shorten(difference.object, 120) + ": " + difference.property + ": " +
+                Shorten(difference.unwrapped, 120) +
+                (difference.wrapped.empty() ? "" : " unwrapped, " + Shorten(difference.wrapped, 120) + " wrapped"));
         }
     }
-    PrintLine(Count(report.objects, "object", "objects") + ", " +
-              Count(report.properties, "property", "properties") + " and " + Count(report.rows, "table row", "table rows") +
+    PrintLine(Count(report.objects, "object", "objects") + ", " + Count(report.properties, "property", "properties") +
+              " and " + Count(report.rows, "table row", "table rows") +
               " compared: " + Count(report.unexplained, "unexplained difference", "unexplained differences"));
 }
 } // namespace
@@ -369,8 +374,8 @@ Json DiffReport::ToJson() const
     {
         rules[rule] = count;
     }
-    return {{"objects", objects},       {"properties", properties},        {"rows", rows},
-            {"explained", rules},       {"differences", std::move(list)}, {"unexplained", unexplained}};
+    return {{"objects", objects}, {"properties", properties},       {"rows", rows},
+            {"explained", rules}, {"differences", std::move(list)}, {"unexplained", unexplained}};
 }
 
 DiffReport Compare(PstSession& unwrapped, ArchiveSession& wrapped, const Setting& setting)

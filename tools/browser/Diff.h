@@ -27,8 +27,8 @@ struct DiffReport
     size_t objects = 0;
     size_t properties = 0;
     size_t rows = 0;
-    /// The differences of the store, and of other objects those that nothing explains; the explained ones of folders and
-    /// messages are many and alike, and only counted.
+    /// The differences of the store, and of other objects those that nothing explains; the explained ones of folders
+    /// and messages are many and alike, and only counted.
     std::vector<Difference> differences;
     /// How many differences each rule explained, by kind of object, property and rule.
     std::map<std::string, size_t> explained;

@@ -19,9 +19,14 @@ class Importer
 {
 public:
     Importer(ArchiveSession& archive, PstSession& source, const Progress& progress)
-        : m_memory(archive.Memory()), m_archive(archive.Store()), m_source(source.Store()), m_progress(progress),
-          m_sourceNames(source.Memory(), source.Store()), m_targetNames(archive.Memory(), archive.Store()),
-          m_copier(archive.Memory(), m_sourceNames, m_targetNames), m_marks(source.Memory(), source.Store()),
+        : m_memory(archive.Memory()),
+          m_archive(archive.Store()),
+          m_source(source.Store()),
+          m_progress(progress),
+          m_sourceNames(source.Memory(), source.Store()),
+          m_targetNames(archive.Memory(), archive.Store()),
+          m_copier(archive.Memory(), m_sourceNames, m_targetNames),
+          m_marks(source.Memory(), source.Store()),
           m_markTag(MarkTag(m_targetNames, true))
     {
     }
@@ -103,8 +108,8 @@ private:
         return rows.size();
     }
 
-    // The folder of the archive that stands for the source's: the one with its mark, else one of its name that a run was
-    // stopped before it could mark, else a new one.
+    // The folder of the archive that stands for the source's: the one with its mark, else one of its name that a run
+    // was stopped before it could mark, else a new one.
     ComPtr<IMAPIFolder> TargetFolder(const FolderRow& row, IMAPIFolder& source, IMAPIFolder& parent,
                                      std::set<Bytes>& taken)
     {
@@ -204,7 +209,8 @@ int RunImport(const Options& options, const std::filesystem::path& file, bool al
     ArchiveSession archive(options.OpenProfile());
     if (IsSameFile(file, archive.ArchivePath()))
     {
-        Fail(MAPI_E_INVALID_PARAMETER, L"\"" + file.wstring() + L"\" is the archive itself and cannot be imported into it.");
+        Fail(MAPI_E_INVALID_PARAMETER,
+             L"\"" + file.wstring() + L"\" is the archive itself and cannot be imported into it.");
     }
     const Progress progress = [&](const std::string& line)
     {
@@ -224,9 +230,8 @@ int RunImport(const Options& options, const std::filesystem::path& file, bool al
     Json problems = Json::array();
     for (const CopyProblem& problem : report.problems)
     {
-        problems.push_back({{"object", problem.object},
-                            {"property", TagName(problem.tag)},
-                            {"code", ResultName(problem.code)}});
+        problems.push_back(
+            {{"object", problem.object}, {"property", TagName(problem.tag)}, {"code", ResultName(problem.code)}});
     }
     if (options.json)
     {
@@ -244,8 +249,8 @@ int RunImport(const Options& options, const std::filesystem::path& file, bool al
     else
     {
         PrintLine(Count(report.folders, "folder", "folders") + " (" + std::to_string(report.newFolders) + " new), " +
-                  Count(report.messages, "message", "messages") + " (" + std::to_string(report.newMessages) + " new), " +
-                  Count(report.newAttachments, "new attachment", "new attachments") +
+                  Count(report.messages, "message", "messages") + " (" + std::to_string(report.newMessages) +
+                  " new), " + Count(report.newAttachments, "new attachment", "new attachments") +
                   (report.searchFolders != 0
                        ? "; " + Count(report.searchFolders, "search folder", "search folders") + " left out"
                        : ""));

@@ -83,7 +83,8 @@ int Run(int argc, wchar_t** argv)
     app.set_help_all_flag("--help-all", "Print the help of all commands and exit");
 
     GlobalArguments global;
-    app.add_option("--profile", global.profile, "The profile's file; default: demo\\archive.profile in the build folder")
+    app.add_option("--profile", global.profile,
+                   "The profile's file; default: demo\\archive.profile in the build folder")
         ->type_name("FILE");
     app.add_flag("--json", global.json, "Print one JSON document instead of text");
     app.add_flag("--log", global.log, "Show the library's log lines on the error stream");
@@ -126,10 +127,14 @@ int Run(int argc, wchar_t** argv)
     list->add_option("--limit", limit, "Print so many messages at most")->type_name("N");
     list->callback([&] { command = [&](const Options& o) { return RunList(o, Wide(object), limit); }; });
     auto* const show = app.add_subcommand("show", "Print a message");
-    show->add_option("MESSAGE", object, "FOLDER#NUMBER, or an entry ID in hexadecimal digits")->required()->type_name("");
+    show->add_option("MESSAGE", object, "FOLDER#NUMBER, or an entry ID in hexadecimal digits")
+        ->required()
+        ->type_name("");
     show->callback([&] { command = [&](const Options& o) { return RunShow(o, Wide(object)); }; });
     auto* const props = app.add_subcommand("props", "Print the properties of an object");
-    props->add_option("OBJECT", object, "\"store\", \"root\", a folder's path, FOLDER#NUMBER, FOLDER#NUMBER@K or an entry ID")
+    props
+        ->add_option("OBJECT", object,
+                     "\"store\", \"root\", a folder's path, FOLDER#NUMBER, FOLDER#NUMBER@K or an entry ID")
         ->required()
         ->type_name("");
     props->callback([&] { command = [&](const Options& o) { return RunProps(o, Wide(object)); }; });

@@ -113,8 +113,9 @@ ComPtr<IUnknown> OpenEntry(IMsgStore& store, const Bytes& entryId, ULONG flags, 
 {
     ULONG type = 0;
     ComPtr<IUnknown> object;
-    const HRESULT result = store.OpenEntry(static_cast<ULONG>(entryId.size()), entryId.empty() ? nullptr : EntryIdOf(entryId),
-                                           nullptr, flags, &type, object.Put());
+    const HRESULT result =
+        store.OpenEntry(static_cast<ULONG>(entryId.size()), entryId.empty() ? nullptr : EntryIdOf(entryId), nullptr,
+                        flags, &type, object.Put());
     if (FAILED(result))
     {
         Fail(result, std::wstring(what) + L" cannot be opened: " + ResultText(result) + L".");
@@ -216,7 +217,8 @@ std::vector<ULONG> AllColumns(const MapiMemory& memory, IMAPITable& table)
 
 std::vector<Row> ReadTable(const MapiMemory& memory, IMAPITable& table, const std::vector<ULONG>& columns)
 {
-    const MapiBlock<SPropTagArray> set(memory, MakeTagArray(memory, columns.empty() ? AllColumns(memory, table) : columns));
+    const MapiBlock<SPropTagArray> set(memory,
+                                       MakeTagArray(memory, columns.empty() ? AllColumns(memory, table) : columns));
     Check(table.SetColumns(set.Get(), 0), L"A table does not take its columns.");
     Check(table.SeekRow(BOOKMARK_BEGINNING, 0, nullptr), L"A table cannot be read from its beginning.");
     std::vector<Row> rows;
@@ -297,11 +299,11 @@ std::vector<FolderRow> SubFolders(const MapiMemory& memory, IMAPIFolder& folder)
 {
     const auto table = Hierarchy(folder);
     std::vector<FolderRow> folders;
-    for (const Row& row : ReadTable(memory, *table, {PR_ENTRYID, PR_DISPLAY_NAME_W, PR_FOLDER_TYPE, PR_CONTENT_COUNT,
-                                                     PR_CONTENT_UNREAD}))
+    for (const Row& row : ReadTable(
+             memory, *table, {PR_ENTRYID, PR_DISPLAY_NAME_W, PR_FOLDER_TYPE, PR_CONTENT_COUNT, PR_CONTENT_UNREAD}))
     {
-        folders.push_back({row[0].AsBytes(), row[1].AsText(), row[2].AsLong(FOLDER_GENERIC), row[3].AsLong(),
-                           row[4].AsLong()});
+        folders.push_back(
+            {row[0].AsBytes(), row[1].AsText(), row[2].AsLong(FOLDER_GENERIC), row[3].AsLong(), row[4].AsLong()});
     }
     return folders;
 }

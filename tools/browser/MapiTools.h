@@ -102,7 +102,8 @@ std::string TagName(ULONG tag, PropertyNames* names = nullptr);
 std::string ResultName(HRESULT result);
 /// A value for people; with `limit`, long binaries and lists are cut to about that many characters.
 std::string ValueText(const Testbed::PropValue& value, size_t limit = 200);
-/// The whole value for programs: numbers, booleans and texts as such, binaries in hexadecimal digits, times in ISO form.
+/// The whole value for programs: numbers, booleans and texts as such, binaries in hexadecimal digits, times in ISO
+/// form.
 Json ValueJson(const Testbed::PropValue& value);
 /// A PT_SYSTIME as "2001-10-31 09:05".
 std::string TimeText(const Testbed::PropValue& value);

@@ -16,8 +16,9 @@ namespace Browser
 {
 namespace
 {
-const std::vector<ULONG> ListColumns = {PR_ENTRYID, PR_SENDER_NAME_W,     PR_SUBJECT_W, PR_MESSAGE_DELIVERY_TIME,
-                                        PR_CLIENT_SUBMIT_TIME, PR_MESSAGE_SIZE, PR_HASATTACH, PR_MESSAGE_FLAGS};
+const std::vector<ULONG> ListColumns = {
+    PR_ENTRYID,      PR_SENDER_NAME_W, PR_SUBJECT_W,    PR_MESSAGE_DELIVERY_TIME, PR_CLIENT_SUBMIT_TIME,
+    PR_MESSAGE_SIZE, PR_HASATTACH,     PR_MESSAGE_FLAGS};
 
 // What an argument of the command line names.
 struct Target
@@ -33,7 +34,8 @@ size_t ParseNumber(const std::wstring& text, const std::wstring& whole)
     if (text.empty() || text.size() > longest ||
         !std::all_of(text.begin(), text.end(), [](wchar_t c) { return c >= L'0' && c <= L'9'; }))
     {
-        Fail(MAPI_E_INVALID_PARAMETER, L"\"" + whole + L"\" names no object: a number is expected after \"#\" and \"@\".");
+        Fail(MAPI_E_INVALID_PARAMETER,
+             L"\"" + whole + L"\" names no object: a number is expected after \"#\" and \"@\".");
     }
     return std::stoul(text);
 }
@@ -51,12 +53,11 @@ ComPtr<IMessage> MessageAt(const MapiMemory& memory, IMsgStore& store, const std
     const auto rows = ReadTable(memory, *Contents(*folder, false), {PR_ENTRYID});
     if (number == 0 || number > rows.size())
     {
-        Fail(MAPI_E_NOT_FOUND, L"There is no message " + std::to_wstring(number) + L" in \"" + path + L"\", which has " +
-                                   std::to_wstring(rows.size()) + L".");
+        Fail(MAPI_E_NOT_FOUND, L"There is no message " + std::to_wstring(number) + L" in \"" + path +
+                                   L"\", which has " + std::to_wstring(rows.size()) + L".");
     }
     return OpenMessage(store, rows[number - 1][0].AsBytes());
 }
-
 
 // "store", "root", a folder's path, FOLDER#N for a message, FOLDER#N@K for an attachment of it, or an entry ID.
 Target FindTarget(const MapiMemory& memory, IMsgStore& store, const std::wstring& name)
@@ -74,14 +75,16 @@ Target FindTarget(const MapiMemory& memory, IMsgStore& store, const std::wstring
         const Bytes entryId = BytesFromHex(name);
         ULONG type = 0;
         ComPtr<IUnknown> object;
-        const HRESULT result = store.OpenEntry(static_cast<ULONG>(entryId.size()), EntryIdOf(entryId), nullptr, 0, &type,
-                                               object.Put());
+        const HRESULT result =
+            store.OpenEntry(static_cast<ULONG>(entryId.size()), EntryIdOf(entryId), nullptr, 0, &type, object.Put());
         if (FAILED(result))
         {
             Fail(result, L"The store has no object of that entry ID: " + ResultText(result) + L".");
         }
         return {object.As<IMAPIProp>(IID_IMAPIProp), object.As<IMessage>(IID_IMessage),
-                type == MAPI_MESSAGE ? "message" : type == MAPI_FOLDER ? "folder" : "object"};
+                type == MAPI_MESSAGE  ? "message"
+                : type == MAPI_FOLDER ? "folder"
+                                      : "object"};
     }
     const size_t hash = name.rfind(L'#');
     if (hash == std::wstring::npos)
@@ -171,8 +174,9 @@ Json MessageJson(const MapiMemory& memory, IMessage& message)
     json["subject"] = ReadText(memory, message, PR_SUBJECT_W);
     json["from"] = ReadText(memory, message, PR_SENDER_NAME_W);
     json["fromAddress"] = ReadText(memory, message, PR_SENDER_EMAIL_ADDRESS_W);
-    const auto values = ReadProps(memory, message, {PR_MESSAGE_DELIVERY_TIME, PR_CLIENT_SUBMIT_TIME, PR_MESSAGE_CLASS_W,
-                                                    PR_MESSAGE_SIZE, PR_ACCESS, PR_ACCESS_LEVEL});
+    const auto values = ReadProps(memory, message,
+                                  {PR_MESSAGE_DELIVERY_TIME, PR_CLIENT_SUBMIT_TIME, PR_MESSAGE_CLASS_W, PR_MESSAGE_SIZE,
+                                   PR_ACCESS, PR_ACCESS_LEVEL});
     json["delivered"] = values[0].IsError() ? Json() : ValueJson(values[0]);
     json["sent"] = values[1].IsError() ? Json() : ValueJson(values[1]);
     json["class"] = Utf8(values[2].AsText());
@@ -190,12 +194,12 @@ Json MessageJson(const MapiMemory& memory, IMessage& message)
     }
     Check(message.GetAttachmentTable(MAPI_UNICODE, table.Put()), L"A message does not list its attachments.");
     json["attachments"] = Json::array();
-    for (const Row& row : ReadTable(memory, *table, {PR_ATTACH_NUM, PR_ATTACH_LONG_FILENAME_W, PR_ATTACH_FILENAME_W,
-                                                     PR_DISPLAY_NAME_W, PR_ATTACH_METHOD, PR_ATTACH_SIZE}))
+    for (const Row& row : ReadTable(memory, *table,
+                                    {PR_ATTACH_NUM, PR_ATTACH_LONG_FILENAME_W, PR_ATTACH_FILENAME_W, PR_DISPLAY_NAME_W,
+                                     PR_ATTACH_METHOD, PR_ATTACH_SIZE}))
     {
-        json["attachments"].push_back({{"name", FirstText(row, {1, 2, 3})},
-                                       {"kind", AttachMethod(row[4].AsLong())},
-                                       {"size", row[5].AsLong()}});
+        json["attachments"].push_back(
+            {{"name", FirstText(row, {1, 2, 3})}, {"kind", AttachMethod(row[4].AsLong())}, {"size", row[5].AsLong()}});
     }
     json["body"] = ReadText(memory, message, PR_BODY_W);
     return json;
@@ -237,8 +241,7 @@ int RunList(const Options& options, const std::wstring& folder, size_t limit)
 {
     ArchiveSession archive(options.OpenProfile());
     archive.Logon(options.setting);
-    const auto opened =
-        OpenFolder(archive.Store(), FindFolder(archive.Memory(), archive.Store(), folder));
+    const auto opened = OpenFolder(archive.Store(), FindFolder(archive.Memory(), archive.Store(), folder));
     if (options.json)
     {
         Json messages = Json::array();
@@ -273,8 +276,9 @@ int RunShow(const Options& options, const std::wstring& name)
     const Target target = FindTarget(archive.Memory(), archive.Store(), name);
     if (!target.message)
     {
-        Fail(MAPI_E_INVALID_PARAMETER, L"\"" + name + L"\" is no message; FOLDER#NUMBER names one, with the number that "
-                                                     L"\"archive-browser list FOLDER\" shows.");
+        Fail(MAPI_E_INVALID_PARAMETER, L"\"" + name +
+                                           L"\" is no message; FOLDER#NUMBER names one, with the number that "
+                                           L"\"archive-browser list FOLDER\" shows.");
     }
     const Json json = MessageJson(archive.Memory(), *target.message);
     if (options.json)

@@ -17,7 +17,8 @@ struct ImportTop
 ImportTop SourceTop(const Testbed::MapiMemory& memory, IMsgStore& source, bool all);
 
 /// The property of an archive's folders and messages that names their source, as a tag of type PT_BINARY; made when the
-/// archive has none yet and `create`, else 0 then. It is a named property, so that it cannot meet one of the mail's own.
+/// archive has none yet and `create`, else 0 then. It is a named property, so that it cannot meet one of the mail's
+/// own.
 ULONG MarkTag(PropertyNames& names, bool create);
 
 /// Whether a source's named property is such a mark itself (the source is an archive, too); it is not copied.

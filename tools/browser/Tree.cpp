@@ -1,7 +1,7 @@
 // The command "tree".
+#include "tools/browser/Tree.h"
 #include "tools/browser/Commands.h"
 #include "tools/browser/MapiTools.h"
-#include "tools/browser/Tree.h"
 
 using namespace Testbed;
 
@@ -93,12 +93,9 @@ Json TreeJson(const FolderNode& node)
     {
         children.push_back(TreeJson(child));
     }
-    return {{"name", Utf8(node.name)},
-            {"entryId", ValueJson(PropValue::Binary(PR_ENTRYID, node.entryId))},
-            {"messages", node.messages},
-            {"unread", node.unread},
-            {"hidden", node.hidden},
-            {"folders", std::move(children)}};
+    return {{"name", Utf8(node.name)},   {"entryId", ValueJson(PropValue::Binary(PR_ENTRYID, node.entryId))},
+            {"messages", node.messages}, {"unread", node.unread},
+            {"hidden", node.hidden},     {"folders", std::move(children)}};
 }
 
 int RunTree(const Options& options, bool all)

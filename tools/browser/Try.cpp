@@ -134,7 +134,10 @@ class Stage
 {
 public:
     Stage(ArchiveSession& archive, PstSession& target, const Subject& subject, const Victims& victims)
-        : m_archive(archive), m_target(target), m_subject(subject), m_victims(victims),
+        : m_archive(archive),
+          m_target(target),
+          m_subject(subject),
+          m_victims(victims),
           m_targetFolder(OpenFolder(target.Store(), TopOfStore(target.Memory(), target.Store())))
     {
     }
@@ -146,8 +149,14 @@ public:
     const Subject& What() const noexcept { return m_subject; }
     const Victims& Doomed() const noexcept { return m_victims; }
 
-    IMAPIFolder& Folder() { return Keep(m_folder, [&] { return OpenFolder(Store(), m_subject.folder, MAPI_MODIFY); }); }
-    IMessage& Message() { return Keep(m_message, [&] { return OpenMessage(Store(), m_subject.message, MAPI_MODIFY); }); }
+    IMAPIFolder& Folder()
+    {
+        return Keep(m_folder, [&] { return OpenFolder(Store(), m_subject.folder, MAPI_MODIFY); });
+    }
+    IMessage& Message()
+    {
+        return Keep(m_message, [&] { return OpenMessage(Store(), m_subject.message, MAPI_MODIFY); });
+    }
     IAttach& Attachment()
     {
         return Keep(m_attachment, [&] { return OpenAttachment(Message(), *m_subject.attachment, MAPI_MODIFY); });
@@ -189,8 +198,7 @@ public:
     {
         const MapiBlock<SPropValue> array(Memory(), MakePropArray(Memory(), values));
         MapiBlock<SPropProblemArray> problems(Memory());
-        const HRESULT result =
-            object.SetProps(static_cast<ULONG>(values.size()), array.Get(), problems.Put());
+        const HRESULT result = object.SetProps(static_cast<ULONG>(values.size()), array.Get(), problems.Put());
         return SUCCEEDED(result) && problems && problems->cProblem != 0 ? problems->aProblem[0].scode : result;
     }
     HRESULT Delete(IMAPIProp& object, ULONG tag) const
@@ -279,9 +287,7 @@ std::vector<Attempt> StoreAttempts()
         {"store", "SaveChanges", [](Stage& s) { return s.Store().SaveChanges(KEEP_OPEN_READWRITE); }},
         {"store", "SetProps(PR_DISPLAY_NAME_W)", [](Stage& s) { return s.Set(s.Store(), {Text(PR_DISPLAY_NAME_W)}); }},
         {"store", "SetProps(PR_IPM_SUBTREE_ENTRYID)",
-         [](Stage& s) {
-             return s.Set(s.Store(), {PropValue::Binary(PR_IPM_SUBTREE_ENTRYID, s.What().folder)});
-         }},
+         [](Stage& s) { return s.Set(s.Store(), {PropValue::Binary(PR_IPM_SUBTREE_ENTRYID, s.What().folder)}); }},
         {"store", "SetProps(the host's own)",
          [](Stage& s)
          {
@@ -343,8 +349,8 @@ std::vector<Attempt> AttachmentAttempts()
          [](Stage& s) { return Stage::OpenStream(s.Attachment(), PR_ATTACH_DATA_BIN, MAPI_MODIFY); }},
         {"attachment", "CopyTo",
          [](Stage& s) { return s.CopyTo(s.Attachment(), &IID_IAttachment, s.TargetAttachment()); }},
-        {"attachment", "CopyProps",
-         [](Stage& s) { return s.CopyProps(s.Attachment(), &IID_IAttachment, s.TargetAttachment(), PR_ATTACH_METHOD); }},
+        {"attachment", "CopyProps", [](Stage& s)
+         { return s.CopyProps(s.Attachment(), &IID_IAttachment, s.TargetAttachment(), PR_ATTACH_METHOD); }},
         {"attachment", "GetIDsFromNames(MAPI_CREATE)", [](Stage& s) { return s.MakeName(s.Attachment()); }, true},
     };
 }
@@ -412,9 +418,9 @@ std::vector<Attempt> FolderAttempts()
         {"folder", "CopyTo",
          [](Stage& s)
          {
-             return s.CopyTo(s.Folder(), &IID_IMAPIFolder, s.TargetFolder(),
-                             {PR_CONTAINER_CONTENTS, PR_CONTAINER_HIERARCHY, PR_FOLDER_ASSOCIATED_CONTENTS,
-                              PR_DISPLAY_NAME_W});
+             return s.CopyTo(
+                 s.Folder(), &IID_IMAPIFolder, s.TargetFolder(),
+                 {PR_CONTAINER_CONTENTS, PR_CONTAINER_HIERARCHY, PR_FOLDER_ASSOCIATED_CONTENTS, PR_DISPLAY_NAME_W});
          }},
         {"folder", "CopyProps",
          [](Stage& s) { return s.CopyProps(s.Folder(), &IID_IMAPIFolder, s.TargetFolder(), PR_COMMENT_W); }},
@@ -469,7 +475,8 @@ std::vector<Attempt> FolderAttempts()
          [](Stage& s)
          {
              const Bytes& entryId = s.Doomed().deletedFolder;
-             return s.Folder().DeleteFolder(SizeOf(entryId), EntryIdOf(entryId), 0, nullptr, DEL_MESSAGES | DEL_FOLDERS);
+             return s.Folder().DeleteFolder(SizeOf(entryId), EntryIdOf(entryId), 0, nullptr,
+                                            DEL_MESSAGES | DEL_FOLDERS);
          }},
         {"folder", "SetReadFlags(CLEAR_READ_FLAG)",
          [](Stage& s)
@@ -618,8 +625,8 @@ Victims MakeVictims(const std::filesystem::path& copy, const Subject& subject)
     {
         ComPtr<IMessage> made;
         Check(folder.CreateMessage(nullptr, 0, made.Put()), L"No message can be made in the copy of the archive.");
-        const MapiBlock<SPropValue> values(session.Memory(),
-                                           MakePropArray(session.Memory(), {PropValue::String(PR_SUBJECT_W, L"Victim")}));
+        const MapiBlock<SPropValue> values(
+            session.Memory(), MakePropArray(session.Memory(), {PropValue::String(PR_SUBJECT_W, L"Victim")}));
         Check(made->SetProps(1, values.Get(), nullptr), L"A message in the copy of the archive cannot be written.");
         Check(made->SaveChanges(KEEP_OPEN_READWRITE), L"A message in the copy of the archive cannot be saved.");
         return EntryIdOfObject(session.Memory(), *made);
@@ -680,8 +687,9 @@ TryReport TryAll(const Options& options, const std::vector<Setting>& settings)
             {
                 child = children.front().entryId;
             }
-            RunStage(archive, setting, subject, {subject.message, subject.message, child, child, subject.folder},
-                     *options.log, [](const Attempt& attempt) { return !attempt.writesByDesign; }, rows);
+            RunStage(
+                archive, setting, subject, {subject.message, subject.message, child, child, subject.folder},
+                *options.log, [](const Attempt& attempt) { return !attempt.writesByDesign; }, rows);
         }
         archive.Logoff();
         const ScratchFolder scratch;
@@ -690,8 +698,9 @@ TryReport TryAll(const Options& options, const std::vector<Setting>& settings)
         ArchiveSession copied(Profile::InMemory(L"attempts"));
         copied.Configure(copy, setting);
         copied.Logon(setting);
-        RunStage(copied, setting, subject, victims, *options.log,
-                 [inPlace](const Attempt& attempt) { return !inPlace || attempt.writesByDesign; }, rows);
+        RunStage(
+            copied, setting, subject, victims, *options.log,
+            [inPlace](const Attempt& attempt) { return !inPlace || attempt.writesByDesign; }, rows);
         // In the order of the attempts, wherever they were made.
         std::vector<std::pair<std::string, std::string>> order;
         for (const Attempt& attempt : AllAttempts())

@@ -43,8 +43,8 @@ struct TryReport
     Json ToJson() const;
 };
 
-/// Runs the attempts in `settings`. Those of the read-only setting with modification off are made on the archive itself,
-/// but for those that may change it by design; everything else on copies.
+/// Runs the attempts in `settings`. Those of the read-only setting with modification off are made on the archive
+/// itself, but for those that may change it by design; everything else on copies.
 TryReport TryAll(const Options& options, const std::vector<Setting>& settings);
 
 /// Prints the rows of one setting as a table.

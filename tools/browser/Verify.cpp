@@ -20,9 +20,14 @@ class Verifier
 {
 public:
     Verifier(ArchiveSession& archive, PstSession& source, const std::function<void(const std::string&)>& progress)
-        : m_memory(archive.Memory()), m_archive(archive.Store()), m_source(source.Store()), m_progress(progress),
-          m_sourceNames(source.Memory(), source.Store()), m_targetNames(archive.Memory(), archive.Store()),
-          m_tags(archive.Memory(), m_sourceNames, m_targetNames), m_marks(source.Memory(), source.Store()),
+        : m_memory(archive.Memory()),
+          m_archive(archive.Store()),
+          m_source(source.Store()),
+          m_progress(progress),
+          m_sourceNames(source.Memory(), source.Store()),
+          m_targetNames(archive.Memory(), archive.Store()),
+          m_tags(archive.Memory(), m_sourceNames, m_targetNames),
+          m_marks(source.Memory(), source.Store()),
           m_markTag(MarkTag(m_targetNames, false))
     {
     }
@@ -222,8 +227,8 @@ std::string VerifyReport::Summary() const
 {
     const auto count = [](size_t number) { return number == 0 ? std::string("nothing") : std::to_string(number); };
     return Count(folders, "folder", "folders") + ", " + Count(messages, "message", "messages") + ", " +
-           Count(attachments, "attachment", "attachments") + ", " + Count(recipients, "recipient", "recipients") + ", " +
-           Count(properties, "property", "properties") + " compared: " + count(missing.size()) + " missing, " +
+           Count(attachments, "attachment", "attachments") + ", " + Count(recipients, "recipient", "recipients") +
+           ", " + Count(properties, "property", "properties") + " compared: " + count(missing.size()) + " missing, " +
            count(different.size()) + " different";
 }
 
