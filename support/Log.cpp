@@ -46,6 +46,7 @@ struct Sink
     Logging::LogSink function = nullptr;
     void* context = nullptr;
     File file;
+    SRWLOCK fileTurn = SRWLOCK_INIT;
     /// Marks the thread that is writing a line. What it logs meanwhile is dropped: a line that there is no memory for
     /// would otherwise log that there is none, and so on.
     DWORD writing = TlsAlloc();
@@ -103,7 +104,7 @@ void WriteToDebugger(const Logging::LogLine& line)
                                     line.isDetail ? L"    " : L"", line.text));
 }
 
-void WriteToFile(const File& file, const Logging::LogLine& line)
+void WriteToFile(const File& file, SRWLOCK& turn, const Logging::LogLine& line)
 {
     const SYSTEMTIME& time = line.time;
     const StringW text =
@@ -111,7 +112,9 @@ void WriteToFile(const File& file, const Logging::LogLine& line)
                      time.wHour, time.wMinute, time.wSecond, time.wMilliseconds, line.threadId,
                      Logging::GetLevelName(line.level), line.isDetail ? L"    " : L"", line.text);
     const StringA bytes(text, CP_UTF8);
-    // One call a line: with append access the lines of several threads and processes do not mix.
+    // One call a line: with append access the lines of several processes do not mix. Those of this one take turns, for
+    // not every system finds the file's end and writes there in one step.
+    const ExclusiveLock lock(turn);
     DWORD written = 0;
     WriteFile(file.Get(), bytes.GetString(), static_cast<DWORD>(bytes.GetLength()), &written, nullptr);
 }
@@ -134,7 +137,7 @@ void WriteLine(LogId level, const wchar_t* text, bool isDetail) noexcept
             if (sink.function)
                 sink.function(sink.context, line);
             else if (sink.file.IsOpen())
-                WriteToFile(sink.file, line);
+                WriteToFile(sink.file, sink.fileTurn, line);
             else
                 WriteToDebugger(line);
         }

@@ -1,0 +1,219 @@
+// The archive subtree root: CNstMsProvider::ConfigureNstSubtreeEntryId.
+#include "nst/NstMsProvider.h"
+#include "support/Exceptions.h"
+#include "support/MapiErrors.h"
+#include "tests/common/LogCapture.h"
+#include "tests/common/Properties.h"
+#include "tests/units/Doubles.h"
+#include "tests/units/Setting.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+using namespace Quillon;
+using testing::_;
+using testing::ElementsAre;
+using testing::InSequence;
+using testing::IsEmpty;
+using testing::IsNull;
+using testing::Return;
+using Tests::BinaryValue;
+using Tests::Bytes;
+using Tests::FolderDouble;
+using Tests::LogCapture;
+using Tests::StoreDouble;
+using Tests::Text;
+
+namespace
+{
+
+constexpr auto file = L"NstMsProvider.cpp";
+constexpr auto function = L"Quillon::Nst::CNstMsProvider::ConfigureNstSubtreeEntryId";
+constexpr ULONG rootTag = 0x7FE20102;
+
+/// What a host derives, to reach the operation.
+class Provider : public Nst::CNstMsProvider
+{
+public:
+    Provider() : CNstMsProvider(nullptr) {}
+    using CNstMsProvider::ConfigureNstSubtreeEntryId;
+};
+
+/// A store whose IPM subtree is the folder `subtree`, which creates `root`.
+struct ArchiveSetting
+{
+    Tests::DoublePointer<testing::NiceMock<StoreDouble>> store = Tests::MakeNice<StoreDouble>();
+    Tests::DoublePointer<testing::NiceMock<FolderDouble>> subtree = Tests::MakeNice<FolderDouble>();
+    Tests::DoublePointer<testing::NiceMock<FolderDouble>> root = Tests::MakeNice<FolderDouble>();
+    HRESULT createResult = S_OK;
+    Bytes written;
+
+    ArchiveSetting()
+    {
+        Tests::GiveNoProperty(*store, rootTag);
+        Tests::GiveProperty(*store, BinaryValue(PR_IPM_SUBTREE_ENTRYID, {1, 2, 3}));
+        Tests::GiveProperty(*root, BinaryValue(PR_ENTRYID, {7, 8, 9, 10}));
+        ON_CALL(*store, OpenEntry)
+            .WillByDefault(
+                [this](ULONG size, ENTRYID* entryId, const IID*, ULONG, ULONG* type, IUnknown** object) -> HRESULT
+                {
+                    const auto* const bytes = reinterpret_cast<const BYTE*>(entryId);
+                    EXPECT_EQ(Bytes(bytes, bytes + size), (Bytes{1, 2, 3}));
+                    *type = MAPI_FOLDER;
+                    *object = subtree.Get();
+                    (*object)->AddRef();
+                    return S_OK;
+                });
+        ON_CALL(*subtree, CreateFolder)
+            .WillByDefault(
+                [this](ULONG, LPTSTR, LPTSTR, const IID*, ULONG, IMAPIFolder** folder) -> HRESULT
+                {
+                    if (SUCCEEDED(createResult))
+                    {
+                        *folder = root.Get();
+                        root->AddRef();
+                    }
+                    return createResult;
+                });
+        ON_CALL(*store, SetProps)
+            .WillByDefault(
+                [this](ULONG count, SPropValue* property, SPropProblemArray**) -> HRESULT
+                {
+                    EXPECT_EQ(count, 1u);
+                    EXPECT_EQ(property->ulPropTag, rootTag);
+                    written = Tests::BytesOf(*property);
+                    return S_OK;
+                });
+    }
+
+    void Configure() const
+    {
+        const Tests::DoublePointer<Provider> provider(new Provider);
+        provider->ConfigureNstSubtreeEntryId(store.Get());
+    }
+
+    HRESULT ThrownCode() const
+    {
+        try
+        {
+            Configure();
+            return S_OK;
+        }
+        catch (const CException& exception)
+        {
+            return exception.GetHResult();
+        }
+    }
+};
+
+MATCHER_P(Named, name, "")
+{
+    return arg && std::wstring(arg) == name;
+}
+
+} // namespace
+
+TEST(ArchiveRoot, IsCreatedUnderTheIpmSubtreeAndRecorded)
+{
+    const LogCapture log;
+    ArchiveSetting setting;
+    {
+        const InSequence order;
+        EXPECT_CALL(*setting.subtree,
+                    CreateFolder(1, Named(L"Archiver Store Root"), IsNull(), IsNull(), 0x80000001, _));
+        EXPECT_CALL(*setting.store, SetProps);
+        EXPECT_CALL(*setting.store, SaveChanges(0)).WillOnce(Return(S_OK));
+    }
+    setting.Configure();
+    EXPECT_EQ(setting.written, (Bytes{7, 8, 9, 10}));
+    EXPECT_EQ(setting.subtree->References(), 1u);
+    EXPECT_EQ(setting.root->References(), 1u);
+    EXPECT_THAT(log.Lines(), IsEmpty());
+}
+
+TEST(ArchiveRoot, IsCreatedOnce)
+{
+    ArchiveSetting setting;
+    EXPECT_CALL(*setting.subtree, CreateFolder).Times(1);
+    EXPECT_CALL(*setting.store, SaveChanges(0)).Times(1);
+    setting.Configure();
+    Tests::GiveProperty(*setting.store, BinaryValue(rootTag, setting.written));
+    EXPECT_CALL(*setting.store, OpenEntry).Times(0);
+    setting.Configure();
+}
+
+TEST(ArchiveRoot, FailsOnAStoreWithoutAnIpmSubtree)
+{
+    const LogCapture log;
+    const ArchiveSetting setting;
+    Tests::GiveNoProperty(*setting.store, PR_IPM_SUBTREE_ENTRYID);
+    EXPECT_CALL(*setting.store, OpenEntry).Times(0);
+    EXPECT_EQ(setting.ThrownCode(), MAPI_E_NOT_FOUND);
+}
+
+TEST(ArchiveRoot, FailsWithTheParentsRecordWhenTheFolderCannotBeCreated)
+{
+    const LogCapture log;
+    ArchiveSetting setting;
+    setting.createResult = MAPI_E_NO_ACCESS;
+    Tests::GiveExtendedError(*setting.subtree, MAPI_E_NO_ACCESS, L"read-only", L"PST", 1, 2);
+    EXPECT_CALL(*setting.store, SetProps).Times(0);
+    EXPECT_CALL(*setting.store, SaveChanges).Times(0);
+    EXPECT_EQ(setting.ThrownCode(), MAPI_E_NO_ACCESS);
+    EXPECT_THAT(log.Lines(), ElementsAre(Tests::Throwing(
+                                 file, function,
+                                 Text(Mapi::FormatMapiError(MAPI_E_NO_ACCESS, StringW(), nullptr)) +
+                                     L" [read-only; component: PST; low-level error: 0x00000001; context: 2]")));
+}
+
+TEST(ArchiveRoot, LogsAWarningAndGoesOn)
+{
+    const LogCapture log;
+    ArchiveSetting setting;
+    setting.createResult = MAPI_W_ERRORS_RETURNED;
+    EXPECT_CALL(*setting.store, SaveChanges(0)).WillOnce(Return(MAPI_W_ERRORS_RETURNED));
+    setting.Configure();
+    const auto warning = Tests::Entry(LogId::Warning, L"MAPI_W_ERRORS_RETURNED (0x00040380)");
+    EXPECT_THAT(log.Lines(), ElementsAre(warning, warning));
+}
+
+TEST(ArchiveRoot, FailsWhenItCannotBeRecorded)
+{
+    const LogCapture log;
+    const ArchiveSetting setting;
+    ON_CALL(*setting.store, SetProps).WillByDefault(Return(MAPI_E_NO_ACCESS));
+    EXPECT_CALL(*setting.store, SaveChanges).Times(0);
+    EXPECT_EQ(setting.ThrownCode(), MAPI_E_NO_ACCESS);
+    EXPECT_EQ(setting.root->References(), 1u);
+}
+
+TEST(ArchiveRoot, FailsWhenTheStoreCannotBeSaved)
+{
+    const LogCapture log;
+    const ArchiveSetting setting;
+    EXPECT_CALL(*setting.store, SaveChanges(0)).WillOnce(Return(MAPI_E_DISK_ERROR));
+    EXPECT_EQ(setting.ThrownCode(), MAPI_E_DISK_ERROR);
+    EXPECT_THAT(log.Lines(), ElementsAre(Tests::Throwing(file, function, L"MAPI_E_DISK_ERROR (0x80040116)")));
+}
+
+TEST(ArchiveRoot, EndsTheProcessWhenACorruptStoreIsFatal)
+{
+    const auto create = []
+    {
+        Mapi::GetDieOnCorruptStore() = true;
+        ArchiveSetting setting;
+        setting.createResult = MAPI_E_CORRUPT_STORE;
+        setting.Configure();
+    };
+    EXPECT_EXIT(create(), testing::ExitedWithCode(static_cast<int>(MAPI_E_CORRUPT_STORE)), _);
+    const auto save = []
+    {
+        Mapi::GetDieOnCorruptStore() = true;
+        const ArchiveSetting setting;
+        ON_CALL(*setting.store, SaveChanges).WillByDefault(Return(MAPI_E_CORRUPT_STORE));
+        setting.Configure();
+    };
+    EXPECT_EXIT(save(), testing::ExitedWithCode(static_cast<int>(MAPI_E_CORRUPT_STORE)), _);
+}

@@ -1,0 +1,4 @@
+// The test doubles' one unit.
+#include "tests/units/Doubles.h"
+
+TESTS_DOUBLES(template)

@@ -1,0 +1,52 @@
+// Replacing what the library calls of the system.
+#pragma once
+
+#include <windows.h>
+
+namespace Tests
+{
+
+/// The address in KivNst.dll's import table that holds the function `name`. Ends the test program when the library does
+/// not import it: a hook that hooks nothing would make its test worthless.
+void** FindImport(const char* name);
+
+/// Lets KivNst.dll, and it alone, call `replacement` instead of the function `name` of the system, as long as it lives.
+template <class Function>
+class ImportHook
+{
+public:
+    ImportHook(const char* name, Function* replacement)
+        : m_slot(FindImport(name)),
+          m_original(Exchange(reinterpret_cast<void*>(replacement)))
+    {
+    }
+    ImportHook(const ImportHook&) = delete;
+    ImportHook& operator=(const ImportHook&) = delete;
+    ~ImportHook() { Exchange(m_original); }
+
+    /// The system's function.
+    Function* Original() const noexcept { return reinterpret_cast<Function*>(m_original); }
+
+private:
+    void* Exchange(void* function) noexcept
+    {
+        DWORD protection = 0;
+        VirtualProtect(m_slot, sizeof(*m_slot), PAGE_READWRITE, &protection);
+        return InterlockedExchangePointer(m_slot, function);
+    }
+
+    void** m_slot;
+    void* m_original;
+};
+
+/// While it lives, the library gets no memory from its heap.
+class NoMemory
+{
+public:
+    NoMemory();
+
+private:
+    ImportHook<void*(std::size_t)> m_hook;
+};
+
+} // namespace Tests

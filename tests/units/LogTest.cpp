@@ -1,0 +1,410 @@
+// The log.
+#include "support/Log.h"
+
+#include "support/Exceptions.h"
+#include "tests/common/LogCapture.h"
+#include "tests/units/Alone.h"
+#include "tests/units/ImportHook.h"
+#include "tests/units/Setting.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+using namespace Quillon;
+using Logging::LogLine;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using Tests::LogCapture;
+
+namespace
+{
+
+/// Restores what a test does to the log.
+struct DefaultLog
+{
+    DefaultLog() = default;
+    DefaultLog(const DefaultLog&) = delete;
+    DefaultLog& operator=(const DefaultLog&) = delete;
+    ~DefaultLog()
+    {
+        Logging::SetLogSink(nullptr, nullptr);
+        Logging::EnableTraceLogging(false);
+    }
+};
+
+std::vector<std::string> LinesOf(const std::wstring& path)
+{
+    std::istringstream text(Tests::ReadFileBytes(path));
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(text, line);)
+        lines.push_back(line);
+    return lines;
+}
+
+/// What of a file's line follows its time.
+std::string AfterTime(const std::string& line)
+{
+    return line.size() > 24 ? line.substr(24) : line;
+}
+
+std::string ThreadMark()
+{
+    std::ostringstream mark;
+    mark << '[' << std::hex << GetCurrentThreadId() << ']';
+    return mark.str();
+}
+
+std::vector<std::wstring> debuggerLines;
+
+} // namespace
+
+TEST(Log, WritesAllLevelsButTraceByItself)
+{
+    const LogCapture log;
+    const struct
+    {
+        LogId level;
+        int number;
+        bool written;
+        const wchar_t* name;
+    } table[] = {
+        {LogId::Error, 0, true, L"error"},         {LogId::Warning, 1, true, L"warning"},
+        {LogId::Exception, 2, true, L"exception"}, {LogId::Action, 3, true, L"action"},
+        {LogId::Trace, 4, false, L"trace"},
+    };
+    for (const auto& row : table)
+    {
+        EXPECT_EQ(static_cast<int>(row.level), row.number);
+        EXPECT_EQ(Logging::IsLogEnabled(row.level), row.written);
+        EXPECT_STREQ(Logging::GetLevelName(row.level), row.name);
+        LogEntry(row.level, row.name);
+    }
+    EXPECT_THAT(log.Lines(),
+                ElementsAre(Tests::Entry(LogId::Error, L"error"), Tests::Entry(LogId::Warning, L"warning"),
+                            Tests::Entry(LogId::Exception, L"exception"), Tests::Entry(LogId::Action, L"action")));
+}
+
+TEST(Log, WritesTraceLinesOnlyWhileTraceLoggingIsOn)
+{
+    LogCapture log;
+    EXPECT_FALSE(Logging::EnableTraceLogging(true)) << "the previous setting";
+    EXPECT_TRUE(Logging::IsLogEnabled(LogId::Trace));
+    LogEntry(LogId::Trace, L"one");
+    LogDetails(LogId::Trace, L"two");
+    LogFormattedEntry(LogId::Trace, L"%d", 3);
+    EXPECT_TRUE(Logging::EnableTraceLogging(true));
+    EXPECT_TRUE(Logging::EnableTraceLogging(false));
+    LogEntry(LogId::Trace, L"unseen");
+    LogDetails(LogId::Trace, L"unseen");
+    LogFormattedEntry(LogId::Trace, L"unseen");
+    EXPECT_FALSE(Logging::EnableTraceLogging(false));
+    EXPECT_THAT(log.Lines(), ElementsAre(Tests::Entry(LogId::Trace, L"one"), Tests::Detail(LogId::Trace, L"two"),
+                                         Tests::Entry(LogId::Trace, L"3")));
+}
+
+TEST(Log, WritesTextAsItStandsAndFormatsOnlyFormats)
+{
+    LogCapture log;
+    LogEntry(LogId::Warning, L"100%s %n");
+    LogDetails(LogId::Warning, L"%d detail");
+    LogFormattedEntry(LogId::Action, L"%s, %Iu of %d%%", L"50%s", static_cast<std::size_t>(7), 9);
+    LogEntry(LogId::Error, nullptr);
+    EXPECT_THAT(log.Lines(),
+                ElementsAre(Tests::Entry(LogId::Warning, L"100%s %n"), Tests::Detail(LogId::Warning, L"%d detail"),
+                            Tests::Entry(LogId::Action, L"50%s, 7 of 9%"), Tests::Entry(LogId::Error, L"")));
+}
+
+TEST(Log, GivesTheSinkItsContextTheThreadAndTheTime)
+{
+    const DefaultLog restore;
+    LogLine seen = {};
+    std::wstring text;
+    struct Context
+    {
+        LogLine* line;
+        std::wstring* text;
+    } context{&seen, &text};
+    Logging::SetLogSink(
+        [](void* given, const LogLine& line)
+        {
+            *static_cast<Context*>(given)->line = line;
+            *static_cast<Context*>(given)->text = line.text;
+        },
+        &context);
+    SYSTEMTIME before = {};
+    GetLocalTime(&before);
+    LogDetails(LogId::Action, L"text");
+    SYSTEMTIME after = {};
+    GetLocalTime(&after);
+    EXPECT_EQ(seen.level, LogId::Action);
+    EXPECT_TRUE(seen.isDetail);
+    EXPECT_EQ(seen.threadId, GetCurrentThreadId());
+    EXPECT_EQ(text, L"text");
+    const auto number = [](const SYSTEMTIME& time)
+    {
+        FILETIME file = {};
+        SystemTimeToFileTime(&time, &file);
+        return (static_cast<ULONGLONG>(file.dwHighDateTime) << 32) + file.dwLowDateTime;
+    };
+    EXPECT_LE(number(before), number(seen.time));
+    EXPECT_GE(number(after), number(seen.time));
+}
+
+TEST(Log, LeavesTheLastErrorAsItWas)
+{
+    const DefaultLog restore;
+    Logging::SetLogSink([](void*, const LogLine&) { SetLastError(ERROR_DISK_FULL); }, nullptr);
+    Logging::EnableTraceLogging(true);
+    SetLastError(4711);
+    LogEntry(LogId::Error, L"text");
+    EXPECT_EQ(GetLastError(), 4711u);
+    LogDetails(LogId::Trace, L"text");
+    EXPECT_EQ(GetLastError(), 4711u);
+    LogFormattedEntry(LogId::Error, L"%s", L"text");
+    EXPECT_EQ(GetLastError(), 4711u);
+
+    const Tests::TempFolder folder;
+    Logging::LogToFile((folder / L"log.txt").c_str());
+    SetLastError(4711);
+    LogEntry(LogId::Error, L"text");
+    EXPECT_EQ(GetLastError(), 4711u);
+    Logging::SetLogSink(nullptr, nullptr);
+    SetLastError(4711);
+    LogEntry(LogId::Error, L"text");
+    EXPECT_EQ(GetLastError(), 4711u);
+}
+
+TEST(Log, SurvivesASinkThatThrows)
+{
+    const DefaultLog restore;
+    Logging::SetLogSink([](void*, const LogLine&) { throw std::exception(); }, nullptr);
+    LogEntry(LogId::Error, L"text");
+    LogFormattedEntry(LogId::Error, L"%d", 1);
+    // The lock was given back: a new sink can be set and is served.
+    LogCapture log;
+    LogEntry(LogId::Error, L"after");
+    EXPECT_THAT(log.Lines(), ElementsAre(Tests::Entry(LogId::Error, L"after")));
+}
+
+TEST(Log, WritesTheBareFormatWhenThereIsNoMemory)
+{
+    LogCapture log;
+    {
+        const Tests::NoMemory noMemory;
+        LogFormattedEntry(LogId::Error, L"%s failed", L"something");
+        LogEntry(LogId::Error, L"plain");
+    }
+    EXPECT_THAT(log.Lines(), testing::Contains(Tests::Entry(LogId::Error, L"%s failed")));
+    EXPECT_THAT(log.Lines(), testing::Contains(Tests::Entry(LogId::Error, L"plain")));
+}
+
+TEST(Log, NeverThrowsWhenNoSinkHasMemory)
+{
+    const DefaultLog restore;
+    const Tests::TempFolder folder;
+    Logging::LogToFile((folder / L"log.txt").c_str());
+    {
+        const Tests::NoMemory noMemory;
+        LogEntry(LogId::Error, L"lost");
+        LogFormattedEntry(LogId::Error, L"%s", L"lost");
+    }
+    LogEntry(LogId::Error, L"kept");
+    Logging::SetLogSink(nullptr, nullptr);
+    const std::vector<std::string> lines = LinesOf(folder / L"log.txt");
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_THAT(lines[0], testing::EndsWith("error: kept\r"));
+}
+
+TEST(Log, GoesToTheDebuggerByItself)
+{
+    debuggerLines.clear();
+    const Tests::ImportHook<void(LPCWSTR)> hook("OutputDebugStringW",
+                                                [](LPCWSTR text) { debuggerLines.emplace_back(text); });
+    Logging::SetLogSink(nullptr, nullptr);
+    LogEntry(LogId::Warning, L"100%s");
+    LogDetails(LogId::Warning, L"detail");
+    EXPECT_THAT(debuggerLines, ElementsAre(L"KivNst warning: 100%s\r\n", L"KivNst warning:     detail\r\n"));
+}
+
+TEST(LogFile, HoldsTimeThreadLevelAndTextInUtf8)
+{
+    const DefaultLog restore;
+    const Tests::TempFolder folder;
+    const std::wstring path = folder / L"log \u00FC.txt";
+    Logging::LogToFile(path.c_str());
+    LogEntry(LogId::Error, L"Gr\u00FC\u00DFe %s");
+    LogDetails(LogId::Warning, L"detail");
+    LogEntry(LogId::Action, L"");
+    Logging::FlushLog();
+    const std::vector<std::string> lines = LinesOf(path);
+    ASSERT_EQ(lines.size(), 3u);
+    for (const std::string& line : lines)
+    {
+        // "2026-01-31 09:05:07.125 "
+        const std::string shape = "0000-00-00 00:00:00.000 ";
+        std::string time = line.substr(0, shape.size());
+        for (char& character : time)
+            character = character >= '0' && character <= '9' ? '0' : character;
+        EXPECT_EQ(time, shape) << line;
+    }
+    EXPECT_EQ(AfterTime(lines[0]), ThreadMark() + " error: Gr\xC3\xBC\xC3\x9F" + "e %s\r");
+    EXPECT_EQ(AfterTime(lines[1]), ThreadMark() + " warning:     detail\r");
+    EXPECT_EQ(AfterTime(lines[2]), ThreadMark() + " action: \r");
+}
+
+TEST(LogFile, IsAppendedToAndCanBeReadAndRenamedMeanwhile)
+{
+    const DefaultLog restore;
+    const Tests::TempFolder folder;
+    const std::wstring path = folder / L"log.txt";
+    Tests::WriteFileBytes(path, "before\n");
+    Logging::LogToFile(path.c_str());
+    LogEntry(LogId::Error, L"one");
+    EXPECT_EQ(LinesOf(path).size(), 2u);
+    EXPECT_TRUE(MoveFileW(path.c_str(), (folder / L"renamed.txt").c_str()));
+    LogEntry(LogId::Error, L"two");
+    const std::vector<std::string> lines = LinesOf(folder / L"renamed.txt");
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_EQ(lines[0], "before");
+}
+
+TEST(LogFile, ThatCannotBeOpenedLeavesTheSinkInPlace)
+{
+    LogCapture log;
+    try
+    {
+        Logging::LogToFile(L"Z:\\there\\is\\no\\such folder\\log.txt");
+        ADD_FAILURE() << "nothing was thrown";
+    }
+    catch (const CWinError& error)
+    {
+        EXPECT_EQ(error.GetError(), static_cast<DWORD>(ERROR_PATH_NOT_FOUND));
+        EXPECT_THAT(log.Take(), ElementsAre(Tests::Throwing(L"Log.cpp", L"Quillon::Logging::LogToFile",
+                                                            Tests::Text(error.Format()))));
+    }
+    LogEntry(LogId::Error, L"still here");
+    EXPECT_THAT(log.Lines(), ElementsAre(Tests::Entry(LogId::Error, L"still here")));
+}
+
+TEST(LogFile, IsClosedWhenAnotherSinkIsSet)
+{
+    const DefaultLog restore;
+    const Tests::TempFolder folder;
+    const std::wstring path = folder / L"log.txt";
+    Logging::LogToFile(path.c_str());
+    LogEntry(LogId::Error, L"one");
+    {
+        LogCapture log;
+        LogEntry(LogId::Error, L"two");
+        EXPECT_THAT(log.Lines(), ElementsAre(Tests::Entry(LogId::Error, L"two")));
+        // Nobody has it open any more.
+        const HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+        EXPECT_NE(file, INVALID_HANDLE_VALUE);
+        CloseHandle(file);
+    }
+    EXPECT_EQ(LinesOf(path).size(), 1u);
+}
+
+TEST(LogFile, KeepsTheLinesOfManyThreadsWhole)
+{
+    constexpr int threadCount = 6;
+    constexpr int lineCount = 200;
+    const DefaultLog restore;
+    const Tests::TempFolder folder;
+    const std::wstring path = folder / L"log.txt";
+    Logging::LogToFile(path.c_str());
+    std::vector<std::jthread> threads;
+    for (int thread = 0; thread < threadCount; ++thread)
+    {
+        threads.emplace_back(
+            [thread]
+            {
+                for (int line = 0; line < lineCount; ++line)
+                    LogFormattedEntry(LogId::Action, L"<%d:%d>", thread, line);
+            });
+    }
+    threads.clear();
+    Logging::SetLogSink(nullptr, nullptr);
+
+    std::set<std::string> texts;
+    for (const std::string& line : LinesOf(path))
+    {
+        const std::size_t at = line.find(" action: ");
+        ASSERT_NE(at, std::string::npos) << line;
+        texts.insert(line.substr(at + 9));
+    }
+    EXPECT_EQ(texts.size(), static_cast<std::size_t>(threadCount * lineCount));
+    for (int thread = 0; thread < threadCount; ++thread)
+    {
+        for (int line = 0; line < lineCount; ++line)
+            EXPECT_EQ(texts.count("<" + std::to_string(thread) + ":" + std::to_string(line) + ">\r"), 1u);
+    }
+}
+
+TEST(Log, LosesNoLineAndCallsNoOldSinkWhileSinksAreReplacedUnderLoad)
+{
+    const DefaultLog restore;
+    /// A sink of its own lifetime: a line that reaches it after it was replaced is counted as late.
+    struct Sink
+    {
+        std::atomic<bool> inPlace = true;
+        std::atomic<int>* lines;
+        std::atomic<int>* late;
+    };
+    constexpr int threadCount = 4;
+    constexpr int lineCount = 500;
+    std::atomic<int> lines = 0;
+    std::atomic<int> late = 0;
+    const auto receive = [](void* context, const LogLine&)
+    {
+        auto& sink = *static_cast<Sink*>(context);
+        if (!sink.inPlace)
+            ++*sink.late;
+        ++*sink.lines;
+    };
+
+    auto current = std::make_unique<Sink>();
+    current->lines = &lines;
+    current->late = &late;
+    Logging::SetLogSink(receive, current.get());
+    std::vector<std::jthread> threads;
+    std::atomic<int> running = threadCount;
+    for (int thread = 0; thread < threadCount; ++thread)
+    {
+        threads.emplace_back(
+            [&running]
+            {
+                for (int line = 0; line < lineCount; ++line)
+                    LogFormattedEntry(LogId::Action, L"line %d", line);
+                --running;
+            });
+    }
+    int replaced = 0;
+    std::vector<std::unique_ptr<Sink>> old;
+    while (running != 0)
+    {
+        auto next = std::make_unique<Sink>();
+        next->lines = &lines;
+        next->late = &late;
+        Logging::SetLogSink(receive, next.get());
+        current->inPlace = false;
+        old.push_back(std::move(current));
+        current = std::move(next);
+        ++replaced;
+        std::this_thread::yield();
+    }
+    threads.clear();
+    Logging::SetLogSink(nullptr, nullptr);
+    EXPECT_EQ(lines, threadCount * lineCount);
+    EXPECT_EQ(late, 0);
+    EXPECT_GT(replaced, 0);
+}
