@@ -361,7 +361,8 @@ TEST(Log, LosesNoLineAndCallsNoOldSinkWhileSinksAreReplacedUnderLoad)
         std::atomic<int>* late;
     };
     constexpr int threadCount = 4;
-    constexpr int lineCount = 500;
+    constexpr int sinkCount = 100;
+    std::atomic<int> written = 0;
     std::atomic<int> lines = 0;
     std::atomic<int> late = 0;
     const auto receive = [](void* context, const LogLine&)
@@ -371,40 +372,40 @@ TEST(Log, LosesNoLineAndCallsNoOldSinkWhileSinksAreReplacedUnderLoad)
             ++*sink.late;
         ++*sink.lines;
     };
+    const auto makeSink = [&]
+    {
+        auto sink = std::make_unique<Sink>();
+        sink->lines = &lines;
+        sink->late = &late;
+        return sink;
+    };
 
-    auto current = std::make_unique<Sink>();
-    current->lines = &lines;
-    current->late = &late;
-    Logging::SetLogSink(receive, current.get());
+    std::vector<std::unique_ptr<Sink>> sinks;
+    sinks.push_back(makeSink());
+    Logging::SetLogSink(receive, sinks.back().get());
+    std::atomic<bool> stop = false;
     std::vector<std::jthread> threads;
-    std::atomic<int> running = threadCount;
     for (int thread = 0; thread < threadCount; ++thread)
     {
         threads.emplace_back(
-            [&running]
+            [&]
             {
-                for (int line = 0; line < lineCount; ++line)
-                    LogFormattedEntry(LogId::Action, L"line %d", line);
-                --running;
+                while (!stop)
+                    LogFormattedEntry(LogId::Action, L"line %d", ++written);
             });
     }
-    int replaced = 0;
-    std::vector<std::unique_ptr<Sink>> old;
-    while (running != 0)
+    for (int sink = 1; sink < sinkCount; ++sink)
     {
-        auto next = std::make_unique<Sink>();
-        next->lines = &lines;
-        next->late = &late;
-        Logging::SetLogSink(receive, next.get());
-        current->inPlace = false;
-        old.push_back(std::move(current));
-        current = std::move(next);
-        ++replaced;
-        std::this_thread::yield();
+        // Each sink receives some lines before it is replaced.
+        for (const int before = lines; lines < before + threadCount;)
+            std::this_thread::yield();
+        sinks.push_back(makeSink());
+        Logging::SetLogSink(receive, sinks.back().get());
+        sinks[sinks.size() - 2]->inPlace = false;
     }
+    stop = true;
     threads.clear();
     Logging::SetLogSink(nullptr, nullptr);
-    EXPECT_EQ(lines, threadCount * lineCount);
+    EXPECT_EQ(lines, written);
     EXPECT_EQ(late, 0);
-    EXPECT_GT(replaced, 0);
 }
