@@ -34,4 +34,4 @@ void InstallLeakListener();
 /// Skips a test that needs the fetched mail, and says why.
 #define REQUIRE_FETCHED(path)                                                                                          \
     if ((path).empty())                                                                                                \
-    GTEST_SKIP() << "the fetched mail is not here: it comes over the network (scripts/fetch-demo-mail)"
+    GTEST_SKIP_("the fetched mail is not here: it comes over the network (scripts/fetch-demo-mail)")

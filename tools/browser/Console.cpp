@@ -144,6 +144,7 @@ void TextTable::Print(size_t indent) const
 {
     std::vector<std::vector<std::string>> rows;
     std::vector<size_t> widths;
+    widths.reserve(m_columns.size());
     for (const Column& column : m_columns)
     {
         widths.push_back(DisplayWidth(column.title));

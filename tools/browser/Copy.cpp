@@ -15,7 +15,7 @@ namespace Browser
 namespace
 {
 // What comes in one SetProps at most: larger values go by stream, as a client of a real store does it.
-constexpr size_t InlineLimit = 32 * 1024;
+constexpr size_t InlineLimit = size_t{32} * 1024;
 
 void WriteStream(IMAPIProp& target, const PropValue& value)
 {

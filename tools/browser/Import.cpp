@@ -100,7 +100,8 @@ private:
                 Check(to->SaveChanges(0), L"An imported message cannot be saved.");
                 ++m_report.newMessages;
             }
-            if (++done % MessagesPerReport == 0 && done != rows.size())
+            ++done;
+            if (done % MessagesPerReport == 0 && done != rows.size())
             {
                 m_progress("  " + Utf8(name) + ": " + std::to_string(done) + " of " + std::to_string(rows.size()));
             }

@@ -57,11 +57,7 @@ public:
     {
         for (const Bytes& top : {TopOfStore(m_memory, m_store), Bytes()})
         {
-            if (Search(top))
-            {
-                return *m_found;
-            }
-            if (m_found)
+            if (Search(top) || m_found)
             {
                 break;
             }
@@ -194,7 +190,7 @@ public:
     }
 
     // SetProps of one value (or none); problems count as failures.
-    HRESULT Set(IMAPIProp& object, std::vector<PropValue> values) const
+    HRESULT Set(IMAPIProp& object, const std::vector<PropValue>& values) const
     {
         const MapiBlock<SPropValue> array(Memory(), MakePropArray(Memory(), values));
         MapiBlock<SPropProblemArray> problems(Memory());
@@ -211,7 +207,7 @@ public:
         ComPtr<IStream> stream;
         return object.OpenProperty(tag, &IID_IStream, STGM_READ, flags, stream.PutAs<IUnknown>());
     }
-    HRESULT CopyTo(IMAPIProp& object, LPCIID iid, IUnknown& target, std::vector<ULONG> excluded = {}) const
+    HRESULT CopyTo(IMAPIProp& object, LPCIID iid, IUnknown& target, const std::vector<ULONG>& excluded = {}) const
     {
         const MapiBlock<SPropTagArray> tags(Memory(), excluded.empty() ? nullptr : MakeTagArray(Memory(), excluded));
         return object.CopyTo(0, nullptr, tags.Get(), 0, nullptr, iid, &target, 0, nullptr);

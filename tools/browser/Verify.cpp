@@ -105,7 +105,8 @@ private:
                 continue;
             }
             CompareMessage(*OpenMessage(m_source, row[0].AsBytes()), *OpenMessage(m_archive, found->second), name);
-            if (++done % MessagesPerReport == 0)
+            ++done;
+            if (done % MessagesPerReport == 0)
             {
                 m_progress("  " + label + ": " + Count(done, "message", "messages") + " compared");
             }
