@@ -198,9 +198,9 @@ TEST_P(FatalMethodDeathTest, ReturnsEveryCodeWhoseSwitchIsOff)
 }
 
 INSTANTIATE_TEST_SUITE_P(Methods, FatalMethodDeathTest, testing::ValuesIn(methods),
-                         [](const auto& code)
+                         [](const auto& method)
                          {
-                             std::string name = test.param.name;
+                             std::string name = method.param.name;
                              name.replace(name.find("::"), 2, "_");
                              return name;
                          });

@@ -5,6 +5,7 @@
 #include "nst/NstMessage.h"
 #include "nst/ReadOnlyFolder.h"
 #include "nst/ReadOnlyMessage.h"
+#include "support/MapiProperties.h"
 #include "tests/wrappers/Recorder.h"
 #include "tests/wrappers/Setting.h"
 
@@ -28,7 +29,7 @@ namespace
 constexpr auto file = L"NstMsgStore.cpp";
 constexpr auto getProps = L"Quillon::Nst::CNstMsgStore::GetProps";
 constexpr ULONG subtreeTag = 0x7FE20102;
-constexpr ULONG ipmSubtree = 0x35E00102;
+constexpr unsigned ipmSubtree = 0x35E00102;
 constexpr ULONG writable[] = {0x3607000D, 0x7FE70102, 0x7FE80102, 0x7FE90040, 0x7FEB001F};
 
 class StoreWrapper : public testing::Test
