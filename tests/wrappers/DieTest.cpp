@@ -136,15 +136,16 @@ void Die(const FatalMethod& method, HRESULT hr, const Switches& switches)
     method.call(hr);
 }
 
-/// A regular expression for `text` as it stands.
+/// A regular expression for `text` as it stands; GoogleTest's own kind has no brackets, which any character stands for.
 std::string Literally(const std::wstring& text)
 {
     std::string expression;
     for (const char character : Narrow(text))
     {
-        if (std::string_view("\\.[](){}+*?^$|").find(character) != std::string_view::npos)
+        const bool isBracket = std::string_view("[]{}").find(character) != std::string_view::npos;
+        if (std::string_view("\\.()+*?^$|").find(character) != std::string_view::npos)
             expression += '\\';
-        expression += character;
+        expression += isBracket ? '.' : character;
     }
     return expression;
 }
@@ -159,7 +160,7 @@ std::string ExpectedEnd(const FatalMethod& method, HRESULT hr)
     std::snprintf(code, sizeof(code), "%08lX", static_cast<ULONG>(hr));
     return "error: " + Literally(Quillon::Mapi::FormatMapiError(hr, L"", &error).GetString()) +
            "\\s+error: Exiting process at " + method.file + "\\.cpp, Quillon::Nst::" + method.name +
-           ", line [1-9]\\d*: " + Literally(Quillon::FormatSystemError(static_cast<unsigned>(hr), true).GetString()) +
+           ", line \\d+: " + Literally(Quillon::FormatSystemError(static_cast<unsigned>(hr), true).GetString()) +
            "\\s+the host is told " + code;
 }
 

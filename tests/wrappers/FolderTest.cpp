@@ -178,11 +178,12 @@ TEST_F(FolderWrapper, OpensWhatIsWrappedAsTheStoreWrapperOpensIt)
     EXPECT_TRUE(IsExactly<CNstMessage>(static_cast<IMessage*>(object)));
     object->Release();
 
-    // A failure is told once by each of the two.
+    // A failure is told once by each of the two, and that the store wrapper had no more to say of it.
     EXPECT_CALL(*store, OpenEntry).WillOnce(Return(MAPI_E_NOT_FOUND));
     EXPECT_EQ(wrapped->OpenEntry(1, nullptr, nullptr, 0, &type, &object), MAPI_E_NOT_FOUND);
     const auto line = Entry(LogId::Error, MapiText(MAPI_E_NOT_FOUND, L"IMsgStore::OpenEntry"));
-    EXPECT_THAT(log.Lines(), ElementsAre(line, line));
+    EXPECT_THAT(log.Lines(),
+                ElementsAre(line, Entry(LogId::Error, MapiText(MAPI_E_NO_SUPPORT, L"IMsgStore::GetLastError")), line));
 }
 
 TEST_F(FolderWrapper, CreatesMessagesWrapped)

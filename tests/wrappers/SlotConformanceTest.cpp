@@ -1000,7 +1000,7 @@ void SlotConformance::CheckLogon(bool spooler)
         EXPECT_EQ(CallSlot(m_wrapper, RealNumber(), arguments), hr < 0 ? hr : S_OK);
         EXPECT_EQ(Wrapped().Calls().size(), 1u);
         EXPECT_EQ(s.support.Calls().size(), 1u);
-        EXPECT_EQ(s.section.References(), 1u);
+        EXPECT_EQ(s.section.References(), hr >= 0 && !spooler ? 2u : 1u) << "the store wrapper's support object's";
 
         const std::wstring function = m_class.Function(m_slot.name);
         if (hr == S_OK)
@@ -1034,6 +1034,7 @@ void SlotConformance::CheckLogon(bool spooler)
         }
         EXPECT_EQ(logon.References(), 1u);
         EXPECT_EQ(s.store.References(), 1u);
+        EXPECT_EQ(s.section.References(), 1u);
         EXPECT_EQ(s.support.References(), 3u) << "the test's, the local pointer's, the sample's";
     }
 }
@@ -1065,16 +1066,16 @@ void SlotConformance::CheckDestructor()
     CallSlot(m_wrapper, slot, {deleteToo});
     m_wrapper = nullptr;
     EXPECT_EQ(order, expected);
-    order.clear();
     m_wrapper = m_class.make(m_surroundings);
+    order.clear();
     CallSlot(m_wrapper, slot, {0});
     FreeObject(m_wrapper);
 #else
     CallSlot(m_wrapper, slot + 1, {}); // destroys and deletes
     m_wrapper = nullptr;
     EXPECT_EQ(order, expected);
-    order.clear();
     m_wrapper = m_class.make(m_surroundings);
+    order.clear();
     CallSlot(m_wrapper, slot, {}); // destroys in place
     FreeObject(m_wrapper);
 #endif
