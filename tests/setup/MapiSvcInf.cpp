@@ -2,7 +2,7 @@
 #include "tests/setup/MapiSvcInf.h"
 
 #include "tests/common/LogCapture.h"
-#include "tests/units/Setting.h"
+#include "tests/common/Setting.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -1,7 +1,7 @@
 // Files of real shape: what registering and unregistering leave of them, and what the platform's own functions do.
 #include "tests/setup/MapiSvcInf.h"
 #include "nst/StoreProviderRegistration.h"
-#include "tests/units/Setting.h"
+#include "tests/common/Setting.h"
 
 #include <gmock/gmock.h>
 

@@ -3,10 +3,10 @@
 
 #include "support/Exceptions.h"
 #include "support/Format.h"
+#include "tests/common/ImportHook.h"
 #include "tests/common/LogCapture.h"
+#include "tests/common/Setting.h"
 #include "tests/setup/MapiSvcInf.h"
-#include "tests/units/ImportHook.h"
-#include "tests/units/Setting.h"
 
 #include <gmock/gmock.h>
 

@@ -4,8 +4,8 @@
 #include "support/Exceptions.h"
 #include "support/Format.h"
 #include "tests/common/LogCapture.h"
+#include "tests/common/Setting.h"
 #include "tests/setup/SearchDouble.h"
-#include "tests/units/Setting.h"
 
 #include <gmock/gmock.h>
 

@@ -1,8 +1,8 @@
 // archive-setup.exe, run as a process.
 #include "nst/StoreProviderRegistration.h"
 #include "tests/common/LogCapture.h"
+#include "tests/common/Setting.h"
 #include "tests/setup/MapiSvcInf.h"
-#include "tests/units/Setting.h"
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>

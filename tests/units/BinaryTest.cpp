@@ -2,10 +2,10 @@
 #include "support/Binary.h"
 
 #include "support/Exceptions.h"
+#include "tests/common/ImportHook.h"
 #include "tests/common/LogCapture.h"
 #include "tests/common/Properties.h"
-#include "tests/units/ImportHook.h"
-#include "tests/units/Setting.h"
+#include "tests/common/Setting.h"
 
 #include <gtest/gtest.h>
 

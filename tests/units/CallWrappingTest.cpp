@@ -3,11 +3,11 @@
 
 #include "support/Die.h"
 #include "support/Format.h"
+#include "tests/common/ImportHook.h"
 #include "tests/common/LogCapture.h"
 #include "tests/common/MapiModule.h"
+#include "tests/common/Setting.h"
 #include "tests/units/Doubles.h"
-#include "tests/units/ImportHook.h"
-#include "tests/units/Setting.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -3,8 +3,8 @@
 
 #include "support/Exceptions.h"
 #include "tests/common/LogCapture.h"
+#include "tests/common/Setting.h"
 #include "tests/units/Doubles.h"
-#include "tests/units/Setting.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -2,7 +2,7 @@
 #include "support/Die.h"
 
 #include "support/Log.h"
-#include "tests/units/Setting.h"
+#include "tests/common/Setting.h"
 
 #include <gtest/gtest.h>
 

@@ -6,11 +6,11 @@
 #include "support/MapiErrors.h"
 #include "support/Os.h"
 #include "support/com_wrap.h"
+#include "tests/common/ImportHook.h"
 #include "tests/common/LogCapture.h"
 #include "tests/common/MapiModule.h"
+#include "tests/common/Setting.h"
 #include "tests/common/TestDouble.h"
-#include "tests/units/ImportHook.h"
-#include "tests/units/Setting.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 #include "support/Format.h"
 
 #include "support/MapiHeaders.h"
-#include "tests/units/Setting.h"
+#include "tests/common/Setting.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -5,8 +5,8 @@
 #include "support/MapiErrors.h"
 #include "tests/common/LogCapture.h"
 #include "tests/common/Properties.h"
+#include "tests/common/Setting.h"
 #include "tests/units/Doubles.h"
-#include "tests/units/Setting.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

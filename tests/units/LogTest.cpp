@@ -2,10 +2,10 @@
 #include "support/Log.h"
 
 #include "support/Exceptions.h"
+#include "tests/common/Alone.h"
+#include "tests/common/ImportHook.h"
 #include "tests/common/LogCapture.h"
-#include "tests/units/Alone.h"
-#include "tests/units/ImportHook.h"
-#include "tests/units/Setting.h"
+#include "tests/common/Setting.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

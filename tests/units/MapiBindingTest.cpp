@@ -5,10 +5,10 @@
 #include "support/MapiBuffer.h"
 #include "support/MapiErrors.h"
 #include "support/MapiProperties.h"
+#include "tests/common/Alone.h"
+#include "tests/common/ImportHook.h"
 #include "tests/common/LogCapture.h"
-#include "tests/units/Alone.h"
-#include "tests/units/ImportHook.h"
-#include "tests/units/Setting.h"
+#include "tests/common/Setting.h"
 #include "tests/units/doubles/MapiDouble.h"
 
 #include <gmock/gmock.h>

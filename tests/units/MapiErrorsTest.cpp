@@ -4,7 +4,7 @@
 #include "support/Format.h"
 #include "tests/common/LogCapture.h"
 #include "tests/common/MapiModule.h"
-#include "tests/units/Setting.h"
+#include "tests/common/Setting.h"
 
 #include <gtest/gtest.h>
 

@@ -2,8 +2,8 @@
 #include "support/Export.h"
 
 #include "support/Exceptions.h"
+#include "tests/common/ImportHook.h"
 #include "tests/common/LogCapture.h"
-#include "tests/units/ImportHook.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

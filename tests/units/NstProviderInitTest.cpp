@@ -3,8 +3,8 @@
 #include "support/CallWrapping.h"
 #include "support/Format.h"
 #include "support/com_wrap.h"
+#include "tests/common/Alone.h"
 #include "tests/common/LogCapture.h"
-#include "tests/units/Alone.h"
 #include "tests/units/ServiceSetting.h"
 
 #include <gmock/gmock.h>

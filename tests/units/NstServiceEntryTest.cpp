@@ -1,9 +1,9 @@
 // CNstMessageService::NstServiceEntry.
 #include "support/CallWrapping.h"
 #include "support/Format.h"
+#include "tests/common/Alone.h"
+#include "tests/common/ImportHook.h"
 #include "tests/common/LogCapture.h"
-#include "tests/units/Alone.h"
-#include "tests/units/ImportHook.h"
 #include "tests/units/ServiceSetting.h"
 
 #include <gmock/gmock.h>

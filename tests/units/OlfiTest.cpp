@@ -2,11 +2,11 @@
 #include "nst/Olfi.h"
 
 #include "support/MapiErrors.h"
+#include "tests/common/ImportHook.h"
 #include "tests/common/LogCapture.h"
 #include "tests/common/Properties.h"
+#include "tests/common/Setting.h"
 #include "tests/units/Doubles.h"
-#include "tests/units/ImportHook.h"
-#include "tests/units/Setting.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -2,8 +2,8 @@
 #include "mapi/OpenMapiObject.h"
 
 #include "tests/common/LogCapture.h"
+#include "tests/common/Setting.h"
 #include "tests/units/Doubles.h"
-#include "tests/units/Setting.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

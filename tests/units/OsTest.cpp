@@ -3,7 +3,7 @@
 
 #include "support/Exceptions.h"
 #include "tests/common/LogCapture.h"
-#include "tests/units/Setting.h"
+#include "tests/common/Setting.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
 // The mail client's program.
 #include "support/OutlookAddIn.h"
 
-#include "tests/units/Alone.h"
-#include "tests/units/Setting.h"
+#include "tests/common/Alone.h"
+#include "tests/common/Setting.h"
 
 #include <gtest/gtest.h>
 

@@ -1,10 +1,10 @@
 // The search for the PST module. Each test has a process of its own: what is loaded stays.
 #include "nst/KivNstCore.h"
 #include "support/Exceptions.h"
+#include "tests/common/Alone.h"
+#include "tests/common/ImportHook.h"
 #include "tests/common/LogCapture.h"
-#include "tests/units/Alone.h"
-#include "tests/units/ImportHook.h"
-#include "tests/units/Setting.h"
+#include "tests/common/Setting.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -3,10 +3,10 @@
 
 #include "support/Exceptions.h"
 #include "support/MapiProperties.h"
+#include "tests/common/ImportHook.h"
 #include "tests/common/LogCapture.h"
 #include "tests/common/Properties.h"
-#include "tests/units/ImportHook.h"
-#include "tests/units/Setting.h"
+#include "tests/common/Setting.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -2,8 +2,8 @@
 #include "mapi/MapiBinding.h"
 #include "support/CallWrapping.h"
 #include "support/Format.h"
+#include "tests/common/Alone.h"
 #include "tests/common/LogCapture.h"
-#include "tests/units/Alone.h"
 #include "tests/units/ServiceSetting.h"
 #include "tests/units/doubles/MapiDouble.h"
 

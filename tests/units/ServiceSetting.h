@@ -4,7 +4,7 @@
 #include "nst/NstMessageService.h"
 #include "tests/common/Properties.h"
 #include "tests/units/Doubles.h"
-#include "tests/units/Setting.h"
+#include "tests/common/Setting.h"
 #include "tests/units/doubles/PstDouble.h"
 
 #include <gmock/gmock.h>

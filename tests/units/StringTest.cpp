@@ -3,9 +3,9 @@
 
 #include "support/Exceptions.h"
 #include "support/Format.h"
+#include "tests/common/ImportHook.h"
 #include "tests/common/LogCapture.h"
-#include "tests/units/ImportHook.h"
-#include "tests/units/Setting.h"
+#include "tests/common/Setting.h"
 
 #include <gtest/gtest.h>
 

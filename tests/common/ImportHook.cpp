@@ -1,5 +1,5 @@
 // The library's import table.
-#include "tests/units/ImportHook.h"
+#include "tests/common/ImportHook.h"
 
 #include <cstdio>
 #include <cstdlib>

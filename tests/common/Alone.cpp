@@ -1,5 +1,5 @@
 // Starting a test in a process of its own.
-#include "tests/units/Alone.h"
+#include "tests/common/Alone.h"
 
 #include "tests/common/TestDouble.h"
 

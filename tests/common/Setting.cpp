@@ -1,5 +1,5 @@
 // Files and registry of a test.
-#include "tests/units/Setting.h"
+#include "tests/common/Setting.h"
 
 #include <cstdio>
 #include <cstdlib>
