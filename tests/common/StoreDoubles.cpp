@@ -55,3 +55,14 @@ AttachDouble::AttachDouble() : TestDouble("attachment", {IID_IAttachment, IID_IM
 AttachDouble::~AttachDouble() = default;
 
 } // namespace Tests
+
+template class testing::NiceMock<Tests::AttachDouble>;
+template class testing::NiceMock<Tests::FolderDouble>;
+template class testing::NiceMock<Tests::LogonDouble>;
+template class testing::NiceMock<Tests::MessageDouble>;
+template class testing::NiceMock<Tests::ProviderDouble>;
+template class testing::NiceMock<Tests::StoreDouble>;
+template class testing::NiceMock<Tests::TableDouble>;
+template class testing::NiceMock<Tests::UnknownDouble>;
+template class testing::StrictMock<Tests::MessageDouble>;
+template class testing::StrictMock<Tests::StoreDouble>;

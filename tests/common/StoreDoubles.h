@@ -295,3 +295,15 @@ public:
 };
 
 } // namespace Tests
+
+// Made in one unit: the tables of mocked methods are large.
+extern template class testing::NiceMock<Tests::AttachDouble>;
+extern template class testing::NiceMock<Tests::FolderDouble>;
+extern template class testing::NiceMock<Tests::LogonDouble>;
+extern template class testing::NiceMock<Tests::MessageDouble>;
+extern template class testing::NiceMock<Tests::ProviderDouble>;
+extern template class testing::NiceMock<Tests::StoreDouble>;
+extern template class testing::NiceMock<Tests::TableDouble>;
+extern template class testing::NiceMock<Tests::UnknownDouble>;
+extern template class testing::StrictMock<Tests::MessageDouble>;
+extern template class testing::StrictMock<Tests::StoreDouble>;

@@ -27,3 +27,8 @@ ProviderAdminDouble::ProviderAdminDouble() : TestDouble("provider administration
 ProviderAdminDouble::~ProviderAdminDouble() = default;
 
 } // namespace Tests
+
+template class testing::NiceMock<Tests::ProfileSectionDouble>;
+template class testing::NiceMock<Tests::ProviderAdminDouble>;
+template class testing::NiceMock<Tests::SupportDouble>;
+template class testing::StrictMock<Tests::SupportDouble>;

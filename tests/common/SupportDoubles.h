@@ -158,3 +158,9 @@ public:
 };
 
 } // namespace Tests
+
+// Made in one unit: the tables of mocked methods are large.
+extern template class testing::NiceMock<Tests::ProfileSectionDouble>;
+extern template class testing::NiceMock<Tests::ProviderAdminDouble>;
+extern template class testing::NiceMock<Tests::SupportDouble>;
+extern template class testing::StrictMock<Tests::SupportDouble>;

@@ -1,7 +1,8 @@
 // The counted interface pointer.
 #include "support/ComPtr.h"
 
-#include "tests/units/Doubles.h"
+#include "tests/common/StoreDoubles.h"
+#include "tests/common/SupportDoubles.h"
 
 #include <gtest/gtest.h>
 

@@ -3,7 +3,8 @@
 
 #include "tests/common/LogCapture.h"
 #include "tests/common/Setting.h"
-#include "tests/units/Doubles.h"
+#include "tests/common/StoreDoubles.h"
+#include "tests/common/SupportDoubles.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -3,8 +3,9 @@
 
 #include "nst/NstMessageService.h"
 #include "tests/common/Properties.h"
-#include "tests/units/Doubles.h"
 #include "tests/common/Setting.h"
+#include "tests/common/StoreDoubles.h"
+#include "tests/common/SupportDoubles.h"
 #include "tests/units/doubles/PstDouble.h"
 
 #include <gmock/gmock.h>
