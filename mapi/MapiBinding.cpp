@@ -2,13 +2,12 @@
 #include "mapi/MapiBinding.h"
 
 #include "support/CallWrapping.h"
-#include "support/Format.h"
 #include "support/MapiProperties.h"
 #include "support/Os.h"
 
 #include <atomic>
-#include <cstdio>
 #include <cwchar>
+#include <utility>
 
 namespace Quillon::Mapi
 {
@@ -27,6 +26,25 @@ constexpr DWORD pathLength = MAX_PATH;
 
 /// A path as the registry and the loader take it here: at most 260 characters, terminated.
 using Path = wchar_t[pathLength + 1];
+
+/// One reference on a loaded module, or null.
+class Library
+{
+public:
+    explicit Library(HMODULE module) noexcept : m_module(module) {}
+    Library(const Library&) = delete;
+    Library& operator=(const Library&) = delete;
+    ~Library()
+    {
+        if (m_module)
+            FreeLibrary(m_module);
+    }
+    HMODULE Get() const noexcept { return m_module; }
+    HMODULE Detach() noexcept { return std::exchange(m_module, nullptr); }
+
+private:
+    HMODULE m_module;
+};
 
 /// A registry value's raw bytes. Registry strings need not be terminated, hence the room behind them.
 struct RegistryText
@@ -50,32 +68,42 @@ RegistryText ReadText(HKEY key, const wchar_t* name) noexcept
     return value;
 }
 
+/// A narrow text of the registry, and the path that is asked for with it: at most 260 characters, terminated.
+using NarrowText = char[pathLength + 1];
+
+HMODULE LoadStub() noexcept
+{
+    const HMODULE stub = LoadLibraryW(L"mapi32.dll");
+    return stub ? stub : LoadLibraryW(L"mapistub.dll");
+}
+
+/// Asks MAPI's stub where the installer put a component; false when it does not know. The stub is given back before
+/// the component is loaded.
+bool FindComponent(NarrowText& component, NarrowText& locale, NarrowText& path) noexcept
+{
+    const Library stub(LoadStub());
+    if (!stub.Get())
+        return false;
+    using GetComponentPath = BOOL(STDAPICALLTYPE*)(LPSTR, LPSTR, LPSTR, DWORD, BOOL);
+    const auto getComponentPath =
+        reinterpret_cast<GetComponentPath>(reinterpret_cast<void*>(GetProcAddress(stub.Get(), "FGetComponentPath")));
+    return getComponentPath && getComponentPath(component, locale, path, pathLength, FALSE);
+}
+
 HMODULE LoadFromMsiRegistration(HKEY client) noexcept
 {
-    constexpr DWORD size = 260;
-    char component[size + 1] = {};
-    char locale[size + 1] = {};
-    const auto read = [client](const char* name, char* text)
+    NarrowText component = {};
+    NarrowText locale = {};
+    const auto read = [client](const char* name, NarrowText& text)
     {
         // Whatever the type: installers write the locale as a list of strings, of which the first counts.
-        DWORD used = size;
+        DWORD used = pathLength;
         return RegQueryValueExA(client, name, nullptr, nullptr, reinterpret_cast<BYTE*>(text), &used) == ERROR_SUCCESS;
     };
     if (!read("MSIComponentID", component) || !read("MSIApplicationLCID", locale))
         return nullptr;
-
-    HMODULE stub = LoadLibraryW(L"mapi32.dll");
-    if (!stub)
-        stub = LoadLibraryW(L"mapistub.dll");
-    if (!stub)
-        return nullptr;
-    using GetComponentPath = BOOL(STDAPICALLTYPE*)(LPSTR, LPSTR, LPSTR, DWORD, BOOL);
-    const auto getComponentPath =
-        reinterpret_cast<GetComponentPath>(reinterpret_cast<void*>(GetProcAddress(stub, "FGetComponentPath")));
-    char path[size + 1] = {};
-    const bool found = getComponentPath && getComponentPath(component, locale, path, size, FALSE);
-    FreeLibrary(stub);
-    return found ? LoadLibraryA(path) : nullptr;
+    NarrowText path = {};
+    return FindComponent(component, locale, path) ? LoadLibraryA(path) : nullptr;
 }
 
 /// The path that the value `name` gives; false when it gives none that fits.
@@ -198,16 +226,14 @@ HMODULE GetMapiModule() noexcept
 {
     if (const HMODULE known = g_module.load(std::memory_order_acquire))
         return known;
-    const HMODULE found = FindMapiModule();
-    if (!found)
+    Library found(FindMapiModule());
+    if (!found.Get())
         return g_module.load(std::memory_order_acquire);
     HMODULE published = nullptr;
-    const bool isFirst = g_module.compare_exchange_strong(published, found);
+    const bool isFirst = g_module.compare_exchange_strong(published, found.Get());
     g_generation.fetch_add(1);
-    if (isFirst)
-        return found;
-    FreeLibrary(found);
-    return published;
+    // Another thread's module is the one that is kept then, and this one is given back.
+    return isFirst ? found.Detach() : published;
 }
 
 bool& GetOnlyOutlookMailClient() noexcept

@@ -11,12 +11,21 @@ namespace Quillon
 namespace
 {
 
+// The event line as it is for every exception, but put together by the compiler: there is no memory to format it in.
+#define KIVNST_TEXT_OF(number) #number
+#define KIVNST_THROWING_AT(line)                                                                                       \
+    L"Throwing exception at Memory.cpp, Quillon::AllocateObject, line " KIVNST_TEXT_OF(                                \
+        line) L": MAPI_E_NOT_ENOUGH_MEMORY (0x8007000E)"
+
 /// Says so without needing memory, and throws.
 [[noreturn]] KIVNST_COLD void ThrowOutOfMemory()
 {
-    LogEntry(LogId::Exception, L"Throwing exception at Memory.cpp, Quillon::AllocateObject: out of memory");
+    LogEntry(LogId::Exception, KIVNST_THROWING_AT(__LINE__));
     throw CComError(E_OUTOFMEMORY);
 }
+
+#undef KIVNST_THROWING_AT
+#undef KIVNST_TEXT_OF
 
 } // namespace
 

@@ -225,15 +225,16 @@ bool operator==(const StringW& left, const wchar_t* right) noexcept
 
 StringA::StringA() noexcept : m_buffer(nullptr), m_length(0) {}
 
-StringA::StringA(const char* text) : StringA()
+StringA::StringA(const char* text) : StringA(text, text ? std::strlen(text) : 0) {}
+
+StringA::StringA(const char* text, std::size_t count) : StringA()
 {
-    const std::size_t length = text ? std::strlen(text) : 0;
-    if (length == 0)
+    if (count == 0)
         return;
-    Characters<char> copy(length);
-    std::memcpy(copy.Get(), text, length);
+    Characters<char> copy(count);
+    std::memcpy(copy.Get(), text, count);
     m_buffer = copy.Detach();
-    m_length = length;
+    m_length = count;
 }
 
 StringA::StringA(const StringW& text) : StringA(text, CP_ACP) {}
@@ -253,7 +254,7 @@ StringA::StringA(const StringW& text, unsigned codePage) : StringA()
     m_length = static_cast<std::size_t>(length);
 }
 
-StringA::StringA(const StringA& other) : StringA(other.GetString()) {}
+StringA::StringA(const StringA& other) : StringA(other.m_buffer, other.m_length) {}
 
 StringA::StringA(StringA&& other) noexcept
     : m_buffer(std::exchange(other.m_buffer, nullptr)),

@@ -66,6 +66,7 @@ public:
     StringA() noexcept;
     /// Copies `text`; null gives the empty string.
     StringA(const char* text);
+    StringA(const char* text, std::size_t count);
     /// Narrows to the system's ANSI code page; what it lacks becomes that code page's default character.
     explicit StringA(const StringW& text);
     /// The same for the code page `codePage` (CP_UTF8, say).

@@ -172,6 +172,30 @@ TEST(GetGlobalProfileSection, NeverReadsBeyondAShortUid)
     EXPECT_EQ(log.Lines().size(), 1u);
 }
 
+TEST(GetGlobalProfileSection, TakesNoUidOutOfAValueOfAnotherType)
+{
+    const LogCapture log;
+    const auto support = Tests::MakeNice<SupportDouble>();
+    const auto own = Tests::MakeNice<ProfileSectionDouble>();
+    // Read as bytes, this would be 16 of them at no address.
+    ON_CALL(*own, GetProps)
+        .WillByDefault(Tests::GiveProps(S_OK, {Tests::NumberValue(CHANGE_PROP_TYPE(PR_SERVICE_UID, PT_LONG), 16)}));
+    EXPECT_CALL(*support, OpenProfileSection(_, _, _)).WillOnce(Give(own.Get()));
+    EXPECT_EQ(ThrownText(support.Get(), E_FAIL), L"PR_SERVICE_UID was of an unexpected length or type");
+    EXPECT_EQ(log.Lines().size(), 1u);
+}
+
+TEST(GetGlobalProfileSection, OpensBothSectionsForModification)
+{
+    const LogCapture log;
+    const auto support = Tests::MakeNice<SupportDouble>();
+    const auto own = Tests::MakeNice<ProfileSectionDouble>();
+    const auto service = Tests::MakeNice<ProfileSectionDouble>();
+    Tests::GiveProperty(*own, BinaryValue(PR_SERVICE_UID, serviceUid));
+    EXPECT_CALL(*support, OpenProfileSection(_, 1u, _)).WillOnce(Give(own.Get())).WillOnce(Give(service.Get()));
+    EXPECT_EQ(GetGlobalProfileSection(support.Get()).p, service.Get());
+}
+
 TEST(GetGlobalProfileSection, NeverGivesNull)
 {
     const LogCapture log;

@@ -52,9 +52,8 @@ TEST(Memory, SaysThatThereIsNone)
     {
         EXPECT_EQ(error.GetHResult(), E_OUTOFMEMORY);
     }
-    ASSERT_EQ(log.Lines().size(), 1u);
-    EXPECT_EQ(log.Lines()[0].level, LogId::Exception);
-    EXPECT_THAT(log.Lines()[0].text, testing::StartsWith(L"Throwing exception at Memory.cpp, "));
+    EXPECT_THAT(log.Lines(), testing::ElementsAre(Tests::Throwing(L"Memory.cpp", L"Quillon::AllocateObject",
+                                                                  L"MAPI_E_NOT_ENOUGH_MEMORY (0x8007000E)")));
 }
 
 TEST(Memory, OfAnExportedClassIsTheLibrarysOwn)

@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <iterator>
+#include <string>
 #include <utility>
 
 using Quillon::FormatString;
@@ -269,6 +270,16 @@ TEST(StringA, MovesAndAssignsAsAValue)
     StringA& same = first;
     first = same;
     EXPECT_STREQ(first.GetString(), "first");
+}
+
+TEST(StringA, CopiesWhatStandsBehindAZeroCharacterToo)
+{
+    const StringA text("a\0b", 3);
+    const StringA copy(text);
+    EXPECT_EQ(copy.GetLength(), 3u);
+    EXPECT_EQ(std::string(copy.GetString(), copy.GetLength()), std::string("a\0b", 3));
+    EXPECT_EQ(copy.GetUnicode(0).GetLength(), 3u);
+    EXPECT_EQ(StringA(nullptr, 0).GetLength(), 0u);
 }
 
 TEST(StringA, NarrowsAndWidensThroughACodePage)

@@ -1,0 +1,175 @@
+// What all wrappers share: references, interfaces, forwarded calls.
+#include "nst/KivNstCore.h"
+#include "nst/NstMapiSupport.h"
+#include "nst/NstMsLogon.h"
+#include "nst/NstMsgStore.h"
+#include "support/Format.h"
+#include "support/MapiErrors.h"
+#include "tests/common/ImportHook.h"
+#include "tests/common/LogCapture.h"
+#include "tests/common/StoreDoubles.h"
+#include "tests/common/SupportDoubles.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+using namespace Quillon;
+using namespace Quillon::Nst;
+using testing::_;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Return;
+using Tests::Entry;
+
+namespace
+{
+
+constexpr IID unknownIid = {0x12345678, 1, 2, {3, 4, 5, 6, 7, 8, 9, 10}};
+
+std::wstring MapiText(HRESULT hr, const wchar_t* callName)
+{
+    return Mapi::FormatMapiError(hr, callName, nullptr).GetString();
+}
+
+/// Opens what derived classes alone may call.
+class ComparingStore : public CNstMsgStore
+{
+public:
+    using CNstMsgStore::CNstMsgStore;
+    using CNstMsgStore::CompareEntryIds;
+};
+
+class StoreOverPst : public testing::Test
+{
+protected:
+    ~StoreOverPst() override { SetUnwrapStores(false); }
+
+    Tests::DoublePointer<testing::NiceMock<Tests::StoreDouble>> pst = Tests::MakeNice<Tests::StoreDouble>();
+    Tests::DoublePointer<ComparingStore> store{new ComparingStore(pst.Get(), nullptr)};
+    Tests::LogCapture log;
+};
+
+using WrapperReferences = StoreOverPst;
+using WrapperInterfaces = StoreOverPst;
+using ForwardedCall = StoreOverPst;
+using StoreEntryIds = StoreOverPst;
+
+} // namespace
+
+TEST_F(WrapperReferences, ReleaseTellsThoseThatAreLeftAndTheLastEndsTheWrapper)
+{
+    auto* const wrapper = new CNstMsgStore(pst.Get(), nullptr);
+    EXPECT_EQ(pst->References(), 3u);
+    EXPECT_EQ(wrapper->AddRef(), 2u);
+    EXPECT_EQ(wrapper->AddRef(), 3u);
+    EXPECT_EQ(wrapper->Release(), 2u);
+    EXPECT_EQ(wrapper->Release(), 1u);
+    EXPECT_EQ(pst->References(), 3u);
+    EXPECT_EQ(wrapper->Release(), 0u);
+    EXPECT_EQ(pst->References(), 2u) << "what the constructor took is given back";
+}
+
+TEST_F(WrapperInterfaces, ALogonHasNoPropertiesAndSaysNothingOfIt)
+{
+    const auto pstLogon = Tests::MakeNice<Tests::LogonDouble>();
+    EXPECT_CALL(*pstLogon, QueryInterface).Times(0);
+    const Tests::DoublePointer<CNstMsLogon> logon(new CNstMsLogon(pstLogon.Get(), nullptr));
+    void* object = this;
+    EXPECT_EQ(logon->QueryInterface(IID_IMAPIProp, &object), E_NOINTERFACE);
+    EXPECT_EQ(object, nullptr);
+    EXPECT_THAT(log.Lines(), IsEmpty());
+}
+
+TEST_F(WrapperInterfaces, AStoreLacksAnUnknownOneWithoutAskingThePstStore)
+{
+    EXPECT_CALL(*pst, QueryInterface).Times(0);
+    for (const IID& iid : {unknownIid, IID_IMAPIFolder, IID_IProfSect})
+    {
+        void* object = this;
+        EXPECT_EQ(store->QueryInterface(iid, &object), E_NOINTERFACE);
+        EXPECT_EQ(object, nullptr);
+    }
+    EXPECT_THAT(log.Lines(), IsEmpty());
+}
+
+TEST_F(WrapperInterfaces, AnUnwrappedStoreAnswersAsThePstStoreAndLogsAllFailuresButALackingInterface)
+{
+    SetUnwrapStores(true);
+    void* object = nullptr;
+    EXPECT_EQ(store->QueryInterface(IID_IMsgStore, &object), S_OK);
+    EXPECT_EQ(object, pst.Get());
+    pst->Release();
+    EXPECT_EQ(store->QueryInterface(unknownIid, &object), E_NOINTERFACE);
+    EXPECT_THAT(log.Lines(), IsEmpty());
+    EXPECT_CALL(*pst, QueryInterface(unknownIid, &object)).WillOnce(Return(E_ACCESSDENIED));
+    EXPECT_CALL(*pst, GetLastError).Times(0);
+    EXPECT_EQ(store->QueryInterface(unknownIid, &object), E_ACCESSDENIED);
+    EXPECT_THAT(log.Lines(),
+                ElementsAre(Entry(LogId::Error, L"IMsgStore::QueryInterface: " +
+                                                    std::wstring(FormatComError(E_ACCESSDENIED).GetString()))));
+}
+
+TEST_F(ForwardedCall, LogsTheWarningErrorsReturnedAtLevelOneAndReturnsIt)
+{
+    EXPECT_CALL(*pst, GetPropList(5, nullptr)).WillOnce(Return(0x00040380));
+    EXPECT_EQ(store->GetPropList(5, nullptr), 0x00040380);
+    EXPECT_THAT(log.Lines(),
+                ElementsAre(Entry(LogId::Warning, MapiText(MAPI_W_ERRORS_RETURNED, L"IMsgStore::GetPropList"))));
+}
+
+TEST_F(ForwardedCall, SaysNothingOfNamesThatHaveNoIdentifier)
+{
+    EXPECT_CALL(*pst, GetIDsFromNames).WillOnce(Return(MAPI_W_ERRORS_RETURNED)).WillOnce(Return(MAPI_E_NOT_FOUND));
+    EXPECT_EQ(store->GetIDsFromNames(1, nullptr, 0, nullptr), MAPI_W_ERRORS_RETURNED);
+    EXPECT_THAT(log.Lines(), IsEmpty());
+    EXPECT_EQ(store->GetIDsFromNames(1, nullptr, 0, nullptr), MAPI_E_NOT_FOUND);
+    EXPECT_THAT(log.Lines(),
+                ElementsAre(Entry(LogId::Error, MapiText(MAPI_E_NOT_FOUND, L"IMsgStore::GetIDsFromNames"))));
+}
+
+TEST_F(ForwardedCall, LogsALineAlsoWhenThereIsNoExtendedErrorToBeHad)
+{
+    EXPECT_CALL(*pst, GetLastError(MAPI_E_DISK_ERROR, static_cast<ULONG>(MAPI_UNICODE), _))
+        .WillOnce(Return(MAPI_E_CALL_FAILED));
+    EXPECT_CALL(*pst, SaveChanges(0)).WillOnce(Return(MAPI_E_DISK_ERROR));
+    EXPECT_EQ(store->SaveChanges(0), MAPI_E_DISK_ERROR);
+    EXPECT_THAT(log.Lines(), ElementsAre(Entry(LogId::Error, MapiText(MAPI_E_DISK_ERROR, L"IMsgStore::SaveChanges"))));
+}
+
+TEST_F(ForwardedCall, NeedsNoMemoryUnlessThereIsSomethingToLog)
+{
+    const Tests::NoMemory noMemory;
+    EXPECT_CALL(*pst, SaveChanges).WillOnce(Return(S_OK));
+    EXPECT_CALL(*pst, OpenProperty).WillOnce(Return(MAPI_E_NOT_FOUND));
+    EXPECT_EQ(store->SaveChanges(0), S_OK);
+    EXPECT_EQ(store->OpenProperty(PR_SEARCH, nullptr, 0, 0, nullptr), MAPI_E_NOT_FOUND);
+    void* object = nullptr;
+    EXPECT_EQ(store->QueryInterface(IID_IMAPIProp, &object), S_OK);
+    store->Release();
+    EXPECT_THAT(log.Lines(), IsEmpty());
+}
+
+TEST_F(StoreEntryIds, OfWhichOneIsNullDifferWithoutAskingThePstStore)
+{
+    const BYTE bytes[] = {1, 2, 3};
+    const Binary some(bytes, sizeof(bytes));
+    EXPECT_CALL(*pst, CompareEntryIDs).Times(0);
+    EXPECT_FALSE(store->CompareEntryIds(some, Binary()));
+    EXPECT_FALSE(store->CompareEntryIds(Binary(), some));
+}
+
+TEST(SupportSections, ThatAreAbsentAreNotLoggedButOtherFailuresAre)
+{
+    const Tests::LogCapture log;
+    const auto mapi = Tests::MakeNice<Tests::SupportDouble>();
+    const Tests::DoublePointer<CNstMapiSupport> support(
+        new CNstMapiSupport(ATL::CComQIPtr<IMAPISupport>(static_cast<IMAPISupport*>(mapi.Get())), nullptr));
+    EXPECT_CALL(*mapi, OpenProfileSection).WillOnce(Return(MAPI_E_NOT_FOUND)).WillOnce(Return(MAPI_E_UNCONFIGURED));
+    EXPECT_EQ(support->OpenProfileSection(nullptr, MAPI_MODIFY, nullptr), MAPI_E_NOT_FOUND);
+    EXPECT_THAT(log.Lines(), IsEmpty());
+    EXPECT_EQ(support->OpenProfileSection(nullptr, MAPI_MODIFY, nullptr), MAPI_E_UNCONFIGURED);
+    EXPECT_THAT(log.Lines(),
+                ElementsAre(Entry(LogId::Error, MapiText(MAPI_E_UNCONFIGURED, L"IMAPISupport::OpenProfileSection"))));
+}
