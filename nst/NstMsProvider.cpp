@@ -56,8 +56,9 @@ STDMETHODIMP CNstMsProvider::Logon(LPMAPISUP lpMAPISup, Mapi::ProviderUIParam ul
         const ATL::CComQIPtr<IProfSect> section = GetGlobalProfileSection(support);
         const ATL::CComQIPtr<IMAPISupport> wrappedSupport = com_wrap(CreateMapiSupport(support, section));
 
-        ATL::CComQIPtr<IMSLogon> pstLogon;
+        // In this order, so that the logon is given back before its store.
         ATL::CComQIPtr<IMsgStore> pstStore;
+        ATL::CComQIPtr<IMSLogon> pstLogon;
         // Whatever the caller asked for, the file is opened in Unicode format.
         CheckCall(provider->Logon(wrappedSupport, ulUIParam, lpszProfileName, cbEntryID, lpEntryID,
                                   (ulFlags & ~MDB_OST_LOGON_ANSI) | MDB_OST_LOGON_UNICODE, lpInterface,

@@ -29,6 +29,23 @@ constexpr ULONG alwaysWritable[] = {
     PROP_TAG(PT_UNICODE, 0x7FEB),
 };
 
+constexpr auto noFolder = L"OpenEntry returned a MAPI_FOLDER, but the object does not respond to the folder interface";
+constexpr auto noMessage =
+    L"OpenEntry returned a MAPI_MESSAGE, but the object does not respond to the message interface";
+
+/// An opened object as the interface that its type promises; `line` is logged when it does not answer for it.
+template <class I>
+ATL::CComQIPtr<I> AsPromised(const ATL::CComQIPtr<IUnknown>& object, const wchar_t* line, const CallSite& site)
+{
+    ATL::CComQIPtr<I> answer(object.p);
+    if (!answer)
+    {
+        LogEntry(LogId::Error, line);
+        Throw(CComError(E_NOINTERFACE), site);
+    }
+    return answer;
+}
+
 } // namespace
 
 CNstMsgStore::CNstMsgStore(IMsgStore* store, IMAPISupport* support)
@@ -202,32 +219,11 @@ STDMETHODIMP CNstMsgStore::OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCII
         if (FAILED(hr))
             return hr;
         if (objectType == MAPI_FOLDER)
-        {
-            const ATL::CComQIPtr<IMAPIFolder> folder(object.p);
-            if (!folder)
-            {
-                LogEntry(LogId::Error,
-                         L"OpenEntry returned a MAPI_FOLDER, but the object does not respond to the folder interface");
-                Throw(CComError(E_NOINTERFACE), function);
-            }
-            *lppUnk = com_wrap(CreateFolder(folder)).Detach();
-        }
+            *lppUnk = com_wrap(CreateFolder(AsPromised<IMAPIFolder>(object, noFolder, function))).Detach();
         else if (objectType == MAPI_MESSAGE)
-        {
-            const ATL::CComQIPtr<IMessage> message(object.p);
-            if (!message)
-            {
-                LogEntry(
-                    LogId::Error,
-                    L"OpenEntry returned a MAPI_MESSAGE, but the object does not respond to the message interface");
-                Throw(CComError(E_NOINTERFACE), function);
-            }
-            *lppUnk = com_wrap(CreateMessage(message)).Detach();
-        }
+            *lppUnk = com_wrap(CreateMessage(AsPromised<IMessage>(object, noMessage, function))).Detach();
         else
-        {
             *lppUnk = object.Detach();
-        }
         if (lpulObjType)
             *lpulObjType = objectType;
         return hr;

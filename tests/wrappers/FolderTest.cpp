@@ -143,6 +143,17 @@ TEST_F(FolderWrapper, GivesTablesThatOutliveIt)
     EXPECT_EQ(contents->Release(), 0u);
 }
 
+TEST_F(FolderWrapper, GivesTablesThatAnswerForNoPropertyObject)
+{
+    const auto pstTable = MakeNice<TableDouble>();
+    const auto table = Wrap<CNstMapiTable>(pstTable.Get());
+    EXPECT_CALL(*pstTable, QueryInterface).Times(0);
+    void* object = this;
+    EXPECT_EQ(table->QueryInterface(IID_IMAPIProp, &object), E_NOINTERFACE);
+    EXPECT_EQ(object, nullptr);
+    EXPECT_THAT(log.Lines(), IsEmpty());
+}
+
 TEST_F(FolderWrapper, FindsNoRowInSilenceButNotAnUnknownPosition)
 {
     const auto pstTable = MakeNice<TableDouble>();

@@ -72,6 +72,31 @@ TEST_F(LogonWrapper, TellsAFailedOpenTwiceEachWithItsOwnExtendedError)
                   Quillon::Mapi::FormatMapiError(MAPI_E_NOT_FOUND, L"IMSLogon::OpenEntry", &logonError).GetString())));
 }
 
+TEST_F(LogonWrapper, AnswersForNoOtherInterfaceWithoutAskingThePstLogonOrALine)
+{
+    EXPECT_CALL(*pst, QueryInterface).Times(0);
+    for (const IID& iid : {IID_IMAPIProp, IID_IMsgStore})
+    {
+        void* object = this;
+        EXPECT_EQ(logon->QueryInterface(iid, &object), E_NOINTERFACE);
+        EXPECT_EQ(object, nullptr);
+    }
+    EXPECT_THAT(log.Lines(), IsEmpty());
+}
+
+TEST_F(LogonWrapper, CountsItsReferencesAndEndsWithTheLast)
+{
+    auto* const object = new CNstMsLogon(pst.Get(), store.Get());
+    EXPECT_EQ(pst->References(), 3u);
+    EXPECT_EQ(object->AddRef(), 2u);
+    EXPECT_EQ(object->AddRef(), 3u);
+    EXPECT_EQ(object->Release(), 2u);
+    EXPECT_EQ(object->Release(), 1u);
+    EXPECT_EQ(pst->References(), 3u);
+    EXPECT_EQ(object->Release(), 0u);
+    EXPECT_EQ(pst->References(), 2u);
+}
+
 TEST_F(LogonWrapper, RegistersTheSinkItselfWithThePstLogon)
 {
     auto* const sink = Opaque<IMAPIAdviseSink*>(1);

@@ -89,6 +89,16 @@ TEST_F(MessageWrapper, TurnsTheHooksExceptionIntoItsCode)
                                                 ComText(MAPI_E_CORRUPT_DATA))));
 }
 
+TEST_F(MessageWrapper, AnswersForNoFolderAndSaysNothing)
+{
+    const auto message = Wrap<CNstMessage>(pst.Get());
+    EXPECT_CALL(*pst, QueryInterface).Times(0);
+    void* object = this;
+    EXPECT_EQ(message->QueryInterface(IID_IMAPIFolder, &object), E_NOINTERFACE);
+    EXPECT_EQ(object, nullptr);
+    EXPECT_THAT(log.Lines(), IsEmpty());
+}
+
 TEST_F(MessageWrapper, GivesAttachmentsAsTheyAre)
 {
     const auto message = Wrap<CNstMessage>(pst.Get());
@@ -112,18 +122,48 @@ TEST_F(MessageWrapper, LetsAHostWrapAttachments)
     IAttach* opened = nullptr;
     EXPECT_EQ(host->OpenAttach(0, nullptr, 0, &opened), S_OK);
     ASSERT_TRUE(IsExactly<CNstAttach>(opened));
-    // Its values are not altered, nor is the code of missing ones.
-    EXPECT_CALL(*attachment, GetProps).WillOnce(GiveProps(MAPI_W_ERRORS_RETURNED, {NumberValue(PR_ACCESS, 0x3F)}));
+    EXPECT_EQ(opened->Release(), 0u);
+}
+
+class AttachmentWrapper : public testing::Test
+{
+protected:
+    DoublePointer<testing::NiceMock<AttachDouble>> pst = MakeNice<AttachDouble>();
+    DoublePointer<CNstAttach> attachment = Wrap<CNstAttach>(pst.Get());
+    LogCapture log;
+};
+
+TEST_F(AttachmentWrapper, ReturnsMissingValuesInSilenceAndAltersNone)
+{
+    EXPECT_CALL(*pst, GetProps).WillOnce(GiveProps(MAPI_W_ERRORS_RETURNED, {NumberValue(PR_ACCESS, 0x3F)}));
     Values values;
-    EXPECT_EQ(values.Read(opened), MAPI_W_ERRORS_RETURNED);
+    EXPECT_EQ(values.Read(attachment), MAPI_W_ERRORS_RETURNED);
     EXPECT_EQ(values[0].Value.l, 0x3F);
-    EXPECT_CALL(*attachment, CopyTo).WillOnce(Return(MAPI_E_DECLINE_COPY));
-    EXPECT_EQ(opened->CopyTo(0, nullptr, nullptr, 0, nullptr, nullptr, nullptr, 0, nullptr), MAPI_E_DECLINE_COPY);
+    EXPECT_THAT(log.Lines(), IsEmpty());
+}
+
+TEST_F(AttachmentWrapper, ReturnsAnotherWarningOfGetPropsAfterALine)
+{
+    EXPECT_CALL(*pst, GetProps).WillOnce(GiveProps(MAPI_W_POSITION_CHANGED, {NumberValue(PR_ACCESS, 0x3F)}));
+    Values values;
+    EXPECT_EQ(values.Read(attachment), MAPI_W_POSITION_CHANGED);
+    EXPECT_THAT(log.Lines(), ElementsAre(Entry(LogId::Warning, MapiText(MAPI_W_POSITION_CHANGED))));
+}
+
+TEST_F(AttachmentWrapper, DeclinesACopyInSilence)
+{
+    EXPECT_CALL(*pst, CopyTo).WillOnce(Return(MAPI_E_DECLINE_COPY));
+    EXPECT_EQ(attachment->CopyTo(0, nullptr, nullptr, 0, nullptr, nullptr, nullptr, 0, nullptr), MAPI_E_DECLINE_COPY);
+    EXPECT_THAT(log.Lines(), IsEmpty());
+}
+
+TEST_F(AttachmentWrapper, AnswersForNoMessageAndSaysNothing)
+{
+    EXPECT_CALL(*pst, QueryInterface).Times(0);
     void* object = this;
-    EXPECT_EQ(opened->QueryInterface(IID_IMessage, &object), E_NOINTERFACE);
+    EXPECT_EQ(attachment->QueryInterface(IID_IMessage, &object), E_NOINTERFACE);
     EXPECT_EQ(object, nullptr);
     EXPECT_THAT(log.Lines(), IsEmpty());
-    EXPECT_EQ(opened->Release(), 0u);
 }
 
 TEST_F(MessageWrapper, DeclinesACopyInSilenceButNotItsLackOfSupport)

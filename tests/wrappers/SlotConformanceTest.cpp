@@ -997,7 +997,16 @@ void SlotConformance::CheckLogon(bool spooler)
                                    *reinterpret_cast<void**>(seen[storeAt]) = &s.store;
                                    return hr;
                                });
+        std::vector<const Recorder*> released;
+        for (Recorder* const recorder : {&logon, &s.store})
+            recorder->SetReleaseCallback([&released, recorder](ULONG) { released.push_back(recorder); });
         EXPECT_EQ(CallSlot(m_wrapper, RealNumber(), arguments), hr < 0 ? hr : S_OK);
+        for (Recorder* const recorder : {&logon, &s.store})
+            recorder->SetReleaseCallback({});
+        std::vector<const Recorder*> expectedReleased;
+        if (hr >= 0 && !spooler)
+            expectedReleased = {&logon, &s.store};
+        EXPECT_EQ(released, expectedReleased) << "the method's own references on what the PST provider gave";
         EXPECT_EQ(Wrapped().Calls().size(), 1u);
         EXPECT_EQ(s.support.Calls().size(), 1u);
         EXPECT_EQ(s.section.References(), hr >= 0 && !spooler ? 2u : 1u) << "the store wrapper's support object's";

@@ -687,6 +687,50 @@ TEST_F(StoreWrapper, PassesEveryInterfaceOnWhileStoresAreUnwrapped)
                                                     .GetString())));
 }
 
+TEST_F(StoreWrapper, AnswersForItsOwnInterfacesAloneWithoutAskingThePstStore)
+{
+    EXPECT_CALL(*pst, QueryInterface).Times(0);
+    for (const IID& iid : {IID_IMsgStore, IID_IMAPIProp, IID_IUnknown})
+    {
+        void* object = nullptr;
+        EXPECT_EQ(store->QueryInterface(iid, &object), S_OK);
+        EXPECT_EQ(object, store.Get());
+        EXPECT_EQ(store->Release(), 1u);
+    }
+    for (const IID& iid : {IID_IMAPIFolder, IID_IMSLogon, IID_IStream})
+    {
+        void* object = this;
+        EXPECT_EQ(store->QueryInterface(iid, &object), E_NOINTERFACE);
+        EXPECT_EQ(object, nullptr);
+    }
+    EXPECT_THAT(log.Lines(), IsEmpty());
+}
+
+TEST_F(StoreWrapper, LogsTheWarningOfErrorsReturnedButNotOfNamesThatAreUnknown)
+{
+    EXPECT_CALL(*pst, SaveChanges(1)).WillOnce(Return(MAPI_W_ERRORS_RETURNED));
+    EXPECT_EQ(store->SaveChanges(1), MAPI_W_ERRORS_RETURNED);
+    EXPECT_THAT(log.Take(),
+                ElementsAre(Entry(LogId::Warning, MapiText(MAPI_W_ERRORS_RETURNED, L"IMsgStore::SaveChanges"))));
+    EXPECT_CALL(*pst, GetIDsFromNames).WillOnce(Return(MAPI_W_ERRORS_RETURNED));
+    EXPECT_EQ(store->GetIDsFromNames(0, nullptr, 0, nullptr), MAPI_W_ERRORS_RETURNED);
+    EXPECT_THAT(log.Lines(), IsEmpty());
+}
+
+TEST_F(StoreWrapper, LogsAFailureWhoseExtendedErrorIsNotToBeHad)
+{
+    EXPECT_CALL(*pst, SaveChanges(1)).WillOnce(Return(MAPI_E_NO_ACCESS));
+    EXPECT_CALL(*pst, GetLastError(MAPI_E_NO_ACCESS, static_cast<ULONG>(MAPI_UNICODE), _))
+        .WillOnce(
+            [](HRESULT, ULONG, MAPIERROR** error) -> HRESULT
+            {
+                *error = Opaque<MAPIERROR*>(1); // of a call that failed: not to be read, not to be freed
+                return MAPI_E_NOT_ENOUGH_MEMORY;
+            });
+    EXPECT_EQ(store->SaveChanges(1), MAPI_E_NO_ACCESS);
+    EXPECT_THAT(log.Lines(), ElementsAre(Entry(LogId::Error, MapiText(MAPI_E_NO_ACCESS, L"IMsgStore::SaveChanges"))));
+}
+
 TEST_F(StoreWrapper, GivesThePstStoreForThePrivateIdentifier)
 {
     constexpr IID unwrapped = {0x61B3ECD5, 0xADAD, 0x4647, {0xBE, 0xFF, 0x27, 0xCD, 0x5A, 0x3A, 0xAC, 0x70}};
