@@ -154,6 +154,30 @@ TEST(ArchiveRoot, FailsOnAStoreWithoutAnIpmSubtree)
     EXPECT_EQ(setting.ThrownCode(), MAPI_E_NOT_FOUND);
 }
 
+TEST(ArchiveRoot, FailsWhenTheSubtreeIsNoFolder)
+{
+    const LogCapture log;
+    const ArchiveSetting setting;
+    const auto message = Tests::MakeNice<Tests::MessageDouble>();
+    IUnknown* given = nullptr;
+    EXPECT_CALL(*setting.store, OpenEntry)
+        .Times(2)
+        .WillRepeatedly(
+            [&given](ULONG, ENTRYID*, const IID*, ULONG, ULONG*, IUnknown** object) -> HRESULT
+            {
+                *object = given;
+                if (given)
+                    given->AddRef();
+                return S_OK;
+            });
+    EXPECT_CALL(*setting.subtree, CreateFolder).Times(0);
+    EXPECT_EQ(setting.ThrownCode(), E_FAIL);
+    given = message.Get();
+    EXPECT_EQ(setting.ThrownCode(), E_NOINTERFACE);
+    EXPECT_EQ(message->References(), 1u);
+    EXPECT_EQ(log.Lines().size(), 2u);
+}
+
 TEST(ArchiveRoot, FailsWithTheParentsRecordWhenTheFolderCannotBeCreated)
 {
     const LogCapture log;

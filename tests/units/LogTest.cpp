@@ -17,6 +17,7 @@
 #include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 using namespace Quillon;
@@ -91,6 +92,16 @@ TEST(Log, WritesAllLevelsButTraceByItself)
     EXPECT_THAT(log.Lines(),
                 ElementsAre(Tests::Entry(LogId::Error, L"error"), Tests::Entry(LogId::Warning, L"warning"),
                             Tests::Entry(LogId::Exception, L"exception"), Tests::Entry(LogId::Action, L"action")));
+}
+
+TEST(Log, NamesTheLevelsAndSaysSoOfOneThatIsNone)
+{
+    const std::pair<LogId, const wchar_t*> table[] = {
+        {LogId::Error, L"error"},   {LogId::Warning, L"warning"}, {LogId::Exception, L"exception"},
+        {LogId::Action, L"action"}, {LogId::Trace, L"trace"},     {static_cast<LogId>(99), L"unknown level"},
+    };
+    for (const auto& [level, name] : table)
+        EXPECT_STREQ(Logging::GetLevelName(level), name);
 }
 
 TEST(Log, WritesTraceLinesOnlyWhileTraceLoggingIsOn)

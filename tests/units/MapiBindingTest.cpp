@@ -67,6 +67,7 @@ MapiDouble& FunctionsOf(HMODULE module)
 
 // What the hooks below count and say.
 std::atomic<int> registryReads = 0;
+std::atomic<int> functionsLookedUp = 0;
 std::atomic<int> loads = 0;
 std::atomic<int> frees = 0;
 std::wstring refusedModules;
@@ -485,6 +486,36 @@ TEST_ALONE(MapiBinding, FailsWithoutAnyMapiAndSearchesAgainLater)
     EXPECT_EQ(Mapi::MAPIAllocateMore(8, name, &block), MAPI_W_ERRORS_RETURNED);
     EXPECT_EQ(Mapi::WrapStoreEntryID(0, name, 8, &entryId, &size, &wrapped), MAPI_E_NO_ACCESS);
     EXPECT_EQ(GetMapiModule(), module);
+}
+
+TEST_ALONE(MapiBinding, LooksAFunctionUpOnce)
+{
+    const TempFolder folder;
+    LoadMapiDouble(folder / L"olmapi32.dll");
+    const ImportHook<FARPROC(HMODULE, LPCSTR)> hook("GetProcAddress",
+                                                    [](HMODULE module, LPCSTR name) -> FARPROC
+                                                    {
+                                                        ++functionsLookedUp;
+                                                        return GetProcAddress(module, name);
+                                                    });
+    for (int round = 0; round < 3; ++round)
+        Mapi::MAPIFreeBuffer(nullptr);
+    EXPECT_EQ(functionsLookedUp, 1);
+}
+
+TEST_ALONE(MapiBinding, GoesOnToTheSystemsWhenTheClientsCannotBeRead)
+{
+    const ImportHook<LSTATUS(HKEY, LPCWSTR, DWORD, REGSAM, PHKEY)> hook(
+        "RegOpenKeyExW",
+        [](HKEY, LPCWSTR, DWORD, REGSAM, PHKEY) -> LSTATUS
+        {
+            ++registryReads;
+            return ERROR_ACCESS_DENIED;
+        });
+    const HMODULE module = GetMapiModule();
+    EXPECT_EQ(registryReads, 1);
+    EXPECT_NE(module, nullptr);
+    EXPECT_EQ(module, GetModuleHandleW(L"mapi32.dll"));
 }
 
 TEST_ALONE(MapiBinding, KeepsABlockThatCannotBeFreedAndSaysSo)

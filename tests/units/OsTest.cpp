@@ -2,6 +2,7 @@
 #include "support/Os.h"
 
 #include "support/Exceptions.h"
+#include "tests/common/ImportHook.h"
 #include "tests/common/LogCapture.h"
 #include "tests/common/Setting.h"
 
@@ -194,6 +195,44 @@ TEST(Os, GivesTheCurrentUsersSid)
     SID_NAME_USE use = SidTypeUnknown;
     EXPECT_TRUE(LookupAccountSidW(nullptr, copy.GetBuffer(), name, &nameSize, domain, &domainSize, &use));
     EXPECT_EQ(use, SidTypeUser);
+}
+
+TEST(Os, ThrowsWhatKeepsTheCurrentUsersSidFromIt)
+{
+    const Tests::LogCapture log;
+    {
+        const Tests::ImportHook<BOOL(HANDLE, DWORD, PHANDLE)> hook("OpenProcessToken",
+                                                                   [](HANDLE, DWORD, PHANDLE) -> BOOL
+                                                                   {
+                                                                       SetLastError(ERROR_ACCESS_DENIED);
+                                                                       return FALSE;
+                                                                   });
+        EXPECT_EQ(ErrorOf([] { Os::GetCurrentUserSid(); }), DWORD(ERROR_ACCESS_DENIED));
+    }
+    using Function = BOOL(HANDLE, TOKEN_INFORMATION_CLASS, LPVOID, DWORD, PDWORD);
+    {
+        // Not even the size is to be had.
+        const Tests::ImportHook<Function> hook("GetTokenInformation",
+                                               [](HANDLE, TOKEN_INFORMATION_CLASS, LPVOID, DWORD, PDWORD) -> BOOL
+                                               {
+                                                   SetLastError(ERROR_INVALID_HANDLE);
+                                                   return FALSE;
+                                               });
+        EXPECT_EQ(ErrorOf([] { Os::GetCurrentUserSid(); }), DWORD(ERROR_INVALID_HANDLE));
+    }
+    {
+        // The size, but nothing of it.
+        const Tests::ImportHook<Function> hook(
+            "GetTokenInformation",
+            [](HANDLE, TOKEN_INFORMATION_CLASS, LPVOID buffer, DWORD, PDWORD size) -> BOOL
+            {
+                *size = 64;
+                SetLastError(buffer ? ERROR_NO_SYSTEM_RESOURCES : ERROR_INSUFFICIENT_BUFFER);
+                return FALSE;
+            });
+        EXPECT_EQ(ErrorOf([] { Os::GetCurrentUserSid(); }), DWORD(ERROR_NO_SYSTEM_RESOURCES));
+    }
+    EXPECT_EQ(log.Lines().size(), 3u);
 }
 
 TEST(Os, FormatsSecurityIdentifiers)

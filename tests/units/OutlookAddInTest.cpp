@@ -2,6 +2,7 @@
 #include "support/OutlookAddIn.h"
 
 #include "tests/common/Alone.h"
+#include "tests/common/ImportHook.h"
 #include "tests/common/Setting.h"
 
 #include <gtest/gtest.h>
@@ -31,6 +32,28 @@ TEST(OutlookVersion, IsUnknownWhereNoneCanBeRead)
     for (const std::wstring& path : {std::wstring(), folder / L"missing.exe", folder / L"text.exe",
                                      folder / L"no version.dll", folder.Path().wstring()})
         EXPECT_EQ(GetOutlookVersionFromPath(path.c_str()), OutlookVersion::Unknown);
+}
+
+TEST(OutlookVersion, IsUnknownWhereTheResourceLacksIt)
+{
+    const StringW program(Tests::OutlookProgram().c_str());
+    {
+        const Tests::ImportHook<BOOL(LPCWSTR, DWORD, DWORD, LPVOID)> hook(
+            "GetFileVersionInfoW", [](LPCWSTR, DWORD, DWORD, LPVOID) -> BOOL { return FALSE; });
+        EXPECT_EQ(GetOutlookVersionFromPath(program), OutlookVersion::Unknown);
+    }
+    {
+        // A root block that is cut short.
+        const Tests::ImportHook<BOOL(LPCVOID, LPCWSTR, LPVOID*, PUINT)> hook(
+            "VerQueryValueW",
+            [](LPCVOID resource, LPCWSTR, LPVOID* block, PUINT length) -> BOOL
+            {
+                *block = const_cast<void*>(resource);
+                *length = sizeof(VS_FIXEDFILEINFO) - 1;
+                return TRUE;
+            });
+        EXPECT_EQ(GetOutlookVersionFromPath(program), OutlookVersion::Unknown);
+    }
 }
 
 TEST_ALONE(OutlookPath, IsEmptyWhenNoneIsRegistered)

@@ -207,6 +207,50 @@ TEST(StringW, AppendFormatGivesTheStringBack)
     EXPECT_EQ(Text(text), L"a1bc");
 }
 
+TEST(StringW, RefusesWhatTheSystemCannotFormatAndStaysAsItWas)
+{
+    const Tests::LogCapture log;
+    StringW text(L"kept");
+    const auto expectRefused = [&]
+    {
+        try
+        {
+            text.AppendFormat(L"%s", L"lost");
+            ADD_FAILURE() << "nothing was thrown";
+        }
+        catch (const Quillon::CComError& error)
+        {
+            EXPECT_EQ(error.GetHResult(), E_INVALIDARG);
+        }
+    };
+    // A list of arguments is a plain address here. The line that is logged has to be formatted, too.
+    static int calls;
+    {
+        using Count = int(const wchar_t*, char*);
+        static Count* count;
+        const Tests::ImportHook<Count> hook("_vscwprintf", [](const wchar_t* format, char* arguments)
+                                            { return calls++ ? count(format, arguments) : -1; });
+        count = hook.Original();
+        calls = 0;
+        expectRefused();
+    }
+    {
+        // Another length than was counted: the arguments changed meanwhile.
+        using Write = int(wchar_t*, std::size_t, const wchar_t*, char*);
+        static Write* write;
+        const Tests::ImportHook<Write> hook("_vsnwprintf",
+                                            [](wchar_t* made, std::size_t size, const wchar_t* format, char* arguments)
+                                            { return calls++ ? write(made, size, format, arguments) : 3; });
+        write = hook.Original();
+        calls = 0;
+        expectRefused();
+    }
+    EXPECT_EQ(Text(text), L"kept");
+    ASSERT_EQ(log.Lines().size(), 2u);
+    for (const auto& line : log.Lines())
+        EXPECT_NE(line.text.find(L"Quillon::StringW::AppendFormatArguments"), std::wstring::npos);
+}
+
 TEST(StringW, SaysThatThereIsNoMemoryAndStaysAsItWas)
 {
     const std::size_t sizes[] = {SIZE_MAX, SIZE_MAX - 1, SIZE_MAX / 2, SIZE_MAX / 2 - 1, SIZE_MAX / 4};
@@ -311,5 +355,30 @@ TEST(StringA, RefusesACodePageThatIsNone)
     const Tests::LogCapture log;
     EXPECT_THROW(StringA("text").GetUnicode(12345), Quillon::CWinError);
     EXPECT_THROW(StringA(StringW(L"text"), 12345), Quillon::CWinError);
+    EXPECT_EQ(log.Lines().size(), 2u);
+}
+
+TEST(StringA, RefusesWhatIsConvertedToAnotherLengthThanWasCounted)
+{
+    const Tests::LogCapture log;
+    // Only the text's own conversion fails: the line that is logged has conversions of its own.
+    {
+        const Tests::ImportHook<int(UINT, DWORD, LPCWSTR, int, LPSTR, int, LPCSTR, LPBOOL)> hook(
+            "WideCharToMultiByte",
+            [](UINT codePage, DWORD flags, LPCWSTR wide, int length, LPSTR narrow, int size, LPCSTR lacking,
+               LPBOOL lacked) -> int
+            {
+                return WideCharToMultiByte(codePage, flags, wide, length, narrow, size, lacking, lacked) -
+                       (narrow && size == 4 ? 1 : 0);
+            });
+        EXPECT_THROW(StringA(StringW(L"text"), CP_UTF8), Quillon::CWinError);
+    }
+    {
+        const Tests::ImportHook<int(UINT, DWORD, LPCSTR, int, LPWSTR, int)> hook(
+            "MultiByteToWideChar",
+            [](UINT codePage, DWORD flags, LPCSTR narrow, int length, LPWSTR wide, int size) -> int
+            { return MultiByteToWideChar(codePage, flags, narrow, length, wide, size) - (wide && size == 4 ? 1 : 0); });
+        EXPECT_THROW(StringA("text").GetUnicode(CP_UTF8), Quillon::CWinError);
+    }
     EXPECT_EQ(log.Lines().size(), 2u);
 }

@@ -1,8 +1,13 @@
 // What all wrappers share: references, interfaces, forwarded calls.
 #include "nst/KivNstCore.h"
+#include "nst/NstAttach.h"
 #include "nst/NstMapiSupport.h"
+#include "nst/NstMapiTable.h"
 #include "nst/NstMsLogon.h"
+#include "nst/NstMsProvider.h"
 #include "nst/NstMsgStore.h"
+#include "nst/ReadOnlyFolder.h"
+#include "nst/ReadOnlyMessage.h"
 #include "support/Format.h"
 #include "support/MapiErrors.h"
 #include "tests/common/ImportHook.h"
@@ -13,6 +18,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstring>
+#include <initializer_list>
 #include <string>
 
 using namespace Quillon;
@@ -31,6 +38,34 @@ constexpr IID unknownIid = {0x12345678, 1, 2, {3, 4, 5, 6, 7, 8, 9, 10}};
 std::wstring MapiText(HRESULT hr, const wchar_t* callName)
 {
     return Mapi::FormatMapiError(hr, callName, nullptr).GetString();
+}
+
+static_assert(sizeof(CReadOnlyFolder) == sizeof(CNstMapiFolder), "it has no fields of its own");
+static_assert(sizeof(CReadOnlyMessage) == sizeof(CNstMessage), "it has no fields of its own");
+
+/// Stands for the reference count among the fields of a wrapper.
+const void* const countField = nullptr;
+
+/// Expects the wrapper, whose count is 1, to consist of its table and these fields, each in a word of its own.
+template <class Wrapper>
+void ExpectFields(const Wrapper& wrapper, std::initializer_list<const void*> fields)
+{
+    EXPECT_EQ(sizeof(Wrapper), (fields.size() + 1) * sizeof(void*));
+    const auto* at = reinterpret_cast<const BYTE*>(&wrapper);
+    for (const void* const field : fields)
+    {
+        at += sizeof(void*);
+        if (field == countField)
+        {
+            ULONG count = 0;
+            std::memcpy(&count, at, sizeof(count));
+            EXPECT_EQ(count, 1u);
+        }
+        else
+        {
+            EXPECT_EQ(std::memcmp(at, &field, sizeof(field)), 0);
+        }
+    }
 }
 
 /// Opens what derived classes alone may call.
@@ -54,6 +89,7 @@ protected:
 using WrapperReferences = StoreOverPst;
 using WrapperInterfaces = StoreOverPst;
 using ForwardedCall = StoreOverPst;
+using RefusedCall = StoreOverPst;
 using StoreEntryIds = StoreOverPst;
 
 } // namespace
@@ -69,6 +105,33 @@ TEST_F(WrapperReferences, ReleaseTellsThoseThatAreLeftAndTheLastEndsTheWrapper)
     EXPECT_EQ(pst->References(), 3u);
     EXPECT_EQ(wrapper->Release(), 0u);
     EXPECT_EQ(pst->References(), 2u) << "what the constructor took is given back";
+}
+
+TEST(WrapperFields, AreTheCountAndThePointersInTheirOrder)
+{
+    const auto provider = Tests::MakeNice<Tests::ProviderDouble>();
+    const auto logon = Tests::MakeNice<Tests::LogonDouble>();
+    const auto store = Tests::MakeNice<Tests::StoreDouble>();
+    const auto folder = Tests::MakeNice<Tests::FolderDouble>();
+    const auto table = Tests::MakeNice<Tests::TableDouble>();
+    const auto message = Tests::MakeNice<Tests::MessageDouble>();
+    const auto attach = Tests::MakeNice<Tests::AttachDouble>();
+    const auto support = Tests::MakeNice<Tests::SupportDouble>();
+    const auto section = Tests::MakeNice<Tests::ProfileSectionDouble>();
+    IMsgStore* const storePointer = store.Get();
+    IMAPISupport* const supportPointer = support.Get();
+    IProfSect* const sectionPointer = section.Get();
+
+    ExpectFields(CNstMsProvider(provider.Get()), {countField, static_cast<IMSProvider*>(provider.Get())});
+    ExpectFields(CNstMsLogon(logon.Get(), storePointer),
+                 {countField, static_cast<IMSLogon*>(logon.Get()), storePointer});
+    ExpectFields(CNstMsgStore(storePointer, supportPointer), {storePointer, supportPointer, countField});
+    ExpectFields(CNstMapiFolder(folder.Get(), storePointer, supportPointer),
+                 {storePointer, static_cast<IMAPIFolder*>(folder.Get()), supportPointer, countField});
+    ExpectFields(CNstMapiTable(table.Get()), {static_cast<IMAPITable*>(table.Get()), countField});
+    ExpectFields(CNstMessage(message.Get()), {static_cast<IMessage*>(message.Get()), countField});
+    ExpectFields(CNstAttach(attach.Get()), {static_cast<IAttach*>(attach.Get()), countField});
+    ExpectFields(CNstMapiSupport(supportPointer, sectionPointer), {countField, supportPointer, sectionPointer});
 }
 
 TEST_F(WrapperInterfaces, ALogonHasNoPropertiesAndSaysNothingOfIt)
@@ -92,6 +155,24 @@ TEST_F(WrapperInterfaces, AStoreLacksAnUnknownOneWithoutAskingThePstStore)
         EXPECT_EQ(object, nullptr);
     }
     EXPECT_THAT(log.Lines(), IsEmpty());
+}
+
+TEST_F(WrapperInterfaces, HaveNowhereToGoWithoutAnAddress)
+{
+    EXPECT_CALL(*pst, QueryInterface).Times(0);
+    EXPECT_EQ(store->QueryInterface(IID_IMsgStore, nullptr), E_POINTER);
+    EXPECT_EQ(store->QueryInterface(unknownIid, nullptr), E_POINTER);
+    EXPECT_THAT(log.Lines(), IsEmpty());
+}
+
+TEST_F(WrapperInterfaces, AStoreOverNothingHasNone)
+{
+    const Tests::DoublePointer<CNstMsgStore> empty(new CNstMsgStore(nullptr, nullptr));
+    SetUnwrapStores(true);
+    void* object = nullptr;
+    EXPECT_EQ(empty->QueryInterface(IID_IMsgStore, &object), E_POINTER);
+    EXPECT_THAT(log.Lines(), ElementsAre(Entry(LogId::Error, L"IMsgStore::QueryInterface: " +
+                                                                 std::wstring(FormatComError(E_POINTER).GetString()))));
 }
 
 TEST_F(WrapperInterfaces, AnUnwrappedStoreAnswersAsThePstStoreAndLogsAllFailuresButALackingInterface)
@@ -149,6 +230,16 @@ TEST_F(ForwardedCall, NeedsNoMemoryUnlessThereIsSomethingToLog)
     EXPECT_EQ(store->QueryInterface(IID_IMAPIProp, &object), S_OK);
     store->Release();
     EXPECT_THAT(log.Lines(), IsEmpty());
+}
+
+TEST_F(RefusedCall, IsRefusedAlsoWithoutTheMemoryToSayWhat)
+{
+    EXPECT_CALL(*pst, OpenProperty).Times(0);
+    EXPECT_CALL(*pst, DeleteProps).Times(0);
+    SizedSPropTagArray(1, tags) = {1, {PR_DISPLAY_NAME_W}};
+    const Tests::NoMemory noMemory;
+    EXPECT_EQ(store->OpenProperty(PR_DISPLAY_NAME_W, nullptr, 0, 0, nullptr), MAPI_E_NO_ACCESS);
+    EXPECT_EQ(store->DeleteProps(reinterpret_cast<SPropTagArray*>(&tags), nullptr), MAPI_E_NO_ACCESS);
 }
 
 TEST_F(StoreEntryIds, OfWhichOneIsNullDifferWithoutAskingThePstStore)
