@@ -1,15 +1,19 @@
 // CNstMessageService::NstServiceEntry.
+#include "nst/NstMapiSupport.h"
 #include "support/CallWrapping.h"
 #include "support/Format.h"
+#include "support/com_wrap.h"
 #include "tests/common/Alone.h"
 #include "tests/common/ImportHook.h"
 #include "tests/common/LogCapture.h"
+#include "tests/common/MapiModule.h"
 #include "tests/units/ServiceSetting.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -314,6 +318,35 @@ TEST_F(NstServiceEntry, LogsThePstModulesWarningAndGoesOn)
     EXPECT_TRUE(configured);
     EXPECT_THAT(log.Lines(),
                 ElementsAre(Tests::Event(nonSuccess, file, function, L"MAPI_W_ERRORS_RETURNED (0x00040380)")));
+}
+
+TEST_F(NstServiceEntry, GivesTheWrappedSupportObjectBackWhileTheValuesAndTheSectionAreStillThere)
+{
+    struct Ending : Nst::CNstMapiSupport
+    {
+        using CNstMapiSupport::CNstMapiSupport;
+        ~Ending() override { atEnd(); }
+        std::function<void()> atEnd;
+    };
+    const Tests::MapiModule& mapi = Tests::MapiModule::Get();
+    const ULONG before = mapi.LiveBlocks();
+    ULONG blocks = 0;
+    ULONG references = 0;
+    host.createSupport = [&](const auto& given, const auto& givenSection)
+    {
+        auto* const made = new Ending(given, givenSection);
+        made->atEnd = [&]
+        {
+            blocks = mapi.LiveBlocks();
+            references = section->References();
+        };
+        return com_wrap<IMAPISupport>(made);
+    };
+    const LogCapture log;
+    Enter(MSG_SERVICE_CREATE);
+    EXPECT_GT(blocks, before);
+    EXPECT_EQ(references, 3u) << "the test's, the entry's, the support object's";
+    EXPECT_EQ(mapi.LiveBlocks(), before);
 }
 
 TEST_F(NstServiceEntry, ReportsTheHostsExtendedErrorToTheCaller)
