@@ -51,6 +51,36 @@ void LogText(LogId level, const wchar_t* withoutMemory, Text&& makeText) noexcep
     }
 }
 
+/// Marks, on its thread, that the text of an event "Throwing exception" is being made. An exception that this raises is
+/// not told in turn, which would raise the next, without end: the event is then logged without its text.
+class ThrowingMark
+{
+public:
+    ThrowingMark() noexcept : m_slot(GetSlot()), m_isNested(TlsGetValue(m_slot) != nullptr)
+    {
+        if (!m_isNested)
+            TlsSetValue(m_slot, this);
+    }
+    ThrowingMark(const ThrowingMark&) = delete;
+    ThrowingMark& operator=(const ThrowingMark&) = delete;
+    ~ThrowingMark()
+    {
+        if (!m_isNested)
+            TlsSetValue(m_slot, nullptr);
+    }
+    bool IsNested() const noexcept { return m_isNested; }
+
+private:
+    static DWORD GetSlot() noexcept
+    {
+        static const DWORD slot = TlsAlloc();
+        return slot;
+    }
+
+    DWORD m_slot;
+    bool m_isNested;
+};
+
 [[noreturn]] void Die(HRESULT hr, const Detail::ErrorSource& object, const CallSite& site)
 {
     LogText(LogId::Error, exitingProcess,
@@ -91,8 +121,17 @@ Mapi::MapiErrorPointer ErrorSource::GetError(HRESULT hr) const
 
 void LogThrowing(const CException& exception, const CallSite& site) noexcept
 {
-    LogText(LogId::Exception, throwingException,
-            [&] { return FormatEvent(throwingException, site, exception.Format()); });
+    // To look at the mark disturbs the error code, which may be what the caller asks for next.
+    const DWORD lastError = GetLastError();
+    {
+        const ThrowingMark mark;
+        if (!mark.IsNested())
+        {
+            LogText(LogId::Exception, throwingException,
+                    [&] { return FormatEvent(throwingException, site, exception.Format()); });
+        }
+    }
+    SetLastError(lastError);
 }
 
 void ReportCall(HRESULT hr, const CallSite& site)

@@ -380,6 +380,30 @@ TEST(CallWrapping, ReportsWithoutMemoryToo)
                                   Entry(LogId::Exception, L"Caught exception"), Entry(LogId::Warning, nonSuccess)}));
 }
 
+TEST(CallWrapping, ReportsWithoutItsTextWhatCannotBeFormatted)
+{
+    LogCapture log;
+    const auto store = Tests::MakeNice<StoreDouble>();
+    const CRuntimeError caught(L"text");
+    {
+        // A list of arguments is a plain address here.
+        const Tests::ImportHook<int(const wchar_t*, char*)> hook("_vscwprintf",
+                                                                 [](const wchar_t*, char*) { return -1; });
+        SetLastError(ERROR_FILE_NOT_FOUND);
+        EXPECT_THROW(CheckCall(MAPI_E_NOT_FOUND, function), CComError);
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
+        EXPECT_EQ(CheckPassThrough(MAPI_E_NOT_FOUND, store.Get(), L"IMsgStore::Advise", S_OK), MAPI_E_NOT_FOUND);
+        EXPECT_EQ(CaughtException(caught, function), E_FAIL);
+    }
+    // The two that catch tell of the exception, too, that was thrown while they made their text.
+    EXPECT_THAT(log.Take(), ElementsAre(Entry(LogId::Exception, throwing), Entry(LogId::Exception, throwing),
+                                        Entry(LogId::Error, L"IMsgStore::Advise"), Entry(LogId::Exception, throwing),
+                                        Entry(LogId::Exception, L"Caught exception")));
+    // What is thrown afterwards is told in full again.
+    EXPECT_THROW(CheckCall(MAPI_E_NOT_FOUND, function), CComError);
+    EXPECT_THAT(log.Take(), ElementsAre(Tests::Throwing(thisFile, function, L"MAPI_E_NOT_FOUND (0x8004010F)")));
+}
+
 TEST(AnswerWithSelf, AnswersForItsOwnInterfacesOnly)
 {
     const auto store = Tests::MakeNice<StoreDouble>();
