@@ -518,6 +518,19 @@ TEST_ALONE(MapiBinding, GoesOnToTheSystemsWhenTheClientsCannotBeRead)
     EXPECT_EQ(module, GetModuleHandleW(L"mapi32.dll"));
 }
 
+TEST_ALONE(MapiBinding, HasNoneWhereTheSystemDirectoryCannotBeTold)
+{
+    const ScratchRegistry registry;
+    static UINT length;
+    const ImportHook<UINT(LPWSTR, UINT)> hook("GetSystemDirectoryW", [](LPWSTR, UINT) -> UINT { return length; });
+    // A failure, and a name that is longer than there is room for.
+    for (const UINT told : {0u, 260u, 32767u})
+    {
+        length = told;
+        EXPECT_EQ(GetMapiModule(), nullptr) << told;
+    }
+}
+
 TEST_ALONE(MapiBinding, KeepsABlockThatCannotBeFreedAndSaysSo)
 {
     const NoMapi none;
