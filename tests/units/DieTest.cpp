@@ -2,6 +2,7 @@
 #include "support/Die.h"
 
 #include "support/Log.h"
+#include "tests/common/ImportHook.h"
 #include "tests/common/Setting.h"
 
 #include <gtest/gtest.h>
@@ -51,4 +52,26 @@ TEST(OnDie, WritesTheLogFileFirst)
     SetDieHandler(nullptr, nullptr);
     Logging::SetLogSink(nullptr, nullptr);
     EXPECT_NE(seen.find("error: the reason"), std::string::npos);
+}
+
+TEST(OnDie, HasTheLogFileWrittenToTheDiskBeforeTheHandlerMayEndAll)
+{
+    const Tests::TempFolder folder;
+    static int flushes;
+    static int flushesSeen;
+    flushes = flushesSeen = 0;
+    const Tests::ImportHook<BOOL(HANDLE)> hook("FlushFileBuffers",
+                                               [](HANDLE file) -> BOOL
+                                               {
+                                                   ++flushes;
+                                                   return FlushFileBuffers(file);
+                                               });
+    SetDieHandler([](void*, unsigned) { flushesSeen = flushes; }, nullptr);
+    OnDie(1);
+    EXPECT_EQ(flushes, 0) << "there is no file";
+    Logging::LogToFile((folder / L"log.txt").c_str());
+    OnDie(1);
+    EXPECT_EQ(flushesSeen, 1);
+    SetDieHandler(nullptr, nullptr);
+    Logging::SetLogSink(nullptr, nullptr);
 }
