@@ -1,6 +1,7 @@
 // Binary and Value.
 #include "support/Binary.h"
 
+#include "support/CallWrapping.h"
 #include "support/Format.h"
 #include "support/Memory.h"
 
@@ -100,6 +101,9 @@ const BYTE* Binary::GetBuffer() const noexcept
 
 Binary& Binary::Append(const BYTE* bytes, std::size_t size)
 {
+    // Sizes and addresses come from outside together, and not always right.
+    if (!bytes && size)
+        Throw(CComError(E_INVALIDARG), L"Quillon::Binary::Append");
     if (!m_buffer || size > m_capacity - m_size)
     {
         // The bytes may lie within this buffer, so it is freed only after they have been copied.

@@ -11,7 +11,8 @@ namespace Quillon
 class Value;
 
 /// Bytes that it owns. A null Binary has no buffer at all; an empty one has a buffer of size 0. Every operation that
-/// needs memory throws CComError(E_OUTOFMEMORY) when there is none and leaves the buffer as it was. Sizes are in bytes.
+/// needs memory throws CComError(E_OUTOFMEMORY) when there is none, and every one that is given bytes throws
+/// CComError(E_INVALIDARG) for a null address with a size; both leave the buffer as it was. Sizes are in bytes.
 /// An object may be used by one thread at a time.
 class KIVNST_API Binary
 {

@@ -39,6 +39,12 @@ ReadResult ReadProperty(IMAPIProp* object, ULONG tag) noexcept
     return {S_OK, std::move(value)};
 }
 
+/// Refuses a property of a type that was not asked for: its value must not be looked at.
+[[noreturn]] void RefuseType(const SPropValue& property, const CallSite& site)
+{
+    Throw(CRuntimeError(L"Unsupported property type: " + FormatMapiPropertyTag(property.ulPropTag), false), site);
+}
+
 } // namespace
 
 PropValuePointer QueryItemProperty(IMAPIProp* object, ULONG tag)
@@ -86,22 +92,30 @@ Value GetValueFromMapiProperty(const SPropValue* property)
     case PT_BINARY:
         return Value(Binary(property->Value.bin.lpb, property->Value.bin.cb));
     default:
-        Throw(CRuntimeError(L"Unsupported property type: " + FormatMapiPropertyTag(property->ulPropTag), false),
-              L"Quillon::Mapi::GetValueFromMapiProperty");
+        RefuseType(*property, L"Quillon::Mapi::GetValueFromMapiProperty");
     }
 }
 
 Binary QueryItemEntryId(IMAPIProp* object)
 {
     const PropValuePointer property = QueryItemProperty(object, PR_ENTRYID);
+    if (PROP_TYPE(property->ulPropTag) != PT_BINARY)
+        RefuseType(*property, L"Quillon::Mapi::QueryItemEntryId");
     return Binary(GetValueFromMapiProperty(property.Get()));
 }
 
 StringW QueryItemDisplayName(IMAPIProp* object)
 {
     const PropValuePointer property = QueryItemProperty(object, PR_DISPLAY_NAME_W);
-    return PROP_TYPE(property->ulPropTag) == PT_STRING8 ? StringA(property->Value.lpszA).GetUnicode(CP_ACP)
-                                                        : StringW(property->Value.lpszW);
+    switch (PROP_TYPE(property->ulPropTag))
+    {
+    case PT_STRING8:
+        return StringA(property->Value.lpszA).GetUnicode(CP_ACP);
+    case PT_UNICODE:
+        return StringW(property->Value.lpszW);
+    default:
+        RefuseType(*property, L"Quillon::Mapi::QueryItemDisplayName");
+    }
 }
 
 void HrSetOneProp(IMAPIProp* object, SPropValue* property)

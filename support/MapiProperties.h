@@ -22,10 +22,11 @@ KIVNST_API Value TryQueryItemPropertyValue(IMAPIProp* object, ULONG tag) noexcep
 /// Copies a PT_STRING8, PT_UNICODE or PT_BINARY value; throws CRuntimeError for another type, CComError(E_OUTOFMEMORY).
 KIVNST_API Value GetValueFromMapiProperty(const SPropValue* property);
 
-/// The object's PR_ENTRYID. Throws as QueryItemProperty.
+/// The object's PR_ENTRYID. Throws as QueryItemProperty, and CRuntimeError when the object gives another type.
 KIVNST_API Binary QueryItemEntryId(IMAPIProp* object);
 
-/// The object's PR_DISPLAY_NAME. Throws as QueryItemProperty.
+/// The object's PR_DISPLAY_NAME, wide or in the ANSI code page. Throws as QueryItemProperty, and CRuntimeError when the
+/// object gives another type.
 KIVNST_API StringW QueryItemDisplayName(IMAPIProp* object);
 
 /// Sets one property and throws CMapiError on failure, also when the object reports a problem with the value. (MAPI's
