@@ -31,5 +31,5 @@ constexpr ULONG LogonAnsi = 0x00001000;
 
 /// A property whose payload is larger than this many bytes is not returned by GetProps or in a table row: its entry
 /// says MAPI_E_NOT_ENOUGH_MEMORY, and a client has to read it with OpenProperty, as with a real store.
-constexpr size_t MaxInlineSize = 64 * 1024;
+constexpr size_t MaxInlineSize = size_t{64} * 1024;
 } // namespace Testbed

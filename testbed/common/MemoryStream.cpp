@@ -12,7 +12,7 @@ namespace Testbed
 {
 namespace
 {
-constexpr std::uint64_t MaxSize = 1024 * 1024 * 1024;
+constexpr std::uint64_t MaxSize = std::uint64_t{1024} * 1024 * 1024;
 constexpr ULONG CopyChunk = 64 * 1024;
 
 // The contents that a stream and its clones share.

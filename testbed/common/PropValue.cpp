@@ -388,7 +388,7 @@ const Bytes& PropValue::AsBytes() const noexcept
     return bytes ? *bytes : none;
 }
 
-size_t PropValue::Size() const noexcept
+size_t PropValue::Size() const
 {
     const auto sizeOf = []<class T>(const T& value) -> size_t
     {
@@ -614,11 +614,7 @@ bool PropValue::operator==(const PropValue& other) const
         {
             return false;
         }
-        else if constexpr (std::is_same_v<A, GUID>)
-        {
-            return OrderOf(a, b) == 0;
-        }
-        else if constexpr (std::is_same_v<A, List<GUID>>)
+        else if constexpr (std::is_same_v<A, GUID> || std::is_same_v<A, List<GUID>>)
         {
             return OrderOf(a, b) == 0;
         }

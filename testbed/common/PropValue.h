@@ -78,7 +78,7 @@ public:
     const Bytes& AsBytes() const noexcept;
 
     /// The bytes that the payload takes: of a string with its terminator, of a multi-value the sum of its values.
-    size_t Size() const noexcept;
+    size_t Size() const;
 
     /// The value as `type`: PT_UNSPECIFIED and the own type give a copy, the two string types (single or multi-valued)
     /// convert into each other; anything else gives nothing.

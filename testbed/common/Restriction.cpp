@@ -417,6 +417,7 @@ std::vector<Node> CopyNodes(const SAndRestriction& restriction, int depth)
         Fail(MAPI_E_INVALID_PARAMETER, L"A restriction lacks its parts.");
     }
     std::vector<Node> parts;
+    parts.reserve(restriction.cRes);
     for (ULONG i = 0; i < restriction.cRes; ++i)
     {
         parts.push_back(CopyNode(restriction.lpRes + i, depth));

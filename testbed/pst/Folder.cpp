@@ -18,18 +18,8 @@ constexpr ULONG kSoftDeletes = 0x00000002;
 bool IsComputed(ULONG id)
 {
     static const std::set<ULONG> ids = {
-        PROP_ID(PR_ENTRYID),
         PROP_ID(PR_PARENT_ENTRYID),
-        PROP_ID(PR_STORE_ENTRYID),
-        PROP_ID(PR_RECORD_KEY),
-        PROP_ID(PR_STORE_RECORD_KEY),
-        PROP_ID(PR_MAPPING_SIGNATURE),
-        PROP_ID(PR_OBJECT_TYPE),
-        PROP_ID(PR_ACCESS),
-        PROP_ID(PR_ACCESS_LEVEL),
         PROP_ID(PR_INSTANCE_KEY),
-        PROP_ID(PR_STORE_SUPPORT_MASK),
-        PROP_ID(PR_MDB_PROVIDER),
         PROP_ID(PR_CONTENT_COUNT),
         PROP_ID(PR_CONTENT_UNREAD),
         PROP_ID(PR_ASSOC_CONTENT_COUNT),
@@ -42,7 +32,7 @@ bool IsComputed(ULONG id)
         PROP_ID(PR_FOLDER_ASSOCIATED_CONTENTS),
         PROP_ID(PR_DEPTH),
     };
-    return ids.contains(id);
+    return IsComputedEverywhere(id) || ids.contains(id);
 }
 
 void RequireFlags(ULONG flags, ULONG known)

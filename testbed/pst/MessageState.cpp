@@ -62,25 +62,11 @@ private:
 bool IsComputed(ULONG id)
 {
     static const std::set<ULONG> ids = {
-        PROP_ID(PR_ENTRYID),
-        PROP_ID(PR_PARENT_ENTRYID),
-        PROP_ID(PR_STORE_ENTRYID),
-        PROP_ID(PR_RECORD_KEY),
-        PROP_ID(PR_STORE_RECORD_KEY),
-        PROP_ID(PR_MAPPING_SIGNATURE),
-        PROP_ID(PR_OBJECT_TYPE),
-        PROP_ID(PR_ACCESS),
-        PROP_ID(PR_ACCESS_LEVEL),
-        PROP_ID(PR_INSTANCE_KEY),
-        PROP_ID(PR_STORE_SUPPORT_MASK),
-        PROP_ID(PR_MDB_PROVIDER),
-        PROP_ID(PR_HASATTACH),
-        PROP_ID(PR_MESSAGE_SIZE),
-        PROP_ID(PR_ATTACH_NUM),
-        PROP_ID(PR_MESSAGE_RECIPIENTS),
+        PROP_ID(PR_PARENT_ENTRYID),      PROP_ID(PR_INSTANCE_KEY), PROP_ID(PR_HASATTACH),
+        PROP_ID(PR_MESSAGE_SIZE),        PROP_ID(PR_ATTACH_NUM),   PROP_ID(PR_MESSAGE_RECIPIENTS),
         PROP_ID(PR_MESSAGE_ATTACHMENTS),
     };
-    return ids.contains(id);
+    return IsComputedEverywhere(id) || ids.contains(id);
 }
 
 size_t SizeOf(const PropertyBag& bag)

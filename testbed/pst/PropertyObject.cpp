@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <set>
 
 namespace Testbed::Pst
 {
@@ -21,6 +22,17 @@ bool IsStreamInterface(REFIID iid)
     return IsEqualIID(iid, IID_IStream) || IsEqualIID(iid, IID_ISequentialStream);
 }
 } // namespace
+
+bool IsComputedEverywhere(ULONG id)
+{
+    static const std::set<ULONG> ids = {
+        PROP_ID(PR_ENTRYID),          PROP_ID(PR_RECORD_KEY),        PROP_ID(PR_STORE_ENTRYID),
+        PROP_ID(PR_STORE_RECORD_KEY), PROP_ID(PR_MAPPING_SIGNATURE), PROP_ID(PR_OBJECT_TYPE),
+        PROP_ID(PR_ACCESS),           PROP_ID(PR_ACCESS_LEVEL),      PROP_ID(PR_STORE_SUPPORT_MASK),
+        PROP_ID(PR_MDB_PROVIDER),
+    };
+    return ids.contains(id);
+}
 
 void LayeredProperties::PutDefault(PropValue value)
 {

@@ -7,6 +7,10 @@
 
 namespace Testbed::Pst
 {
+/// Whether the store works this property out for each of its objects, so that no client can set it. Store, folders and
+/// messages have others of the kind besides.
+bool IsComputedEverywhere(ULONG id);
+
 /// Properties of which some are computed, in front of others.
 class LayeredProperties : public PropertySource
 {

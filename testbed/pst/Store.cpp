@@ -27,20 +27,7 @@ bool IsHidden(ULONG id)
 
 bool IsComputed(ULONG id)
 {
-    static const std::set<ULONG> ids = {
-        PROP_ID(PR_ENTRYID),
-        PROP_ID(PR_RECORD_KEY),
-        PROP_ID(PR_STORE_ENTRYID),
-        PROP_ID(PR_STORE_RECORD_KEY),
-        PROP_ID(PR_MAPPING_SIGNATURE),
-        PROP_ID(PR_OBJECT_TYPE),
-        PROP_ID(PR_ACCESS),
-        PROP_ID(PR_ACCESS_LEVEL),
-        PROP_ID(PR_STORE_SUPPORT_MASK),
-        PROP_ID(Tags::StoreUnicodeMask),
-        PROP_ID(PR_MDB_PROVIDER),
-    };
-    return ids.contains(id) || IsHidden(id);
+    return IsComputedEverywhere(id) || id == PROP_ID(Tags::StoreUnicodeMask) || IsHidden(id);
 }
 
 std::wstring Lower(std::wstring text)
