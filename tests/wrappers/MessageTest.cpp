@@ -208,40 +208,39 @@ void PrintTo(const Refusal& row, std::ostream* stream)
 const Refusal refusals[] = {
     {"SaveChanges", L"IMessage::SaveChanges called on read-only message; returning MAPI_E_NO_ACCESS",
      [](IMessage& message, void**) { return message.SaveChanges(KEEP_OPEN_READWRITE); },
-     [](MessageDouble& pst, int times)
-     { EXPECT_CALL(pst, SaveChanges(KEEP_OPEN_READWRITE)).Times(times).WillRepeatedly(Return(E_FAIL)); }},
+     [](MessageDouble& pst, int times) { FailTimes(EXPECT_CALL(pst, SaveChanges(KEEP_OPEN_READWRITE)), times); }},
     {"SetPropsOfNone", L"IMessage::SetProps called on read-only message; returning MAPI_E_NO_ACCESS:",
      [](IMessage& message, void** output)
      { return message.SetProps(0, nullptr, reinterpret_cast<SPropProblemArray**>(output)); },
-     [](MessageDouble& pst, int times) { EXPECT_CALL(pst, SetProps).Times(times).WillRepeatedly(Return(E_FAIL)); }},
+     [](MessageDouble& pst, int times) { FailTimes(EXPECT_CALL(pst, SetProps), times); }},
     {"SetPropsWithACountOfNone", L"IMessage::SetProps called on read-only message; returning MAPI_E_NO_ACCESS:",
      [](IMessage& message, void** output)
      { return message.SetProps(0, Opaque<SPropValue*>(1), reinterpret_cast<SPropProblemArray**>(output)); },
-     [](MessageDouble& pst, int times) { EXPECT_CALL(pst, SetProps).Times(times).WillRepeatedly(Return(E_FAIL)); }},
+     [](MessageDouble& pst, int times) { FailTimes(EXPECT_CALL(pst, SetProps), times); }},
     {"SetPropsWithoutAnArray", L"IMessage::SetProps called on read-only message; returning MAPI_E_NO_ACCESS:",
      [](IMessage& message, void** output)
      { return message.SetProps(3, nullptr, reinterpret_cast<SPropProblemArray**>(output)); },
-     [](MessageDouble& pst, int times) { EXPECT_CALL(pst, SetProps).Times(times).WillRepeatedly(Return(E_FAIL)); }},
+     [](MessageDouble& pst, int times) { FailTimes(EXPECT_CALL(pst, SetProps), times); }},
     {"DeletePropsWithoutAnArray", L"IMessage::DeleteProps called on read-only message; returning MAPI_E_NO_ACCESS:",
      [](IMessage& message, void** output)
      { return message.DeleteProps(nullptr, reinterpret_cast<SPropProblemArray**>(output)); },
-     [](MessageDouble& pst, int times) { EXPECT_CALL(pst, DeleteProps).Times(times).WillRepeatedly(Return(E_FAIL)); }},
+     [](MessageDouble& pst, int times) { FailTimes(EXPECT_CALL(pst, DeleteProps), times); }},
     {"CreateAttach", L"IMessage::CreateAttach called on read-only archive store message; returning MAPI_E_NO_ACCESS",
      [](IMessage& message, void** output)
      {
          return message.CreateAttach(nullptr, 0, reinterpret_cast<ULONG*>(output), reinterpret_cast<IAttach**>(output));
      },
-     [](MessageDouble& pst, int times) { EXPECT_CALL(pst, CreateAttach).Times(times).WillRepeatedly(Return(E_FAIL)); }},
+     [](MessageDouble& pst, int times) { FailTimes(EXPECT_CALL(pst, CreateAttach), times); }},
     {"DeleteAttach", L"IMessage::DeleteAttach called on read-only archive store message; returning MAPI_E_NO_ACCESS",
-     [](IMessage& message, void**) { return message.DeleteAttach(1, 2, nullptr, 3); }, [](MessageDouble& pst, int times)
-     { EXPECT_CALL(pst, DeleteAttach(1, 2, nullptr, 3)).Times(times).WillRepeatedly(Return(E_FAIL)); }},
+     [](IMessage& message, void**) { return message.DeleteAttach(1, 2, nullptr, 3); },
+     [](MessageDouble& pst, int times) { FailTimes(EXPECT_CALL(pst, DeleteAttach(1, 2, nullptr, 3)), times); }},
     {"ModifyRecipients", L"IMessage::ModifyRecipients called on read-only message; returning MAPI_E_NO_ACCESS",
      [](IMessage& message, void**) { return message.ModifyRecipients(MODRECIP_ADD, nullptr); },
      [](MessageDouble& pst, int times)
-     { EXPECT_CALL(pst, ModifyRecipients(MODRECIP_ADD, nullptr)).Times(times).WillRepeatedly(Return(E_FAIL)); }},
+     { FailTimes(EXPECT_CALL(pst, ModifyRecipients(MODRECIP_ADD, nullptr)), times); }},
     {"SubmitMessage", L"IMessage::SubmitMessage called on read-only message; returning MAPI_E_NO_ACCESS",
-     [](IMessage& message, void**) { return message.SubmitMessage(FORCE_SUBMIT); }, [](MessageDouble& pst, int times)
-     { EXPECT_CALL(pst, SubmitMessage(FORCE_SUBMIT)).Times(times).WillRepeatedly(Return(E_FAIL)); }},
+     [](IMessage& message, void**) { return message.SubmitMessage(FORCE_SUBMIT); },
+     [](MessageDouble& pst, int times) { FailTimes(EXPECT_CALL(pst, SubmitMessage(FORCE_SUBMIT)), times); }},
 };
 
 class Refusals : public ReadOnlyMessageWrapper, public testing::WithParamInterface<Refusal>

@@ -53,38 +53,36 @@ const NamedRefusal namedRefusals[] = {
     {"CreateMessage", L"IMAPIFolder::CreateMessage called on read-only folder; returning MAPI_E_NO_ACCESS: ",
      [](IMAPIFolder& folder, void** output)
      { return folder.CreateMessage(nullptr, 0, reinterpret_cast<IMessage**>(output)); },
-     [](FolderDouble& pst, int times) { EXPECT_CALL(pst, CreateMessage).Times(times).WillRepeatedly(Return(E_FAIL)); }},
+     [](FolderDouble& pst, int times) { FailTimes(EXPECT_CALL(pst, CreateMessage), times); }},
     {"CopyMessages",
      L"IMAPIFolder::CopyMessages called with MESSAGE_MOVE on read-only folder; returning MAPI_E_NO_ACCESS: ",
      [](IMAPIFolder& folder, void**)
      { return folder.CopyMessages(nullptr, nullptr, nullptr, 0, nullptr, MESSAGE_MOVE | MESSAGE_DIALOG); },
-     [](FolderDouble& pst, int times) { EXPECT_CALL(pst, CopyMessages).Times(times).WillRepeatedly(Return(E_FAIL)); }},
+     [](FolderDouble& pst, int times) { FailTimes(EXPECT_CALL(pst, CopyMessages), times); }},
     {"DeleteMessages", L"IMAPIFolder::DeleteMessages called on read-only folder; returning MAPI_E_NO_ACCESS: ",
      [](IMAPIFolder& folder, void**) { return folder.DeleteMessages(nullptr, 0, nullptr, 0); },
-     [](FolderDouble& pst, int times)
-     { EXPECT_CALL(pst, DeleteMessages).Times(times).WillRepeatedly(Return(E_FAIL)); }},
+     [](FolderDouble& pst, int times) { FailTimes(EXPECT_CALL(pst, DeleteMessages), times); }},
     {"CreateFolder", L"IMAPIFolder::CreateFolder called on read-only folder; returning MAPI_E_NO_ACCESS: ",
      [](IMAPIFolder& folder, void** output)
      {
          return folder.CreateFolder(FOLDER_GENERIC, nullptr, nullptr, nullptr, OPEN_IF_EXISTS,
                                     reinterpret_cast<IMAPIFolder**>(output));
      },
-     [](FolderDouble& pst, int times) { EXPECT_CALL(pst, CreateFolder).Times(times).WillRepeatedly(Return(E_FAIL)); }},
+     [](FolderDouble& pst, int times) { FailTimes(EXPECT_CALL(pst, CreateFolder), times); }},
     {"DeleteFolder", L"IMAPIFolder::DeleteFolder called on read-only folder; returning MAPI_E_NO_ACCESS: ",
      [](IMAPIFolder& folder, void**) { return folder.DeleteFolder(0, nullptr, 0, nullptr, 0); },
-     [](FolderDouble& pst, int times) { EXPECT_CALL(pst, DeleteFolder).Times(times).WillRepeatedly(Return(E_FAIL)); }},
+     [](FolderDouble& pst, int times) { FailTimes(EXPECT_CALL(pst, DeleteFolder), times); }},
     {"SetReadFlags", L"IMAPIFolder::SetReadFlags called on read-only folder; returning MAPI_E_NO_ACCESS: ",
      [](IMAPIFolder& folder, void**)
      { return folder.SetReadFlags(nullptr, 0, nullptr, CLEAR_READ_FLAG | SUPPRESS_RECEIPT); },
-     [](FolderDouble& pst, int times) { EXPECT_CALL(pst, SetReadFlags).Times(times).WillRepeatedly(Return(E_FAIL)); }},
+     [](FolderDouble& pst, int times) { FailTimes(EXPECT_CALL(pst, SetReadFlags), times); }},
     {"SetMessageStatus", L"IMAPIFolder::SetMessageStatus called on read-only folder; returning MAPI_E_NO_ACCESS: ",
      [](IMAPIFolder& folder, void** output)
      { return folder.SetMessageStatus(0, nullptr, 0, 0, reinterpret_cast<ULONG*>(output)); },
-     [](FolderDouble& pst, int times)
-     { EXPECT_CALL(pst, SetMessageStatus).Times(times).WillRepeatedly(Return(E_FAIL)); }},
+     [](FolderDouble& pst, int times) { FailTimes(EXPECT_CALL(pst, SetMessageStatus), times); }},
     {"EmptyFolder", L"IMAPIFolder::EmptyFolder called on read-only folder; returning MAPI_E_NO_ACCESS: ",
      [](IMAPIFolder& folder, void**) { return folder.EmptyFolder(0, nullptr, 0); },
-     [](FolderDouble& pst, int times) { EXPECT_CALL(pst, EmptyFolder).Times(times).WillRepeatedly(Return(E_FAIL)); }},
+     [](FolderDouble& pst, int times) { FailTimes(EXPECT_CALL(pst, EmptyFolder), times); }},
 };
 
 class NamedRefusals : public ReadOnlyFolderWrapper, public testing::WithParamInterface<NamedRefusal>
@@ -186,9 +184,8 @@ TEST_P(ReadOnlyFolderSets, OnlyWhatIsAllowed)
     const auto count = static_cast<ULONG>(row.tags.size());
     auto* const untouched = Opaque<SPropProblemArray*>(1);
     SPropProblemArray* problems = untouched;
-    EXPECT_CALL(*pst, SetProps(count, values.data(), &problems))
-        .Times(row.passes ? 1 : 0)
-        .WillRepeatedly(Return(MAPI_W_ERRORS_RETURNED));
+    ON_CALL(*pst, SetProps).WillByDefault(Return(MAPI_W_ERRORS_RETURNED));
+    EXPECT_CALL(*pst, SetProps(count, values.data(), &problems)).Times(row.passes ? 1 : 0);
     EXPECT_EQ(folder->SetProps(count, values.data(), &problems),
               row.passes ? MAPI_W_ERRORS_RETURNED : MAPI_E_NO_ACCESS);
     EXPECT_EQ(problems, untouched);

@@ -111,6 +111,15 @@ auto GiveObject(HRESULT hr, I* object)
     };
 }
 
+/// Expects a call so often, and has it fail each time: `FailTimes(EXPECT_CALL(store, SaveChanges), 0)`.
+template <class Expectation>
+void FailTimes(Expectation& expectation, int times)
+{
+    expectation.Times(times);
+    if (times > 0)
+        expectation.WillRepeatedly(testing::Return(E_FAIL));
+}
+
 /// An OpenEntry that gives an object of this type.
 inline auto GiveEntry(HRESULT hr, ULONG type, IUnknown* object)
 {
