@@ -331,6 +331,10 @@ TEST_P(FaultTest, NoFault)
     for (const Rule& rule : operation.rules)
         calls.emplace_back(rule.call);
     EXPECT_EQ(outcome.calls, calls);
+    if (operation.isPassThrough)
+    {
+        EXPECT_EQ(outcome.allocations, 0u) << "a forwarded call needs no memory";
+    }
 }
 
 TEST_P(FaultTest, EachCallFails)

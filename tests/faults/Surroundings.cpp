@@ -138,10 +138,11 @@ BOOL WINAPI WriteAttributes(const wchar_t*, DWORD)
     return Faults::Get().PassSystem("SetFileAttributesW");
 }
 
-LSTATUS WINAPI ReadRegistry(HKEY, const wchar_t*, const wchar_t*, DWORD, DWORD*, void* data, DWORD* size)
+LSTATUS WINAPI ReadRegistry(HKEY, const wchar_t*, const wchar_t*, DWORD, DWORD* type, void* data, DWORD* size)
 {
     if (!Faults::Get().PassSystem("RegGetValueW"))
         return static_cast<LSTATUS>(GetLastError());
+    *type = REG_SZ;
     *size = static_cast<DWORD>((std::wcslen(outlookPath) + 1) * sizeof(wchar_t));
     std::memcpy(data, outlookPath, *size);
     return ERROR_SUCCESS;

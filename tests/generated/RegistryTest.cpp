@@ -2,6 +2,7 @@
 // process of its own, which has another registry and no MAPI module.
 #include "mapi/MapiBinding.h"
 #include "nst/KivNstCore.h"
+#include "support/OutlookAddIn.h"
 #include "tests/common/Alone.h"
 #include "tests/common/ImportHook.h"
 #include "tests/common/Setting.h"
@@ -26,6 +27,7 @@ namespace
 {
 
 constexpr auto mailKey = L"Software\\Clients\\Mail";
+constexpr auto outlookKey = L"Software\\Microsoft\\Windows\\CurrentVersion\\App Paths\\outlook.exe";
 constexpr auto clientKey = L"Software\\Clients\\Mail\\Client";
 
 /// A value as it lies in the registry.
@@ -257,6 +259,43 @@ void TryRegistration(Random& random, Tests::ScratchRegistry& registry)
     ASSERT_TRUE(areArgumentsWhole);
 }
 
+void TryOutlookPath(Random& random, Tests::ScratchRegistry& registry, const std::vector<std::wstring>& files)
+{
+    std::wstring path = random.Of(files);
+    if (random.Chance(1, 3))
+        path = L"\"" + path + L"\"";
+    if (random.Chance(1, 6))
+        path += random.Chance(1, 2) ? L"\"" : L"x";
+    if (random.Chance(1, 6))
+        path = Tests::MakeText(random);
+    const RawValue value = MakeValueOf(random, path);
+    registry.SetBytes(outlookKey, nullptr, value.type, value.bytes.data(), value.bytes.size());
+
+    std::wstring expected;
+    if (value.type == REG_SZ)
+        expected = TextOf(value);
+    else if (value.type == REG_EXPAND_SZ)
+        expected = Expand(TextOf(value));
+    if (!expected.empty())
+    {
+        if (expected.size() >= 2 && expected.front() == L'"' && expected.back() == L'"')
+            expected = expected.substr(1, expected.size() - 2);
+        const DWORD attributes = GetFileAttributesW(expected.c_str());
+        if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY))
+            expected.clear();
+    }
+    const std::wstring found = Text(OutlookAddIn::GetOutlookPath());
+    if (value.bytes.size() % 2)
+    {
+        // What becomes of half a character is the system's affair; a file that is not there is given in no case.
+        ASSERT_TRUE(found.empty() || GetFileAttributesW(found.c_str()) != INVALID_FILE_ATTRIBUTES);
+    }
+    else
+    {
+        ASSERT_EQ(found, expected) << "type " << value.type << ", " << value.bytes.size() << " bytes";
+    }
+}
+
 /// The hash by another road: all of it first, modulo 2^32 last.
 std::uint32_t Hash(const Bytes& id)
 {
@@ -327,6 +366,25 @@ TEST_ALONE(GeneratedRegistry, LeadsToTheModulesThatItNames)
     const Tests::ImportHook<BOOL(HMODULE)> free("FreeLibrary", FreeStub);
     const Tests::ImportHook<LSTATUS(HKEY, LPCWSTR, DWORD, REGSAM, PHKEY)> open("RegOpenKeyExW", OpenKey);
     Tests::RunCases("registered MAPI modules", 1'500, [&](Random& random) { TryRegistration(random, registry); });
+}
+
+TEST_ALONE(GeneratedRegistry, LeadsToTheMailClientThatIsThere)
+{
+    Tests::ScratchRegistry registry;
+    const Tests::TempFolder folder;
+    std::vector<std::wstring> files = {L"Z:\\no such\\outlook.exe", L"%KIVNST_FOLDER%\\outlook.exe", L""};
+    SetEnvironmentVariableW(L"KIVNST_FOLDER", folder.Path().c_str());
+    for (const wchar_t* const name : {L"outlook.exe", L"100% %s %n.exe", L"\u00FC \u0416.exe"})
+    {
+        Tests::WriteFileBytes(folder / name, "");
+        files.push_back(folder / name);
+    }
+    std::wstring detour = folder.Path().wstring();
+    for (int count = 0; count < 200; ++count)
+        detour += L"\\.";
+    files.push_back(detour + L"\\outlook.exe");
+    files.push_back(folder.Path().wstring());
+    Tests::RunCases("registered mail clients", 3'000, [&](Random& random) { TryOutlookPath(random, registry, files); });
 }
 
 TEST_ALONE(GeneratedUrls, HoldTheHashAndTheEscapedName)
