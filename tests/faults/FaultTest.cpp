@@ -1,4 +1,5 @@
 // Every operation, with every call failing in every way, and every allocation.
+#include "support/MapiProperties.h"
 #include "tests/common/MapiModule.h"
 #include "tests/faults/Operation.h"
 
@@ -49,6 +50,20 @@ std::wstring MapiText(HRESULT hr, const std::wstring& context)
 std::wstring ComText(HRESULT hr)
 {
     return FormatComError(hr).GetString();
+}
+
+std::wstring TagText(ULONG tag)
+{
+    return Mapi::FormatMapiPropertyTag(tag).GetString();
+}
+
+std::function<void(Expected&)> Missing(ULONG tag)
+{
+    return [tag](Expected& expected)
+    {
+        expected.Throw({L"MapiProperties.cpp", L"Quillon::Mapi::QueryItemProperty"}, MAPI_E_NOT_FOUND,
+                       MapiText(MAPI_E_NOT_FOUND, TagText(tag)));
+    };
 }
 
 } // namespace Tests
@@ -446,7 +461,7 @@ INSTANTIATE_TEST_SUITE_P(All, FaultTest,
                              std::string name;
                              for (const char* at = parameter.param->name; *at; ++at)
                              {
-                                 if (*at != ' ')
+                                 if (*at != ' ' && *at != '-')
                                      name += *at;
                              }
                              return name;

@@ -105,6 +105,9 @@ const std::vector<Operation>& Operations();
 /// The text of a MAPI failure, with the extended error that the objects give in this run.
 std::wstring MapiText(HRESULT hr, const std::wstring& context = {});
 std::wstring ComText(HRESULT hr);
+std::wstring TagText(ULONG tag);
+/// A property that must be there is not.
+std::function<void(Expected&)> Missing(ULONG tag);
 /// An object that is null where none may be is refused.
 void GivesNull(Expected& expected);
 

@@ -1,7 +1,6 @@
 // Logging on, and what that needs.
 #include "nst/KivNstCore.h"
 #include "nst/Olfi.h"
-#include "support/MapiProperties.h"
 #include "support/com_wrap.h"
 #include "tests/faults/Operation.h"
 
@@ -19,21 +18,6 @@ constexpr Site logOn = {L"NstMsProvider.cpp", L"Quillon::Nst::CNstMsProvider::Lo
 constexpr Site spoolerLogOn = {L"NstMsProvider.cpp", L"Quillon::Nst::CNstMsProvider::SpoolerLogon"};
 constexpr Site subtreeRoot = {L"NstMsProvider.cpp", L"Quillon::Nst::CNstMsProvider::ConfigureNstSubtreeEntryId"};
 constexpr Site openObject = {L"OpenMapiObject.h", L"Quillon::Mapi::OpenMapiObject"};
-
-std::wstring TagText(ULONG tag)
-{
-    return Mapi::FormatMapiPropertyTag(tag).GetString();
-}
-
-/// A property that is not there.
-auto Missing(ULONG tag)
-{
-    return [tag](Expected& expected)
-    {
-        expected.Throw({L"MapiProperties.cpp", L"Quillon::Mapi::QueryItemProperty"}, MAPI_E_NOT_FOUND,
-                       MapiText(MAPI_E_NOT_FOUND, TagText(tag)));
-    };
-}
 
 void Succeed(Expected&) {}
 

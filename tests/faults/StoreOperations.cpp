@@ -1,7 +1,10 @@
 // What a client does with an open store.
 #include "nst/KivNstCore.h"
+#include "nst/NstAttach.h"
 #include "nst/NstMapiTable.h"
 #include "nst/NstMsLogon.h"
+#include "nst/ReadOnlyFolder.h"
+#include "nst/ReadOnlyMessage.h"
 #include "support/com_wrap.h"
 #include "tests/faults/Operation.h"
 
@@ -22,6 +25,10 @@ constexpr Site hierarchyTable = {L"NstMapiFolder.cpp", L"Quillon::Nst::CNstMapiF
 constexpr Site createMessage = {L"NstMapiFolder.cpp", L"Quillon::Nst::CNstMapiFolder::CreateMessage"};
 constexpr Site createFolder = {L"NstMapiFolder.cpp", L"Quillon::Nst::CNstMapiFolder::CreateFolder"};
 constexpr Site messageGetProps = {L"NstMessage.cpp", L"Quillon::Nst::CNstMessage::GetProps"};
+constexpr Site attachmentGetProps = {L"NstAttach.cpp", L"Quillon::Nst::CNstAttach::GetProps"};
+
+/// The access that every object of the PST allows.
+constexpr LONG access = 0x3F;
 
 /// Store modification on or off while it lives.
 class Modification
@@ -79,7 +86,7 @@ HRESULT ReadStore(Surroundings& surroundings, bool modify)
     return ReadProps(surroundings, store,
                      [modify](const SPropValue* values)
                      {
-                         EXPECT_EQ(values[0].Value.l, modify ? 0x3F : 2);
+                         EXPECT_EQ(values[0].Value.l, modify ? access : MAPI_ACCESS_READ);
                          EXPECT_EQ(BytesOf(values[2]), (Bytes{7, 8, 9}));
                      });
 }
@@ -104,6 +111,50 @@ Operation StoreGetProps(const char* name, bool modify, const char* hook, const w
     };
     // Without memory for the archive root's entry ID there is none.
     operation.withoutMemory = {E_FAIL};
+    return operation;
+}
+
+ATL::CComQIPtr<IMAPIFolder> WrapReadOnlyFolder(Surroundings& surroundings)
+{
+    return com_wrap<IMAPIFolder>(new Nst::CReadOnlyFolder(surroundings.folder.As<IMAPIFolder>(),
+                                                          surroundings.store.As<IMsgStore>(),
+                                                          surroundings.support.As<IMAPISupport>()));
+}
+
+ATL::CComQIPtr<IMessage> WrapMessage(Surroundings& surroundings)
+{
+    return com_wrap<IMessage>(new FaultyMessage(surroundings.message.As<IMessage>()));
+}
+
+ATL::CComQIPtr<IMessage> WrapReadOnlyMessage(Surroundings& surroundings)
+{
+    return com_wrap<IMessage>(new Nst::CReadOnlyMessage(surroundings.message.As<IMessage>()));
+}
+
+ATL::CComQIPtr<IAttach> WrapAttachment(Surroundings& surroundings)
+{
+    return com_wrap<IAttach>(new Nst::CNstAttach(surroundings.attachment.As<IAttach>()));
+}
+
+/// GetProps of an object that `wrap` wraps, with the hook of that name, if any; PR_ACCESS comes out as `changed`.
+template <class Wrap>
+Operation ObjectGetProps(const char* name, const Site& site, Wrap wrap, const char* call, const char* hook,
+                         LONG changed)
+{
+    Operation operation;
+    operation.name = name;
+    operation.handler = site;
+    operation.run = [wrap, changed](Surroundings& surroundings)
+    {
+        for (FaultyObject* const pst : {&surroundings.folder, &surroundings.message, &surroundings.attachment})
+            pst->properties[PR_ACCESS] = NumberValue(PR_ACCESS, access);
+        const auto object = wrap(surroundings);
+        return ReadProps(surroundings, object,
+                         [changed](const SPropValue* values) { EXPECT_EQ(values[0].Value.l, changed); });
+    };
+    operation.rules = {{call, Shape::Mapi, site, {}, MAPI_W_ERRORS_RETURNED, true}};
+    if (hook)
+        operation.rules.push_back({hook, Shape::Hook});
     return operation;
 }
 
@@ -194,29 +245,40 @@ std::vector<Operation> StoreOperations()
                       L"Quillon::Nst::CNstMsgStore::OverrideModifiableStoreProperties"),
     };
 
-    Operation folderProps;
-    folderProps.name = "folder properties";
-    folderProps.handler = folderGetProps;
-    folderProps.run = [](Surroundings& surroundings)
-    {
-        const ATL::CComQIPtr<IMAPIFolder> folder = WrapFolder(surroundings);
-        return ReadProps(surroundings, folder, [](const SPropValue*) {});
-    };
-    folderProps.rules = {{"IMAPIFolder::GetProps", Shape::Mapi, folderGetProps, {}, MAPI_W_ERRORS_RETURNED, true},
-                         {"OverrideFolderProperties", Shape::Hook}};
-    operations.push_back(folderProps);
+    operations.push_back(ObjectGetProps("folder properties", folderGetProps, WrapFolder, "IMAPIFolder::GetProps",
+                                        "OverrideFolderProperties", access));
+    operations.push_back(ObjectGetProps("message properties", messageGetProps, WrapMessage, "IMessage::GetProps",
+                                        "OverrideMessageProperties", access));
+    operations.push_back(ObjectGetProps("attachment properties", attachmentGetProps, WrapAttachment,
+                                        "IAttach::GetProps", nullptr, access));
+    operations.push_back(ObjectGetProps("read-only folder properties", folderGetProps, WrapReadOnlyFolder,
+                                        "IMAPIFolder::GetProps", nullptr, MAPI_ACCESS_READ));
+    operations.push_back(ObjectGetProps("read-only message properties", messageGetProps, WrapReadOnlyMessage,
+                                        "IMessage::GetProps", nullptr, MAPI_ACCESS_READ));
 
-    Operation messageProps;
-    messageProps.name = "message properties";
-    messageProps.handler = messageGetProps;
-    messageProps.run = [](Surroundings& surroundings)
+    Operation refusal;
+    refusal.name = "refusal that names the folder";
+    refusal.run = [](Surroundings& surroundings)
     {
-        const auto message = com_wrap<IMessage>(new FaultyMessage(surroundings.message.As<IMessage>()));
-        return ReadProps(surroundings, message, [](const SPropValue*) {});
+        surroundings.folder.properties[PR_DISPLAY_NAME_W] = TextValue(PR_DISPLAY_NAME_W, L"100% full");
+        const ATL::CComQIPtr<IMAPIFolder> readOnly = WrapReadOnlyFolder(surroundings);
+        return surroundings.Run([&] { return readOnly->DeleteMessages(nullptr, 0, nullptr, 0); });
     };
-    messageProps.rules = {{"IMessage::GetProps", Shape::Mapi, messageGetProps, {}, MAPI_W_ERRORS_RETURNED, true},
-                          {"OverrideMessageProperties", Shape::Hook}};
-    operations.push_back(messageProps);
+    refusal.rules = {{"IMAPIFolder::GetProps",
+                      Shape::Query,
+                      {},
+                      TagText(PR_DISPLAY_NAME_W),
+                      S_OK,
+                      false,
+                      {},
+                      Missing(PR_DISPLAY_NAME_W)}};
+    refusal.base = [](Expected& expected)
+    {
+        expected.Log(LogId::Warning, L"IMAPIFolder::DeleteMessages called on read-only folder; returning "
+                                     L"MAPI_E_NO_ACCESS: 100% full");
+        expected.result = MAPI_E_NO_ACCESS;
+    };
+    operations.push_back(refusal);
 
     Operation openFolder;
     openFolder.name = "open folder";

@@ -258,7 +258,7 @@ Surroundings::Surroundings()
     g_surroundings = this;
 
     for (FaultyObject* const object :
-         {&ownSection, &serviceSection, &providerSection, &store, &folder, &root, &message})
+         {&ownSection, &serviceSection, &providerSection, &store, &folder, &root, &message, &attachment})
         object->BeProp();
     ownSection.properties[PR_SERVICE_UID] = BinaryValue(PR_SERVICE_UID, Uid(1));
     serviceSection.properties[PR_PROFILE_OFFLINE_STORE_PATH_W] =

@@ -92,6 +92,7 @@ public:
     FaultyObject folder{"IMAPIFolder"};
     FaultyObject root{"root IMAPIFolder"};
     FaultyObject message{"IMessage"};
+    FaultyObject attachment{"IAttach"};
     FaultyObject table{"IMAPITable"};
     FaultyObject searchManager{"ISearchManager", false};
     FaultyObject searchCatalog{"ISearchCatalogManager", false};

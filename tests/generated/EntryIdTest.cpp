@@ -80,7 +80,7 @@ std::wstring SidText(const Bytes& sid)
 
 TEST(GeneratedEntryIds, OfStoresHoldTheirPathAsItIs)
 {
-    Tests::RunCases("store entry IDs", 100'000,
+    Tests::RunCases("store entry IDs", 300'000,
                     [](Random& random)
                     {
                         const std::wstring path = Tests::MakeText(random);
@@ -104,7 +104,7 @@ TEST(GeneratedEntryIds, OfStoresHoldTheirPathAsItIs)
 
 TEST(GeneratedEntryIds, AreWrappedSoThatTheyCanBeTakenOutAgain)
 {
-    Tests::RunCases("wrapped entry IDs", 60'000,
+    Tests::RunCases("wrapped entry IDs", 200'000,
                     [](Random& random)
                     {
                         Bytes entryId = Tests::MakeBytes(random, 3000);
@@ -178,7 +178,7 @@ TEST(GeneratedEntryIds, OfTheArchivesRootAreReadWhateverTheStoreGives)
 
 TEST(GeneratedEntryIds, AreComparedByTheStoreUnlessOneIsMissing)
 {
-    Tests::RunCases("compared entry IDs", 60'000,
+    Tests::RunCases("compared entry IDs", 200'000,
                     [](Random& random)
                     {
                         Tests::FakeStore store;

@@ -97,7 +97,7 @@ HRESULT WINAPI GiveGuid(GUID* guid)
 TEST(GeneratedOlfi, IsExtendedAsItsFormatSays)
 {
     const Tests::ImportHook<HRESULT(GUID*)> hook("CoCreateGuid", GiveGuid);
-    Tests::RunCases("OLFI values", 150'000,
+    Tests::RunCases("OLFI values", 300'000,
                     [](Random& random)
                     {
                         Tests::FakeStore store;

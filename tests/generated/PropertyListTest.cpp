@@ -257,7 +257,7 @@ TEST(GeneratedPropertyLists, AreCopiedToValuesWhereTheyAreTextOrBytes)
 
 TEST(GeneratedPropertyLists, ThatAStoreGivesAreAlteredOnlyWhereTheyMustBe)
 {
-    Tests::RunCases("properties of stores", 80'000,
+    Tests::RunCases("properties of stores", 300'000,
                     [](Random& random)
                     {
                         const ModifyStores modify(random.Chance(1, 3));
@@ -372,7 +372,7 @@ TEST(GeneratedPropertyLists, ThatAClientWritesAreRefusedOrReachTheStore)
 
 TEST(GeneratedPropertyLists, ThatAStoreGivesForItsNameAreReadOrRefused)
 {
-    Tests::RunCases("display names", 40'000,
+    Tests::RunCases("display names", 150'000,
                     [](Random& random)
                     {
                         Tests::FakeStore store;

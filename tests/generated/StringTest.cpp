@@ -159,7 +159,7 @@ TEST(GeneratedStrings, DoWhatAStandardStringDoes)
 
 TEST(GeneratedStrings, FormatTextsAsData)
 {
-    Tests::RunCases("formatted texts", 60'000,
+    Tests::RunCases("formatted texts", 200'000,
                     [](Random& random)
                     {
                         const std::wstring first = Tests::MakeText(random);
@@ -176,7 +176,7 @@ TEST(GeneratedStrings, FormatTextsAsData)
 
 TEST(GeneratedStrings, AreNarrowedAndWidened)
 {
-    Tests::RunCases("narrow strings", 100'000,
+    Tests::RunCases("narrow strings", 300'000,
                     [](Random& random)
                     {
                         const std::wstring text = Tests::MakeText(random);
@@ -205,7 +205,7 @@ TEST(GeneratedStrings, AreNarrowedAndWidened)
 
 TEST(GeneratedStrings, KeepZerosInTheirMiddle)
 {
-    Tests::RunCases("texts with zeros", 30'000,
+    Tests::RunCases("texts with zeros", 100'000,
                     [](Random& random)
                     {
                         std::wstring text = Tests::MakeText(random);
@@ -311,7 +311,7 @@ TEST(GeneratedBinaries, DoWhatAVectorDoes)
 
 TEST(GeneratedPaths, AreTakenApartAndJoined)
 {
-    Tests::RunCases("paths", 80'000,
+    Tests::RunCases("paths", 200'000,
                     [](Random& random)
                     {
                         const std::wstring path =

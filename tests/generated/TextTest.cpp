@@ -102,7 +102,7 @@ TEST(GeneratedTexts, OfSearchFlagsNameEveryBitOnce)
         {L"STOP_SEARCH", 1},    {L"RESTART_SEARCH", 2},     {L"RECURSIVE_SEARCH", 4},
         {L"SHALLOW_SEARCH", 8}, {L"FOREGROUND_SEARCH", 16}, {L"BACKGROUND_SEARCH", 32},
     };
-    Tests::RunCases("search flags", 60'000,
+    Tests::RunCases("search flags", 150'000,
                     [&](Random& random)
                     {
                         const auto flags = static_cast<ULONG>(random.Chance(1, 2) ? random.Below(0x80) : random.Next());
@@ -211,7 +211,7 @@ TEST(GeneratedTexts, AreLoggedAsTheyAre)
 {
     static std::wstring last;
     Logging::SetLogSink([](void*, const Logging::LogLine& line) { last = line.text; }, nullptr);
-    Tests::RunCases("log lines", 100'000,
+    Tests::RunCases("log lines", 300'000,
                     [](Random& random)
                     {
                         const std::wstring text = Tests::MakeText(random);
