@@ -37,6 +37,14 @@ void Fail(HRESULT result, std::wstring text)
     throw Failure(result, std::move(text));
 }
 
+void RequireFlags(ULONG flags, ULONG known)
+{
+    if (flags & ~known)
+    {
+        Fail(MAPI_E_UNKNOWN_FLAGS, L"The call has a flag that it does not take.");
+    }
+}
+
 void Check(HRESULT result, const wchar_t* text)
 {
     if (FAILED(result))

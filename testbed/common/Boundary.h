@@ -32,6 +32,9 @@ private:
 /// Throws `Failure`.
 [[noreturn]] void Fail(HRESULT result, std::wstring text);
 
+/// Throws `Failure` with MAPI_E_UNKNOWN_FLAGS when `flags` has a flag that is not in `known`.
+void RequireFlags(ULONG flags, ULONG known);
+
 /// Throws `Failure` with `text` when `result` is a failure; warnings pass.
 void Check(HRESULT result, const wchar_t* text);
 

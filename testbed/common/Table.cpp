@@ -11,14 +11,6 @@ namespace
 // The first bookmark number behind MAPI's predefined ones.
 constexpr BOOKMARK FirstBookmark = BOOKMARK_END + 1;
 
-void CheckFlags(ULONG flags, ULONG allowed)
-{
-    if (flags & ~allowed)
-    {
-        Fail(MAPI_E_UNKNOWN_FLAGS, L"A table call has a flag that it does not take.");
-    }
-}
-
 template <class T>
 void CheckOutput(T* place)
 {
@@ -341,7 +333,7 @@ STDMETHODIMP Table::SetColumns(LPSPropTagArray lpPropTagArray, ULONG ulFlags)
     return Call(
         [&]
         {
-            CheckFlags(ulFlags, TBL_ASYNC | TBL_BATCH);
+            RequireFlags(ulFlags, TBL_ASYNC | TBL_BATCH);
             if (!lpPropTagArray || lpPropTagArray->cValues == 0)
             {
                 Fail(MAPI_E_INVALID_PARAMETER, L"A table needs at least one column.");
@@ -357,7 +349,7 @@ STDMETHODIMP Table::QueryColumns(ULONG ulFlags, LPSPropTagArray* lpPropTagArray)
         [&]
         {
             CheckOutput(lpPropTagArray);
-            CheckFlags(ulFlags, TBL_ALL_COLUMNS);
+            RequireFlags(ulFlags, TBL_ALL_COLUMNS);
             *lpPropTagArray =
                 MakeTagArray(m_memory, ulFlags & TBL_ALL_COLUMNS ? Shown(m_rows->AllColumns()) : m_columns);
             return S_OK;
@@ -370,7 +362,7 @@ STDMETHODIMP Table::GetRowCount(ULONG ulFlags, ULONG* lpulCount)
         [&]
         {
             CheckOutput(lpulCount);
-            CheckFlags(ulFlags, TBL_NOWAIT);
+            RequireFlags(ulFlags, TBL_NOWAIT);
             *lpulCount = static_cast<ULONG>(Count());
             return S_OK;
         });
@@ -430,7 +422,7 @@ STDMETHODIMP Table::FindRow(LPSRestriction lpRestriction, BOOKMARK bkOrigin, ULO
     return Call(
         [&]
         {
-            CheckFlags(ulFlags, DIR_BACKWARD);
+            RequireFlags(ulFlags, DIR_BACKWARD);
             const auto restriction = Restriction::Copy(lpRestriction);
             bool changed = false;
             const size_t origin = Resolve(bkOrigin, changed);
@@ -466,7 +458,7 @@ STDMETHODIMP Table::Restrict(LPSRestriction lpRestriction, ULONG ulFlags)
     return Call(
         [&]
         {
-            CheckFlags(ulFlags, TBL_ASYNC | TBL_BATCH);
+            RequireFlags(ulFlags, TBL_ASYNC | TBL_BATCH);
             m_restriction = lpRestriction ? Restriction::Copy(lpRestriction) : nullptr;
             Rearranged();
             return S_OK;
@@ -504,7 +496,7 @@ STDMETHODIMP Table::SortTable(LPSSortOrderSet lpSortCriteria, ULONG ulFlags)
     return Call(
         [&]
         {
-            CheckFlags(ulFlags, TBL_ASYNC | TBL_BATCH);
+            RequireFlags(ulFlags, TBL_ASYNC | TBL_BATCH);
             if (!lpSortCriteria)
             {
                 Fail(MAPI_E_INVALID_PARAMETER, L"SortTable needs an order.");
@@ -552,7 +544,7 @@ STDMETHODIMP Table::QueryRows(LONG lRowCount, ULONG ulFlags, LPSRowSet* lppRows)
         [&]
         {
             CheckOutput(lppRows);
-            CheckFlags(ulFlags, TBL_NOADVANCE);
+            RequireFlags(ulFlags, TBL_NOADVANCE);
             if (lRowCount == 0)
             {
                 Fail(MAPI_E_INVALID_PARAMETER, L"QueryRows needs a number of rows.");

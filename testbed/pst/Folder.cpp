@@ -35,14 +35,6 @@ bool IsComputed(ULONG id)
     return IsComputedEverywhere(id) || ids.contains(id);
 }
 
-void RequireFlags(ULONG flags, ULONG known)
-{
-    if ((flags & ~known) != 0)
-    {
-        Fail(MAPI_E_UNKNOWN_FLAGS, L"The call has a flag that it does not take");
-    }
-}
-
 class Folder final : public PropertyObject<IMAPIFolder, &IID_IMAPIFolder, &IID_IMAPIContainer, &IID_IMAPIProp>
 {
 public:

@@ -198,10 +198,7 @@ STDMETHODIMP Message::GetAttachmentTable(ULONG ulFlags, LPMAPITABLE* lppTable)
             {
                 return MAPI_E_INVALID_PARAMETER;
             }
-            if ((ulFlags & ~static_cast<ULONG>(MAPI_UNICODE | MAPI_DEFERRED_ERRORS)) != 0)
-            {
-                return MAPI_E_UNKNOWN_FLAGS;
-            }
+            RequireFlags(ulFlags, MAPI_UNICODE | MAPI_DEFERRED_ERRORS);
             *lppTable = Attachments(ulFlags).Detach();
             return S_OK;
         });
@@ -216,10 +213,7 @@ STDMETHODIMP Message::OpenAttach(ULONG ulAttachmentNum, LPCIID lpInterface, ULON
             {
                 return MAPI_E_INVALID_PARAMETER;
             }
-            if ((ulFlags & ~static_cast<ULONG>(MAPI_MODIFY | MAPI_BEST_ACCESS | MAPI_DEFERRED_ERRORS)) != 0)
-            {
-                return MAPI_E_UNKNOWN_FLAGS;
-            }
+            RequireFlags(ulFlags, MAPI_MODIFY | MAPI_BEST_ACCESS | MAPI_DEFERRED_ERRORS);
             RequireInterface(lpInterface, {&IID_IAttachment, &IID_IMAPIProp, &IID_IUnknown});
             const bool best = (ulFlags & MAPI_BEST_ACCESS) == MAPI_BEST_ACCESS;
             if ((ulFlags & MAPI_MODIFY) != 0 && !best)
@@ -250,10 +244,7 @@ STDMETHODIMP Message::CreateAttach(LPCIID lpInterface, ULONG ulFlags, ULONG* lpu
             {
                 return MAPI_E_INVALID_PARAMETER;
             }
-            if ((ulFlags & ~static_cast<ULONG>(MAPI_DEFERRED_ERRORS)) != 0)
-            {
-                return MAPI_E_UNKNOWN_FLAGS;
-            }
+            RequireFlags(ulFlags, MAPI_DEFERRED_ERRORS);
             RequireInterface(lpInterface, {&IID_IAttachment, &IID_IMAPIProp, &IID_IUnknown});
             RequireModifiable();
             const ULONG number = m_state->NewAttachmentNumber();
@@ -268,10 +259,7 @@ STDMETHODIMP Message::DeleteAttach(ULONG ulAttachmentNum, ULONG, LPMAPIPROGRESS,
     return Run(
         [&]() -> HRESULT
         {
-            if ((ulFlags & ~static_cast<ULONG>(ATTACH_DIALOG)) != 0)
-            {
-                return MAPI_E_UNKNOWN_FLAGS;
-            }
+            RequireFlags(ulFlags, ATTACH_DIALOG);
             RequireModifiable();
             return m_state->RemoveAttachment(ulAttachmentNum) ? S_OK : MAPI_E_NOT_FOUND;
         });
@@ -286,10 +274,7 @@ STDMETHODIMP Message::GetRecipientTable(ULONG ulFlags, LPMAPITABLE* lppTable)
             {
                 return MAPI_E_INVALID_PARAMETER;
             }
-            if ((ulFlags & ~static_cast<ULONG>(MAPI_UNICODE | MAPI_DEFERRED_ERRORS)) != 0)
-            {
-                return MAPI_E_UNKNOWN_FLAGS;
-            }
+            RequireFlags(ulFlags, MAPI_UNICODE | MAPI_DEFERRED_ERRORS);
             *lppTable = Recipients(ulFlags).Detach();
             return S_OK;
         });
@@ -352,10 +337,7 @@ STDMETHODIMP Message::SetReadFlag(ULONG ulFlags)
             constexpr ULONG generateReceiptOnly = 0x10;
             constexpr ULONG known = SUPPRESS_RECEIPT | CLEAR_READ_FLAG | MAPI_DEFERRED_ERRORS | generateReceiptOnly |
                                     CLEAR_RN_PENDING | CLEAR_NRN_PENDING;
-            if ((ulFlags & ~known) != 0)
-            {
-                return MAPI_E_UNKNOWN_FLAGS;
-            }
+            RequireFlags(ulFlags, known);
             if (!m_session->Writable())
             {
                 Fail(MAPI_E_NO_ACCESS, L"The store is read-only");

@@ -41,23 +41,6 @@ private:
     std::vector<AttachmentSlot> m_attachments;
 };
 
-class MemoryAttachment : public AttachmentContent
-{
-public:
-    MemoryAttachment(PropertyBag properties, std::shared_ptr<const MessageContent> embedded)
-        : m_properties(std::move(properties)),
-          m_embedded(std::move(embedded))
-    {
-    }
-
-    PropertyBag Properties() const override { return m_properties; }
-    std::shared_ptr<const MessageContent> Embedded() const override { return m_embedded; }
-
-private:
-    PropertyBag m_properties;
-    std::shared_ptr<const MessageContent> m_embedded;
-};
-
 // What the store works out itself and no client can set.
 bool IsComputed(ULONG id)
 {

@@ -140,10 +140,7 @@ HRESULT PropertyHost::DeletePropsBody(LPSPropTagArray tags, LPSPropProblemArray*
 HRESULT PropertyHost::SaveChangesBody(ULONG flags)
 {
     constexpr ULONG known = KEEP_OPEN_READONLY | KEEP_OPEN_READWRITE | FORCE_SAVE | MAPI_DEFERRED_ERRORS;
-    if ((flags & ~known) != 0)
-    {
-        return MAPI_E_UNKNOWN_FLAGS;
-    }
+    RequireFlags(flags, known);
     if ((flags & KEEP_OPEN_READONLY) != 0 && (flags & KEEP_OPEN_READWRITE) != 0)
     {
         return MAPI_E_INVALID_PARAMETER;
@@ -219,10 +216,7 @@ HRESULT PropertyHost::OpenPropertyBody(ULONG tag, LPCIID iid, ULONG options, ULO
         return MAPI_E_INVALID_PARAMETER;
     }
     constexpr ULONG known = MAPI_CREATE | MAPI_MODIFY | MAPI_DEFERRED_ERRORS;
-    if ((flags & ~known) != 0)
-    {
-        return MAPI_E_UNKNOWN_FLAGS;
-    }
+    RequireFlags(flags, known);
     RequireAlive();
     if ((flags & (MAPI_CREATE | MAPI_MODIFY)) != 0)
     {
@@ -271,10 +265,7 @@ HRESULT PropertyHost::GetNamesBody(LPSPropTagArray* tags, LPGUID set, ULONG flag
     {
         return MAPI_E_INVALID_PARAMETER;
     }
-    if ((flags & ~static_cast<ULONG>(MAPI_NO_STRINGS | MAPI_NO_IDS)) != 0)
-    {
-        return MAPI_E_UNKNOWN_FLAGS;
-    }
+    RequireFlags(flags, MAPI_NO_STRINGS | MAPI_NO_IDS);
     const MapiMemory& memory = m_session->Memory();
     std::vector<std::optional<PropertyName>> found;
     MapiBlock<SPropTagArray> listed(memory);
@@ -350,10 +341,7 @@ HRESULT PropertyHost::GetIdsBody(ULONG count, LPMAPINAMEID* names, ULONG flags, 
     {
         return MAPI_E_INVALID_PARAMETER;
     }
-    if ((flags & ~static_cast<ULONG>(MAPI_CREATE)) != 0)
-    {
-        return MAPI_E_UNKNOWN_FLAGS;
-    }
+    RequireFlags(flags, MAPI_CREATE);
     std::vector<PropertyName> wanted;
     std::vector<ULONG> ids;
     if (count == 0)

@@ -120,23 +120,6 @@ constexpr int kDeepestEmbedded = 2;
 // Larger than what GetProps gives at once, so that clients have to read it as a stream.
 constexpr size_t kLargeAttachment = 150000;
 
-class SampleAttachment : public AttachmentContent
-{
-public:
-    SampleAttachment(PropertyBag properties, std::shared_ptr<const MessageContent> embedded)
-        : m_properties(std::move(properties)),
-          m_embedded(std::move(embedded))
-    {
-    }
-
-    PropertyBag Properties() const override { return m_properties; }
-    std::shared_ptr<const MessageContent> Embedded() const override { return m_embedded; }
-
-private:
-    PropertyBag m_properties;
-    std::shared_ptr<const MessageContent> m_embedded;
-};
-
 class SampleMessage : public MessageContent
 {
 public:
@@ -311,7 +294,7 @@ std::vector<std::shared_ptr<const AttachmentContent>> SampleMessage::Attachments
         bag.Put(PropValue::Long(PR_RENDERING_POSITION, -1));
         bag.Put(PropValue(PR_CREATION_TIME, m_time));
         bag.Put(PropValue(PR_LAST_MODIFICATION_TIME, m_time));
-        attachments.push_back(std::make_shared<SampleAttachment>(std::move(bag), std::move(embedded)));
+        attachments.push_back(std::make_shared<MemoryAttachment>(std::move(bag), std::move(embedded)));
     };
     const auto addFile = [&](const std::wstring& name, Bytes data)
     {

@@ -226,10 +226,7 @@ STDMETHODIMP Store::SetReceiveFolder(LPTSTR lpszMessageClass, ULONG ulFlags, ULO
     return Run(
         [&]() -> HRESULT
         {
-            if ((ulFlags & ~static_cast<ULONG>(MAPI_UNICODE)) != 0)
-            {
-                return MAPI_E_UNKNOWN_FLAGS;
-            }
+            RequireFlags(ulFlags, MAPI_UNICODE);
             if (!m_session->Writable())
             {
                 Fail(MAPI_E_NO_ACCESS, L"The store is read-only");
@@ -273,10 +270,7 @@ STDMETHODIMP Store::GetReceiveFolder(LPTSTR lpszMessageClass, ULONG ulFlags, ULO
             {
                 return MAPI_E_INVALID_PARAMETER;
             }
-            if ((ulFlags & ~static_cast<ULONG>(MAPI_UNICODE)) != 0)
-            {
-                return MAPI_E_UNKNOWN_FLAGS;
-            }
+            RequireFlags(ulFlags, MAPI_UNICODE);
             const std::wstring messageClass = Lower(TextArgument(lpszMessageClass, ulFlags));
             ReceiveFolder best;
             for (const ReceiveFolder& folder : ReceiveFolders())
@@ -315,10 +309,7 @@ STDMETHODIMP Store::GetReceiveFolderTable(ULONG ulFlags, LPMAPITABLE* lppTable)
             {
                 return MAPI_E_INVALID_PARAMETER;
             }
-            if ((ulFlags & ~static_cast<ULONG>(MAPI_UNICODE | MAPI_DEFERRED_ERRORS)) != 0)
-            {
-                return MAPI_E_UNKNOWN_FLAGS;
-            }
+            RequireFlags(ulFlags, MAPI_UNICODE | MAPI_DEFERRED_ERRORS);
             std::vector<PropertyBag> rows;
             for (const ReceiveFolder& folder : ReceiveFolders())
             {
@@ -389,10 +380,7 @@ HRESULT OpenStoreEntry(const std::shared_ptr<const Session>& session, ULONG size
     }
     constexpr ULONG noCache = 0x00000200;
     constexpr ULONG known = MAPI_MODIFY | MAPI_BEST_ACCESS | MAPI_DEFERRED_ERRORS | noCache;
-    if ((flags & ~known) != 0)
-    {
-        return MAPI_E_UNKNOWN_FLAGS;
-    }
+    RequireFlags(flags, known);
     session->Core().Refresh();
     const bool best = (flags & MAPI_BEST_ACCESS) == MAPI_BEST_ACCESS;
     const bool modify = (flags & MAPI_MODIFY) != 0;

@@ -89,6 +89,24 @@ public:
     virtual std::shared_ptr<const MessageContent> Embedded() const = 0;
 };
 
+/// An attachment that is not read from a file.
+class MemoryAttachment final : public AttachmentContent
+{
+public:
+    MemoryAttachment(PropertyBag properties, std::shared_ptr<const MessageContent> embedded)
+        : m_properties(std::move(properties)),
+          m_embedded(std::move(embedded))
+    {
+    }
+
+    PropertyBag Properties() const override { return m_properties; }
+    std::shared_ptr<const MessageContent> Embedded() const override { return m_embedded; }
+
+private:
+    PropertyBag m_properties;
+    std::shared_ptr<const MessageContent> m_embedded;
+};
+
 /// The content of one message. Immutable and thread-safe.
 class MessageContent
 {

@@ -793,14 +793,6 @@ void RequireNoCycle(const Copier& copier, IMAPIFolder& folder, IMAPIFolder& dest
     }
 }
 
-void CheckCopyFlags(ULONG flags)
-{
-    if (flags & ~(MAPI_MOVE | MAPI_NOREPLACE | MAPI_DECLINE_OK | MAPI_DIALOG))
-    {
-        Fail(MAPI_E_UNKNOWN_FLAGS, L"A copying call has a flag that it does not take.");
-    }
-}
-
 struct Pair
 {
     ComPtr<IMAPIProp> source;
@@ -809,7 +801,7 @@ struct Pair
 
 Pair AskBoth(const CopyToArguments& arguments)
 {
-    CheckCopyFlags(arguments.flags);
+    RequireFlags(arguments.flags, MAPI_MOVE | MAPI_NOREPLACE | MAPI_DECLINE_OK | MAPI_DIALOG);
     Pair pair{Ask<IMAPIProp>(arguments.source, arguments.sourceInterface, IID_IMAPIProp),
               Ask<IMAPIProp>(arguments.destination, arguments.destinationInterface, IID_IMAPIProp)};
     if (pair.source.As<IUnknown>(IID_IUnknown).Get() == pair.destination.As<IUnknown>(IID_IUnknown).Get())
@@ -883,10 +875,7 @@ void CopyProperties(const MapiMemory& memory, LPSPropTagArray tags, const CopyTo
 HRESULT CopyMessages(const MapiMemory& memory, LPCIID sourceInterface, LPVOID source, const ENTRYLIST& messages,
                      LPCIID destinationInterface, LPVOID destination, LPMAPIPROGRESS progress, ULONG flags)
 {
-    if (flags & ~(MESSAGE_MOVE | MESSAGE_DIALOG | MAPI_DECLINE_OK))
-    {
-        Fail(MAPI_E_UNKNOWN_FLAGS, L"CopyMessages has a flag that it does not take.");
-    }
+    RequireFlags(flags, MESSAGE_MOVE | MESSAGE_DIALOG | MAPI_DECLINE_OK);
     if (messages.cValues && !messages.lpbin)
     {
         Fail(MAPI_E_INVALID_PARAMETER, L"The list of messages is null.");
@@ -923,10 +912,7 @@ HRESULT CopyFolder(const MapiMemory& memory, LPCIID sourceInterface, LPVOID sour
                    LPENTRYID entryId, LPCIID destinationInterface, LPVOID destination, LPTSTR newName,
                    LPMAPIPROGRESS progress, ULONG flags)
 {
-    if (flags & ~(FOLDER_MOVE | FOLDER_DIALOG | COPY_SUBFOLDERS | MAPI_DECLINE_OK | MAPI_UNICODE))
-    {
-        Fail(MAPI_E_UNKNOWN_FLAGS, L"CopyFolder has a flag that it does not take.");
-    }
+    RequireFlags(flags, FOLDER_MOVE | FOLDER_DIALOG | COPY_SUBFOLDERS | MAPI_DECLINE_OK | MAPI_UNICODE);
     const auto parent = Ask<IMAPIFolder>(source, sourceInterface, IID_IMAPIFolder);
     const auto to = Ask<IMAPIFolder>(destination, destinationInterface, IID_IMAPIFolder);
     if (entryIdSize < sizeof(ENTRYID::abFlags) || !entryId)

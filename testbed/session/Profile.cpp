@@ -378,10 +378,7 @@ STDMETHODIMP ProfileSection::SaveChanges(ULONG ulFlags)
     return Call(
         [&]
         {
-            if (ulFlags & ~(KEEP_OPEN_READONLY | KEEP_OPEN_READWRITE | FORCE_SAVE))
-            {
-                Fail(MAPI_E_UNKNOWN_FLAGS, L"SaveChanges has a flag that it does not take.");
-            }
+            RequireFlags(ulFlags, KEEP_OPEN_READONLY | KEEP_OPEN_READWRITE | FORCE_SAVE);
             // Nothing is left to save: a section's changes take effect, and are on disk, with the call that makes them.
             RequireModify();
             m_modify = (ulFlags & (KEEP_OPEN_READWRITE | FORCE_SAVE)) != 0;

@@ -45,7 +45,7 @@ public:
                        [&]
                        {
                            Require(lppTable);
-                           CheckFlags(ulFlags, MAPI_UNICODE);
+                           RequireFlags(ulFlags, MAPI_UNICODE);
                            *lppTable = ProviderTable(ulFlags).Detach();
                        });
     }
@@ -58,7 +58,7 @@ public:
                        {
                            Require(lpszProvider);
                            Require(lpUID);
-                           CheckFlags(ulFlags, MAPI_UNICODE | MAPI_DIALOG);
+                           RequireFlags(ulFlags, MAPI_UNICODE | MAPI_DIALOG);
                            *lpUID = Create(TextArgument(lpszProvider, ulFlags), CopyProps(cValues, lpProps));
                        });
     }
@@ -86,7 +86,7 @@ public:
                        [&]
                        {
                            Require(lppProfSect);
-                           CheckFlags(ulFlags, MAPI_MODIFY | MAPI_DEFERRED_ERRORS);
+                           RequireFlags(ulFlags, MAPI_MODIFY | MAPI_DEFERRED_ERRORS);
                            if (lpInterface && !IsEqualIID(*lpInterface, IID_IProfSect) &&
                                !IsEqualIID(*lpInterface, IID_IMAPIProp))
                            {
@@ -104,14 +104,6 @@ private:
         if (!pointer)
         {
             Fail(MAPI_E_INVALID_PARAMETER, L"A required argument is null.");
-        }
-    }
-
-    static void CheckFlags(ULONG flags, ULONG allowed)
-    {
-        if (flags & ~allowed)
-        {
-            Fail(MAPI_E_UNKNOWN_FLAGS, L"An administration call has a flag that it does not take.");
         }
     }
 

@@ -92,10 +92,7 @@ ComPtr<ILockBytes> LockBytesOf(IUnknown& source, LPCIID interfaceId)
 
 ComPtr<IStorage> OpenStreamStorage(IUnknown& source, LPCIID interfaceId, ULONG flags)
 {
-    if (flags & ~(STGSTRM_CURRENT | STGSTRM_MODIFY | STGSTRM_CREATE))
-    {
-        Fail(MAPI_E_UNKNOWN_FLAGS, L"IStorageFromStream has a flag that it does not take.");
-    }
+    RequireFlags(flags, STGSTRM_CURRENT | STGSTRM_MODIFY | STGSTRM_CREATE);
     const ComPtr<ILockBytes> bytes = LockBytesOf(source, interfaceId);
     const DWORD access = flags & (STGSTRM_MODIFY | STGSTRM_CREATE) ? STGM_READWRITE : STGM_READ;
     ComPtr<IStorage> storage;

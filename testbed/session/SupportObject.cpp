@@ -19,14 +19,6 @@ void Require(const T* pointer)
     }
 }
 
-void CheckFlags(ULONG flags, ULONG allowed)
-{
-    if (flags & ~allowed)
-    {
-        Fail(MAPI_E_UNKNOWN_FLAGS, L"A support call has a flag that it does not take.");
-    }
-}
-
 class SupportObject final : public ComObject<IMAPISupport, &IID_IMAPISup>
 {
 public:
@@ -84,7 +76,7 @@ STDMETHODIMP SupportObject::Subscribe(LPNOTIFKEY lpKey, ULONG ulEventMask, ULONG
                        Require(lpKey);
                        Require(lpAdviseSink);
                        Require(lpulConnection);
-                       CheckFlags(ulFlags, NOTIFY_SYNC);
+                       RequireFlags(ulFlags, NOTIFY_SYNC);
                        *lpulConnection = m_context.notifications->Subscribe(*lpKey, ulEventMask, lpAdviseSink);
                    });
 }
@@ -113,7 +105,7 @@ STDMETHODIMP SupportObject::Notify(LPNOTIFKEY lpKey, ULONG cNotification, LPNOTI
                        {
                            Require(lpNotifications);
                        }
-                       CheckFlags(*lpulFlags, NOTIFY_SYNC);
+                       RequireFlags(*lpulFlags, NOTIFY_SYNC);
                        *lpulFlags = m_context.notifications->Notify(*lpKey, cNotification, lpNotifications);
                    });
 }
@@ -123,7 +115,7 @@ STDMETHODIMP SupportObject::ModifyStatusRow(ULONG cValues, LPSPropValue lpColumn
     return Guarded(m_lastError,
                    [&]
                    {
-                       CheckFlags(ulFlags, STATUSROW_UPDATE);
+                       RequireFlags(ulFlags, STATUSROW_UPDATE);
                        m_context.status->Modify(m_context.ownSection, CopyProps(cValues, lpColumnVals),
                                                 (ulFlags & STATUSROW_UPDATE) != 0);
                    });
@@ -135,7 +127,7 @@ STDMETHODIMP SupportObject::OpenProfileSection(LPMAPIUID lpUid, ULONG ulFlags, L
                    [&]
                    {
                        Require(lppProfileObj);
-                       CheckFlags(ulFlags, MAPI_MODIFY | MAPI_DEFERRED_ERRORS);
+                       RequireFlags(ulFlags, MAPI_MODIFY | MAPI_DEFERRED_ERRORS);
                        const Uid uid = lpUid ? Uid(*lpUid) : m_context.ownSection;
                        *lppProfileObj =
                            OpenSection(m_context.profile, uid, (ulFlags & MAPI_MODIFY) != 0, m_context.memory).Detach();
@@ -163,7 +155,7 @@ STDMETHODIMP SupportObject::MakeInvalid(ULONG ulFlags, LPVOID lpObject, ULONG ul
                    [&]
                    {
                        Require(lpObject);
-                       CheckFlags(ulFlags, 0);
+                       RequireFlags(ulFlags, 0);
                        MakeObjectInvalid(m_context.memory, lpObject, ulRefCount, cMethods);
                    });
 }
@@ -189,7 +181,7 @@ STDMETHODIMP SupportObject::SetProviderUID(LPMAPIUID lpProviderID, ULONG ulFlags
                    [&]
                    {
                        Require(lpProviderID);
-                       CheckFlags(ulFlags, 0);
+                       RequireFlags(ulFlags, 0);
                        if (m_context.setProviderUid)
                        {
                            m_context.setProviderUid(*lpProviderID);
@@ -204,7 +196,7 @@ STDMETHODIMP SupportObject::CompareEntryIDs(ULONG cbEntry1, LPENTRYID lpEntry1, 
                    [&]() -> HRESULT
                    {
                        Require(lpulResult);
-                       CheckFlags(ulCompareFlags, 0);
+                       RequireFlags(ulCompareFlags, 0);
                        // Two absent entry IDs are equal, one absent differs from any other.
                        if (cbEntry1 == 0 || cbEntry2 == 0)
                        {
