@@ -18,9 +18,15 @@ void RunAlone(void (*body)());
 
 /// Defines a test that runs in a process of its own.
 #define TEST_ALONE(suite, name)                                                                                        \
-    static void suite##name##Alone();                                                                                  \
+    namespace                                                                                                          \
+    {                                                                                                                  \
+    struct suite##name##Alone                                                                                          \
+    {                                                                                                                  \
+        static void Body();                                                                                            \
+    };                                                                                                                 \
+    }                                                                                                                  \
     TEST(suite, name)                                                                                                  \
     {                                                                                                                  \
-        ::Tests::RunAlone(suite##name##Alone);                                                                         \
+        ::Tests::RunAlone(&suite##name##Alone::Body);                                                                  \
     }                                                                                                                  \
-    static void suite##name##Alone()
+    void suite##name##Alone::Body()

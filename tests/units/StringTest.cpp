@@ -271,7 +271,7 @@ TEST(StringW, SaysThatThereIsNoMemoryAndStaysAsItWas)
         ExpectOutOfMemory([&] { text.Reserve(100); });
         ExpectOutOfMemory([&] { text.Append(L"more and more and more", 22); });
         ExpectOutOfMemory([&] { text.AppendFormat(L"%d", 1); });
-        ExpectOutOfMemory([&] { StringW copy(text); });
+        ExpectOutOfMemory([&] { StringW(text).Reserve(1); });
         ExpectOutOfMemory([&] { text = StringW(L"other"); });
         ExpectOutOfMemory([&] { StringA narrow(text); });
     }
@@ -319,7 +319,7 @@ TEST(StringA, MovesAndAssignsAsAValue)
 TEST(StringA, CopiesWhatStandsBehindAZeroCharacterToo)
 {
     const StringA text("a\0b", 3);
-    const StringA copy(text);
+    const StringA copy(text); // NOLINT(performance-unnecessary-copy-initialization): what is tested
     EXPECT_EQ(copy.GetLength(), 3u);
     EXPECT_EQ(std::string(copy.GetString(), copy.GetLength()), std::string("a\0b", 3));
     EXPECT_EQ(copy.GetUnicode(0).GetLength(), 3u);

@@ -12,8 +12,6 @@
 #include <cstdio>
 
 using namespace Quillon::Nst;
-using testing::_;
-using testing::IsEmpty;
 using testing::Return;
 
 namespace Tests

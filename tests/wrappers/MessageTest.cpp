@@ -343,7 +343,7 @@ TEST_F(ReadOnlyMessageWrapper, ReturnsThePstMessagesOwnRefusal)
 
 TEST_F(ReadOnlyMessageWrapper, IgnoresReadFlagsWhileModificationIsOff)
 {
-    for (const ULONG flags : {0ul, static_cast<ULONG>(CLEAR_READ_FLAG), static_cast<ULONG>(SUPPRESS_RECEIPT)})
+    for (const ULONG flags : {0ul, CLEAR_READ_FLAG, SUPPRESS_RECEIPT})
     {
         EXPECT_CALL(*pst, SetReadFlag).Times(0);
         EXPECT_EQ(message->SetReadFlag(flags), S_OK);

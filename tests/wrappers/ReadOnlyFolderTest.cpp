@@ -264,7 +264,7 @@ TEST_F(ReadOnlyFolderWrapper, DeletesNothingNotEvenWhatMayBeSet)
 
 TEST_F(ReadOnlyFolderWrapper, CopiesMessagesThatAreNotMoved)
 {
-    for (const ULONG flags : {0ul, static_cast<ULONG>(MESSAGE_DIALOG), 0xFFFFFFFEul})
+    for (const ULONG flags : {0ul, MESSAGE_DIALOG, 0xFFFFFFFEul})
     {
         EXPECT_CALL(*pst, CopyMessages(Opaque<ENTRYLIST*>(1), &IID_IMAPIFolder, Opaque<>(2), 3,
                                        Opaque<IMAPIProgress*>(4), flags))

@@ -926,6 +926,7 @@ HRESULT GiveNothing(const RawArguments& arguments)
 {
     const auto* const tags = reinterpret_cast<const SPropTagArray*>(arguments[0]);
     std::vector<Property> values;
+    values.reserve(tags->cValues);
     for (ULONG index = 0; index < tags->cValues; ++index)
         values.push_back(ErrorValue(tags->aulPropTag[index], MAPI_E_NOT_FOUND));
     *reinterpret_cast<ULONG*>(arguments[2]) = tags->cValues;

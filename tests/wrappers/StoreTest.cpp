@@ -567,7 +567,7 @@ TEST_F(StoreWrapper, OpensAMessageWrapped)
 
 TEST_F(StoreWrapper, GivesAnyOtherObjectAsItIs)
 {
-    for (const ULONG type : {static_cast<ULONG>(MAPI_STORE), static_cast<ULONG>(MAPI_ATTACH), 0ul})
+    for (const ULONG type : {MAPI_STORE, MAPI_ATTACH, 0ul})
     {
         EXPECT_CALL(*pst, OpenEntry).WillOnce(GiveEntry(S_OK, type, pst.Get()));
         ULONG given = 99;

@@ -92,7 +92,7 @@ TEST_F(SupportWrapper, GivesTheHeldSectionForTheSpecialUidWhateverTheFlags)
     MAPIUID uid = SpecialUid();
     EXPECT_EQ(std::memcmp(&uid, &GlobalProfileSectionUid, sizeof(uid)), 0);
     EXPECT_CALL(*mapi, OpenProfileSection).Times(0);
-    for (const ULONG flags : {0ul, static_cast<ULONG>(MAPI_MODIFY), 0xFFFFFFFFul})
+    for (const ULONG flags : {0ul, MAPI_MODIFY, 0xFFFFFFFFul})
     {
         IProfSect* given = nullptr;
         EXPECT_EQ(support->OpenProfileSection(&uid, flags, &given), S_OK);

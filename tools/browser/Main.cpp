@@ -119,7 +119,7 @@ int Run(int argc, wchar_t** argv)
     verify->callback([&] { command = [&](const Options& o) { return RunVerify(o, PathOf(source), all); }; });
 
     std::string object;
-    size_t limit = static_cast<size_t>(-1);
+    auto limit = static_cast<size_t>(-1);
     auto* const list = app.add_subcommand("list", "Print the messages of a folder");
     list->add_option("FOLDER", object, "The folder's path from the top of the information store or from the root")
         ->required()
@@ -134,7 +134,7 @@ int Run(int argc, wchar_t** argv)
     auto* const props = app.add_subcommand("props", "Print the properties of an object");
     props
         ->add_option("OBJECT", object,
-                     "\"store\", \"root\", a folder's path, FOLDER#NUMBER, FOLDER#NUMBER@K or an entry ID")
+                     R"("store", "root", a folder's path, FOLDER#NUMBER, FOLDER#NUMBER@K or an entry ID)")
         ->required()
         ->type_name("");
     props->callback([&] { command = [&](const Options& o) { return RunProps(o, Wide(object)); }; });
@@ -174,7 +174,8 @@ int Run(int argc, wchar_t** argv)
 }
 } // namespace
 
-int wmain(int argc, wchar_t** argv)
+// The C runtime calls it by its name.
+int wmain(int argc, wchar_t** argv) // NOLINT(misc-use-internal-linkage)
 {
     PrepareConsole();
     try

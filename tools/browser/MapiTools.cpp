@@ -319,7 +319,7 @@ Bytes FindFolder(const MapiMemory& memory, IMsgStore& store, const std::wstring&
     {
         wanted.pop_back();
     }
-    const Bytes top = TopOfStore(memory, store);
+    Bytes top = TopOfStore(memory, store);
     if (wanted.empty())
     {
         return top;
@@ -382,7 +382,7 @@ const PropertyNames::Name* PropertyNames::NameOf(ULONG id)
     auto known = m_names.find(id);
     if (known == m_names.end())
     {
-        std::optional<Name> name;
+        std::optional<Name> named;
         MapiBlock<SPropTagArray> tags(m_memory, MakeTagArray(m_memory, {PROP_TAG(PT_UNSPECIFIED, id)}));
         SPropTagArray* asked = tags.Get();
         ULONG count = 0;
@@ -390,17 +390,18 @@ const PropertyNames::Name* PropertyNames::NameOf(ULONG id)
         if (SUCCEEDED(m_object->GetNamesFromIDs(&asked, nullptr, 0, &count, names.Put())) && count == 1 && names[0])
         {
             const MAPINAMEID& found = *names[0];
-            name = Name{*found.lpguid, {}, 0};
+            Name name{*found.lpguid, {}, 0};
             if (found.ulKind == MNID_STRING)
             {
-                name->text = found.Kind.lpwstrName;
+                name.text = found.Kind.lpwstrName;
             }
             else
             {
-                name->number = found.Kind.lID;
+                name.number = found.Kind.lID;
             }
+            named = std::move(name);
         }
-        known = m_names.emplace(id, std::move(name)).first;
+        known = m_names.emplace(id, std::move(named)).first;
     }
     return known->second ? &*known->second : nullptr;
 }

@@ -172,6 +172,7 @@ void** TableOf(void* object)
 } // namespace
 
 #define SLOT(name) name,
+// NOLINTNEXTLINE(bugprone-macro-parentheses): a method's name
 #define PUT(method) Put<I, static_cast<size_t>(Slot::method)>(table, Name "::" #method, &I::method);
 #define DEFINE_WATCH(Interface, METHODS)                                                                               \
     void Watch(Interface& object)                                                                                      \

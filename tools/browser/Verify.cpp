@@ -173,6 +173,16 @@ private:
         CompareValues(wanted, ReadProperties(m_memory, target, true).values, label);
     }
 
+    void Differ(const std::string& label, const std::string& property, const std::string& how)
+    {
+        m_report.different.push_back(label + ": " + property + " " + how);
+    }
+
+    static std::string IsInstead(const PropValue& found, const PropValue& wanted)
+    {
+        return "is " + Shorten(ValueText(found), 80) + " instead of " + Shorten(ValueText(wanted), 80);
+    }
+
     void CompareValues(const std::vector<PropValue>& source, const std::vector<PropValue>& target,
                        const std::string& label)
     {
@@ -194,12 +204,11 @@ private:
             const std::string property = TagName(value.Tag(), &m_sourceNames);
             if (found == byId.end())
             {
-                m_report.different.push_back(label + ": " + property + " is not in the archive");
+                Differ(label, property, "is not in the archive");
             }
             else if (found->second->Type() != value.Type() || found->second->Data() != value.Data())
             {
-                m_report.different.push_back(label + ": " + property + " is " + Shorten(ValueText(*found->second), 80) +
-                                             " instead of " + Shorten(ValueText(value), 80));
+                Differ(label, property, IsInstead(*found->second, value));
             }
         }
     }

@@ -236,5 +236,14 @@ ExitCode Run()
 int main()
 {
     SetConsoleOutputCP(CP_UTF8);
-    return static_cast<int>(Run());
+    try
+    {
+        return static_cast<int>(Run());
+    }
+    catch (...)
+    {
+        // Not even the answer could be made.
+        std::fputs("archive-setup: There is not enough memory.\n", stderr);
+        return static_cast<int>(ExitCode::Failure);
+    }
 }

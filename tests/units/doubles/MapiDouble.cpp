@@ -3,34 +3,33 @@
 
 extern "C"
 {
-    __declspec(dllexport) MapiDouble mapiDouble = {};
+    MapiDouble mapiDouble = {};
 
-    __declspec(dllexport) SCODE STDMETHODCALLTYPE MAPIAllocateBuffer(ULONG cbSize, LPVOID* lppBuffer)
+    SCODE STDMETHODCALLTYPE MAPIAllocateBuffer(ULONG cbSize, LPVOID* lppBuffer)
     {
         return mapiDouble.allocateBuffer ? mapiDouble.allocateBuffer(cbSize, lppBuffer) : MAPI_E_CALL_FAILED;
     }
 
-    __declspec(dllexport) SCODE STDMETHODCALLTYPE MAPIAllocateMore(ULONG cbSize, LPVOID lpObject, LPVOID* lppBuffer)
+    SCODE STDMETHODCALLTYPE MAPIAllocateMore(ULONG cbSize, LPVOID lpObject, LPVOID* lppBuffer)
     {
         return mapiDouble.allocateMore ? mapiDouble.allocateMore(cbSize, lpObject, lppBuffer) : MAPI_E_CALL_FAILED;
     }
 
-    __declspec(dllexport) ULONG STDAPICALLTYPE MAPIFreeBuffer(LPVOID lpBuffer)
+    ULONG STDAPICALLTYPE MAPIFreeBuffer(LPVOID lpBuffer)
     {
         return mapiDouble.freeBuffer ? mapiDouble.freeBuffer(lpBuffer) : 0;
     }
 
-    __declspec(dllexport) HRESULT STDAPICALLTYPE WrapStoreEntryID(ULONG ulFlags, LPSTR lpszDLLName, ULONG cbOrigEntry,
-                                                                  LPENTRYID lpOrigEntry, ULONG* lpcbWrappedEntry,
-                                                                  LPENTRYID* lppWrappedEntry)
+    HRESULT STDAPICALLTYPE WrapStoreEntryID(ULONG ulFlags, LPSTR lpszDLLName, ULONG cbOrigEntry, LPENTRYID lpOrigEntry,
+                                            ULONG* lpcbWrappedEntry, LPENTRYID* lppWrappedEntry)
     {
         return mapiDouble.wrapStoreEntryId ? mapiDouble.wrapStoreEntryId(ulFlags, lpszDLLName, cbOrigEntry, lpOrigEntry,
                                                                          lpcbWrappedEntry, lppWrappedEntry)
                                            : MAPI_E_CALL_FAILED;
     }
 
-    __declspec(dllexport) BOOL STDAPICALLTYPE FGetComponentPath(LPSTR szComponent, LPSTR szQualifier, LPSTR szDllPath,
-                                                                DWORD cchBufferSize, BOOL fInstall)
+    BOOL STDAPICALLTYPE FGetComponentPath(LPSTR szComponent, LPSTR szQualifier, LPSTR szDllPath, DWORD cchBufferSize,
+                                          BOOL fInstall)
     {
         return mapiDouble.getComponentPath
                    ? mapiDouble.getComponentPath(szComponent, szQualifier, szDllPath, cchBufferSize, fInstall)

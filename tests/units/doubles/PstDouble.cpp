@@ -3,12 +3,12 @@
 
 extern "C"
 {
-    __declspec(dllexport) PstDouble pstDouble = {};
+    PstDouble pstDouble = {};
 
-    __declspec(dllexport) HRESULT WINAPI NSTServiceEntry(HINSTANCE hInstance, LPMALLOC lpMalloc, LPMAPISUP lpMAPISup,
-                                                         Quillon::Mapi::ProviderUIParam ulUIParam, ULONG ulFlags,
-                                                         ULONG ulContext, ULONG cValues, LPSPropValue lpProps,
-                                                         LPPROVIDERADMIN lpProviderAdmin, LPMAPIERROR* lppMapiError)
+    HRESULT WINAPI NSTServiceEntry(HINSTANCE hInstance, LPMALLOC lpMalloc, LPMAPISUP lpMAPISup,
+                                   Quillon::Mapi::ProviderUIParam ulUIParam, ULONG ulFlags, ULONG ulContext,
+                                   ULONG cValues, LPSPropValue lpProps, LPPROVIDERADMIN lpProviderAdmin,
+                                   LPMAPIERROR* lppMapiError)
     {
         return pstDouble.serviceEntry
                    ? pstDouble.serviceEntry(hInstance, lpMalloc, lpMAPISup, ulUIParam, ulFlags, ulContext, cValues,
@@ -16,11 +16,9 @@ extern "C"
                    : MAPI_E_CALL_FAILED;
     }
 
-    __declspec(dllexport) HRESULT __cdecl MSProviderInit(HINSTANCE hInstance, LPMALLOC lpMalloc,
-                                                         LPALLOCATEBUFFER lpAllocateBuffer,
-                                                         LPALLOCATEMORE lpAllocateMore, LPFREEBUFFER lpFreeBuffer,
-                                                         ULONG ulFlags, ULONG ulMAPIVer, ULONG* lpulProviderVer,
-                                                         LPMSPROVIDER* lppMSProvider)
+    HRESULT __cdecl MSProviderInit(HINSTANCE hInstance, LPMALLOC lpMalloc, LPALLOCATEBUFFER lpAllocateBuffer,
+                                   LPALLOCATEMORE lpAllocateMore, LPFREEBUFFER lpFreeBuffer, ULONG ulFlags,
+                                   ULONG ulMAPIVer, ULONG* lpulProviderVer, LPMSPROVIDER* lppMSProvider)
     {
         return pstDouble.providerInit
                    ? pstDouble.providerInit(hInstance, lpMalloc, lpAllocateBuffer, lpAllocateMore, lpFreeBuffer,
