@@ -87,6 +87,9 @@ int CheckedLength(size_t length)
     return static_cast<int>(length);
 }
 
+// Both functions are told the length of what they convert.
+// NOLINTBEGIN(bugprone-suspicious-stringview-data-usage)
+
 std::wstring Widen(UINT codePage, std::string_view text)
 {
     if (text.empty())
@@ -112,6 +115,8 @@ std::string Narrow(UINT codePage, std::wstring_view text)
     WideCharToMultiByte(codePage, 0, text.data(), length, narrow.data(), needed, nullptr, nullptr);
     return narrow;
 }
+
+// NOLINTEND(bugprone-suspicious-stringview-data-usage)
 
 BYTE HexDigit(wchar_t digit)
 {

@@ -47,7 +47,7 @@ void* Blocks::Allocate(size_t size, void* parent)
 {
     const std::lock_guard guard(m_lock);
     ++m_calls;
-    BlockMap::iterator root = m_live.end();
+    auto root = m_live.end();
     if (parent)
     {
         root = m_live.find(parent);
@@ -56,9 +56,13 @@ void* Blocks::Allocate(size_t size, void* parent)
             Foreign(parent, "MAPIAllocateMore");
         }
     }
-    if (m_failIn != 0 && --m_failIn == 0)
+    if (m_failIn != 0)
     {
-        return nullptr;
+        --m_failIn;
+        if (m_failIn == 0)
+        {
+            return nullptr;
+        }
     }
     if (size > MaxBlockSize)
     {

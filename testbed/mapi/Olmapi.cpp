@@ -16,7 +16,7 @@ using namespace Testbed;
 Blocks& AllBlocks()
 {
     // Never destroyed: other modules free their last blocks while the process ends.
-    static Blocks* const blocks = new Blocks;
+    static auto* const blocks = new Blocks;
     return *blocks;
 }
 

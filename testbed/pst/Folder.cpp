@@ -35,6 +35,13 @@ bool IsComputed(ULONG id)
     return IsComputedEverywhere(id) || ids.contains(id);
 }
 
+std::vector<NodeId> IdsOf(const std::vector<Node>& nodes)
+{
+    std::vector<NodeId> ids(nodes.size());
+    std::transform(nodes.begin(), nodes.end(), ids.begin(), [](const Node& node) { return node.id; });
+    return ids;
+}
+
 class Folder final : public PropertyObject<IMAPIFolder, &IID_IMAPIFolder, &IID_IMAPIContainer, &IID_IMAPIProp>
 {
 public:
@@ -311,18 +318,13 @@ STDMETHODIMP Folder::CopyMessages(LPENTRYLIST lpMsgList, LPCIID lpInterface, LPV
                        const auto destination = OwnFolder(lpInterface, lpDestFolder);
                        if ((ulFlags & MESSAGE_MOVE) == 0 || !destination)
                        {
-                           return m_session->Support().CopyMessages(
-                               &IID_IMAPIFolder, static_cast<IMAPIFolder*>(this), lpMsgList, lpInterface, lpDestFolder,
-                               ulUIParam, lpProgress, ulFlags & ~static_cast<ULONG>(MAPI_DECLINE_OK));
+                           return m_session->Support().CopyMessages(&IID_IMAPIFolder, static_cast<IMAPIFolder*>(this),
+                                                                    lpMsgList, lpInterface, lpDestFolder, ulUIParam,
+                                                                    lpProgress, ulFlags & ~MAPI_DECLINE_OK);
                        }
                        RequireWritable();
                        const std::vector<Node> nodes = Listed(lpMsgList);
-                       std::vector<NodeId> ids;
-                       for (const Node& node : nodes)
-                       {
-                           ids.push_back(node.id);
-                       }
-                       Core().MoveMessages(ids, *destination);
+                       Core().MoveMessages(IdsOf(nodes), *destination);
                        for (const Node& node : nodes)
                        {
                            m_session->Notify(fnevObjectMoved, {node.id, node.kind, *destination}, &node);
@@ -344,12 +346,7 @@ STDMETHODIMP Folder::DeleteMessages(LPENTRYLIST lpMsgList, ULONG, LPMAPIPROGRESS
             RequireFlags(ulFlags, MESSAGE_DIALOG | hardDelete);
             RequireWritable();
             const std::vector<Node> nodes = Listed(lpMsgList);
-            std::vector<NodeId> ids;
-            for (const Node& node : nodes)
-            {
-                ids.push_back(node.id);
-            }
-            Core().DeleteMessages(ids);
+            Core().DeleteMessages(IdsOf(nodes));
             for (const Node& node : nodes)
             {
                 m_session->Notify(fnevObjectDeleted, node);
@@ -412,44 +409,43 @@ STDMETHODIMP Folder::CreateFolder(ULONG ulFolderType, LPTSTR lpszFolderName, LPT
 STDMETHODIMP Folder::CopyFolder(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, LPVOID lpDestFolder,
                                 LPTSTR lpszNewFolderName, ULONG ulUIParam, LPMAPIPROGRESS lpProgress, ULONG ulFlags)
 {
-    return Guarded(m_lastError,
-                   [&]() -> HRESULT
-                   {
-                       if (!lpDestFolder || !lpEntryID)
-                       {
-                           return MAPI_E_INVALID_PARAMETER;
-                       }
-                       RequireFlags(ulFlags,
-                                    FOLDER_MOVE | COPY_SUBFOLDERS | FOLDER_DIALOG | MAPI_UNICODE | MAPI_DECLINE_OK);
-                       const auto destination = OwnFolder(lpInterface, lpDestFolder);
-                       if ((ulFlags & FOLDER_MOVE) == 0 || !destination)
-                       {
-                           return m_session->Support().CopyFolder(&IID_IMAPIFolder, static_cast<IMAPIFolder*>(this),
-                                                                  cbEntryID, lpEntryID, lpInterface, lpDestFolder,
-                                                                  lpszNewFolderName, ulUIParam, lpProgress,
-                                                                  ulFlags & ~static_cast<ULONG>(MAPI_DECLINE_OK));
-                       }
-                       RequireWritable();
-                       const Node node = RequireSubFolder(cbEntryID, lpEntryID);
-                       std::wstring name = TextArgument(lpszNewFolderName, ulFlags);
-                       PropertyChanges changes;
-                       if (!name.empty())
-                       {
-                           changes.Put(PropValue::String(PR_DISPLAY_NAME_W, name));
-                       }
-                       else
-                       {
-                           name = TextOf(Core().FolderProperties(node.id), PR_DISPLAY_NAME);
-                       }
-                       const auto other = Core().FindSubFolder(*destination, name);
-                       if (other && *other != node.id)
-                       {
-                           Fail(MAPI_E_COLLISION, L"The destination has a sub-folder of that name already");
-                       }
-                       Core().MoveFolder(node.id, *destination, changes);
-                       m_session->Notify(fnevObjectMoved, {node.id, node.kind, *destination}, &node);
-                       return S_OK;
-                   });
+    return Guarded(
+        m_lastError,
+        [&]() -> HRESULT
+        {
+            if (!lpDestFolder || !lpEntryID)
+            {
+                return MAPI_E_INVALID_PARAMETER;
+            }
+            RequireFlags(ulFlags, FOLDER_MOVE | COPY_SUBFOLDERS | FOLDER_DIALOG | MAPI_UNICODE | MAPI_DECLINE_OK);
+            const auto destination = OwnFolder(lpInterface, lpDestFolder);
+            if ((ulFlags & FOLDER_MOVE) == 0 || !destination)
+            {
+                return m_session->Support().CopyFolder(&IID_IMAPIFolder, static_cast<IMAPIFolder*>(this), cbEntryID,
+                                                       lpEntryID, lpInterface, lpDestFolder, lpszNewFolderName,
+                                                       ulUIParam, lpProgress, ulFlags & ~MAPI_DECLINE_OK);
+            }
+            RequireWritable();
+            const Node node = RequireSubFolder(cbEntryID, lpEntryID);
+            std::wstring name = TextArgument(lpszNewFolderName, ulFlags);
+            PropertyChanges changes;
+            if (!name.empty())
+            {
+                changes.Put(PropValue::String(PR_DISPLAY_NAME_W, name));
+            }
+            else
+            {
+                name = TextOf(Core().FolderProperties(node.id), PR_DISPLAY_NAME);
+            }
+            const auto other = Core().FindSubFolder(*destination, name);
+            if (other && *other != node.id)
+            {
+                Fail(MAPI_E_COLLISION, L"The destination has a sub-folder of that name already");
+            }
+            Core().MoveFolder(node.id, *destination, changes);
+            m_session->Notify(fnevObjectMoved, {node.id, node.kind, *destination}, &node);
+            return S_OK;
+        });
 }
 
 STDMETHODIMP Folder::DeleteFolder(ULONG cbEntryID, LPENTRYID lpEntryID, ULONG, LPMAPIPROGRESS, ULONG ulFlags)

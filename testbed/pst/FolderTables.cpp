@@ -173,6 +173,7 @@ public:
             tags[PROP_ID(tag)] = tag;
         }
         std::vector<ULONG> list;
+        list.reserve(tags.size());
         for (const auto& [id, tag] : tags)
         {
             list.push_back(tag);

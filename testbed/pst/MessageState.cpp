@@ -28,6 +28,7 @@ public:
     std::vector<std::shared_ptr<const AttachmentContent>> Attachments() const override
     {
         std::vector<std::shared_ptr<const AttachmentContent>> contents;
+        contents.reserve(m_attachments.size());
         for (const AttachmentSlot& slot : m_attachments)
         {
             contents.push_back(slot.content);
@@ -231,6 +232,11 @@ void MessageState::SetRecipients(std::vector<PropertyBag> recipients)
 std::vector<AttachmentSlot> MessageState::Attachments()
 {
     const std::lock_guard lock(m_lock);
+    return LoadedAttachments();
+}
+
+std::vector<AttachmentSlot>& MessageState::LoadedAttachments()
+{
     if (!m_attachments)
     {
         m_attachments = m_content ? SlotsOf(*m_content) : std::vector<AttachmentSlot>();
@@ -245,19 +251,19 @@ std::vector<AttachmentSlot> MessageState::Attachments()
 ULONG MessageState::NewAttachmentNumber()
 {
     const std::lock_guard lock(m_lock);
-    Attachments();
+    LoadedAttachments();
     return m_nextAttachment++;
 }
 
 void MessageState::PutAttachment(ULONG number, std::shared_ptr<const AttachmentContent> content)
 {
     const std::lock_guard lock(m_lock);
-    Attachments();
-    const auto found = std::find_if(m_attachments->begin(), m_attachments->end(),
+    std::vector<AttachmentSlot>& attachments = LoadedAttachments();
+    const auto found = std::find_if(attachments.begin(), attachments.end(),
                                     [&](const AttachmentSlot& slot) { return slot.number == number; });
-    if (found == m_attachments->end())
+    if (found == attachments.end())
     {
-        m_attachments->push_back({number, std::move(content)});
+        attachments.push_back({number, std::move(content)});
     }
     else
     {
@@ -269,9 +275,8 @@ void MessageState::PutAttachment(ULONG number, std::shared_ptr<const AttachmentC
 bool MessageState::RemoveAttachment(ULONG number)
 {
     const std::lock_guard lock(m_lock);
-    Attachments();
     const size_t removed =
-        std::erase_if(*m_attachments, [&](const AttachmentSlot& slot) { return slot.number == number; });
+        std::erase_if(LoadedAttachments(), [&](const AttachmentSlot& slot) { return slot.number == number; });
     m_attachmentsChanged = m_attachmentsChanged || removed != 0;
     return removed != 0;
 }

@@ -58,6 +58,8 @@ private:
 
     void Complete();
     std::shared_ptr<const MessageContent> Snapshot();
+    /// The attachments as they are kept, read when they are first asked for. The caller holds the lock.
+    std::vector<AttachmentSlot>& LoadedAttachments();
 
     std::shared_ptr<const Session> m_session;
     std::recursive_mutex m_lock;

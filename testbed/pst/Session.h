@@ -35,7 +35,7 @@ public:
     bool Writable() const noexcept { return m_core->Writable(); }
 
     /// `flags` without MAPI_UNICODE for a store that presents itself as an ANSI store.
-    ULONG Flags(ULONG flags) const noexcept { return m_unicode ? flags : flags & ~static_cast<ULONG>(MAPI_UNICODE); }
+    ULONG Flags(ULONG flags) const noexcept { return m_unicode ? flags : flags & ~MAPI_UNICODE; }
     /// PR_STORE_SUPPORT_MASK (and PR_STORE_UNICODE_MASK).
     LONG SupportMask() const noexcept;
 

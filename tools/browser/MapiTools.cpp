@@ -403,7 +403,8 @@ const PropertyNames::Name* PropertyNames::NameOf(ULONG id)
         }
         known = m_names.emplace(id, std::move(named)).first;
     }
-    return known->second ? &*known->second : nullptr;
+    const std::optional<Name>& name = known->second;
+    return name ? &*name : nullptr;
 }
 
 ULONG PropertyNames::IdOf(const Name& name, bool create)

@@ -172,8 +172,8 @@ void** TableOf(void* object)
 } // namespace
 
 #define SLOT(name) name,
-// NOLINTNEXTLINE(bugprone-macro-parentheses): a method's name
 #define PUT(method) Put<I, static_cast<size_t>(Slot::method)>(table, Name "::" #method, &I::method);
+// NOLINTBEGIN(bugprone-macro-parentheses): the interface is a type
 #define DEFINE_WATCH(Interface, METHODS)                                                                               \
     void Watch(Interface& object)                                                                                      \
     {                                                                                                                  \
@@ -189,6 +189,7 @@ void** TableOf(void* object)
         const WritableTable writable(table, static_cast<size_t>(Slot::End));                                           \
         METHODS(PUT)                                                                                                   \
     }
+// NOLINTEND(bugprone-macro-parentheses)
 
 #define Name "IMsgStore"
 DEFINE_WATCH(IMsgStore, STORE_METHODS)
