@@ -895,6 +895,7 @@ HRESULT CopyMessages(const MapiMemory& memory, LPCIID sourceInterface, LPVOID so
     if ((flags & MESSAGE_MOVE) && !copied.empty())
     {
         std::vector<SBinary> binaries;
+        binaries.reserve(copied.size());
         for (Bytes& entryId : copied)
         {
             binaries.push_back({static_cast<ULONG>(entryId.size()), entryId.data()});

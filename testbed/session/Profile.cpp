@@ -20,7 +20,7 @@ using Json = nlohmann::json;
 
 constexpr const char* FormatName = "mail profile";
 constexpr int FormatVersion = 1;
-constexpr std::uintmax_t MaxFileSize = 64 * 1024 * 1024;
+constexpr std::uintmax_t MaxFileSize = std::uintmax_t{64} * 1024 * 1024;
 
 [[noreturn]] void Corrupt(const std::wstring& what)
 {

@@ -16,7 +16,8 @@ constexpr int ExitFailed = 1;
 constexpr int ExitUsage = 2;
 } // namespace
 
-int wmain(int argc, wchar_t** argv)
+// The C runtime calls it by its name.
+int wmain(int argc, wchar_t** argv) // NOLINT(misc-use-internal-linkage)
 {
     CLI::App app(
         "Writes the registry entries by which programs find the mail client's folder: its program outlook.exe, "

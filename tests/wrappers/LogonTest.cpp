@@ -117,7 +117,7 @@ TEST_F(LogonWrapper, DoesNotOpenWithoutAStore)
     IUnknown* object = Opaque<IUnknown*>(1);
     EXPECT_EQ(alone->OpenEntry(24, nullptr, nullptr, 0, &type, &object), E_POINTER);
     EXPECT_EQ(object, Opaque<IUnknown*>(1));
-    EXPECT_EQ(log.Lines().size(), 1u);
+    EXPECT_THAT(log.Lines(), ElementsAre(Entry(LogId::Error, L"IMSLogon::OpenEntry: " + ComText(E_POINTER))));
 }
 
 TEST_F(LogonWrapper, LogsOffByThePstLogonAndGoesOn)

@@ -134,7 +134,9 @@ TEST_F(SupportWrapper, SaysSoWhenItHoldsNoSection)
     IProfSect* given = Opaque<IProfSect*>(1);
     EXPECT_CALL(*mapi, OpenProfileSection).Times(0);
     EXPECT_EQ(alone->OpenProfileSection(&uid, 0, &given), E_POINTER);
-    EXPECT_EQ(log.Lines().size(), 1u);
+    EXPECT_EQ(given, Opaque<IProfSect*>(1));
+    EXPECT_THAT(log.Lines(),
+                ElementsAre(Entry(LogId::Error, L"IMAPISupport::OpenProfileSection: " + ComText(E_POINTER))));
 }
 
 TEST_F(SupportWrapper, PassesAForeignInterfaceOnAndItsAbsenceIsNoNews)
