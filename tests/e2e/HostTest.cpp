@@ -52,7 +52,7 @@ TEST(HostTest, FailuresOfTheLibraryComeAsCodesWithATextAndALogLine)
     bool caught = false;
     for (const LogRecorder::Line& line : log.Take())
     {
-        caught = caught || line.text.find("Caught exception at ArchiveHost.cpp, ServiceEntry") == 0;
+        caught = caught || line.text.starts_with("Caught exception at ArchiveHost.cpp, ServiceEntry");
     }
     EXPECT_TRUE(caught);
 }
@@ -149,7 +149,7 @@ TEST(HostTest, AFolderWithoutAReadableNameRefusesAllTheSame)
     size_t caught = 0;
     for (const LogRecorder::Line& line : log.Take())
     {
-        caught += line.text.find("Caught exception at ArchiveStore.cpp, ArchiveHost::CArchiveFolder::") == 0 ? 1 : 0;
+        caught += line.text.starts_with("Caught exception at ArchiveStore.cpp, ArchiveHost::CArchiveFolder::") ? 1 : 0;
     }
     EXPECT_EQ(caught, 8u);
 }

@@ -36,7 +36,7 @@ const Input Inputs[] = {
     {"Sample1", [](const std::filesystem::path& folder) { return CopyInto(folder, SmallFiles()[1]); }, 0},
     {"Submessage", [](const std::filesystem::path& folder) { return CopyInto(folder, SmallFiles()[2]); }, 0},
     {"Enron", [](const std::filesystem::path& folder) { return CopyFetched(folder, L"enron.pst"); }, 71},
-    {"Generated", [](const std::filesystem::path& folder) { return SampleInto(folder, 8, 25); }, 8 * 25},
+    {"Generated", [](const std::filesystem::path& folder) { return SampleInto(folder, 8, 25); }, size_t{8} * 25},
 };
 
 class PathTest : public testing::TestWithParam<Input>

@@ -58,7 +58,7 @@ TEST_F(ToolTest, AFileThatIsNotThereIsNamed)
     for (const wchar_t* command : {L"import", L"verify", L"diff"})
     {
         ExpectOneSentence(RunBrowser(m_folder, {command, L"C:\\nowhere\\mail.pst"}), 1,
-                          "There is no file \"C:\\nowhere\\mail.pst\"");
+                          R"(There is no file "C:\nowhere\mail.pst")");
     }
     EXPECT_FALSE(std::filesystem::exists(m_folder / "test.profile"));
 }

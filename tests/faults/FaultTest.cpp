@@ -294,7 +294,7 @@ protected:
     static bool Tells(const Outcome& outcome, const std::wstring& text)
     {
         return std::any_of(outcome.lines.begin(), outcome.lines.end(),
-                           [&](const LogLine& line) { return line.text.compare(0, text.size(), text) == 0; });
+                           [&](const LogLine& line) { return line.text.starts_with(text); });
     }
 
     /// The result after a lack of memory is `expected`'s or one that lack of memory may come to, and it was told.

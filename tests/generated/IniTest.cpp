@@ -63,9 +63,8 @@ std::wstring MakeIniText(Random& random, std::wstring_view without)
     std::wstring text = L"a";
     for (const wchar_t character : Tests::MakeText(random))
     {
-        if (character > L' ' && without.find(character) == std::wstring_view::npos)
-            text += character;
-        else if (character == L' ' || character == L'%')
+        const bool isPlain = character > L' ' && without.find(character) == std::wstring_view::npos;
+        if (isPlain || character == L' ' || character == L'%')
             text += character;
     }
     return text.substr(0, 200) + L"z";

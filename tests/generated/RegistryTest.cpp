@@ -132,6 +132,7 @@ BOOL STDAPICALLTYPE GiveComponentPath(LPSTR component, LPSTR qualifier, LPSTR pa
     const auto isWhole = [](const char* text) { return std::find(text, text + 261, '\0') != text + 261; };
     areArgumentsWhole = areArgumentsWhole && isWhole(component) && isWhole(qualifier) && size == 260;
     // A stub may fill the whole buffer and leave no terminator.
+    // NOLINTNEXTLINE(bugprone-not-null-terminated-result)
     std::memcpy(path, componentPath.data(), std::min<std::size_t>(componentPath.size(), size));
     return !componentPath.empty();
 }

@@ -24,7 +24,8 @@ int WriteForEver(const std::filesystem::path& path)
 }
 } // namespace
 
-int wmain(int argc, wchar_t** argv)
+// The C runtime calls it by its name.
+int wmain(int argc, wchar_t** argv) // NOLINT(misc-use-internal-linkage)
 {
     if (argc == 3 && std::wstring(argv[1]) == L"--write-for-ever")
     {

@@ -11,7 +11,6 @@
 
 using namespace Quillon;
 using testing::ElementsAre;
-using testing::ElementsAreArray;
 using Tests::Entry;
 using Tests::SearchStep;
 using Tests::Text;

@@ -256,7 +256,7 @@ TEST_F(SetupTool, RefusesAWrongCommandLine)
         {L"exclude", L"--store-name", L"x"},
         {L"url", L"--store-id", L"00", L"--store-name", L"x", L"more"},
     };
-    for (std::vector<std::wstring> arguments : wrong)
+    for (const std::vector<std::wstring>& arguments : wrong)
     {
         const Result result = RunTool(arguments);
         EXPECT_EQ(result.exitCode, static_cast<DWORD>(usage)) << result.errors;
@@ -701,7 +701,7 @@ TEST_F(MailClientRegistration, GivesTheUrlItsScheme)
     EXPECT_THAT(result.output, testing::EndsWith("}/\xC3\x84rchiv%2F100%25(120)/\n"));
 
     std::vector<std::wstring> inJson = arguments;
-    inJson.push_back(L"--json");
+    inJson.emplace_back(L"--json");
     EXPECT_EQ(json::parse(RunTool(inJson).output)["url"].get<std::string>() + "\n", result.output);
 
     ASSERT_TRUE(DeleteFileW(program.c_str()));

@@ -60,7 +60,7 @@ std::wstring UserSid()
     std::wstring text = L"S-" + std::to_wstring(sid[0]) + L"-" + std::to_wstring(authority);
     for (int index = 0; index < sid[1]; ++index)
     {
-        const BYTE* const number = sid + 8 + 4 * index;
+        const BYTE* const number = sid + 8 + std::ptrdiff_t{4} * index;
         text += L"-" +
                 std::to_wstring(number[0] | number[1] << 8 | number[2] << 16 | static_cast<unsigned>(number[3]) << 24);
     }

@@ -12,7 +12,6 @@
 #include <set>
 
 using namespace Testbed;
-using Tests::ExpectFailure;
 using Tests::Memory;
 
 namespace

@@ -56,7 +56,7 @@ std::vector<PropValue> AllTypes()
 class Array
 {
 public:
-    explicit Array(std::vector<ULONG> tags) : m_tags(Memory(), MakeTagArray(Memory(), tags)) {}
+    explicit Array(const std::vector<ULONG>& tags) : m_tags(Memory(), MakeTagArray(Memory(), tags)) {}
     operator LPSPropTagArray() const { return m_tags.Get(); }
 
 private:

@@ -24,7 +24,7 @@ public:
         std::shared_ptr<PropertyBag> properties;
     };
 
-    void Add(std::wstring name, std::optional<LONG> number)
+    void Add(const std::wstring& name, std::optional<LONG> number)
     {
         auto bag = std::make_shared<PropertyBag>();
         bag->Put(PropValue::String(NameTag, name));

@@ -106,7 +106,7 @@ void CheapObject::Enter() noexcept
 bool CheapObject::EnterAndFail() noexcept
 {
     Enter();
-    thread_local unsigned turn = 0;
+    static thread_local unsigned turn = 0;
     if (++turn % 61 != 0)
         return false;
     ++GetTally().failed;

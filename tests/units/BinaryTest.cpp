@@ -135,7 +135,7 @@ TEST(Binary, SaysItsSizeForALogLine)
         {1023, L"1023 bytes"},
         {1024, L"1.0 KB (1024 bytes)"},
         {1536, L"1.5 KB (1536 bytes)"},
-        {3 * 1024 * 1024, L"3.0 MB (3145728 bytes)"},
+        {std::size_t{3} * 1024 * 1024, L"3.0 MB (3145728 bytes)"},
     };
     for (const auto& row : table)
     {

@@ -22,7 +22,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Return;
-using testing::UnorderedElementsAre;
 using Tests::Entry;
 using Tests::LogCapture;
 using Tests::StoreDouble;

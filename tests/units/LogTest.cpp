@@ -23,7 +23,6 @@
 using namespace Quillon;
 using Logging::LogLine;
 using testing::ElementsAre;
-using testing::IsEmpty;
 using Tests::LogCapture;
 
 namespace

@@ -73,7 +73,7 @@ TEST(CreateMapiError, CopiesWideTextsIntoOneBlock)
 TEST(CreateMapiError, NarrowsTheTextsWithoutTheUnicodeFlag)
 {
     const MAPIERROR source = Extended(L"text", L"component", 1, 2);
-    for (const ULONG flags : {0ul, ~static_cast<ULONG>(MAPI_UNICODE)})
+    for (const ULONG flags : {0ul, ~MAPI_UNICODE})
     {
         const MapiErrorPointer copy = CreateMapiError(flags, source);
         EXPECT_STREQ(reinterpret_cast<const char*>(copy->lpszError), "text");

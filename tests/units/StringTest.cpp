@@ -319,7 +319,7 @@ TEST(StringA, MovesAndAssignsAsAValue)
 TEST(StringA, CopiesWhatStandsBehindAZeroCharacterToo)
 {
     const StringA text("a\0b", 3);
-    const StringA copy(text); // NOLINT(performance-unnecessary-copy-initialization): what is tested
+    const StringA copy(text);
     EXPECT_EQ(copy.GetLength(), 3u);
     EXPECT_EQ(std::string(copy.GetString(), copy.GetLength()), std::string("a\0b", 3));
     EXPECT_EQ(copy.GetUnicode(0).GetLength(), 3u);
