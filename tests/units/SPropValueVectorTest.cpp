@@ -201,14 +201,14 @@ TEST(SPropValueVector, KeepsEveryPayloadWhileItGrowsByThousands)
         list.AddLong(PR_PRIORITY, static_cast<LONG>(index));
     }
     ASSERT_EQ(list.GetCount(), 4 * count);
-    const SPropValue* const values = list.GetValues();
-    for (ULONG index = 0; index < count; ++index)
+    const SPropValue* values = list.GetValues();
+    for (ULONG index = 0; index < count; ++index, values += 4)
     {
-        ASSERT_EQ(values[4 * index].Value.lpszW, L"wide " + std::to_wstring(index));
-        ASSERT_EQ(values[4 * index + 1].Value.lpszA, "narrow " + std::to_string(index));
-        ASSERT_EQ(values[4 * index + 2].Value.bin.cb, sizeof(index));
-        ASSERT_EQ(std::memcmp(values[4 * index + 2].Value.bin.lpb, &index, sizeof(index)), 0);
-        ASSERT_EQ(values[4 * index + 3].Value.l, static_cast<LONG>(index));
+        ASSERT_EQ(values[0].Value.lpszW, L"wide " + std::to_wstring(index));
+        ASSERT_EQ(values[1].Value.lpszA, "narrow " + std::to_string(index));
+        ASSERT_EQ(values[2].Value.bin.cb, sizeof(index));
+        ASSERT_EQ(std::memcmp(values[2].Value.bin.lpb, &index, sizeof(index)), 0);
+        ASSERT_EQ(values[3].Value.l, static_cast<LONG>(index));
     }
 }
 
