@@ -284,8 +284,8 @@ bool MessageState::RemoveAttachment(ULONG number)
 void MessageState::SetRead(bool read)
 {
     const auto apply = [&](LONG flags) { return read ? flags | MSGFLAG_READ : flags & ~LONG(MSGFLAG_READ); };
-    const LONG before = Properties()->Load(PROP_ID(PR_MESSAGE_FLAGS))->AsLong();
-    const PropValue after = PropValue::Long(PR_MESSAGE_FLAGS, apply(before));
+    const auto before = Properties()->Load(PROP_ID(PR_MESSAGE_FLAGS));
+    const PropValue after = PropValue::Long(PR_MESSAGE_FLAGS, apply(before ? before->AsLong() : 0));
     m_properties.Put(after);
     if (!m_node)
     {

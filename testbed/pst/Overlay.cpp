@@ -357,7 +357,7 @@ void Overlay::Open(bool create)
             return statement.Step() ? statement.Number(0) : 0;
         };
         std::int64_t application = pragma("PRAGMA application_id");
-        if (application == 0 && pragma("SELECT count(*) FROM sqlite_schema") == 0 && m_writable && create)
+        if (application == 0 && pragma("SELECT count(*) FROM sqlite_schema") == 0 && m_writable && create && m_identity)
         {
             Execute("BEGIN IMMEDIATE");
             Execute(kSchema);

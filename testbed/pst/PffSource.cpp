@@ -273,7 +273,7 @@ private:
     ItemHandle TryItem(NodeId id) const;
     PropertyBag ItemProperties(NodeId id) const;
     std::vector<PropertyBag> TableRows(NodeId table) const;
-    void ReadFolders(NodeId id, NodeId parent, int depth);
+    void ReadFolders(const Node& node, int depth);
     void ReadNames();
     std::optional<NodeId> FindNamed(NodeId parent, const wchar_t* name) const;
     NodeId FindSubtree() const;
@@ -350,7 +350,7 @@ PffFile::PffFile(const std::wstring& path)
     {
         Fail(MAPI_E_CORRUPT_STORE, L"The PST file \"" + path + L"\" has no record key");
     }
-    ReadFolders(Nodes::Root, Nodes::Root, 0);
+    ReadFolders({Nodes::Root, NodeKind::Folder, Nodes::Root}, 0);
     ReadNames();
     if (!m_store.Find(PROP_ID(PR_IPM_SUBTREE_ENTRYID)))
     {
@@ -397,10 +397,11 @@ std::vector<PropertyBag> PffFile::TableRows(NodeId table) const
     return rows;
 }
 
-void PffFile::ReadFolders(NodeId id, NodeId parent, int depth)
+void PffFile::ReadFolders(const Node& node, int depth)
 {
+    const NodeId id = node.id;
     Folder folder;
-    folder.node = {id, *KindOf(id), parent};
+    folder.node = node;
     m_folders.emplace(id, folder);
     if (depth == kDeepestFolder || folder.node.kind != NodeKind::Folder)
     {
@@ -413,7 +414,7 @@ void PffFile::ReadFolders(NodeId id, NodeId parent, int depth)
         const auto kind = KindOf(child);
         if (kind && IsFolder(*kind) && !m_folders.contains(child) && TryItem(child))
         {
-            ReadFolders(child, id, depth + 1);
+            ReadFolders({child, *kind, id}, depth + 1);
             subFolders.push_back(child);
         }
     }
@@ -702,6 +703,7 @@ std::vector<std::shared_ptr<const AttachmentContent>> PffMessage::Attachments() 
         Fail(MAPI_E_CORRUPT_DATA, L"The attachments of a message in the PST file cannot be read: " + error.Text());
     }
     std::vector<std::shared_ptr<const AttachmentContent>> attachments;
+    attachments.reserve(static_cast<size_t>(count));
     for (int index = 0; index < count; ++index)
     {
         attachments.push_back(std::make_shared<PffAttachment>(m_file, m_id, m_path, index));

@@ -87,6 +87,7 @@ std::vector<ULONG> LayeredProperties::Tags() const
         tags[id] = lazy.tag;
     }
     std::vector<ULONG> list;
+    list.reserve(tags.size());
     for (const auto& [id, tag] : tags)
     {
         list.push_back(tag);
@@ -304,12 +305,13 @@ HRESULT PropertyHost::GetNamesBody(LPSPropTagArray* tags, LPGUID set, ULONG flag
     bool missing = false;
     for (size_t index = 0; index < found.size(); ++index)
     {
-        if (!found[index])
+        const std::optional<PropertyName>& known = found[index];
+        if (!known)
         {
             missing = true;
             continue;
         }
-        const PropertyName& name = *found[index];
+        const PropertyName& name = *known;
         auto* entry = static_cast<MAPINAMEID*>(memory.AllocateMore(sizeof(MAPINAMEID) + sizeof(GUID), block.Get()));
         entry->lpguid = reinterpret_cast<LPGUID>(entry + 1);
         *entry->lpguid = name.set;
@@ -384,6 +386,7 @@ HRESULT PropertyHost::GetIdsBody(ULONG count, LPMAPINAMEID* names, ULONG flags, 
         }
     }
     std::vector<ULONG> list;
+    list.reserve(ids.size());
     for (const ULONG id : ids)
     {
         list.push_back(id == 0 ? PROP_TAG(PT_ERROR, 0) : PROP_TAG(PT_UNSPECIFIED, id));

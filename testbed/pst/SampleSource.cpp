@@ -170,7 +170,7 @@ SampleMessage::SampleMessage(const MessageKey& key) : m_key(key)
     {
         m_subject += L" #" + std::to_wstring(key.number);
     }
-    m_time = kFirstTime + static_cast<std::int64_t>(random.Below(3 * 365 * 24 * 60)) * kMinute;
+    m_time = kFirstTime + static_cast<std::int64_t>(random.Below(size_t{3} * 365 * 24 * 60)) * kMinute;
     m_read = random.Below(4) != 0;
     m_importance = random.Below(10) == 0 ? IMPORTANCE_HIGH : IMPORTANCE_NORMAL;
 }

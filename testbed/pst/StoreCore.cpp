@@ -790,6 +790,7 @@ std::vector<ULONG> StoreCore::IdsOfNames(const std::vector<PropertyName>& names,
 {
     const std::lock_guard lock(m_lock);
     std::vector<ULONG> ids;
+    ids.reserve(names.size());
     for (const PropertyName& name : names)
     {
         ids.push_back(IdOfName(name));
