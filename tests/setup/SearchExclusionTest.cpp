@@ -1,6 +1,7 @@
 // Keeping a store out of the search index, against a class object registered in this process.
 #include "nst/KivNstCore.h"
 
+#include "nst/SearchInterfaces.h"
 #include "support/Exceptions.h"
 #include "support/Format.h"
 #include "tests/common/LogCapture.h"
@@ -183,6 +184,26 @@ TEST_F(SearchExclusion, FailsWithoutTheSearchService)
     const HRESULT hr = ExcludeWithCode();
     EXPECT_EQ(hr, REGDB_E_CLASSNOTREG);
     EXPECT_THAT(log.Lines(), ElementsAre(Excluding(), Tests::Throwing(file, function, Text(FormatComError(hr)))));
+}
+
+TEST(SearchInterfaces, HaveTheIdentifiersOfWindowsSearch)
+{
+    const struct
+    {
+        GUID id;
+        const wchar_t* text;
+    } table[] = {
+        {Nst::Search::ClsidSearchManager, L"{7D096C5F-AC08-4F1F-BEB7-5C22C517CE39}"},
+        {Nst::Search::IidSearchManager, L"{AB310581-AC80-11D1-8DF3-00C04FB6EF69}"},
+        {Nst::Search::IidSearchCatalogManager, L"{AB310581-AC80-11D1-8DF3-00C04FB6EF50}"},
+        {Nst::Search::IidSearchCrawlScopeManager, L"{AB310581-AC80-11D1-8DF3-00C04FB6EF55}"},
+    };
+    for (const auto& row : table)
+    {
+        wchar_t text[40] = {};
+        StringFromGUID2(row.id, text, 40);
+        EXPECT_STREQ(text, row.text);
+    }
 }
 
 TEST(SearchExclusionWithoutMailClient, AsksNobody)
