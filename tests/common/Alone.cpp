@@ -1,6 +1,7 @@
 // Starting a test in a process of its own.
 #include "tests/common/Alone.h"
 
+#include "tests/common/StartProcess.h"
 #include "tests/common/TestDouble.h"
 
 #include <windows.h>
@@ -58,7 +59,7 @@ std::pair<std::string, DWORD> Run(std::wstring commandLine)
     startup.hStdOutput = input.Get();
     startup.hStdError = input.Get();
     PROCESS_INFORMATION started = {};
-    if (!CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &started))
+    if (!StartProcess(nullptr, commandLine.data(), true, nullptr, startup, started))
         return {"the process cannot be started", GetLastError()};
     const Handle process(started.hProcess);
     const Handle thread(started.hThread);

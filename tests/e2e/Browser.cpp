@@ -2,6 +2,7 @@
 #include "tests/e2e/Browser.h"
 
 #include "testbed/common/Boundary.h"
+#include "tests/common/StartProcess.h"
 #include "tests/e2e/Environment.h"
 
 #include <cstdlib>
@@ -88,8 +89,7 @@ public:
         startup.hStdOutput = m_output.Get();
         startup.hStdError = m_errors.Get();
         PROCESS_INFORMATION information{};
-        if (!CreateProcessW(program.c_str(), line.data(), nullptr, nullptr, TRUE, 0, nullptr, folder.c_str(), &startup,
-                            &information))
+        if (!Tests::StartProcess(program.c_str(), line.data(), true, folder.c_str(), startup, information))
         {
             Fail(MAPI_E_NOT_FOUND, L"\"" + program.wstring() + L"\" cannot be started.");
         }

@@ -2,6 +2,7 @@
 #include "tests/pst/PstStore.h"
 
 #include "testbed/common/Text.h"
+#include "tests/common/StartProcess.h"
 
 #include <algorithm>
 #include <atomic>
@@ -514,8 +515,7 @@ TEST_F(WritingTest, SurvivesTheEndOfItsProcess)
         STARTUPINFOW startup{};
         startup.cb = sizeof(startup);
         PROCESS_INFORMATION process{};
-        ASSERT_TRUE(
-            CreateProcessW(self, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process));
+        ASSERT_TRUE(Tests::StartProcess(self, command.data(), false, nullptr, startup, process));
         // Somewhere within a save, once it is writing.
         size_t size = 0;
         for (int wait = 0; wait < 600 && size <= before + 200000; ++wait)

@@ -2,6 +2,7 @@
 #include "nst/StoreProviderRegistration.h"
 #include "tests/common/LogCapture.h"
 #include "tests/common/Setting.h"
+#include "tests/common/StartProcess.h"
 #include "tests/setup/MapiSvcInf.h"
 
 #include <gmock/gmock.h>
@@ -131,8 +132,7 @@ public:
         startup.hStdOutput = m_output.Input();
         startup.hStdError = m_errors.Input();
         PROCESS_INFORMATION started = {};
-        EXPECT_TRUE(CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
-                                   &started))
+        EXPECT_TRUE(Tests::StartProcess(nullptr, commandLine.data(), true, nullptr, startup, started))
             << "archive-setup.exe cannot be started, error " << GetLastError();
         *m_process.Put() = started.hProcess;
         *m_thread.Put() = started.hThread;
