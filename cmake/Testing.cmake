@@ -32,3 +32,12 @@ endfunction()
 function(kivnst_add_check name target)
   kivnst_register_test(${name} ${target} CHECK ${ARGN})
 endfunction()
+
+# kivnst_compile_quickly(TARGET)
+#   For programs of many tests over doubles: nobody waits for them to run, but for them to compile.
+function(kivnst_compile_quickly target)
+  target_precompile_headers(${target} PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
+  if(NOT MSVC)
+    target_compile_options(${target} PRIVATE -O0 -g1)
+  endif()
+endfunction()

@@ -57,6 +57,18 @@ std::wstring TagText(ULONG tag)
     return Mapi::FormatMapiPropertyTag(tag).GetString();
 }
 
+void GivesNull(Expected& expected)
+{
+    expected.Throw({L"com_wrap.cpp", L"Quillon::com_wrap"}, E_POINTER, ComText(E_POINTER));
+}
+
+void Succeed(Expected&) {}
+
+void Append(std::vector<Rule>& rules, const std::vector<Rule>& more)
+{
+    rules.insert(rules.end(), more.begin(), more.end());
+}
+
 std::function<void(Expected&)> Missing(ULONG tag)
 {
     return [tag](Expected& expected)

@@ -110,6 +110,10 @@ std::wstring TagText(ULONG tag);
 std::function<void(Expected&)> Missing(ULONG tag);
 /// An object that is null where none may be is refused.
 void GivesNull(Expected& expected);
+/// Nothing follows.
+void Succeed(Expected& expected);
+/// Puts further calls behind `rules`.
+void Append(std::vector<Rule>& rules, const std::vector<Rule>& more);
 
 // The lists that Operations() is made of.
 std::vector<Operation> StoreOperations();

@@ -19,8 +19,6 @@ constexpr Site spoolerLogOn = {L"NstMsProvider.cpp", L"Quillon::Nst::CNstMsProvi
 constexpr Site subtreeRoot = {L"NstMsProvider.cpp", L"Quillon::Nst::CNstMsProvider::ConfigureNstSubtreeEntryId"};
 constexpr Site openObject = {L"OpenMapiObject.h", L"Quillon::Mapi::OpenMapiObject"};
 
-void Succeed(Expected&) {}
-
 std::vector<Rule> GlobalSectionRules()
 {
     return {
@@ -39,17 +37,7 @@ std::vector<Rule> OlfiRules()
     };
 }
 
-void Append(std::vector<Rule>& rules, const std::vector<Rule>& more)
-{
-    rules.insert(rules.end(), more.begin(), more.end());
-}
-
 } // namespace
-
-void GivesNull(Expected& expected)
-{
-    expected.Throw({L"com_wrap.cpp", L"Quillon::com_wrap"}, E_POINTER, ComText(E_POINTER));
-}
 
 std::vector<Operation> ProviderOperations()
 {

@@ -77,11 +77,6 @@ std::vector<Rule> ConfigureRules()
     };
 }
 
-void Append(std::vector<Rule>& rules, const std::vector<Rule>& more)
-{
-    rules.insert(rules.end(), more.begin(), more.end());
-}
-
 HRESULT Enter(Surroundings& surroundings, ULONG context)
 {
     FaultyService service(surroundings);

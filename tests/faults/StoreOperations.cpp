@@ -40,8 +40,6 @@ public:
     ~Modification() { Nst::SetModifyStores(false); }
 };
 
-void Succeed(Expected&) {}
-
 ATL::CComQIPtr<IMsgStore> WrapStore(Surroundings& surroundings)
 {
     return com_wrap<IMsgStore>(

@@ -255,6 +255,23 @@ TEST(QueryItemDisplayName, GivesTheTextOrThrows)
     EXPECT_THROW(QueryItemDisplayName(object.Get()), CMapiError);
 }
 
+TEST(QueryItemProperties, RefuseAnotherTypeThanWasAskedForByName)
+{
+    const auto object = Tests::MakeNice<MessageDouble>();
+    const auto refuse = [&object](ULONG tag, const wchar_t* function, auto query)
+    {
+        const LogCapture log;
+        ON_CALL(*object, GetProps).WillByDefault(GiveProps(S_OK, {NumberValue(tag, 7)}));
+        const std::wstring text = L"Unsupported property type: " + Text(FormatMapiPropertyTag(tag));
+        EXPECT_THROW(query(object.Get()), Quillon::CRuntimeError);
+        EXPECT_THAT(log.Lines(), testing::ElementsAre(Tests::Throwing(L"MapiProperties.cpp", function, text)));
+    };
+    refuse(PROP_TAG(PT_LONG, PROP_ID(PR_ENTRYID)), L"Quillon::Mapi::QueryItemEntryId",
+           [](IMAPIProp* given) { QueryItemEntryId(given); });
+    refuse(PROP_TAG(PT_LONG, PROP_ID(PR_DISPLAY_NAME_W)), L"Quillon::Mapi::QueryItemDisplayName",
+           [](IMAPIProp* given) { QueryItemDisplayName(given); });
+}
+
 TEST(HrSetOneProp, SetsTheProperty)
 {
     const LogCapture log;
