@@ -57,10 +57,8 @@ protected:
     {
         LONG options = 0;
         for (ULONG index = 0; lpProps && index < cValues; ++index)
-        {
             if (lpProps[index].ulPropTag == PR_ARCHIVE_HOST_OPTIONS)
                 options = lpProps[index].Value.l;
-        }
         Mapi::SPropValueVector settings;
         settings.AddLong(PR_ARCHIVE_HOST_OPTIONS, options);
         return settings;

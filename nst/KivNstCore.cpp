@@ -16,7 +16,7 @@
 namespace Quillon::Nst
 {
 
-const MAPIUID ProviderUid = {
+const MAPIUID providerUid = {
     {0xE9, 0x2F, 0xEB, 0x75, 0x96, 0x50, 0x44, 0x86, 0x83, 0xB8, 0x7D, 0xE5, 0x22, 0xAA, 0x49, 0x48}};
 
 namespace
@@ -144,12 +144,10 @@ StringW EscapeStoreName(const StringW& storeName)
     StringW escaped;
     escaped.Reserve(storeName.GetLength());
     for (const wchar_t character : storeName)
-    {
         if (character != L'\0' && std::wcschr(L"%*/?\\", character))
             escaped.AppendFormat(L"%%%.2hX", static_cast<unsigned short>(character & 0xFF));
         else
             escaped += character;
-    }
     return escaped;
 }
 
@@ -184,7 +182,7 @@ Binary CreateStoreEntryID(const wchar_t* path)
     Binary entryId;
     entryId.SetSize(pathSize + headSize);
     BYTE* const bytes = entryId.GetBuffer();
-    std::memcpy(bytes + uidOffset, &ProviderUid, sizeof(ProviderUid));
+    std::memcpy(bytes + uidOffset, &providerUid, sizeof(providerUid));
     std::memcpy(bytes + pathOffset, path, pathSize + sizeof(wchar_t));
     return entryId;
 }
@@ -201,7 +199,7 @@ Binary CreateNotifyKeyFromEntryId(const unsigned char* entryId, std::size_t size
 
 Binary GetNstSubtreeEntryId(IMsgStore* store)
 {
-    return Binary(Mapi::TryQueryItemPropertyValue(store, ArchiveSubtreeEntryIdTag));
+    return Binary(Mapi::TryQueryItemPropertyValue(store, archiveSubtreeEntryIdTag));
 }
 
 bool GetUnwrapStores() noexcept
@@ -278,12 +276,12 @@ void ExcludeStoreFromIndexing(const Binary& storeId, const StringW& storeName)
     const StringW url = GetStoreMapiUrl(storeId, storeName);
     LogEntry(LogId::Action, L"Excluding store from indexing: " + url);
 
-    using ManagerPointer = ATL::CComQIPtr<Search::ISearchManager, &Search::IidSearchManager>;
-    using CatalogPointer = ATL::CComQIPtr<Search::ISearchCatalogManager, &Search::IidSearchCatalogManager>;
-    using ScopePointer = ATL::CComQIPtr<Search::ISearchCrawlScopeManager, &Search::IidSearchCrawlScopeManager>;
+    using ManagerPointer = ATL::CComQIPtr<Search::ISearchManager, &Search::iidSearchManager>;
+    using CatalogPointer = ATL::CComQIPtr<Search::ISearchCatalogManager, &Search::iidSearchCatalogManager>;
+    using ScopePointer = ATL::CComQIPtr<Search::ISearchCrawlScopeManager, &Search::iidSearchCrawlScopeManager>;
 
     ManagerPointer manager;
-    CheckCall(CoCreateInstance(Search::ClsidSearchManager, nullptr, CLSCTX_SERVER, Search::IidSearchManager,
+    CheckCall(CoCreateInstance(Search::clsidSearchManager, nullptr, CLSCTX_SERVER, Search::iidSearchManager,
                                reinterpret_cast<void**>(&manager)),
               function);
     if (!manager)

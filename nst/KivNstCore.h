@@ -10,10 +10,10 @@ namespace Quillon::Nst
 {
 
 /// The UID of this store provider: what PR_MDB_PROVIDER holds, and what stands in every store entry ID.
-KIVNST_API extern const MAPIUID ProviderUid;
+KIVNST_API extern const MAPIUID providerUid;
 
 /// The store property that holds the entry ID of the archive subtree root.
-constexpr ULONG ArchiveSubtreeEntryIdTag = PROP_TAG(PT_BINARY, 0x7FE2);
+constexpr ULONG archiveSubtreeEntryIdTag = PROP_TAG(PT_BINARY, 0x7FE2);
 
 /// Finds and loads "mspst32.dll": resident in the process, else in the mail client's directory, else in the MAPI
 /// module's. Each success takes a further reference on the module, which is never given back. Null when there is none;

@@ -13,7 +13,7 @@
 namespace Quillon::Nst
 {
 
-const MAPIUID GlobalProfileSectionUid = {
+const MAPIUID globalProfileSectionUid = {
     {0x85, 0xED, 0x14, 0x23, 0x9D, 0xF7, 0x42, 0x66, 0x8B, 0xF2, 0xFB, 0xD4, 0xA5, 0x21, 0x29, 0x41}};
 
 namespace
@@ -108,7 +108,7 @@ STDMETHODIMP CNstMapiSupport::ModifyStatusRow(ULONG cValues, LPSPropValue lpColu
 
 STDMETHODIMP CNstMapiSupport::OpenProfileSection(LPMAPIUID lpUid, ULONG ulFlags, LPPROFSECT* lppProfileObj)
 {
-    if (lpUid && std::memcmp(lpUid, &GlobalProfileSectionUid, sizeof(MAPIUID)) == 0)
+    if (lpUid && std::memcmp(lpUid, &globalProfileSectionUid, sizeof(MAPIUID)) == 0)
     {
         // A section is held whenever this UID is asked for; a broken promise is no reason to crash.
         if (!m_profileSection)

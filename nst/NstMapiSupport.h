@@ -8,7 +8,7 @@ namespace Quillon::Nst
 {
 
 /// The UID under which the PST provider asks its support object for the profile section of the message service.
-KIVNST_API extern const MAPIUID GlobalProfileSectionUid;
+KIVNST_API extern const MAPIUID globalProfileSectionUid;
 
 /// Wraps IMAPISupport. ModifyStatusRow drops the identity properties, so that the store is never presented as the
 /// profile's primary identity; OpenProfileSection gives the held section for GlobalProfileSectionUid; the rest is

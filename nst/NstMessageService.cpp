@@ -55,7 +55,7 @@ struct TagArray
 SBinary ProviderUidValue() noexcept
 {
     // SBinary has no const bytes; who is given them does not write them.
-    return {sizeof(ProviderUid), const_cast<BYTE*>(ProviderUid.ab)};
+    return {sizeof(providerUid), const_cast<BYTE*>(providerUid.ab)};
 }
 
 /// The values that a GetProps gave, at least as many as were asked for.
@@ -91,9 +91,7 @@ void CNstMessageService::NstServiceEntry(IMalloc* lpMalloc, IMAPISupport* lpMAPI
 
     const HMODULE module = GetPstModule();
     if (!module)
-    {
         Throw(CRuntimeError(L"Unable to load PST module: " + FormatSystemError(GetLastError(), true), false), function);
-    }
     const auto pstServiceEntry = GetPstFunction<MSGSERVICEENTRY*>(module, "NSTServiceEntry");
     if (!pstServiceEntry)
     {
@@ -224,7 +222,7 @@ void CNstMessageService::ConfigureService(const ATL::CComQIPtr<IMAPISupport>& su
         properties.AddBinary(tag, uid.ab, sizeof(uid));
     properties.AddStringA(PR_PROFILE_USER, "My PR_PROFILE_USER");
     properties.AddLong(PR_PROFILE_CONFIG_FLAGS, 0);
-    properties.AddBinary(PR_MDB_PROVIDER, ProviderUid.ab, sizeof(ProviderUid));
+    properties.AddBinary(PR_MDB_PROVIDER, providerUid.ab, sizeof(providerUid));
     if (hasWidePath)
         properties.AddStringW(PR_PST_PATH_W, path);
     else

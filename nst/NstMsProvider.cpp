@@ -144,7 +144,7 @@ void CNstMsProvider::ConfigureNstSubtreeEntryId(const ATL::CComQIPtr<IMsgStore>&
 
     Binary rootId = Mapi::QueryItemEntryId(com_wrap(root));
     SPropValue property = {};
-    property.ulPropTag = ArchiveSubtreeEntryIdTag;
+    property.ulPropTag = archiveSubtreeEntryIdTag;
     property.Value.bin = {static_cast<ULONG>(rootId.GetSize()), rootId.GetBuffer()};
     Mapi::HrSetOneProp(store, &property);
     CheckMapiCall(store->SaveChanges(0), store.p, function);

@@ -125,9 +125,7 @@ STDMETHODIMP CReadOnlyFolder::SetMessageStatus(ULONG cbEntryID, LPENTRYID lpEntr
                                                ULONG ulNewStatusMask, ULONG* lpulOldStatus)
 {
     if (GetModifyStores())
-    {
         return CNstMapiFolder::SetMessageStatus(cbEntryID, lpEntryID, ulNewStatus, ulNewStatusMask, lpulOldStatus);
-    }
     return RefuseNamingFolder(
         L"IMAPIFolder::SetMessageStatus called on read-only folder; returning MAPI_E_NO_ACCESS: ");
 }

@@ -173,10 +173,8 @@ StringW FormatString(const wchar_t* format, ...)
 const wchar_t* GetResultCodeName(long hr) noexcept
 {
     for (const ResultCodeName& entry : resultCodeNames)
-    {
         if (entry.code == hr)
             return entry.name;
-    }
     return nullptr;
 }
 

@@ -40,17 +40,13 @@ void Fail(HRESULT result, std::wstring text)
 void RequireFlags(ULONG flags, ULONG known)
 {
     if (flags & ~known)
-    {
         Fail(MAPI_E_UNKNOWN_FLAGS, L"The call has a flag that it does not take.");
-    }
 }
 
 void Check(HRESULT result, const wchar_t* text)
 {
     if (FAILED(result))
-    {
         Fail(result, std::wstring(text) + L" " + ResultText(result));
-    }
 }
 
 void LastError::Set(HRESULT result, const std::wstring& text, ULONG lowLevel) noexcept
@@ -72,21 +68,15 @@ void LastError::Set(HRESULT result, const std::wstring& text, ULONG lowLevel) no
 HRESULT LastError::Get(const MapiMemory& memory, HRESULT result, ULONG flags, LPMAPIERROR* error) noexcept
 {
     if (!error)
-    {
         return MAPI_E_INVALID_PARAMETER;
-    }
     if (flags & ~MAPI_UNICODE)
-    {
         return MAPI_E_UNKNOWN_FLAGS;
-    }
     *error = nullptr;
     try
     {
         const std::lock_guard guard(m_lock);
         if (FAILED(result) && result == m_result)
-        {
             *error = MakeMapiError(memory, m_text, m_component, m_lowLevel, flags);
-        }
         return S_OK;
     }
     catch (...)
@@ -111,9 +101,7 @@ HRESULT ResultOfCurrentException(LastError* lastError) noexcept
     const auto give = [lastError](HRESULT result, const std::wstring& text) noexcept
     {
         if (lastError)
-        {
             lastError->Set(result, text);
-        }
         return result;
     };
 

@@ -37,9 +37,7 @@ public:
     STDMETHODIMP QueryInterface(REFIID riid, LPVOID* ppvObj) override
     {
         if (!ppvObj)
-        {
             return E_INVALIDARG;
-        }
         *ppvObj = nullptr;
         if (IsEqualIID(riid, IID_IUnknown) || (IsEqualIID(riid, *Iids) || ...))
         {
@@ -56,9 +54,7 @@ public:
     {
         const ULONG count = --m_count;
         if (count == 0)
-        {
             delete this;
-        }
         return count;
     }
 

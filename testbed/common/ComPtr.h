@@ -19,9 +19,7 @@ public:
     explicit ComPtr(T* object) noexcept : m_object(object)
     {
         if (m_object)
-        {
             m_object->AddRef();
-        }
     }
 
     ComPtr(const ComPtr& other) noexcept : ComPtr(other.m_object) {}
@@ -63,9 +61,7 @@ public:
     void Reset() noexcept
     {
         if (T* object = std::exchange(m_object, nullptr))
-        {
             object->Release();
-        }
     }
 
     /// Releases what is held and gives the place where a callee stores an object with its reference.
@@ -93,9 +89,7 @@ public:
     {
         ComPtr<U> result;
         if (m_object && FAILED(m_object->QueryInterface(iid, reinterpret_cast<void**>(result.Put()))))
-        {
             return {};
-        }
         return result;
     }
 

@@ -13,9 +13,7 @@ namespace
 ULONG CheckedSize(size_t size)
 {
     if (size > std::numeric_limits<ULONG>::max())
-    {
         Fail(MAPI_E_NOT_ENOUGH_MEMORY, L"A MAPI block cannot be larger than 4 GiB.");
-    }
     return static_cast<ULONG>(size);
 }
 } // namespace
@@ -39,21 +37,15 @@ void* MapiMemory::AllocateMore(size_t size, void* parent) const
 void MapiMemory::Free(void* block) const noexcept
 {
     if (block)
-    {
         m_freeBuffer(block);
-    }
 }
 
 void FreeRows(const MapiMemory& memory, SRowSet* rows) noexcept
 {
     if (!rows)
-    {
         return;
-    }
     for (ULONG row = 0; row < rows->cRows; ++row)
-    {
         memory.Free(rows->aRow[row].lpProps);
-    }
     memory.Free(rows);
 }
 } // namespace Testbed

@@ -12,8 +12,8 @@ namespace Testbed
 {
 namespace
 {
-constexpr std::uint64_t MaxSize = std::uint64_t{1024} * 1024 * 1024;
-constexpr ULONG CopyChunk = 64 * 1024;
+constexpr std::uint64_t maxSize = std::uint64_t{1024} * 1024 * 1024;
+constexpr ULONG copyChunk = 64 * 1024;
 
 // The contents that a stream and its clones share.
 class Contents
@@ -51,23 +51,17 @@ public:
     Bytes& Change()
     {
         if (!m_committed)
-        {
             m_committed = m_bytes;
-        }
         return m_bytes;
     }
 
     HRESULT Commit()
     {
         if (!m_committed)
-        {
             return S_OK;
-        }
         const HRESULT result = m_commit(m_bytes);
         if (SUCCEEDED(result))
-        {
             m_committed.reset();
-        }
         return result;
     }
 
@@ -100,53 +94,37 @@ public:
     STDMETHODIMP Read(void* pv, ULONG cb, ULONG* pcbRead) override
     {
         if (!pv)
-        {
             return STG_E_INVALIDPOINTER;
-        }
         const std::lock_guard guard(m_contents->Lock());
         const Bytes& bytes = m_contents->Read();
         const std::uint64_t left = m_position < bytes.size() ? bytes.size() - m_position : 0;
         const auto size = static_cast<ULONG>(std::min<std::uint64_t>(left, cb));
         if (size)
-        {
             std::memcpy(pv, bytes.data() + m_position, size);
-        }
         m_position += size;
         if (pcbRead)
-        {
             *pcbRead = size;
-        }
         return size == cb ? S_OK : S_FALSE;
     }
 
     STDMETHODIMP Write(const void* pv, ULONG cb, ULONG* pcbWritten) override
     {
         if (pcbWritten)
-        {
             *pcbWritten = 0;
-        }
         if (!pv)
-        {
             return STG_E_INVALIDPOINTER;
-        }
         return Changed(
             [&]
             {
-                if (m_position + cb > MaxSize)
-                {
+                if (m_position + cb > maxSize)
                     return STG_E_MEDIUMFULL;
-                }
                 Bytes& bytes = m_contents->Change();
                 if (m_position + cb > bytes.size())
-                {
                     bytes.resize(m_position + cb);
-                }
                 std::memcpy(bytes.data() + m_position, pv, cb);
                 m_position += cb;
                 if (pcbWritten)
-                {
                     *pcbWritten = cb;
-                }
                 return S_OK;
             });
     }
@@ -168,16 +146,12 @@ public:
         default:
             return STG_E_INVALIDFUNCTION;
         }
-        const auto limit = static_cast<std::int64_t>(MaxSize);
+        const auto limit = static_cast<std::int64_t>(maxSize);
         if (dlibMove.QuadPart > limit || dlibMove.QuadPart < -limit || base + dlibMove.QuadPart < 0)
-        {
             return STG_E_INVALIDFUNCTION;
-        }
         m_position = static_cast<std::uint64_t>(base + dlibMove.QuadPart);
         if (plibNewPosition)
-        {
             plibNewPosition->QuadPart = m_position;
-        }
         return S_OK;
     }
 
@@ -186,10 +160,8 @@ public:
         return Changed(
             [&]
             {
-                if (libNewSize.QuadPart > MaxSize)
-                {
+                if (libNewSize.QuadPart > maxSize)
                     return STG_E_MEDIUMFULL;
-                }
                 m_contents->Change().resize(libNewSize.QuadPart);
                 return S_OK;
             });
@@ -198,24 +170,20 @@ public:
     STDMETHODIMP CopyTo(IStream* pstm, ULARGE_INTEGER cb, ULARGE_INTEGER* pcbRead, ULARGE_INTEGER* pcbWritten) override
     {
         if (!pstm)
-        {
             return STG_E_INVALIDPOINTER;
-        }
         // Through a buffer and with no lock held: the target may be a clone on the same contents.
         std::uint64_t read = 0;
         std::uint64_t written = 0;
         HRESULT result = S_OK;
         try
         {
-            Bytes chunk(CopyChunk);
+            Bytes chunk(copyChunk);
             while (read < cb.QuadPart && SUCCEEDED(result))
             {
                 ULONG got = 0;
-                Read(chunk.data(), static_cast<ULONG>(std::min<std::uint64_t>(CopyChunk, cb.QuadPart - read)), &got);
+                Read(chunk.data(), static_cast<ULONG>(std::min<std::uint64_t>(copyChunk, cb.QuadPart - read)), &got);
                 if (got == 0)
-                {
                     break;
-                }
                 read += got;
                 ULONG put = 0;
                 result = pstm->Write(chunk.data(), got, &put);
@@ -227,13 +195,9 @@ public:
             result = E_OUTOFMEMORY;
         }
         if (pcbRead)
-        {
             pcbRead->QuadPart = read;
-        }
         if (pcbWritten)
-        {
             pcbWritten->QuadPart = written;
-        }
         return FAILED(result) ? result : S_OK;
     }
 
@@ -241,9 +205,7 @@ public:
     {
         const std::lock_guard guard(m_contents->Lock());
         if (!m_contents->Writable())
-        {
             return S_OK;
-        }
         return Safely([this] { return m_contents->Commit(); });
     }
 
@@ -260,9 +222,7 @@ public:
     STDMETHODIMP Stat(STATSTG* pstatstg, DWORD) override
     {
         if (!pstatstg)
-        {
             return STG_E_INVALIDPOINTER;
-        }
         const std::lock_guard guard(m_contents->Lock());
         *pstatstg = {};
         pstatstg->type = STGTY_STREAM;
@@ -274,9 +234,7 @@ public:
     STDMETHODIMP Clone(IStream** ppstm) override
     {
         if (!ppstm)
-        {
             return STG_E_INVALIDPOINTER;
-        }
         *ppstm = nullptr;
         const std::lock_guard guard(m_contents->Lock());
         return Safely(
@@ -323,19 +281,15 @@ Bytes ReadStream(IStream& stream, size_t limit)
     LARGE_INTEGER start{};
     Check(stream.Seek(start, STREAM_SEEK_SET, nullptr), L"IStream::Seek failed.");
     Bytes bytes;
-    Bytes chunk(CopyChunk);
+    Bytes chunk(copyChunk);
     for (;;)
     {
         ULONG got = 0;
-        Check(stream.Read(chunk.data(), CopyChunk, &got), L"IStream::Read failed.");
+        Check(stream.Read(chunk.data(), copyChunk, &got), L"IStream::Read failed.");
         if (got == 0)
-        {
             return bytes;
-        }
         if (got > limit - bytes.size())
-        {
             Fail(MAPI_E_TOO_BIG, L"A stream is longer than is allowed here.");
-        }
         bytes.insert(bytes.end(), chunk.begin(), chunk.begin() + got);
     }
 }
@@ -344,22 +298,16 @@ Bytes StreamBytes(const PropValue& value, ULONG type)
 {
     const auto converted = value.As(type);
     if (!converted)
-    {
         Fail(MAPI_E_INTERFACE_NOT_SUPPORTED, L"A property of this type has no stream.");
-    }
     if (const auto* narrow = converted->Get<std::string>())
-    {
         return Bytes(narrow->begin(), narrow->end());
-    }
     if (const auto* wide = converted->Get<std::wstring>())
     {
         const auto* bytes = reinterpret_cast<const BYTE*>(wide->data());
         return Bytes(bytes, bytes + wide->size() * sizeof(wchar_t));
     }
     if (const auto* binary = converted->Get<Bytes>())
-    {
         return *binary;
-    }
     Fail(MAPI_E_INTERFACE_NOT_SUPPORTED, L"A property of this type has no stream.");
 }
 
@@ -377,9 +325,7 @@ PropValue FromStreamBytes(ULONG tag, const Bytes& bytes)
     {
         std::wstring text(bytes.size() / sizeof(wchar_t), L'\0');
         if (!text.empty())
-        {
             std::memcpy(text.data(), bytes.data(), text.size() * sizeof(wchar_t));
-        }
         text.erase(text.find_last_not_of(L'\0') + 1);
         return {tag, std::move(text)};
     }

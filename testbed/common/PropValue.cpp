@@ -87,9 +87,7 @@ template <class T>
 const T& Required(const T* pointer)
 {
     if (!pointer)
-    {
         Fail(MAPI_E_INVALID_PARAMETER, L"A property value has a null payload.");
-    }
     return *pointer;
 }
 
@@ -147,9 +145,7 @@ size_t SizeOf(const Bytes& bytes)
 ULONG Counted(size_t count)
 {
     if (count > ULONG(-1))
-    {
         Fail(MAPI_E_TOO_BIG, L"A property has more than 4 GiB.");
-    }
     return static_cast<ULONG>(count);
 }
 
@@ -158,9 +154,7 @@ template <class To, class From, class Convert>
 To* LinkedArray(const List<From>& values, const MapiMemory& memory, void* parent, Convert convert)
 {
     if (values.empty())
-    {
         return nullptr;
-    }
     To* array = static_cast<To*>(memory.AllocateMore(values.size() * sizeof(To), parent));
     std::transform(values.begin(), values.end(), array, convert);
     return array;
@@ -240,12 +234,8 @@ template <class T>
 int OrderOf(const List<T>& a, const List<T>& b)
 {
     for (size_t i = 0; i < a.size() && i < b.size(); ++i)
-    {
         if (const int order = OrderOf(a[i], b[i]); order != 0)
-        {
             return order;
-        }
-    }
     return Order(a.size(), b.size());
 }
 } // namespace
@@ -253,9 +243,7 @@ int OrderOf(const List<T>& a, const List<T>& b)
 PropValue::PropValue(ULONG tag, Payload payload) : m_tag(tag), m_payload(std::move(payload))
 {
     if (!Takes(Type(), m_payload))
-    {
         Fail(MAPI_E_INVALID_TYPE, L"A property value does not fit the type of its tag.");
-    }
 }
 
 PropValue PropValue::Time(ULONG tag, FILETIME value)
@@ -357,26 +345,18 @@ PropValue PropValue::From(const SPropValue& value)
 std::int32_t PropValue::AsLong(std::int32_t otherwise) const noexcept
 {
     if (const auto* value = Get<std::int32_t>())
-    {
         return *value;
-    }
     if (const auto* value = Get<std::int16_t>())
-    {
         return *value;
-    }
     if (const auto* value = Get<bool>())
-    {
         return *value ? 1 : 0;
-    }
     return otherwise;
 }
 
 std::wstring PropValue::AsText() const
 {
     if (const auto* wide = Get<std::wstring>())
-    {
         return *wide;
-    }
     const auto* narrow = Get<std::string>();
     return narrow ? WideFromAnsi(*narrow) : std::wstring();
 }
@@ -420,9 +400,7 @@ size_t PropValue::Size() const
             {
                 size_t sum = 0;
                 for (const Element& element : value)
-                {
                     sum += SizeOf(element);
-                }
                 return sum;
             }
         }
@@ -433,18 +411,12 @@ size_t PropValue::Size() const
 std::optional<PropValue> PropValue::As(ULONG type) const
 {
     if (type == PT_UNSPECIFIED || type == Type())
-    {
         return *this;
-    }
     const ULONG tag = CHANGE_PROP_TYPE(m_tag, type);
     if (const auto* narrow = Get<std::string>(); narrow && type == PT_UNICODE)
-    {
         return PropValue(tag, WideFromAnsi(*narrow));
-    }
     if (const auto* wide = Get<std::wstring>(); wide && type == PT_STRING8)
-    {
         return PropValue(tag, AnsiFromWide(*wide));
-    }
     if (const auto* narrow = Get<List<std::string>>(); narrow && type == PT_MV_UNICODE)
     {
         List<std::wstring> converted;
@@ -611,17 +583,11 @@ bool PropValue::operator==(const PropValue& other) const
     const auto same = []<class A, class B>(const A& a, const B& b)
     {
         if constexpr (!std::is_same_v<A, B>)
-        {
             return false;
-        }
         else if constexpr (std::is_same_v<A, GUID> || std::is_same_v<A, List<GUID>>)
-        {
             return OrderOf(a, b) == 0;
-        }
         else
-        {
             return a == b;
-        }
     };
     return m_tag == other.m_tag && std::visit(same, m_payload, other.m_payload);
 }
@@ -636,13 +602,9 @@ std::optional<int> Compare(const PropValue& a, const PropValue& b)
     const auto order = []<class A, class B>(const A& x, const B& y) -> std::optional<int>
     {
         if constexpr (std::is_same_v<A, B>)
-        {
             return OrderOf(x, y);
-        }
         else
-        {
             return {};
-        }
     };
     return std::visit(order, a.Data(), b.Data());
 }
@@ -652,9 +614,7 @@ LPSPropValue MakePropArray(const MapiMemory& memory, const std::vector<PropValue
     const size_t size = std::max<size_t>(values.size(), 1) * sizeof(SPropValue);
     MapiBlock<SPropValue> array(memory, static_cast<SPropValue*>(memory.Allocate(size)));
     for (size_t i = 0; i < values.size(); ++i)
-    {
         values[i].CopyTo(array[i], memory, array.Get());
-    }
     return array.Detach();
 }
 
@@ -693,9 +653,7 @@ LPSRowSet MakeRowSet(const MapiMemory& memory, const std::vector<std::vector<Pro
 std::vector<PropValue> CopyProps(ULONG count, const SPropValue* values)
 {
     if (count && !values)
-    {
         Fail(MAPI_E_INVALID_PARAMETER, L"A property array is null.");
-    }
     std::vector<PropValue> copy;
     copy.reserve(count);
     std::transform(values, values + count, std::back_inserter(copy), PropValue::From);

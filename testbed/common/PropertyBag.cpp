@@ -24,51 +24,35 @@ ULONG ShownType(ULONG type, ULONG flags)
 void CheckFlags(ULONG flags)
 {
     if (flags & ~MAPI_UNICODE)
-    {
         Fail(MAPI_E_UNKNOWN_FLAGS, L"Only MAPI_UNICODE is allowed here.");
-    }
 }
 
 void GiveProblems(const MapiMemory& memory, const std::vector<SPropProblem>& problems, LPSPropProblemArray* out)
 {
     if (out)
-    {
         *out = problems.empty() ? nullptr : MakeProblemArray(memory, problems);
-    }
 }
 } // namespace
 
 PropValue GetProp(const PropertySource& source, ULONG tag, ULONG flags, size_t limit)
 {
     if (PROP_TYPE(tag) == PT_NULL)
-    {
         return {};
-    }
     const auto found = source.Describe(PROP_ID(tag));
     if (!found)
-    {
         return PropValue::Error(tag, MAPI_E_NOT_FOUND);
-    }
     const ULONG own = PROP_TYPE(found->tag);
     const ULONG wanted = PROP_TYPE(tag) == PT_UNSPECIFIED ? ShownType(own, flags) : PROP_TYPE(tag);
     // A type that does not fit is as good as a missing property, however large that is.
     if (wanted != own && !(IsText(wanted) && IsText(own) && (wanted & MV_FLAG) == (own & MV_FLAG)))
-    {
         return PropValue::Error(tag, MAPI_E_NOT_FOUND);
-    }
     if (found->size > limit)
-    {
         return PropValue::Error(tag, MAPI_E_NOT_ENOUGH_MEMORY);
-    }
     const auto value = source.Load(PROP_ID(tag));
     if (!value)
-    {
         return PropValue::Error(tag, MAPI_E_NOT_FOUND);
-    }
     if (value->Size() > limit)
-    {
         return PropValue::Error(tag, MAPI_E_NOT_ENOUGH_MEMORY);
-    }
     const auto shown = value->As(wanted);
     return shown ? *shown : PropValue::Error(tag, MAPI_E_NOT_FOUND);
 }
@@ -77,30 +61,20 @@ HRESULT GetProps(const PropertySource& source, const MapiMemory& memory, LPSProp
                  ULONG* count, LPSPropValue* values)
 {
     if (!count || !values || (tags && tags->cValues == 0))
-    {
         Fail(MAPI_E_INVALID_PARAMETER, L"GetProps needs places for its results and at least one tag.");
-    }
     CheckFlags(flags);
 
     std::vector<ULONG> asked;
     if (tags)
-    {
         asked.assign(tags->aulPropTag, tags->aulPropTag + tags->cValues);
-    }
     else
-    {
         for (const ULONG tag : source.Tags())
-        {
             asked.push_back(CHANGE_PROP_TYPE(tag, ShownType(PROP_TYPE(tag), flags)));
-        }
-    }
 
     std::vector<PropValue> result;
     result.reserve(asked.size());
     for (const ULONG tag : asked)
-    {
         result.push_back(GetProp(source, tag, flags));
-    }
 
     *values = result.empty() ? nullptr : MakePropArray(memory, result);
     *count = static_cast<ULONG>(result.size());
@@ -112,15 +86,11 @@ HRESULT GetProps(const PropertySource& source, const MapiMemory& memory, LPSProp
 HRESULT GetPropList(const PropertySource& source, const MapiMemory& memory, ULONG flags, LPSPropTagArray* tags)
 {
     if (!tags)
-    {
         Fail(MAPI_E_INVALID_PARAMETER, L"GetPropList needs a place for its result.");
-    }
     CheckFlags(flags);
     std::vector<ULONG> list = source.Tags();
     for (ULONG& tag : list)
-    {
         tag = CHANGE_PROP_TYPE(tag, ShownType(PROP_TYPE(tag), flags));
-    }
     *tags = MakeTagArray(memory, list);
     return S_OK;
 }
@@ -129,9 +99,7 @@ HRESULT SetProps(PropertySink& sink, const MapiMemory& memory, ULONG count, LPSP
                  LPSPropProblemArray* problems)
 {
     if (count == 0)
-    {
         Fail(MAPI_E_INVALID_PARAMETER, L"SetProps needs at least one value.");
-    }
     // All values are taken over before the first is set, so that a malformed array changes nothing.
     const std::vector<PropValue> copies = CopyProps(count, values);
     std::vector<SPropProblem> found;
@@ -139,15 +107,11 @@ HRESULT SetProps(PropertySink& sink, const MapiMemory& memory, ULONG count, LPSP
     {
         const PropValue& value = copies[i];
         if (value.Type() == PT_NULL)
-        {
             continue;
-        }
         const bool settable = value.Type() != PT_ERROR && value.Type() != PT_OBJECT;
         const SCODE code = settable ? sink.Set(value) : MAPI_E_INVALID_TYPE;
         if (FAILED(code))
-        {
             found.push_back({i, value.Tag(), code});
-        }
     }
     GiveProblems(memory, found, problems);
     return S_OK;
@@ -156,17 +120,13 @@ HRESULT SetProps(PropertySink& sink, const MapiMemory& memory, ULONG count, LPSP
 HRESULT DeleteProps(PropertySink& sink, const MapiMemory& memory, LPSPropTagArray tags, LPSPropProblemArray* problems)
 {
     if (!tags || tags->cValues == 0)
-    {
         Fail(MAPI_E_INVALID_PARAMETER, L"DeleteProps needs at least one tag.");
-    }
     std::vector<SPropProblem> found;
     for (ULONG i = 0; i < tags->cValues; ++i)
     {
         const SCODE code = sink.Remove(tags->aulPropTag[i]);
         if (FAILED(code))
-        {
             found.push_back({i, tags->aulPropTag[i], code});
-        }
     }
     GiveProblems(memory, found, problems);
     return S_OK;
@@ -175,9 +135,7 @@ HRESULT DeleteProps(PropertySink& sink, const MapiMemory& memory, LPSPropTagArra
 PropertyBag::PropertyBag(const std::vector<PropValue>& values)
 {
     for (const PropValue& value : values)
-    {
         Put(value);
-    }
 }
 
 std::optional<PropertySource::Description> PropertyBag::Describe(ULONG id) const
@@ -197,18 +155,14 @@ std::vector<ULONG> PropertyBag::Tags() const
     std::vector<ULONG> tags;
     tags.reserve(m_values.size());
     for (const auto& [id, value] : m_values)
-    {
         tags.push_back(value.Tag());
-    }
     return tags;
 }
 
 SCODE PropertyBag::Set(const PropValue& value)
 {
     if (m_computed.contains(value.Id()))
-    {
         return MAPI_E_COMPUTED;
-    }
     Put(value);
     return S_OK;
 }
@@ -216,9 +170,7 @@ SCODE PropertyBag::Set(const PropValue& value)
 SCODE PropertyBag::Remove(ULONG tag)
 {
     if (m_computed.contains(PROP_ID(tag)))
-    {
         return MAPI_E_COMPUTED;
-    }
     return m_values.erase(PROP_ID(tag)) ? S_OK : MAPI_E_NOT_FOUND;
 }
 

@@ -52,7 +52,7 @@ public:
 /// narrow by MAPI_UNICODE in `flags`. What is missing, or of a type that does not convert, gives an error entry with
 /// MAPI_E_NOT_FOUND; what is larger than `limit` bytes gives one with MAPI_E_NOT_ENOUGH_MEMORY. A PT_OBJECT property
 /// gives its marker. PR_NULL gives PR_NULL.
-PropValue GetProp(const PropertySource& source, ULONG tag, ULONG flags, size_t limit = MaxInlineSize);
+PropValue GetProp(const PropertySource& source, ULONG tag, ULONG flags, size_t limit = maxInlineSize);
 
 /// The body of IMAPIProp::GetProps. Checks its arguments: MAPI_E_INVALID_PARAMETER for a null output or an empty tag
 /// array, MAPI_E_UNKNOWN_FLAGS for a flag other than MAPI_UNICODE. Returns S_OK, or MAPI_W_ERRORS_RETURNED when an

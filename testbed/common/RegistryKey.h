@@ -23,9 +23,7 @@ public:
     ~RegistryKey()
     {
         if (m_key)
-        {
             RegCloseKey(m_key);
-        }
     }
 
     /// Opens a key for reading; none when it is not there.
@@ -33,9 +31,7 @@ public:
     {
         RegistryKey key;
         if (RegOpenKeyExW(parent, path.c_str(), 0, KEY_READ, &key.m_key) != ERROR_SUCCESS)
-        {
             key.m_key = nullptr;
-        }
         return key;
     }
 
@@ -46,9 +42,7 @@ public:
         error =
             RegCreateKeyExW(parent, path.c_str(), 0, nullptr, 0, KEY_READ | KEY_WRITE, nullptr, &key.m_key, nullptr);
         if (error != ERROR_SUCCESS)
-        {
             key.m_key = nullptr;
-        }
         return key;
     }
 
@@ -62,15 +56,11 @@ public:
         DWORD size = 0;
         // RegGetValueW expands a REG_EXPAND_SZ, which then counts as REG_SZ, and terminates.
         if (RegGetValueW(m_key, nullptr, name, RRF_RT_REG_SZ, nullptr, nullptr, &size) != ERROR_SUCCESS)
-        {
             return {};
-        }
         std::wstring text(size / sizeof(wchar_t) + 1, L'\0');
         size = static_cast<DWORD>(text.size() * sizeof(wchar_t));
         if (RegGetValueW(m_key, nullptr, name, RRF_RT_REG_SZ, nullptr, text.data(), &size) != ERROR_SUCCESS)
-        {
             return {};
-        }
         text.resize(text.find(L'\0'));
         return text;
     }

@@ -10,7 +10,7 @@ namespace Testbed
 {
 namespace
 {
-constexpr int MaxDepth = 64;
+constexpr int maxDepth = 64;
 
 using Node = std::shared_ptr<const Restriction>;
 
@@ -42,9 +42,7 @@ std::vector<PropValue> Singles(const PropValue& value)
                       !std::is_same_v<T, Bytes> && requires { payload.begin(); })
         {
             for (const auto& element : payload)
-            {
                 singles.emplace_back(tag, element);
-            }
         }
         else
         {
@@ -77,13 +75,9 @@ bool Holds(ULONG relop, int order)
 void CheckRelop(ULONG relop)
 {
     if (relop == RELOP_RE)
-    {
         Fail(MAPI_E_TOO_COMPLEX, L"Regular expressions are not supported in restrictions.");
-    }
     if (relop > RELOP_NE)
-    {
         Fail(MAPI_E_INVALID_PARAMETER, L"A restriction has an unknown relation.");
-    }
 }
 
 SPropValue* LinkedProp(const PropValue& value, const MapiMemory& memory, void* parent)
@@ -117,9 +111,7 @@ public:
         const size_t size = std::max<size_t>(m_parts.size(), 1) * sizeof(SRestriction);
         auto* parts = static_cast<SRestriction*>(memory.AllocateMore(size, parent));
         for (size_t i = 0; i < m_parts.size(); ++i)
-        {
             m_parts[i]->CopyTo(parts[i], memory, parent);
-        }
         target.rt = m_kind;
         // Both kinds have the same layout.
         target.res.resAnd = {static_cast<ULONG>(m_parts.size()), parts};
@@ -159,9 +151,7 @@ public:
         const size_t size = std::max<size_t>(m_values.size(), 1) * sizeof(SPropValue);
         auto* values = static_cast<SPropValue*>(memory.AllocateMore(size, parent));
         for (size_t i = 0; i < m_values.size(); ++i)
-        {
             m_values[i].CopyTo(values[i], memory, parent);
-        }
         target.rt = RES_COMMENT;
         target.res.resComment = {static_cast<ULONG>(m_values.size()),
                                  m_part ? LinkedNode(m_part, memory, parent) : nullptr, values};
@@ -181,9 +171,7 @@ public:
     {
         const auto own = properties.Load(PROP_ID(m_tag));
         if (!own)
-        {
             return false;
-        }
         const auto holds = [this](const PropValue& value)
         {
             const auto order = Compare(value, m_value);
@@ -224,9 +212,7 @@ public:
     {
         const auto own = properties.Load(PROP_ID(m_tag));
         if (!own)
-        {
             return false;
-        }
         const auto singles = Singles(*own);
         return std::any_of(singles.begin(), singles.end(), [this](const PropValue& value) { return Contains(value); });
     }
@@ -256,9 +242,7 @@ private:
     bool Contains(const PropValue& value) const
     {
         if (m_value.Type() == PT_BINARY)
-        {
             return value.Type() == PT_BINARY && Found(value.AsBytes(), m_value.AsBytes());
-        }
         return IsText(value.Type()) && Found(Folded(value.AsText()), m_pattern);
     }
 
@@ -266,39 +250,27 @@ private:
     std::wstring Folded(std::wstring text) const
     {
         if (m_fuzzyLevel & (FL_IGNORENONSPACE | FL_LOOSE))
-        {
             text = WithoutNonSpacing(text);
-        }
         if ((m_fuzzyLevel & (FL_IGNORECASE | FL_LOOSE)) && !text.empty())
-        {
             CharUpperBuffW(text.data(), static_cast<DWORD>(text.size()));
-        }
         return text;
     }
 
     static std::wstring WithoutNonSpacing(const std::wstring& text)
     {
         if (text.empty())
-        {
             return text;
-        }
         const int length = static_cast<int>(text.size());
         const int needed = FoldStringW(MAP_COMPOSITE, text.data(), length, nullptr, 0);
         std::wstring composite(static_cast<size_t>(needed), L'\0');
         FoldStringW(MAP_COMPOSITE, text.data(), length, composite.data(), needed);
         std::vector<WORD> kinds(composite.size());
         if (!GetStringTypeW(CT_CTYPE3, composite.data(), needed, kinds.data()))
-        {
             return text;
-        }
         std::wstring plain;
         for (size_t i = 0; i < composite.size(); ++i)
-        {
             if (!(kinds[i] & C3_NONSPACING))
-            {
                 plain += composite[i];
-            }
-        }
         return plain;
     }
 
@@ -340,9 +312,7 @@ public:
     {
         const auto own = properties.Load(PROP_ID(m_restriction.ulPropTag));
         if (!own || own->Type() != PT_LONG)
-        {
             return false;
-        }
         const bool set = (static_cast<ULONG>(own->AsLong()) & m_restriction.ulMask) != 0;
         return set == (m_restriction.relBMR == BMR_NEZ);
     }
@@ -402,9 +372,7 @@ private:
 const SPropValue& Operand(const SPropValue* value)
 {
     if (!value)
-    {
         Fail(MAPI_E_INVALID_PARAMETER, L"A restriction has no value to compare with.");
-    }
     return *value;
 }
 
@@ -413,15 +381,11 @@ Node CopyNode(const SRestriction* restriction, int depth);
 std::vector<Node> CopyNodes(const SAndRestriction& restriction, int depth)
 {
     if (restriction.cRes && !restriction.lpRes)
-    {
         Fail(MAPI_E_INVALID_PARAMETER, L"A restriction lacks its parts.");
-    }
     std::vector<Node> parts;
     parts.reserve(restriction.cRes);
     for (ULONG i = 0; i < restriction.cRes; ++i)
-    {
         parts.push_back(CopyNode(restriction.lpRes + i, depth));
-    }
     return parts;
 }
 
@@ -430,13 +394,9 @@ Node CopyContent(const SContentRestriction& restriction)
     PropValue value = PropValue::From(Operand(restriction.lpProp));
     const ULONG type = SingleType(PROP_TYPE(restriction.ulPropTag));
     if (!(IsText(type) || type == PT_BINARY) || (value.Type() & MV_FLAG) || !Comparable(type, value.Type()))
-    {
         Fail(MAPI_E_TOO_COMPLEX, L"Content restrictions work on strings and binaries only.");
-    }
     if ((restriction.ulFuzzyLevel & 0xFFFF) > FL_PREFIX)
-    {
         Fail(MAPI_E_INVALID_PARAMETER, L"A content restriction has an unknown fuzzy level.");
-    }
     return std::make_shared<Content>(restriction.ulFuzzyLevel, restriction.ulPropTag, std::move(value));
 }
 
@@ -445,22 +405,16 @@ Node CopyProperty(const SPropertyRestriction& restriction)
     CheckRelop(restriction.relop);
     PropValue value = PropValue::From(Operand(restriction.lpProp));
     if (!Comparable(PROP_TYPE(restriction.ulPropTag), value.Type()))
-    {
         Fail(MAPI_E_TOO_COMPLEX, L"A property restriction compares values of different types.");
-    }
     return std::make_shared<Property>(restriction.relop, restriction.ulPropTag, std::move(value));
 }
 
 Node CopyNode(const SRestriction* restriction, int depth)
 {
     if (!restriction)
-    {
         Fail(MAPI_E_INVALID_PARAMETER, L"A restriction is null.");
-    }
-    if (depth > MaxDepth)
-    {
+    if (depth > maxDepth)
         Fail(MAPI_E_TOO_COMPLEX, L"A restriction is nested too deeply.");
-    }
     switch (restriction->rt)
     {
     case RES_AND:
@@ -482,13 +436,9 @@ Node CopyNode(const SRestriction* restriction, int depth)
         return std::make_shared<TwoProperties>(restriction->res.resCompareProps);
     case RES_BITMASK:
         if (restriction->res.resBitMask.relBMR > BMR_NEZ)
-        {
             Fail(MAPI_E_INVALID_PARAMETER, L"A bit mask restriction has an unknown relation.");
-        }
         if (PROP_TYPE(restriction->res.resBitMask.ulPropTag) != PT_LONG)
-        {
             Fail(MAPI_E_TOO_COMPLEX, L"Bit mask restrictions work on PT_LONG properties only.");
-        }
         return std::make_shared<BitMask>(restriction->res.resBitMask);
     case RES_SIZE:
         CheckRelop(restriction->res.resSize.relop);

@@ -9,15 +9,13 @@ namespace Testbed
 namespace
 {
 // The first bookmark number behind MAPI's predefined ones.
-constexpr BOOKMARK FirstBookmark = BOOKMARK_END + 1;
+constexpr BOOKMARK firstBookmark = BOOKMARK_END + 1;
 
 template <class T>
 void CheckOutput(T* place)
 {
     if (!place)
-    {
         Fail(MAPI_E_INVALID_PARAMETER, L"A table call has no place for its result.");
-    }
 }
 
 class Table final : public ComObject<IMAPITable, &IID_IMAPITable>
@@ -63,12 +61,8 @@ private:
                              [&]() -> HRESULT
                              {
                                  if (Refresh())
-                                 {
                                      for (const auto& [connection, sink] : m_sinks)
-                                     {
                                          told.push_back(sink.sink);
-                                     }
-                                 }
                                  return body();
                              });
         }
@@ -90,9 +84,7 @@ private:
             const ULONG type = PROP_TYPE(tag);
             const ULONG single = type & ~ULONG(MV_FLAG);
             if (single == PT_STRING8 || single == PT_UNICODE)
-            {
                 tag = CHANGE_PROP_TYPE(tag, (type & MV_FLAG) | (m_flags & MAPI_UNICODE ? PT_UNICODE : PT_STRING8));
-            }
         }
         return columns;
     }
@@ -119,13 +111,9 @@ private:
         std::vector<size_t> view(m_rows->RowCount());
         std::iota(view.begin(), view.end(), size_t(0));
         if (m_restriction)
-        {
             std::erase_if(view, [this](size_t row) { return !m_restriction->Matches(*m_rows->Row(row)); });
-        }
         if (!m_order.empty())
-        {
             Sort(view);
-        }
         m_view = std::move(view);
     }
 
@@ -157,16 +145,12 @@ private:
                 if (!a.keys[i] || !b.keys[i])
                 {
                     if (a.keys[i].has_value() != b.keys[i].has_value())
-                    {
                         return a.keys[i].has_value();
-                    }
                     continue;
                 }
                 const int order = Compare(*a.keys[i], *b.keys[i]).value_or(0);
                 if (order != 0)
-                {
                     return (order < 0) == (m_order[i].ulOrder == TABLE_SORT_ASCEND);
-                }
             }
             return false;
         };
@@ -179,15 +163,11 @@ private:
     {
         const std::uint64_t generation = m_rows->Generation();
         if (generation == m_generation)
-        {
             return false;
-        }
         Arrange();
         Follow(m_position);
         for (auto& [bookmark, mark] : m_bookmarks)
-        {
             Follow(mark);
-        }
         m_generation = generation;
         return true;
     }
@@ -229,9 +209,7 @@ private:
         {
             const auto found = m_bookmarks.find(bookmark);
             if (found == m_bookmarks.end())
-            {
                 Fail(MAPI_E_INVALID_BOOKMARK, L"The table has no such bookmark.");
-            }
             changed = std::exchange(found->second.changed, false);
             return found->second.index;
         }
@@ -244,9 +222,7 @@ private:
         std::vector<PropValue> values;
         values.reserve(m_columns.size());
         for (const ULONG tag : m_columns)
-        {
             values.push_back(GetProp(*row, tag, m_flags));
-        }
         return values;
     }
 
@@ -270,7 +246,7 @@ private:
     std::uint64_t m_generation;
     Mark m_position;
     std::map<BOOKMARK, Mark> m_bookmarks;
-    BOOKMARK m_nextBookmark = FirstBookmark;
+    BOOKMARK m_nextBookmark = firstBookmark;
     std::map<ULONG, Sink> m_sinks;
     ULONG m_nextConnection = 1;
 };
@@ -287,9 +263,7 @@ STDMETHODIMP Table::Advise(ULONG ulEventMask, LPMAPIADVISESINK lpAdviseSink, ULO
         {
             CheckOutput(lpulConnection);
             if (!lpAdviseSink || !(ulEventMask & fnevTableModified))
-            {
                 Fail(MAPI_E_INVALID_PARAMETER, L"A table tells a sink of table changes only.");
-            }
             const ULONG connection = m_nextConnection++;
             m_sinks[connection] = {ulEventMask, ComPtr<IMAPIAdviseSink>(lpAdviseSink)};
             *lpulConnection = connection;
@@ -306,9 +280,7 @@ STDMETHODIMP Table::Unadvise(ULONG ulConnection)
         {
             const auto found = m_sinks.find(ulConnection);
             if (found == m_sinks.end())
-            {
                 Fail(MAPI_E_INVALID_PARAMETER, L"The table has no such connection.");
-            }
             dropped = std::move(found->second.sink);
             m_sinks.erase(found);
             return S_OK;
@@ -335,9 +307,7 @@ STDMETHODIMP Table::SetColumns(LPSPropTagArray lpPropTagArray, ULONG ulFlags)
         {
             RequireFlags(ulFlags, TBL_ASYNC | TBL_BATCH);
             if (!lpPropTagArray || lpPropTagArray->cValues == 0)
-            {
                 Fail(MAPI_E_INVALID_PARAMETER, L"A table needs at least one column.");
-            }
             m_columns.assign(lpPropTagArray->aulPropTag, lpPropTagArray->aulPropTag + lpPropTagArray->cValues);
             return S_OK;
         });
@@ -379,9 +349,7 @@ STDMETHODIMP Table::SeekRow(BOOKMARK bkOrigin, LONG lRowCount, LONG* lplRowsSoug
             const std::int64_t target = std::clamp<std::int64_t>(origin + lRowCount, 0, last);
             SetPosition(static_cast<size_t>(target));
             if (lplRowsSought)
-            {
                 *lplRowsSought = static_cast<LONG>(target - origin);
-            }
             return changed ? MAPI_W_POSITION_CHANGED : S_OK;
         });
 }
@@ -392,9 +360,7 @@ STDMETHODIMP Table::SeekRowApprox(ULONG ulNumerator, ULONG ulDenominator)
         [&]
         {
             if (ulDenominator == 0)
-            {
                 Fail(MAPI_E_INVALID_PARAMETER, L"The denominator of a position is 0.");
-            }
             const std::uint64_t count = Count();
             SetPosition(ulNumerator >= ulDenominator ? Count()
                                                      : static_cast<size_t>(count * ulNumerator / ulDenominator));
@@ -431,23 +397,13 @@ STDMETHODIMP Table::FindRow(LPSRestriction lpRestriction, BOOKMARK bkOrigin, ULO
 
             std::optional<size_t> found;
             if (ulFlags & DIR_BACKWARD)
-            {
                 for (size_t index = std::min(origin + 1, count); index > 0 && !found; --index)
-                {
                     found = matches(index - 1) ? std::optional(index - 1) : std::nullopt;
-                }
-            }
             else
-            {
                 for (size_t index = origin; index < count && !found; ++index)
-                {
                     found = matches(index) ? std::optional(index) : std::nullopt;
-                }
-            }
             if (!found)
-            {
                 Fail(MAPI_E_NOT_FOUND, L"No row matches.");
-            }
             SetPosition(*found);
             return changed ? MAPI_W_POSITION_CHANGED : S_OK;
         });
@@ -483,10 +439,8 @@ STDMETHODIMP Table::FreeBookmark(BOOKMARK bkPosition)
     return Call(
         [&]
         {
-            if (bkPosition >= FirstBookmark && m_bookmarks.erase(bkPosition) == 0)
-            {
+            if (bkPosition >= firstBookmark && m_bookmarks.erase(bkPosition) == 0)
                 Fail(MAPI_E_INVALID_BOOKMARK, L"The table has no such bookmark.");
-            }
             return S_OK;
         });
 }
@@ -498,24 +452,16 @@ STDMETHODIMP Table::SortTable(LPSSortOrderSet lpSortCriteria, ULONG ulFlags)
         {
             RequireFlags(ulFlags, TBL_ASYNC | TBL_BATCH);
             if (!lpSortCriteria)
-            {
                 Fail(MAPI_E_INVALID_PARAMETER, L"SortTable needs an order.");
-            }
             if (lpSortCriteria->cCategories || lpSortCriteria->cExpanded)
-            {
                 Fail(MAPI_E_NO_SUPPORT, L"The table has no categories.");
-            }
             std::vector<SSortOrder> order(lpSortCriteria->aSort, lpSortCriteria->aSort + lpSortCriteria->cSorts);
             for (const SSortOrder& sort : order)
             {
                 if (PROP_TYPE(sort.ulPropTag) & MV_INSTANCE)
-                {
                     Fail(MAPI_E_NO_SUPPORT, L"The table does not show single values of multi-valued properties.");
-                }
                 if (sort.ulOrder != TABLE_SORT_ASCEND && sort.ulOrder != TABLE_SORT_DESCEND)
-                {
                     Fail(MAPI_E_INVALID_PARAMETER, L"A table sorts upwards or downwards.");
-                }
             }
             m_order = std::move(order);
             Rearranged();
@@ -546,9 +492,7 @@ STDMETHODIMP Table::QueryRows(LONG lRowCount, ULONG ulFlags, LPSRowSet* lppRows)
             CheckOutput(lppRows);
             RequireFlags(ulFlags, TBL_NOADVANCE);
             if (lRowCount == 0)
-            {
                 Fail(MAPI_E_INVALID_PARAMETER, L"QueryRows needs a number of rows.");
-            }
             // Backwards, the rows before the position are given, still in the table's order.
             const auto wanted = static_cast<size_t>(std::abs(static_cast<std::int64_t>(lRowCount)));
             const size_t position = m_position.index;
@@ -558,14 +502,10 @@ STDMETHODIMP Table::QueryRows(LONG lRowCount, ULONG ulFlags, LPSRowSet* lppRows)
             std::vector<std::vector<PropValue>> rows;
             rows.reserve(last - first);
             for (size_t index = first; index < last; ++index)
-            {
                 rows.push_back(RowValues(index));
-            }
             *lppRows = MakeRowSet(m_memory, rows);
             if (!(ulFlags & TBL_NOADVANCE))
-            {
                 SetPosition(lRowCount > 0 ? last : first);
-            }
             return S_OK;
         });
 }
@@ -588,9 +528,7 @@ STDMETHODIMP Table::CollapseRow(ULONG, LPBYTE, ULONG, ULONG*)
 STDMETHODIMP Table::WaitForCompletion(ULONG, ULONG, ULONG* lpulTableStatus)
 {
     if (lpulTableStatus)
-    {
         *lpulTableStatus = TBLSTAT_COMPLETE;
-    }
     return S_OK;
 }
 
@@ -609,9 +547,7 @@ MemoryRows::MemoryRows(std::vector<ULONG> columns, std::vector<PropertyBag> rows
 {
     m_rows.reserve(rows.size());
     for (PropertyBag& row : rows)
-    {
         m_rows.push_back(std::make_shared<PropertyBag>(std::move(row)));
-    }
 }
 
 ComPtr<IMAPITable> CreateTable(std::shared_ptr<const RowSource> rows, const MapiMemory& memory, ULONG flags,

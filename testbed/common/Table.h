@@ -52,7 +52,7 @@ private:
 /// `component` names the module in extended errors.
 ///
 /// Contract beyond MAPI's text, where that leaves a choice:
-/// - Missing cells are PT_ERROR with MAPI_E_NOT_FOUND, cells over `MaxInlineSize` PT_ERROR with
+/// - Missing cells are PT_ERROR with MAPI_E_NOT_FOUND, cells over `maxInlineSize` PT_ERROR with
 /// MAPI_E_NOT_ENOUGH_MEMORY.
 /// - SortTable: categories and instances of multi-values are refused with MAPI_E_NO_SUPPORT; no criteria (cSorts 0)
 ///   brings the natural order back; equal rows keep it; rows without the property come last in both directions.

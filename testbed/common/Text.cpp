@@ -17,7 +17,7 @@ struct ResultName
 };
 
 #define NAMED(code) {static_cast<HRESULT>(code), L## #code}
-constexpr ResultName ResultNames[] = {
+constexpr ResultName resultNames[] = {
     NAMED(S_OK),
     NAMED(MAPI_E_CALL_FAILED),
     NAMED(MAPI_E_NOT_ENOUGH_MEMORY),
@@ -81,9 +81,7 @@ constexpr ResultName ResultNames[] = {
 int CheckedLength(size_t length)
 {
     if (length > static_cast<size_t>(std::numeric_limits<int>::max()))
-    {
         Fail(MAPI_E_STRING_TOO_LONG, L"A text is too long to convert.");
-    }
     return static_cast<int>(length);
 }
 
@@ -93,9 +91,7 @@ int CheckedLength(size_t length)
 std::wstring Widen(UINT codePage, std::string_view text)
 {
     if (text.empty())
-    {
         return {};
-    }
     const int length = CheckedLength(text.size());
     const int needed = MultiByteToWideChar(codePage, 0, text.data(), length, nullptr, 0);
     std::wstring wide(static_cast<size_t>(needed), L'\0');
@@ -106,9 +102,7 @@ std::wstring Widen(UINT codePage, std::string_view text)
 std::string Narrow(UINT codePage, std::wstring_view text)
 {
     if (text.empty())
-    {
         return {};
-    }
     const int length = CheckedLength(text.size());
     const int needed = WideCharToMultiByte(codePage, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
     std::string narrow(static_cast<size_t>(needed), '\0');
@@ -121,17 +115,11 @@ std::string Narrow(UINT codePage, std::wstring_view text)
 BYTE HexDigit(wchar_t digit)
 {
     if (digit >= L'0' && digit <= L'9')
-    {
         return static_cast<BYTE>(digit - L'0');
-    }
     if (digit >= L'A' && digit <= L'F')
-    {
         return static_cast<BYTE>(digit - L'A' + 10);
-    }
     if (digit >= L'a' && digit <= L'f')
-    {
         return static_cast<BYTE>(digit - L'a' + 10);
-    }
     Fail(MAPI_E_CORRUPT_DATA, L"A hexadecimal text has a character that is no digit.");
 }
 } // namespace
@@ -160,13 +148,9 @@ std::wstring ResultText(HRESULT result)
 {
     wchar_t number[16];
     std::swprintf(number, std::size(number), L"0x%08lX", static_cast<unsigned long>(result));
-    for (const ResultName& entry : ResultNames)
-    {
+    for (const ResultName& entry : resultNames)
         if (entry.result == result)
-        {
             return std::wstring(entry.name) + L" (" + number + L")";
-        }
-    }
     return number;
 }
 
@@ -187,24 +171,18 @@ std::wstring HexText(const void* bytes, size_t size)
 std::vector<BYTE> BytesFromHex(std::wstring_view text)
 {
     if (text.size() % 2 != 0)
-    {
         Fail(MAPI_E_CORRUPT_DATA, L"A hexadecimal text has half a byte too much.");
-    }
     std::vector<BYTE> bytes;
     bytes.reserve(text.size() / 2);
     for (size_t i = 0; i < text.size(); i += 2)
-    {
         bytes.push_back(static_cast<BYTE>(HexDigit(text[i]) * 16 + HexDigit(text[i + 1])));
-    }
     return bytes;
 }
 
 std::wstring TextArgument(const void* text, ULONG flags)
 {
     if (!text)
-    {
         return {};
-    }
     return flags & MAPI_UNICODE ? std::wstring(static_cast<const wchar_t*>(text))
                                 : WideFromAnsi(static_cast<const char*>(text));
 }

@@ -12,16 +12,16 @@ namespace Testbed
 namespace
 {
 // A multiple of the strictest alignment, so that payloads are aligned as malloc's are.
-constexpr size_t GuardSize = 16;
-constexpr BYTE GuardByte = 0xFD;
-constexpr BYTE FreshByte = 0xCD;
-constexpr BYTE PoisonByte = 0xDD;
+constexpr size_t guardSize = 16;
+constexpr BYTE guardByte = 0xFD;
+constexpr BYTE freshByte = 0xCD;
+constexpr BYTE poisonByte = 0xDD;
 
 // More than this at once is a size that went wrong, not one that is meant.
-constexpr size_t MaxBlockSize = size_t(1) << 30;
+constexpr size_t maxBlockSize = size_t(1) << 30;
 
-constexpr size_t QuarantineCount = 4096;
-constexpr size_t QuarantineBytes = size_t(16) << 20;
+constexpr size_t quarantineCount = 4096;
+constexpr size_t quarantineBytes = size_t(16) << 20;
 
 [[noreturn]] void EndProcess(OlmapiExit exit, const char* format, ...)
 {
@@ -52,46 +52,34 @@ void* Blocks::Allocate(size_t size, void* parent)
     {
         root = m_live.find(parent);
         if (root == m_live.end() || root->second.root)
-        {
             Foreign(parent, "MAPIAllocateMore");
-        }
     }
     if (m_failIn != 0)
     {
         --m_failIn;
         if (m_failIn == 0)
-        {
             return nullptr;
-        }
     }
-    if (size > MaxBlockSize)
-    {
+    if (size > maxBlockSize)
         return nullptr;
-    }
 
-    auto* memory = static_cast<BYTE*>(std::malloc(size + 2 * GuardSize));
+    auto* memory = static_cast<BYTE*>(std::malloc(size + 2 * guardSize));
     if (!memory)
-    {
         return nullptr;
-    }
-    std::memset(memory, GuardByte, GuardSize);
-    std::memset(memory + GuardSize, FreshByte, size);
-    std::memset(memory + GuardSize + size, GuardByte, GuardSize);
-    void* const payload = memory + GuardSize;
+    std::memset(memory, guardByte, guardSize);
+    std::memset(memory + guardSize, freshByte, size);
+    std::memset(memory + guardSize + size, guardByte, guardSize);
+    void* const payload = memory + guardSize;
     try
     {
         if (parent)
-        {
             root->second.linked.push_back(payload);
-        }
         m_live.emplace(payload, Block{memory, size, parent, m_allocated + 1, {}});
     }
     catch (const std::bad_alloc&)
     {
         if (parent && !root->second.linked.empty() && root->second.linked.back() == payload)
-        {
             root->second.linked.pop_back();
-        }
         std::free(memory);
         return nullptr;
     }
@@ -105,20 +93,16 @@ void Blocks::Free(void* block)
     const std::lock_guard guard(m_lock);
     const auto found = m_live.find(block);
     if (found == m_live.end() || found->second.root)
-    {
         Foreign(block, "MAPIFreeBuffer");
-    }
     for (void* linked : found->second.linked)
-    {
         Discard(m_live.find(linked));
-    }
     Discard(found);
 }
 
 void Blocks::Discard(BlockMap::iterator block)
 {
     CheckGuards(block->first, block->second);
-    std::memset(block->first, PoisonByte, block->second.size);
+    std::memset(block->first, poisonByte, block->second.size);
     m_bytes -= block->second.size;
     ++m_freed;
     const Freed freed{block->first, block->second.memory, block->second.size, block->second.serial};
@@ -133,7 +117,7 @@ void Blocks::Discard(BlockMap::iterator block)
     {
         std::free(freed.memory);
     }
-    while (m_quarantine.size() > QuarantineCount || m_quarantineSize > QuarantineBytes)
+    while (m_quarantine.size() > quarantineCount || m_quarantineSize > quarantineBytes)
     {
         const Freed& oldest = m_quarantine.front();
         CheckPoison(oldest);
@@ -145,9 +129,9 @@ void Blocks::Discard(BlockMap::iterator block)
 
 void Blocks::CheckGuards(const void* payload, const Block& block) const
 {
-    const BYTE* const behind = block.memory + GuardSize + block.size;
-    const bool before = !AllAre(block.memory, GuardSize, GuardByte);
-    if (before || !AllAre(behind, GuardSize, GuardByte))
+    const BYTE* const behind = block.memory + guardSize + block.size;
+    const bool before = !AllAre(block.memory, guardSize, guardByte);
+    if (before || !AllAre(behind, guardSize, guardByte))
     {
         EndProcess(OlmapiExit::Overrun, "bytes %s block %p (%llu bytes, allocation %llu) were overwritten.",
                    before ? "before" : "behind", payload, static_cast<unsigned long long>(block.size), block.serial);
@@ -156,7 +140,7 @@ void Blocks::CheckGuards(const void* payload, const Block& block) const
 
 void Blocks::CheckPoison(const Freed& freed) const
 {
-    if (!AllAre(freed.memory + GuardSize, freed.size, PoisonByte))
+    if (!AllAre(freed.memory + guardSize, freed.size, poisonByte))
     {
         EndProcess(OlmapiExit::WriteAfterFree, "block %p (%llu bytes, allocation %llu) was written to after its free.",
                    freed.payload, static_cast<unsigned long long>(freed.size), freed.serial);
@@ -195,12 +179,8 @@ ULONG Blocks::Enumerate(ULONGLONG firstSerial, OLMAPI_BLOCK_CALLBACK callback, v
     const std::lock_guard guard(m_lock);
     std::vector<OlmapiBlock> blocks;
     for (const auto& [payload, block] : m_live)
-    {
         if (block.serial >= firstSerial)
-        {
             blocks.push_back({payload, block.root, static_cast<ULONG>(block.size), block.serial});
-        }
-    }
     std::sort(blocks.begin(), blocks.end(),
               [](const OlmapiBlock& a, const OlmapiBlock& b) { return a.ullSerial < b.ullSerial; });
     ULONG told = 0;
@@ -208,9 +188,7 @@ ULONG Blocks::Enumerate(ULONGLONG firstSerial, OLMAPI_BLOCK_CALLBACK callback, v
     {
         ++told;
         if (!callback(&block, context))
-        {
             break;
-        }
     }
     return told;
 }
@@ -225,9 +203,7 @@ void Blocks::CheckAll()
 {
     const std::lock_guard guard(m_lock);
     for (const auto& [payload, block] : m_live)
-    {
         CheckGuards(payload, block);
-    }
     std::for_each(m_quarantine.begin(), m_quarantine.end(), [this](const Freed& freed) { CheckPoison(freed); });
 }
 
@@ -241,8 +217,6 @@ void Blocks::RequireNone(ULONGLONG firstSerial)
         return TRUE;
     };
     if (const ULONG left = Enumerate(firstSerial, print, nullptr))
-    {
         EndProcess(OlmapiExit::Leak, "%lu blocks were never freed.", left);
-    }
 }
 } // namespace Testbed

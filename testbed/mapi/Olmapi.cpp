@@ -23,9 +23,7 @@ Blocks& AllBlocks()
 SCODE Allocate(ULONG size, void* parent, void** block) noexcept
 {
     if (!block)
-    {
         return MAPI_E_INVALID_PARAMETER;
-    }
     *block = AllBlocks().Allocate(size, parent);
     return *block ? S_OK : MAPI_E_NOT_ENOUGH_MEMORY;
 }
@@ -53,18 +51,14 @@ extern "C"
     SCODE WINAPI MAPIAllocateMore(ULONG cbSize, LPVOID lpObject, LPVOID* lppBuffer)
     {
         if (!lpObject)
-        {
             return MAPI_E_INVALID_PARAMETER;
-        }
         return Allocate(cbSize, lpObject, lppBuffer);
     }
 
     ULONG WINAPI MAPIFreeBuffer(LPVOID lpBuffer)
     {
         if (lpBuffer)
-        {
             AllBlocks().Free(lpBuffer);
-        }
         return S_OK;
     }
 
@@ -72,30 +66,20 @@ extern "C"
                                     ULONG* lpcbWrappedEntry, LPENTRYID* lppWrappedEntry)
     {
         if (!lpszDLLName || !lpOrigEntry || !lpcbWrappedEntry || !lppWrappedEntry)
-        {
             return MAPI_E_INVALID_PARAMETER;
-        }
         if (ulFlags & ~MAPI_UNICODE)
-        {
             return MAPI_E_UNKNOWN_FLAGS;
-        }
         if (ulFlags & MAPI_UNICODE)
-        {
             return MAPI_E_BAD_CHARWIDTH;
-        }
         if (cbOrigEntry < sizeof(ENTRYID::abFlags))
-        {
             return MAPI_E_INVALID_ENTRYID;
-        }
         try
         {
             const Bytes wrapped = WrapStoreEntryId(lpszDLLName, lpOrigEntry, cbOrigEntry);
             void* block = nullptr;
             const SCODE result = Allocate(static_cast<ULONG>(wrapped.size()), nullptr, &block);
             if (FAILED(result))
-            {
                 return result;
-            }
             std::memcpy(block, wrapped.data(), wrapped.size());
             *lpcbWrappedEntry = static_cast<ULONG>(wrapped.size());
             *lppWrappedEntry = static_cast<ENTRYID*>(block);
@@ -110,17 +94,13 @@ extern "C"
     BOOL WINAPI FGetComponentPath(LPSTR szComponent, LPSTR, LPSTR szDllPath, DWORD cchBufferSize, BOOL)
     {
         if (!szComponent || !szDllPath || cchBufferSize == 0)
-        {
             return FALSE;
-        }
         szDllPath[0] = '\0';
         try
         {
             const auto path = FindComponent(WideFromAnsi(szComponent));
             if (!path || path->size() >= cchBufferSize)
-            {
                 return FALSE;
-            }
             std::memcpy(szDllPath, path->c_str(), path->size() + 1);
             return TRUE;
         }
@@ -133,9 +113,7 @@ extern "C"
     BOOL WINAPI OlmapiGetStatistics(OlmapiStatistics* lpStatistics)
     {
         if (!lpStatistics || lpStatistics->cbSize != sizeof(OlmapiStatistics))
-        {
             return FALSE;
-        }
         AllBlocks().Statistics(*lpStatistics);
         return TRUE;
     }

@@ -13,9 +13,7 @@ std::string OwnVersion()
     wchar_t path[MAX_PATH];
     const DWORD length = GetModuleFileNameW(nullptr, path, MAX_PATH);
     if (length == 0 || length == MAX_PATH)
-    {
         return {};
-    }
     DWORD handle = 0;
     std::vector<unsigned char> info(GetFileVersionInfoSizeW(path, &handle));
     VS_FIXEDFILEINFO* fixed = nullptr;

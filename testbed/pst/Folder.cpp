@@ -12,8 +12,8 @@ namespace Testbed::Pst
 namespace
 {
 // frightsReadAny to frightsVisible, all that an owner has.
-constexpr LONG kAllRights = 0x000007FB;
-constexpr ULONG kSoftDeletes = 0x00000002;
+constexpr LONG allRights = 0x000007FB;
+constexpr ULONG softDeletes = 0x00000002;
 
 bool IsComputed(ULONG id)
 {
@@ -25,7 +25,7 @@ bool IsComputed(ULONG id)
         PROP_ID(PR_ASSOC_CONTENT_COUNT),
         PROP_ID(PR_SUBFOLDERS),
         PROP_ID(PR_FOLDER_TYPE),
-        PROP_ID(Tags::Rights),
+        PROP_ID(Tags::rights),
         PROP_ID(PR_DISPLAY_TYPE),
         PROP_ID(PR_CONTAINER_CONTENTS),
         PROP_ID(PR_CONTAINER_HIERARCHY),
@@ -83,33 +83,25 @@ Node Folder::Current() const
 {
     const auto node = Core().Find(m_id);
     if (!node)
-    {
         Fail(MAPI_E_OBJECT_DELETED, L"The folder has been deleted");
-    }
     return *node;
 }
 
 void Folder::RequireWritable() const
 {
     if (!m_session->Writable())
-    {
         Fail(MAPI_E_NO_ACCESS, L"The store is read-only");
-    }
 }
 
 SCODE Folder::Set(const PropValue& value)
 {
     if (IsComputed(value.Id()))
-    {
         return MAPI_E_COMPUTED;
-    }
     if (value.Id() == PROP_ID(PR_DISPLAY_NAME))
     {
         const auto other = Core().FindSubFolder(Current().parent, value.AsText());
         if (value.AsText().empty() || (other && *other != m_id))
-        {
             return value.AsText().empty() ? MAPI_E_INVALID_PARAMETER : MAPI_E_COLLISION;
-        }
     }
     m_changes.Put(value);
     return S_OK;
@@ -118,13 +110,9 @@ SCODE Folder::Set(const PropValue& value)
 SCODE Folder::Remove(ULONG tag)
 {
     if (IsComputed(PROP_ID(tag)) || PROP_ID(tag) == PROP_ID(PR_DISPLAY_NAME))
-    {
         return MAPI_E_COMPUTED;
-    }
     if (!Core().FolderProperties(m_id).Find(PROP_ID(tag)))
-    {
         return MAPI_E_NOT_FOUND;
-    }
     m_changes.Remove(PROP_ID(tag));
     return S_OK;
 }
@@ -132,9 +120,7 @@ SCODE Folder::Remove(ULONG tag)
 void Folder::Flush()
 {
     if (m_changes.Empty())
-    {
         return;
-    }
     PropertyChanges changes;
     std::swap(changes, m_changes);
     Core().ChangeFolder(m_id, changes);
@@ -151,9 +137,7 @@ ComPtr<IUnknown> Folder::OpenObject(ULONG tag, REFIID iid, ULONG options, ULONG)
     }
     RequireInterface(&iid, {&IID_IMAPITable});
     if (id == PROP_ID(PR_CONTAINER_HIERARCHY))
-    {
         return MakeHierarchyTable(m_session, m_id, options);
-    }
     return MakeContentsTable(m_session, m_id, id == PROP_ID(PR_FOLDER_ASSOCIATED_CONTENTS), options);
 }
 
@@ -163,26 +147,18 @@ std::vector<Node> Folder::Listed(LPENTRYLIST list) const
     if (!list)
     {
         for (const NodeId id : Core().Messages(m_id, false))
-        {
             if (const auto node = Core().Find(id))
-            {
                 nodes.push_back(*node);
-            }
-        }
         return nodes;
     }
     if (list->cValues != 0 && !list->lpbin)
-    {
         Fail(MAPI_E_INVALID_PARAMETER, L"The list of messages is not there");
-    }
     for (ULONG index = 0; index < list->cValues; ++index)
     {
         const SBinary& entry = list->lpbin[index];
         const Node node = m_session->Require(entry.cb, reinterpret_cast<LPENTRYID>(entry.lpb));
         if (IsFolder(node.kind))
-        {
             Fail(MAPI_E_INVALID_ENTRYID, L"The list of messages names a folder");
-        }
         nodes.push_back(node);
     }
     return nodes;
@@ -199,9 +175,7 @@ std::optional<NodeId> Folder::OwnFolder(LPCIID iid, LPVOID object) const
     }
     const ComPtr<IMAPIFolder> folder = unknown.As<IMAPIFolder>(IID_IMAPIFolder);
     if (!folder)
-    {
         return std::nullopt;
-    }
     SizedSPropTagArray(1, tags) = {1, {PR_ENTRYID}};
     ULONG count = 0;
     MapiBlock<SPropValue> values(m_session->Memory());
@@ -219,9 +193,7 @@ Node Folder::RequireSubFolder(ULONG size, LPENTRYID entryId) const
 {
     const Node node = m_session->Require(size, entryId);
     if (!IsFolder(node.kind) || node.parent != m_id || node.id == m_id)
-    {
         Fail(MAPI_E_NOT_FOUND, L"The folder has no such sub-folder");
-    }
     return node;
 }
 
@@ -231,13 +203,9 @@ STDMETHODIMP Folder::GetContentsTable(ULONG ulFlags, LPMAPITABLE* lppTable)
         [&]() -> HRESULT
         {
             if (!lppTable)
-            {
                 return MAPI_E_INVALID_PARAMETER;
-            }
-            if ((ulFlags & kSoftDeletes) != 0)
-            {
+            if ((ulFlags & softDeletes) != 0)
                 return MAPI_E_NO_SUPPORT;
-            }
             RequireFlags(ulFlags, MAPI_UNICODE | MAPI_ASSOCIATED | MAPI_DEFERRED_ERRORS);
             RequireAlive();
             *lppTable = MakeContentsTable(m_session, m_id, (ulFlags & MAPI_ASSOCIATED) != 0, ulFlags).Detach();
@@ -251,13 +219,9 @@ STDMETHODIMP Folder::GetHierarchyTable(ULONG ulFlags, LPMAPITABLE* lppTable)
         [&]() -> HRESULT
         {
             if (!lppTable)
-            {
                 return MAPI_E_INVALID_PARAMETER;
-            }
-            if ((ulFlags & kSoftDeletes) != 0)
-            {
+            if ((ulFlags & softDeletes) != 0)
                 return MAPI_E_NO_SUPPORT;
-            }
             RequireFlags(ulFlags, MAPI_UNICODE | CONVENIENT_DEPTH | MAPI_DEFERRED_ERRORS);
             RequireAlive();
             *lppTable = MakeHierarchyTable(m_session, m_id, ulFlags).Detach();
@@ -289,16 +253,12 @@ STDMETHODIMP Folder::CreateMessage(LPCIID lpInterface, ULONG ulFlags, LPMESSAGE*
         [&]() -> HRESULT
         {
             if (!lppMessage)
-            {
                 return MAPI_E_INVALID_PARAMETER;
-            }
             RequireFlags(ulFlags, MAPI_ASSOCIATED | MAPI_DEFERRED_ERRORS);
             RequireInterface(lpInterface, {&IID_IMessage, &IID_IMAPIProp, &IID_IUnknown});
             RequireWritable();
             if (Current().kind == NodeKind::SearchFolder)
-            {
                 Fail(MAPI_E_NO_ACCESS, L"A search folder holds no messages of its own");
-            }
             *lppMessage = MakeMessage(MessageState::Create(m_session, m_id, (ulFlags & MAPI_ASSOCIATED) != 0)).Detach();
             return S_OK;
         });
@@ -311,9 +271,7 @@ STDMETHODIMP Folder::CopyMessages(LPENTRYLIST lpMsgList, LPCIID lpInterface, LPV
                    [&]() -> HRESULT
                    {
                        if (!lpMsgList || !lpDestFolder)
-                       {
                            return MAPI_E_INVALID_PARAMETER;
-                       }
                        RequireFlags(ulFlags, MESSAGE_MOVE | MESSAGE_DIALOG | MAPI_DECLINE_OK);
                        const auto destination = OwnFolder(lpInterface, lpDestFolder);
                        if ((ulFlags & MESSAGE_MOVE) == 0 || !destination)
@@ -326,9 +284,7 @@ STDMETHODIMP Folder::CopyMessages(LPENTRYLIST lpMsgList, LPCIID lpInterface, LPV
                        const std::vector<Node> nodes = Listed(lpMsgList);
                        Core().MoveMessages(IdsOf(nodes), *destination);
                        for (const Node& node : nodes)
-                       {
                            m_session->Notify(fnevObjectMoved, {node.id, node.kind, *destination}, &node);
-                       }
                        return S_OK;
                    });
 }
@@ -339,18 +295,14 @@ STDMETHODIMP Folder::DeleteMessages(LPENTRYLIST lpMsgList, ULONG, LPMAPIPROGRESS
         [&]() -> HRESULT
         {
             if (!lpMsgList)
-            {
                 return MAPI_E_INVALID_PARAMETER;
-            }
             constexpr ULONG hardDelete = 0x10;
             RequireFlags(ulFlags, MESSAGE_DIALOG | hardDelete);
             RequireWritable();
             const std::vector<Node> nodes = Listed(lpMsgList);
             Core().DeleteMessages(IdsOf(nodes));
             for (const Node& node : nodes)
-            {
                 m_session->Notify(fnevObjectDeleted, node);
-            }
             return S_OK;
         });
 }
@@ -362,43 +314,31 @@ STDMETHODIMP Folder::CreateFolder(ULONG ulFolderType, LPTSTR lpszFolderName, LPT
         [&]() -> HRESULT
         {
             if (!lppFolder || !lpszFolderName)
-            {
                 return MAPI_E_INVALID_PARAMETER;
-            }
             RequireFlags(ulFlags, MAPI_UNICODE | OPEN_IF_EXISTS | MAPI_DEFERRED_ERRORS);
             RequireInterface(lpInterface, {&IID_IMAPIFolder, &IID_IMAPIContainer, &IID_IMAPIProp, &IID_IUnknown});
             if (ulFolderType == FOLDER_SEARCH)
-            {
                 return MAPI_E_NO_SUPPORT;
-            }
             const std::wstring name = TextArgument(lpszFolderName, ulFlags);
             if (ulFolderType != FOLDER_GENERIC || name.empty())
-            {
                 return MAPI_E_INVALID_PARAMETER;
-            }
             if (const auto existing = Core().FindSubFolder(m_id, name))
             {
                 if ((ulFlags & OPEN_IF_EXISTS) == 0)
-                {
                     Fail(MAPI_E_COLLISION, L"The folder has a sub-folder of that name already");
-                }
                 *lppFolder = MakeFolder(m_session, *existing).Detach();
                 return S_OK;
             }
             RequireWritable();
             if (Current().kind == NodeKind::SearchFolder)
-            {
                 Fail(MAPI_E_NO_ACCESS, L"A search folder has no sub-folders");
-            }
             PropertyBag properties;
             properties.Put(PropValue::String(PR_DISPLAY_NAME_W, name));
             properties.Put(PropValue::String(PR_CONTAINER_CLASS_W, L"IPF.Note"));
             properties.Put(Now(PR_CREATION_TIME));
             properties.Put(Now(PR_LAST_MODIFICATION_TIME));
             if (const std::wstring comment = TextArgument(lpszFolderComment, ulFlags); !comment.empty())
-            {
                 properties.Put(PropValue::String(PR_COMMENT_W, comment));
-            }
             const NodeId created = Core().CreateFolder(m_id, properties);
             *lppFolder = MakeFolder(m_session, created).Detach();
             m_session->Notify(fnevObjectCreated, {created, NodeKind::Folder, m_id});
@@ -414,9 +354,7 @@ STDMETHODIMP Folder::CopyFolder(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpI
         [&]() -> HRESULT
         {
             if (!lpDestFolder || !lpEntryID)
-            {
                 return MAPI_E_INVALID_PARAMETER;
-            }
             RequireFlags(ulFlags, FOLDER_MOVE | COPY_SUBFOLDERS | FOLDER_DIALOG | MAPI_UNICODE | MAPI_DECLINE_OK);
             const auto destination = OwnFolder(lpInterface, lpDestFolder);
             if ((ulFlags & FOLDER_MOVE) == 0 || !destination)
@@ -430,18 +368,12 @@ STDMETHODIMP Folder::CopyFolder(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpI
             std::wstring name = TextArgument(lpszNewFolderName, ulFlags);
             PropertyChanges changes;
             if (!name.empty())
-            {
                 changes.Put(PropValue::String(PR_DISPLAY_NAME_W, name));
-            }
             else
-            {
                 name = TextOf(Core().FolderProperties(node.id), PR_DISPLAY_NAME);
-            }
             const auto other = Core().FindSubFolder(*destination, name);
             if (other && *other != node.id)
-            {
                 Fail(MAPI_E_COLLISION, L"The destination has a sub-folder of that name already");
-            }
             Core().MoveFolder(node.id, *destination, changes);
             m_session->Notify(fnevObjectMoved, {node.id, node.kind, *destination}, &node);
             return S_OK;
@@ -459,21 +391,15 @@ STDMETHODIMP Folder::DeleteFolder(ULONG cbEntryID, LPENTRYID lpEntryID, ULONG, L
             const Node node = RequireSubFolder(cbEntryID, lpEntryID);
             const PropertyBag store = Core().StoreProperties();
             for (const ULONG tag : {PR_IPM_SUBTREE_ENTRYID, PR_IPM_WASTEBASKET_ENTRYID, PR_FINDER_ENTRYID})
-            {
                 if (BytesOf(store, tag) == m_session->EntryId(node.id))
-                {
                     Fail(MAPI_E_NO_ACCESS, L"A store's special folders cannot be deleted");
-                }
-            }
             if ((ulFlags & DEL_MESSAGES) == 0 && node.kind == NodeKind::Folder &&
                 (!Core().Messages(node.id, false).empty() || !Core().Messages(node.id, true).empty()))
             {
                 return MAPI_E_HAS_MESSAGES;
             }
             if ((ulFlags & DEL_FOLDERS) == 0 && !Core().SubFolders(node.id).empty())
-            {
                 return MAPI_E_HAS_FOLDERS;
-            }
             Core().DeleteFolder(node.id);
             m_session->Notify(fnevObjectDeleted, node);
             return S_OK;
@@ -490,9 +416,7 @@ STDMETHODIMP Folder::SetReadFlags(LPENTRYLIST lpMsgList, ULONG, LPMAPIPROGRESS, 
                                       generateReceiptOnly | CLEAR_RN_PENDING | CLEAR_NRN_PENDING);
             RequireWritable();
             if ((ulFlags & (generateReceiptOnly | CLEAR_RN_PENDING | CLEAR_NRN_PENDING)) != 0)
-            {
                 return S_OK;
-            }
             std::vector<std::pair<NodeId, PropertyChanges>> changes;
             std::vector<Node> changed;
             for (const Node& node : Listed(lpMsgList))
@@ -509,13 +433,9 @@ STDMETHODIMP Folder::SetReadFlags(LPENTRYLIST lpMsgList, ULONG, LPMAPIPROGRESS, 
                 }
             }
             if (!changes.empty())
-            {
                 Core().ChangeMessages(changes);
-            }
             for (const Node& node : changed)
-            {
                 m_session->Notify(fnevObjectModified, node);
-            }
             return S_OK;
         });
 }
@@ -526,9 +446,7 @@ STDMETHODIMP Folder::GetMessageStatus(ULONG cbEntryID, LPENTRYID lpEntryID, ULON
         [&]() -> HRESULT
         {
             if (!lpulMessageStatus)
-            {
                 return MAPI_E_INVALID_PARAMETER;
-            }
             RequireFlags(ulFlags, 0);
             *lpulMessageStatus =
                 static_cast<ULONG>(Core().MessageLong(m_session->Require(cbEntryID, lpEntryID), PR_MSG_STATUS));
@@ -550,9 +468,7 @@ STDMETHODIMP Folder::SetMessageStatus(ULONG cbEntryID, LPENTRYID lpEntryID, ULON
             change.Put(PropValue::Long(PR_MSG_STATUS, static_cast<LONG>(after)));
             Core().ChangeMessages({{node.id, change}});
             if (lpulOldStatus)
-            {
                 *lpulOldStatus = before;
-            }
             m_session->Notify(fnevObjectModified, node);
             return S_OK;
         });
@@ -572,9 +488,7 @@ STDMETHODIMP Folder::EmptyFolder(ULONG, LPMAPIPROGRESS, ULONG ulFlags)
             RequireFlags(ulFlags, DEL_ASSOCIATED | FOLDER_DIALOG | hardDelete);
             RequireWritable();
             if (Current().kind == NodeKind::SearchFolder)
-            {
                 Fail(MAPI_E_NO_ACCESS, L"The messages of a search folder lie in other folders");
-            }
             std::vector<NodeId> messages = Core().Messages(m_id, false);
             if ((ulFlags & DEL_ASSOCIATED) != 0)
             {
@@ -583,9 +497,7 @@ STDMETHODIMP Folder::EmptyFolder(ULONG, LPMAPIPROGRESS, ULONG ulFlags)
             }
             Core().DeleteMessages(messages);
             for (const NodeId folder : Core().SubFolders(m_id))
-            {
                 Core().DeleteFolder(folder);
-            }
             m_session->Notify(fnevObjectModified, Current());
             return S_OK;
         });
@@ -610,7 +522,7 @@ std::shared_ptr<LayeredProperties> FolderProperties(const std::shared_ptr<const 
                                                 (writable ? MAPI_ACCESS_MODIFY | MAPI_ACCESS_DELETE : 0) |
                                                 (writable && generic ? inside : 0)));
     computed.Put(PropValue::Long(PR_ACCESS_LEVEL, writable ? MAPI_MODIFY : 0));
-    computed.Put(PropValue::Long(Tags::Rights, kAllRights));
+    computed.Put(PropValue::Long(Tags::rights, allRights));
     const LONG type = folder.parent == folder.id ? FOLDER_ROOT : generic ? FOLDER_GENERIC : FOLDER_SEARCH;
     computed.Put(PropValue::Long(PR_FOLDER_TYPE, type));
     computed.Put(PropValue::Long(PR_DISPLAY_TYPE, DT_FOLDER));

@@ -7,9 +7,9 @@ namespace Testbed::Pst
 {
 namespace
 {
-constexpr ULONG kInternetMessageId = PROP_TAG(PT_UNICODE, 0x1035);
+constexpr ULONG internetMessageId = PROP_TAG(PT_UNICODE, 0x1035);
 
-const std::vector<ULONG> kContentsColumns = {
+const std::vector<ULONG> contentsColumns = {
     PR_ENTRYID,
     PR_INSTANCE_KEY,
     PR_RECORD_KEY,
@@ -36,12 +36,12 @@ const std::vector<ULONG> kContentsColumns = {
     PR_ACCESS,
 };
 
-const std::vector<ULONG> kMoreContentsColumns = {
-    PR_SUBJECT_PREFIX_W, PR_SEARCH_KEY,      PR_CREATION_TIME,          PR_CONVERSATION_TOPIC_W, PR_DISPLAY_BCC_W,
-    PR_ACCESS_LEVEL,     kInternetMessageId, PR_SENDER_EMAIL_ADDRESS_W, PR_STORE_RECORD_KEY,     PR_MAPPING_SIGNATURE,
+const std::vector<ULONG> moreContentsColumns = {
+    PR_SUBJECT_PREFIX_W, PR_SEARCH_KEY,     PR_CREATION_TIME,          PR_CONVERSATION_TOPIC_W, PR_DISPLAY_BCC_W,
+    PR_ACCESS_LEVEL,     internetMessageId, PR_SENDER_EMAIL_ADDRESS_W, PR_STORE_RECORD_KEY,     PR_MAPPING_SIGNATURE,
 };
 
-const std::vector<ULONG> kHierarchyColumns = {
+const std::vector<ULONG> hierarchyColumns = {
     PR_ENTRYID,        PR_INSTANCE_KEY,      PR_RECORD_KEY, PR_PARENT_ENTRYID, PR_STORE_ENTRYID, PR_OBJECT_TYPE,
     PR_DISPLAY_NAME_W, PR_COMMENT_W,         PR_DEPTH,      PR_FOLDER_TYPE,    PR_SUBFOLDERS,    PR_CONTENT_COUNT,
     PR_CONTENT_UNREAD, PR_CONTAINER_CLASS_W, PR_STATUS,     PR_DISPLAY_TYPE,   PR_ACCESS,
@@ -98,12 +98,12 @@ public:
         return generation;
     }
 
-    std::vector<ULONG> DefaultColumns() const override { return kContentsColumns; }
+    std::vector<ULONG> DefaultColumns() const override { return contentsColumns; }
 
     std::vector<ULONG> AllColumns() const override
     {
-        std::vector<ULONG> columns = kContentsColumns;
-        columns.insert(columns.end(), kMoreContentsColumns.begin(), kMoreContentsColumns.end());
+        std::vector<ULONG> columns = contentsColumns;
+        columns.insert(columns.end(), moreContentsColumns.begin(), moreContentsColumns.end());
         return columns;
     }
 
@@ -114,9 +114,7 @@ protected:
         {
             m_list.clear();
             for (const NodeId id : m_session->Core().Messages(m_folder, m_associated))
-            {
                 m_list.emplace_back(id, 0);
-            }
             m_loaded = true;
         }
         return m_list;
@@ -144,9 +142,7 @@ public:
     std::optional<Description> Describe(ULONG id) const override
     {
         if (const auto computed = Compute(id))
-        {
             return Description{computed->Tag(), computed->Size()};
-        }
         auto stored = Stored().Describe(id);
         return !stored && id == PROP_ID(PR_MSG_STATUS) ? Description{PR_MSG_STATUS, sizeof(LONG)} : stored;
     }
@@ -154,9 +150,7 @@ public:
     std::optional<PropValue> Load(ULONG id) const override
     {
         if (auto computed = Compute(id))
-        {
             return computed;
-        }
         auto stored = Stored().Load(id);
         return !stored && id == PROP_ID(PR_MSG_STATUS) ? PropValue::Long(PR_MSG_STATUS, 0) : stored;
     }
@@ -165,24 +159,18 @@ public:
     {
         std::map<ULONG, ULONG> tags;
         for (const ULONG tag : Stored().Tags())
-        {
             tags[PROP_ID(tag)] = tag;
-        }
-        for (const ULONG tag : kComputed)
-        {
+        for (const ULONG tag : computedTags)
             tags[PROP_ID(tag)] = tag;
-        }
         std::vector<ULONG> list;
         list.reserve(tags.size());
         for (const auto& [id, tag] : tags)
-        {
             list.push_back(tag);
-        }
         return list;
     }
 
 private:
-    static constexpr ULONG kComputed[] = {
+    static constexpr ULONG computedTags[] = {
         PR_ENTRYID,
         PR_RECORD_KEY,
         PR_INSTANCE_KEY,
@@ -245,9 +233,7 @@ private:
     {
         const std::lock_guard lock(m_lock);
         if (!m_stored)
-        {
             m_stored = m_session->Core().MessageRow(m_node);
-        }
         return *m_stored;
     }
 
@@ -283,9 +269,7 @@ public:
         const auto [id, depth] = At(index);
         const auto node = m_session->Core().Find(id);
         if (!node)
-        {
             return std::make_shared<PropertyBag>();
-        }
         auto row = FolderProperties(m_session, *node);
         row->Put(PropValue::Long(PR_DEPTH, depth));
         row->Put(PropValue::Binary(PR_INSTANCE_KEY, &id, sizeof(id)));
@@ -307,7 +291,7 @@ public:
         return generation;
     }
 
-    std::vector<ULONG> DefaultColumns() const override { return kHierarchyColumns; }
+    std::vector<ULONG> DefaultColumns() const override { return hierarchyColumns; }
 
 protected:
     const std::vector<std::pair<NodeId, int>>& List() const override
@@ -316,16 +300,10 @@ protected:
         {
             m_list.clear();
             if (m_deep)
-            {
                 m_list = m_session->Core().FoldersBelow(m_folder);
-            }
             else
-            {
                 for (const NodeId id : m_session->Core().SubFolders(m_folder))
-                {
                     m_list.emplace_back(id, 1);
-                }
-            }
             m_loaded = true;
         }
         return m_list;
@@ -346,7 +324,7 @@ ComPtr<IMAPITable> MakeContentsTable(std::shared_ptr<const Session> session, Nod
     flags = session->Flags(flags);
     session->Core().Refresh();
     return CreateTable(std::make_shared<ContentsRows>(std::move(session), folder, associated), memory, flags,
-                       ComponentName);
+                       componentName);
 }
 
 ComPtr<IMAPITable> MakeHierarchyTable(std::shared_ptr<const Session> session, NodeId folder, ULONG flags)
@@ -355,6 +333,6 @@ ComPtr<IMAPITable> MakeHierarchyTable(std::shared_ptr<const Session> session, No
     const bool deep = (flags & CONVENIENT_DEPTH) != 0;
     flags = session->Flags(flags);
     session->Core().Refresh();
-    return CreateTable(std::make_shared<HierarchyRows>(std::move(session), folder, deep), memory, flags, ComponentName);
+    return CreateTable(std::make_shared<HierarchyRows>(std::move(session), folder, deep), memory, flags, componentName);
 }
 } // namespace Testbed::Pst

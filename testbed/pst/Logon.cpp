@@ -8,7 +8,7 @@ namespace
 class Logon final : public ComObject<IMSLogon, &IID_IMSLogon>
 {
 public:
-    explicit Logon(std::shared_ptr<const Session> session) : m_session(std::move(session)), m_lastError(ComponentName)
+    explicit Logon(std::shared_ptr<const Session> session) : m_session(std::move(session)), m_lastError(componentName)
     {
     }
 
@@ -45,9 +45,7 @@ STDMETHODIMP Logon::CompareEntryIDs(ULONG cbEntryID1, LPENTRYID lpEntryID1, ULON
                    [&]() -> HRESULT
                    {
                        if (!lpulResult)
-                       {
                            return MAPI_E_INVALID_PARAMETER;
-                       }
                        *lpulResult =
                            m_session->SameObject(cbEntryID1, lpEntryID1, cbEntryID2, lpEntryID2) ? TRUE : FALSE;
                        return S_OK;
@@ -61,9 +59,7 @@ STDMETHODIMP Logon::Advise(ULONG cbEntryID, LPENTRYID lpEntryID, ULONG ulEventMa
                    [&]() -> HRESULT
                    {
                        if (!lpulConnection)
-                       {
                            return MAPI_E_INVALID_PARAMETER;
-                       }
                        *lpulConnection = m_session->Advise(cbEntryID, lpEntryID, ulEventMask, lpAdviseSink);
                        return S_OK;
                    });

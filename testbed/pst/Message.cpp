@@ -9,12 +9,12 @@ namespace Testbed::Pst
 {
 namespace
 {
-const std::vector<ULONG> kRecipientColumns = {
+const std::vector<ULONG> recipientColumns = {
     PR_ROWID,      PR_RECIPIENT_TYPE, PR_DISPLAY_NAME_W, PR_ADDRTYPE_W,     PR_EMAIL_ADDRESS_W, PR_ENTRYID,
     PR_SEARCH_KEY, PR_OBJECT_TYPE,    PR_DISPLAY_TYPE,   PR_RESPONSIBILITY, PR_INSTANCE_KEY,
 };
 
-const std::vector<ULONG> kAttachmentColumns = {
+const std::vector<ULONG> attachmentColumns = {
     PR_ATTACH_NUM,
     PR_ATTACH_SIZE,
     PR_ATTACH_METHOD,
@@ -37,18 +37,12 @@ std::vector<ULONG> ColumnsOf(const std::vector<ULONG>& wellKnown, const std::vec
     std::vector<ULONG> columns = wellKnown;
     std::set<ULONG> known;
     for (const ULONG tag : wellKnown)
-    {
         known.insert(PROP_ID(tag));
-    }
     for (const PropertyBag& row : rows)
     {
         for (const auto& [id, value] : row.Values())
-        {
             if (known.insert(id).second && value.Type() != PT_OBJECT)
-            {
                 columns.push_back(value.Tag());
-            }
-        }
     }
     return columns;
 }
@@ -123,12 +117,8 @@ std::vector<PropertyBag> CopyList(const ADRLIST& list)
         const ADRENTRY& entry = list.aEntries[index];
         PropertyBag bag;
         for (PropValue& value : CopyProps(entry.cValues, entry.rgPropVals))
-        {
             if (!value.IsError() && value.Type() != PT_OBJECT && value.Tag() != PR_NULL)
-            {
                 bag.Put(std::move(value));
-            }
-        }
         entries.push_back(std::move(bag));
     }
     return entries;
@@ -138,16 +128,12 @@ auto FindRecipient(std::vector<PropertyBag>& recipients, const PropertyBag& give
 {
     const PropValue* row = given.Find(PROP_ID(PR_ROWID));
     if (!row)
-    {
         Fail(MAPI_E_INVALID_PARAMETER, L"A recipient to change or remove is named by its PR_ROWID");
-    }
     const LONG wanted = row->AsLong(-1);
     const auto found = std::find_if(recipients.begin(), recipients.end(),
                                     [&](const PropertyBag& bag) { return LongOf(bag, PR_ROWID, -1) == wanted; });
     if (found == recipients.end())
-    {
         Fail(MAPI_E_NOT_FOUND, L"The message has no recipient of that PR_ROWID");
-    }
     return found;
 }
 
@@ -155,7 +141,7 @@ ComPtr<IMAPITable> Message::Table(const std::vector<ULONG>& wellKnown, std::vect
 {
     std::vector<ULONG> columns = ColumnsOf(wellKnown, rows);
     return CreateTable(std::make_shared<MemoryRows>(std::move(columns), std::move(rows)), m_session->Memory(),
-                       m_session->Flags(flags), ComponentName);
+                       m_session->Flags(flags), componentName);
 }
 
 ComPtr<IMAPITable> Message::Recipients(ULONG flags)
@@ -166,25 +152,21 @@ ComPtr<IMAPITable> Message::Recipients(ULONG flags)
         const LONG id = LongOf(row, PR_ROWID);
         row.Put(PropValue::Binary(PR_INSTANCE_KEY, &id, sizeof(id)));
     }
-    return Table(kRecipientColumns, std::move(rows), flags);
+    return Table(recipientColumns, std::move(rows), flags);
 }
 
 ComPtr<IMAPITable> Message::Attachments(ULONG flags)
 {
     std::vector<PropertyBag> rows;
     for (const AttachmentSlot& slot : m_state->Attachments())
-    {
         rows.push_back(AttachmentRow(*m_session, slot));
-    }
-    return Table(kAttachmentColumns, std::move(rows), flags);
+    return Table(attachmentColumns, std::move(rows), flags);
 }
 
 ComPtr<IUnknown> Message::OpenObject(ULONG tag, REFIID iid, ULONG options, ULONG)
 {
     if (PROP_ID(tag) != PROP_ID(PR_MESSAGE_RECIPIENTS) && PROP_ID(tag) != PROP_ID(PR_MESSAGE_ATTACHMENTS))
-    {
         return {};
-    }
     RequireInterface(&iid, {&IID_IMAPITable});
     return PROP_ID(tag) == PROP_ID(PR_MESSAGE_RECIPIENTS) ? Recipients(options) : Attachments(options);
 }
@@ -195,9 +177,7 @@ STDMETHODIMP Message::GetAttachmentTable(ULONG ulFlags, LPMAPITABLE* lppTable)
         [&]() -> HRESULT
         {
             if (!lppTable)
-            {
                 return MAPI_E_INVALID_PARAMETER;
-            }
             RequireFlags(ulFlags, MAPI_UNICODE | MAPI_DEFERRED_ERRORS);
             *lppTable = Attachments(ulFlags).Detach();
             return S_OK;
@@ -210,16 +190,12 @@ STDMETHODIMP Message::OpenAttach(ULONG ulAttachmentNum, LPCIID lpInterface, ULON
         [&]() -> HRESULT
         {
             if (!lppAttach)
-            {
                 return MAPI_E_INVALID_PARAMETER;
-            }
             RequireFlags(ulFlags, MAPI_MODIFY | MAPI_BEST_ACCESS | MAPI_DEFERRED_ERRORS);
             RequireInterface(lpInterface, {&IID_IAttachment, &IID_IMAPIProp, &IID_IUnknown});
             const bool best = (ulFlags & MAPI_BEST_ACCESS) == MAPI_BEST_ACCESS;
             if ((ulFlags & MAPI_MODIFY) != 0 && !best)
-            {
                 RequireModifiable();
-            }
             const bool modifiable = Modifiable() && (best || (ulFlags & MAPI_MODIFY) != 0);
             for (const AttachmentSlot& slot : m_state->Attachments())
             {
@@ -241,9 +217,7 @@ STDMETHODIMP Message::CreateAttach(LPCIID lpInterface, ULONG ulFlags, ULONG* lpu
         [&]() -> HRESULT
         {
             if (!lppAttach || !lpulAttachmentNum)
-            {
                 return MAPI_E_INVALID_PARAMETER;
-            }
             RequireFlags(ulFlags, MAPI_DEFERRED_ERRORS);
             RequireInterface(lpInterface, {&IID_IAttachment, &IID_IMAPIProp, &IID_IUnknown});
             RequireModifiable();
@@ -271,9 +245,7 @@ STDMETHODIMP Message::GetRecipientTable(ULONG ulFlags, LPMAPITABLE* lppTable)
         [&]() -> HRESULT
         {
             if (!lppTable)
-            {
                 return MAPI_E_INVALID_PARAMETER;
-            }
             RequireFlags(ulFlags, MAPI_UNICODE | MAPI_DEFERRED_ERRORS);
             *lppTable = Recipients(ulFlags).Detach();
             return S_OK;
@@ -294,14 +266,10 @@ STDMETHODIMP Message::ModifyRecipients(ULONG ulFlags, LPADRLIST lpMods)
             const std::vector<PropertyBag> given = lpMods ? CopyList(*lpMods) : std::vector<PropertyBag>();
             std::vector<PropertyBag> recipients;
             if (ulFlags != 0)
-            {
                 recipients = m_state->Recipients();
-            }
             LONG next = 0;
             for (const PropertyBag& recipient : recipients)
-            {
                 next = std::max(next, LongOf(recipient, PR_ROWID) + 1);
-            }
             for (const PropertyBag& entry : given)
             {
                 if (ulFlags == MODRECIP_REMOVE)
@@ -339,9 +307,7 @@ STDMETHODIMP Message::SetReadFlag(ULONG ulFlags)
                                     CLEAR_RN_PENDING | CLEAR_NRN_PENDING;
             RequireFlags(ulFlags, known);
             if (!m_session->Writable())
-            {
                 Fail(MAPI_E_NO_ACCESS, L"The store is read-only");
-            }
             // Receipts are asked for with these, and there is nobody to send them.
             if ((ulFlags & (generateReceiptOnly | CLEAR_RN_PENDING | CLEAR_NRN_PENDING)) == 0)
             {
@@ -356,18 +322,14 @@ ComPtr<IUnknown> Attachment::OpenObject(ULONG tag, REFIID iid, ULONG, ULONG flag
 {
     // PR_ATTACH_DATA_OBJ and PR_ATTACH_DATA_BIN are one property of two types.
     if (PROP_ID(tag) != PROP_ID(PR_ATTACH_DATA_OBJ) || !IsEqualIID(iid, IID_IMessage))
-    {
         return {};
-    }
     const bool modify = (flags & (MAPI_MODIFY | MAPI_CREATE)) != 0;
     std::shared_ptr<const MessageContent> content;
     if ((flags & MAPI_CREATE) == 0)
     {
         content = m_state->Embedded();
         if (!content)
-        {
             Fail(MAPI_E_NOT_FOUND, L"The attachment holds no embedded message");
-        }
     }
     return MakeMessage(MessageState::Embed(m_state, std::move(content), modify));
 }
@@ -386,8 +348,6 @@ ComPtr<IAttach> MakeAttachment(std::shared_ptr<AttachmentState> state)
 void RequireInterface(LPCIID iid, std::initializer_list<const IID*> iids)
 {
     if (iid && std::none_of(iids.begin(), iids.end(), [&](const IID* known) { return IsEqualIID(*iid, *known); }))
-    {
         Fail(MAPI_E_INTERFACE_NOT_SUPPORTED, L"The object does not have the interface");
-    }
 }
 } // namespace Testbed::Pst

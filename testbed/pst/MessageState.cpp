@@ -30,9 +30,7 @@ public:
         std::vector<std::shared_ptr<const AttachmentContent>> contents;
         contents.reserve(m_attachments.size());
         for (const AttachmentSlot& slot : m_attachments)
-        {
             contents.push_back(slot.content);
-        }
         return contents;
     }
 
@@ -57,9 +55,7 @@ size_t SizeOf(const PropertyBag& bag)
 {
     size_t size = 0;
     for (const auto& [id, value] : bag.Values())
-    {
         size += value.Size();
-    }
     return size;
 }
 
@@ -69,9 +65,7 @@ size_t PrefixLength(const std::wstring& subject)
     constexpr size_t longest = 3;
     size_t letters = 0;
     while (letters < subject.size() && letters <= longest && std::iswalpha(subject[letters]))
-    {
         ++letters;
-    }
     if (letters == 0 || letters > longest || subject.size() < letters + 2 || subject[letters] != L':' ||
         subject[letters + 1] != L' ')
     {
@@ -83,9 +77,7 @@ size_t PrefixLength(const std::wstring& subject)
 LONG AttachmentSize(const PropertyBag& properties)
 {
     if (const PropValue* size = properties.Find(PROP_ID(PR_ATTACH_SIZE)))
-    {
         return size->AsLong();
-    }
     return static_cast<LONG>(std::min<size_t>(SizeOf(properties), MAXLONG));
 }
 } // namespace
@@ -129,9 +121,7 @@ std::shared_ptr<MessageState> MessageState::Embed(std::shared_ptr<AttachmentStat
     state->m_owner = std::move(owner);
     state->m_content = std::move(content);
     if (state->m_content)
-    {
         state->m_properties = state->m_content->Properties();
-    }
     return state;
 }
 
@@ -145,9 +135,7 @@ void MessageState::RequireAlive()
 {
     const std::lock_guard lock(m_lock);
     if (m_node && !m_session->Core().Find(m_node->id))
-    {
         Fail(MAPI_E_OBJECT_DELETED, L"The message has been deleted");
-    }
 }
 
 std::shared_ptr<const PropertySource> MessageState::Properties()
@@ -185,9 +173,7 @@ SCODE MessageState::Set(const PropValue& value)
     const ULONG id = value.Id();
     // The flags are the client's until the message is saved for the first time, and then the store's.
     if (IsComputed(id) || (id == PROP_ID(PR_MESSAGE_FLAGS) && !m_new))
-    {
         return MAPI_E_COMPUTED;
-    }
     m_properties.Put(value);
     m_changes.Put(value);
     return S_OK;
@@ -197,13 +183,9 @@ SCODE MessageState::Remove(ULONG tag)
 {
     const ULONG id = PROP_ID(tag);
     if (IsComputed(id) || id == PROP_ID(PR_MESSAGE_FLAGS))
-    {
         return MAPI_E_COMPUTED;
-    }
     if (!m_properties.Find(id))
-    {
         return MAPI_E_NOT_FOUND;
-    }
     m_properties.Erase(id);
     m_changes.Remove(id);
     return S_OK;
@@ -216,9 +198,7 @@ const std::vector<PropertyBag>& MessageState::Recipients()
         m_recipients = m_content ? m_content->Recipients() : std::vector<PropertyBag>();
         LONG row = 0;
         for (PropertyBag& recipient : *m_recipients)
-        {
             recipient.Put(PropValue::Long(PR_ROWID, row++));
-        }
     }
     return *m_recipients;
 }
@@ -241,9 +221,7 @@ std::vector<AttachmentSlot>& MessageState::LoadedAttachments()
     {
         m_attachments = m_content ? SlotsOf(*m_content) : std::vector<AttachmentSlot>();
         for (const AttachmentSlot& slot : *m_attachments)
-        {
             m_nextAttachment = std::max(m_nextAttachment, slot.number + 1);
-        }
     }
     return *m_attachments;
 }
@@ -262,13 +240,9 @@ void MessageState::PutAttachment(ULONG number, std::shared_ptr<const AttachmentC
     const auto found = std::find_if(attachments.begin(), attachments.end(),
                                     [&](const AttachmentSlot& slot) { return slot.number == number; });
     if (found == attachments.end())
-    {
         attachments.push_back({number, std::move(content)});
-    }
     else
-    {
         found->content = std::move(content);
-    }
     m_attachmentsChanged = true;
 }
 
@@ -311,9 +285,7 @@ void MessageState::Complete()
     if (m_new)
     {
         if (!m_properties.Find(PROP_ID(PR_MESSAGE_CLASS)))
-        {
             put(PropValue::String(PR_MESSAGE_CLASS_W, L"IPM.Note"));
-        }
         if (!m_properties.Find(PROP_ID(PR_SEARCH_KEY)))
         {
             GUID key{};
@@ -321,9 +293,7 @@ void MessageState::Complete()
             put(PropValue::Binary(PR_SEARCH_KEY, &key, sizeof(key)));
         }
         if (!m_properties.Find(PROP_ID(PR_CREATION_TIME)))
-        {
             put(Now(PR_CREATION_TIME));
-        }
     }
     if (isSet(PR_SUBJECT) && !isSet(PR_NORMALIZED_SUBJECT))
     {
@@ -331,9 +301,7 @@ void MessageState::Complete()
         std::wstring prefix = isSet(PR_SUBJECT_PREFIX) ? TextOf(m_properties, PR_SUBJECT_PREFIX)
                                                        : subject.substr(0, PrefixLength(subject));
         if (!subject.starts_with(prefix))
-        {
             prefix.clear();
-        }
         put(PropValue::String(PR_SUBJECT_PREFIX_W, prefix));
         put(PropValue::String(PR_NORMALIZED_SUBJECT_W, subject.substr(prefix.size())));
     }
@@ -349,36 +317,24 @@ void MessageState::Complete()
         const std::pair<LONG, ULONG> kinds[] = {
             {MAPI_TO, PR_DISPLAY_TO_W}, {MAPI_CC, PR_DISPLAY_CC_W}, {MAPI_BCC, PR_DISPLAY_BCC_W}};
         for (const auto& [type, tag] : kinds)
-        {
             if (!isSet(tag))
-            {
                 put(PropValue::String(tag, names[type]));
-            }
-        }
     }
     const std::vector<AttachmentSlot> attachments = Attachments();
     LONG flags = LongOf(m_properties, PR_MESSAGE_FLAGS, m_new ? MSGFLAG_UNSENT | MSGFLAG_READ : 0);
     flags = attachments.empty() ? flags & ~LONG(MSGFLAG_HASATTACH) : flags | MSGFLAG_HASATTACH;
     flags |= m_associated ? MSGFLAG_ASSOCIATED : 0;
     if (m_new || flags != LongOf(m_properties, PR_MESSAGE_FLAGS))
-    {
         put(PropValue::Long(PR_MESSAGE_FLAGS, flags));
-    }
     if (!isSet(PR_LAST_MODIFICATION_TIME))
-    {
         put(Now(PR_LAST_MODIFICATION_TIME));
-    }
     if (m_new || m_attachmentsChanged || m_recipientsChanged)
     {
         size_t size = SizeOf(m_properties);
         for (const PropertyBag& recipient : Recipients())
-        {
             size += SizeOf(recipient);
-        }
         for (const AttachmentSlot& slot : attachments)
-        {
             size += static_cast<size_t>(std::max(AttachmentSize(slot.content->Properties()), LONG(0)));
-        }
         put(PropValue::Long(PR_MESSAGE_SIZE, static_cast<LONG>(std::min<size_t>(size, MAXLONG))));
     }
 }
@@ -393,9 +349,7 @@ void MessageState::Save(ULONG flags)
     const std::lock_guard lock(m_lock);
     const bool changed = m_new || !m_changes.Empty() || m_recipientsChanged || m_attachmentsChanged;
     if (changed && !m_modifiable)
-    {
         Fail(MAPI_E_NO_ACCESS, L"The message is not open for writing");
-    }
     if (changed)
     {
         RequireAlive();
@@ -410,13 +364,9 @@ void MessageState::Save(ULONG flags)
             MessageUpdate update;
             update.changes = m_changes;
             if (m_recipientsChanged || m_new)
-            {
                 update.recipients = Recipients();
-            }
             if (m_attachmentsChanged || m_new)
-            {
                 update.attachments = Attachments();
-            }
             StoreCore& core = m_session->Core();
             const bool create = !m_node;
             if (create)
@@ -439,9 +389,7 @@ void MessageState::Save(ULONG flags)
         m_attachmentsChanged = false;
     }
     if ((flags & KEEP_OPEN_READONLY) != 0)
-    {
         m_modifiable = false;
-    }
 }
 
 AttachmentState::AttachmentState(std::shared_ptr<MessageState> message, ULONG number,
@@ -475,9 +423,7 @@ std::shared_ptr<const PropertySource> AttachmentState::Properties()
     computed.Put(PropValue::Long(PR_OBJECT_TYPE, MAPI_ATTACH));
     computed.Put(PropValue::Long(PR_ACCESS_LEVEL, m_modifiable ? MAPI_MODIFY : 0));
     if (m_embedded)
-    {
         computed.Put(PropValue::Object(PR_ATTACH_DATA_OBJ));
-    }
     layered->PutDefault(PropValue::Long(PR_ATTACH_SIZE, AttachmentSize(m_properties)));
     layered->PutDefault(PropValue::Long(PR_RENDERING_POSITION, -1));
     return layered;
@@ -486,9 +432,7 @@ std::shared_ptr<const PropertySource> AttachmentState::Properties()
 SCODE AttachmentState::Set(const PropValue& value)
 {
     if (IsComputed(value.Id()))
-    {
         return MAPI_E_COMPUTED;
-    }
     m_properties.Put(value);
     if (value.Id() == PROP_ID(PR_ATTACH_DATA_BIN))
     {
@@ -502,13 +446,9 @@ SCODE AttachmentState::Set(const PropValue& value)
 SCODE AttachmentState::Remove(ULONG tag)
 {
     if (IsComputed(PROP_ID(tag)))
-    {
         return MAPI_E_COMPUTED;
-    }
     if (!m_properties.Find(PROP_ID(tag)))
-    {
         return MAPI_E_NOT_FOUND;
-    }
     m_properties.Erase(PROP_ID(tag));
     m_changed = true;
     return S_OK;
@@ -529,9 +469,7 @@ void AttachmentState::SetEmbedded(std::shared_ptr<const MessageContent> content)
     m_properties.Put(PropValue::Object(PR_ATTACH_DATA_OBJ));
     m_properties.Put(PropValue::Long(PR_ATTACH_SIZE, LongOf(properties, PR_MESSAGE_SIZE)));
     if (!m_properties.Find(PROP_ID(PR_DISPLAY_NAME)))
-    {
         m_properties.Put(PropValue::String(PR_DISPLAY_NAME_W, TextOf(properties, PR_SUBJECT)));
-    }
     m_changed = true;
 }
 
@@ -541,15 +479,11 @@ void AttachmentState::Save(ULONG flags)
     if (m_changed)
     {
         if (!m_modifiable)
-        {
             Fail(MAPI_E_NO_ACCESS, L"The attachment is not open for writing");
-        }
         const auto put = [this](const PropValue& value)
         {
             if (!m_properties.Find(value.Id()))
-            {
                 m_properties.Put(value);
-            }
         };
         put(PropValue::Long(PR_ATTACH_METHOD,
                             m_properties.Find(PROP_ID(PR_ATTACH_DATA_BIN)) ? ATTACH_BY_VALUE : NO_ATTACHMENT));
@@ -559,18 +493,14 @@ void AttachmentState::Save(ULONG flags)
         m_changed = false;
     }
     if ((flags & KEEP_OPEN_READONLY) != 0)
-    {
         m_modifiable = false;
-    }
 }
 
 PropertyBag AttachmentRow(const Session& session, const AttachmentSlot& slot)
 {
     PropertyBag row = slot.content->Properties();
     if (!row.Find(PROP_ID(PR_ATTACH_SIZE)))
-    {
         row.Put(PropValue::Long(PR_ATTACH_SIZE, AttachmentSize(row)));
-    }
     row.Erase(PROP_ID(PR_ATTACH_DATA_BIN));
     session.PutCommon(row);
     row.Put(PropValue::Long(PR_ATTACH_NUM, static_cast<LONG>(slot.number)));
@@ -578,9 +508,7 @@ PropertyBag AttachmentRow(const Session& session, const AttachmentSlot& slot)
     row.Put(PropValue::Binary(PR_INSTANCE_KEY, &slot.number, sizeof(slot.number)));
     row.Put(PropValue::Long(PR_OBJECT_TYPE, MAPI_ATTACH));
     if (!row.Find(PROP_ID(PR_RENDERING_POSITION)))
-    {
         row.Put(PropValue::Long(PR_RENDERING_POSITION, -1));
-    }
     return row;
 }
 } // namespace Testbed::Pst

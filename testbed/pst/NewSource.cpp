@@ -19,22 +19,18 @@ struct FixedFolder
     const wchar_t* containerClass;
 };
 
-constexpr FixedFolder kFolders[] = {
-    {Nodes::Root, Nodes::Root, L"", L""},
-    {Nodes::Subtree, Nodes::Root, L"Top of Personal Folders", L""},
-    {Nodes::Finder, Nodes::Root, L"Search Root", L""},
-    {Nodes::Wastebasket, Nodes::Subtree, L"Deleted Items", L"IPF.Note"},
+constexpr FixedFolder folders[] = {
+    {Nodes::root, Nodes::root, L"", L""},
+    {Nodes::subtree, Nodes::root, L"Top of Personal Folders", L""},
+    {Nodes::finder, Nodes::root, L"Search Root", L""},
+    {Nodes::wastebasket, Nodes::subtree, L"Deleted Items", L"IPF.Note"},
 };
 
 const FixedFolder* TryFolder(NodeId id)
 {
-    for (const FixedFolder& folder : kFolders)
-    {
+    for (const FixedFolder& folder : folders)
         if (folder.id == id)
-        {
             return &folder;
-        }
-    }
     return nullptr;
 }
 
@@ -57,13 +53,9 @@ public:
     std::vector<NodeId> SubFolders(NodeId parent) const override
     {
         std::vector<NodeId> found;
-        for (const FixedFolder& folder : kFolders)
-        {
+        for (const FixedFolder& folder : folders)
             if (folder.parent == parent && folder.id != parent)
-            {
                 found.push_back(folder.id);
-            }
-        }
         return found;
     }
 
@@ -76,9 +68,7 @@ public:
         {
             bag.Put(PropValue::String(PR_DISPLAY_NAME_W, folder->name));
             if (*folder->containerClass)
-            {
                 bag.Put(PropValue::String(PR_CONTAINER_CLASS_W, folder->containerClass));
-            }
         }
         return bag;
     }
@@ -114,9 +104,9 @@ PropertyBag SpecialFolderProperties(const MAPIUID& recordKey, const std::wstring
     PropertyBag bag;
     bag.Put(PropValue::Binary(PR_RECORD_KEY, key));
     bag.Put(PropValue::String(PR_DISPLAY_NAME_W, displayName));
-    bag.Put(PropValue::Binary(PR_IPM_SUBTREE_ENTRYID, MakeEntryId(key, Nodes::Subtree)));
-    bag.Put(PropValue::Binary(PR_IPM_WASTEBASKET_ENTRYID, MakeEntryId(key, Nodes::Wastebasket)));
-    bag.Put(PropValue::Binary(PR_FINDER_ENTRYID, MakeEntryId(key, Nodes::Finder)));
+    bag.Put(PropValue::Binary(PR_IPM_SUBTREE_ENTRYID, MakeEntryId(key, Nodes::subtree)));
+    bag.Put(PropValue::Binary(PR_IPM_WASTEBASKET_ENTRYID, MakeEntryId(key, Nodes::wastebasket)));
+    bag.Put(PropValue::Binary(PR_FINDER_ENTRYID, MakeEntryId(key, Nodes::finder)));
     bag.Put(PropValue::Long(PR_VALID_FOLDER_MASK,
                             FOLDER_IPM_SUBTREE_VALID | FOLDER_IPM_WASTEBASKET_VALID | FOLDER_FINDER_VALID));
     return bag;

@@ -14,17 +14,17 @@ namespace Testbed::Pst
 namespace
 {
 // "KivO", so that no other program's database is taken for an overlay.
-constexpr int kApplicationId = 0x4B69764F;
-constexpr int kFormat = 1;
+constexpr int applicationId = 0x4B69764F;
+constexpr int format = 1;
 // Values above this are kept apart, so that a folder's table need not read them.
-constexpr size_t kLargeValue = 1024;
-constexpr ObjectId kFirstPart = ObjectId(1) << 33;
-constexpr std::int64_t kEmbeddedNumber = -1;
-constexpr int kBusyMilliseconds = 5000;
+constexpr size_t largeValue = 1024;
+constexpr ObjectId firstPart = ObjectId(1) << 33;
+constexpr std::int64_t embeddedNumber = -1;
+constexpr int busyMilliseconds = 5000;
 // SQLite's own limit on a value; checked before it is reached, for a clear text.
-constexpr size_t kLargestValue = 1000000000;
+constexpr size_t largestValue = 1000000000;
 
-constexpr const char* kSchema = R"(
+constexpr const char* schema = R"(
 CREATE TABLE meta (name TEXT PRIMARY KEY, value BLOB) WITHOUT ROWID;
 CREATE TABLE node (id INTEGER PRIMARY KEY, kind INTEGER NOT NULL, parent INTEGER NOT NULL, created INTEGER NOT NULL,
   removed INTEGER NOT NULL);
@@ -69,10 +69,8 @@ public:
 
     Statement& Bind(int at, const Bytes& value)
     {
-        if (value.size() > kLargestValue)
-        {
+        if (value.size() > largestValue)
             Fail(MAPI_E_TOO_BIG, L"A value is too large for the overlay file");
-        }
         // A null pointer would be bound as NULL, which is not the same as no bytes.
         Verify(sqlite3_bind_blob64(m_statement, at, value.empty() ? static_cast<const void*>("") : value.data(),
                                    value.size(), SQLITE_TRANSIENT));
@@ -91,9 +89,7 @@ public:
     {
         const int result = sqlite3_step(m_statement);
         if (result != SQLITE_ROW && result != SQLITE_DONE)
-        {
             m_overlay.FailWith(result, L"read or written");
-        }
         return result == SQLITE_ROW;
     }
 
@@ -118,9 +114,7 @@ private:
     void Verify(int result)
     {
         if (result != SQLITE_OK)
-        {
             m_overlay.FailWith(result, L"used");
-        }
     }
 
     Overlay& m_overlay;
@@ -183,9 +177,7 @@ public:
     std::vector<PropertyBag> Recipients() const override
     {
         if (auto own = m_overlay->ReadRecipients(m_object))
-        {
             return std::move(*own);
-        }
         return m_base ? m_base->Recipients() : std::vector<PropertyBag>();
     }
 
@@ -193,23 +185,17 @@ public:
     {
         std::vector<std::shared_ptr<const AttachmentContent>> contents;
         for (AttachmentSlot& slot : Slots())
-        {
             contents.push_back(std::move(slot.content));
-        }
         return contents;
     }
 
     std::vector<AttachmentSlot> Slots() const
     {
         if (m_base && !m_overlay->OwnsAttachments(m_object))
-        {
             return SlotsOf(*m_base);
-        }
         std::vector<AttachmentSlot> slots;
         for (const Overlay::AttachmentRecord& record : m_overlay->ReadAttachments(m_object))
-        {
             slots.push_back({record.number, std::make_shared<OverlayAttachment>(m_overlay, record.object)});
-        }
         return slots;
     }
 
@@ -222,14 +208,10 @@ private:
 std::vector<AttachmentSlot> SlotsOf(const MessageContent& content)
 {
     if (const auto* own = dynamic_cast<const OverlayMessage*>(&content))
-    {
         return own->Slots();
-    }
     std::vector<AttachmentSlot> slots;
     for (auto& attachment : content.Attachments())
-    {
         slots.push_back({static_cast<ULONG>(slots.size()), std::move(attachment)});
-    }
     return slots;
 }
 
@@ -243,9 +225,7 @@ Overlay::Overlay(std::wstring path) : m_path(std::move(path))
                                          FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
         m_writable = probe != INVALID_HANDLE_VALUE;
         if (m_writable)
-        {
             CloseHandle(probe);
-        }
     }
 }
 
@@ -257,9 +237,7 @@ Overlay::~Overlay()
 void Overlay::Close() noexcept
 {
     for (const auto& [sql, statement] : m_statements)
-    {
         sqlite3_finalize(statement);
-    }
     m_statements.clear();
     sqlite3_close(m_database);
     m_database = nullptr;
@@ -297,18 +275,12 @@ sqlite3_stmt* Overlay::Prepare(const char* sql)
 {
     // The texts are constants of this file, so their addresses tell them apart.
     for (const auto& [known, statement] : m_statements)
-    {
         if (known == sql && !sqlite3_stmt_busy(statement))
-        {
             return statement;
-        }
-    }
     sqlite3_stmt* statement = nullptr;
     const int result = sqlite3_prepare_v3(m_database, sql, -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr);
     if (result != SQLITE_OK)
-    {
         FailWith(result, L"read");
-    }
     m_statements.emplace_back(sql, statement);
     return statement;
 }
@@ -317,27 +289,19 @@ void Overlay::Execute(const char* sql)
 {
     const int result = sqlite3_exec(m_database, sql, nullptr, nullptr, nullptr);
     if (result != SQLITE_OK)
-    {
         FailWith(result, L"written");
-    }
 }
 
 void Overlay::Open(bool create)
 {
     if (m_database)
-    {
         return;
-    }
     const DWORD attributes = GetFileAttributesW(m_path.c_str());
     const bool exists = attributes != INVALID_FILE_ATTRIBUTES;
     if (!exists && !create)
-    {
         return;
-    }
     if (exists && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
-    {
         Fail(MAPI_E_CORRUPT_STORE, L"\"" + m_path + L"\" is a folder where the overlay file should be");
-    }
     m_writable = !exists || (attributes & FILE_ATTRIBUTE_READONLY) == 0;
     const std::string path = Utf8FromWide(m_path);
     const int flags = m_writable ? SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE : SQLITE_OPEN_READONLY;
@@ -345,11 +309,9 @@ void Overlay::Open(bool create)
     try
     {
         if (result != SQLITE_OK)
-        {
             FailWith(result, L"opened");
-        }
         m_writable = m_writable && sqlite3_db_readonly(m_database, "main") == 0;
-        sqlite3_busy_timeout(m_database, kBusyMilliseconds);
+        sqlite3_busy_timeout(m_database, busyMilliseconds);
         Execute("PRAGMA journal_mode = TRUNCATE; PRAGMA synchronous = NORMAL; PRAGMA foreign_keys = OFF;");
         const auto pragma = [this](const char* sql)
         {
@@ -360,9 +322,9 @@ void Overlay::Open(bool create)
         if (application == 0 && pragma("SELECT count(*) FROM sqlite_schema") == 0 && m_writable && create && m_identity)
         {
             Execute("BEGIN IMMEDIATE");
-            Execute(kSchema);
-            Execute(("PRAGMA application_id = " + std::to_string(kApplicationId) +
-                     "; PRAGMA user_version = " + std::to_string(kFormat))
+            Execute(schema);
+            Execute(("PRAGMA application_id = " + std::to_string(applicationId) +
+                     "; PRAGMA user_version = " + std::to_string(format))
                         .c_str());
             const auto put = [this](const wchar_t* name, const Bytes& value)
             {
@@ -374,7 +336,7 @@ void Overlay::Open(bool create)
             const std::string name = Utf8FromWide(m_identity->displayName);
             put(L"display name", Bytes(name.begin(), name.end()));
             Execute("COMMIT");
-            application = kApplicationId;
+            application = applicationId;
         }
         if (application == 0 && pragma("SELECT count(*) FROM sqlite_schema") == 0)
         {
@@ -382,10 +344,8 @@ void Overlay::Open(bool create)
             Close();
             return;
         }
-        if (application != kApplicationId || pragma("PRAGMA user_version") != kFormat)
-        {
+        if (application != applicationId || pragma("PRAGMA user_version") != format)
             Fail(MAPI_E_CORRUPT_STORE, L"The file \"" + m_path + L"\" is not an overlay of this version");
-        }
     }
     catch (...)
     {
@@ -398,9 +358,7 @@ std::optional<Overlay::Identity> Overlay::ReadIdentity()
 {
     const std::lock_guard lock(m_lock);
     if (!m_database)
-    {
         return std::nullopt;
-    }
     Identity identity;
     Statement statement(*this, "SELECT name, value FROM meta");
     while (statement.Step())
@@ -408,22 +366,14 @@ std::optional<Overlay::Identity> Overlay::ReadIdentity()
         const std::wstring name = statement.Text(0);
         const Bytes value = statement.Blob(1);
         if (name == L"record key")
-        {
             identity.recordKey = value;
-        }
         else if (name == L"new store")
-        {
             identity.isNewStore = !value.empty() && value[0] != 0;
-        }
         else if (name == L"display name")
-        {
             identity.displayName = WideFromUtf8({reinterpret_cast<const char*>(value.data()), value.size()});
-        }
     }
     if (identity.recordKey.size() != sizeof(MAPIUID))
-    {
         Fail(MAPI_E_CORRUPT_STORE, L"The overlay file \"" + m_path + L"\" does not say what it belongs to");
-    }
     return identity;
 }
 
@@ -440,9 +390,7 @@ std::int64_t Overlay::DataVersion()
     {
         Open(false);
         if (!m_database)
-        {
             return 0;
-        }
     }
     Statement statement(*this, "PRAGMA data_version");
     return statement.Step() ? statement.Number(0) : 0;
@@ -452,18 +400,14 @@ Overlay::Transaction::Transaction(Overlay& overlay) : m_overlay(overlay), m_lock
 {
     m_overlay.Open(true);
     if (!m_overlay.m_writable)
-    {
         Fail(MAPI_E_NO_ACCESS, L"The overlay file \"" + m_overlay.m_path + L"\" is read-only");
-    }
     m_overlay.Execute("BEGIN IMMEDIATE");
 }
 
 Overlay::Transaction::~Transaction()
 {
     if (m_open)
-    {
         sqlite3_exec(m_overlay.m_database, "ROLLBACK", nullptr, nullptr, nullptr);
-    }
 }
 
 void Overlay::Transaction::Commit()
@@ -477,9 +421,7 @@ std::vector<Overlay::NodeRecord> Overlay::ReadNodes()
     const std::lock_guard lock(m_lock);
     std::vector<NodeRecord> records;
     if (!m_database)
-    {
         return records;
-    }
     Statement statement(*this, "SELECT id, kind, parent, created, removed FROM node ORDER BY id");
     while (statement.Step())
     {
@@ -499,9 +441,7 @@ std::vector<NamedProperty> Overlay::ReadNames()
     const std::lock_guard lock(m_lock);
     std::vector<NamedProperty> names;
     if (!m_database)
-    {
         return names;
-    }
     Statement statement(*this, "SELECT id, property_set, text, number FROM name ORDER BY id");
     while (statement.Step())
     {
@@ -509,9 +449,7 @@ std::vector<NamedProperty> Overlay::ReadNames()
         name.id = static_cast<ULONG>(statement.Number(0));
         const Bytes set = statement.Blob(1);
         if (set.size() == sizeof(GUID))
-        {
             std::memcpy(&name.name.set, set.data(), sizeof(GUID));
-        }
         name.name.text = statement.Text(2);
         name.name.number = static_cast<std::int32_t>(statement.Number(3));
         names.push_back(std::move(name));
@@ -524,14 +462,10 @@ std::vector<NodeId> Overlay::ReadStoredNodes()
     const std::lock_guard lock(m_lock);
     std::vector<NodeId> nodes;
     if (!m_database)
-    {
         return nodes;
-    }
     Statement statement(*this, "SELECT id FROM object WHERE parent = 0");
     while (statement.Step())
-    {
         nodes.push_back(static_cast<NodeId>(statement.Number(0)));
-    }
     return nodes;
 }
 
@@ -545,18 +479,14 @@ void Overlay::WriteNode(const NodeRecord& record)
 
 NodeId Overlay::NewNode(NodeKind kind)
 {
-    std::int64_t next = Nodes::FirstCreated >> 5;
+    std::int64_t next = Nodes::firstCreated >> 5;
     {
         Statement read(*this, "SELECT value FROM meta WHERE name = 'next node'");
         if (read.Step())
-        {
             next = read.Number(0);
-        }
     }
     if (next > std::int64_t(0xFFFFFFFF >> 5))
-    {
         Fail(MAPI_E_NOT_ENOUGH_RESOURCES, L"The store has no numbers left for further objects");
-    }
     Statement write(*this, "INSERT OR REPLACE INTO meta (name, value) VALUES ('next node', ?1)");
     write.Bind(1, next + 1).Step();
     return MakeNodeId(static_cast<std::uint32_t>(next), kind);
@@ -578,13 +508,11 @@ void Overlay::EnsureObject(ObjectId object)
 
 ObjectId Overlay::NewObject(ObjectId parent, std::int64_t number)
 {
-    ObjectId object = kFirstPart;
+    ObjectId object = firstPart;
     {
         Statement read(*this, "SELECT value FROM meta WHERE name = 'next part'");
         if (read.Step())
-        {
             object = read.Number(0);
-        }
     }
     {
         Statement write(*this, "INSERT OR REPLACE INTO meta (name, value) VALUES ('next part', ?1)");
@@ -617,7 +545,7 @@ void Overlay::WriteProperties(ObjectId object, const PropertyChanges& changes)
     for (const auto& [id, value] : changes.Values().Values())
     {
         dropLarge(id);
-        if (value.Size() <= kLargeValue)
+        if (value.Size() <= largeValue)
         {
             stored.changes.Put(value);
             continue;
@@ -648,9 +576,7 @@ void Overlay::ChangeMessage(ObjectId message, const MessageUpdate& update)
         statement.Bind(1, message).Bind(2, WriteBags(*update.recipients)).Step();
     }
     if (update.attachments)
-    {
         WriteAttachments(message, *update.attachments);
-    }
 }
 
 void Overlay::WriteAttachments(ObjectId message, const std::vector<AttachmentSlot>& slots)
@@ -664,9 +590,7 @@ void Overlay::WriteAttachments(ObjectId message, const std::vector<AttachmentSlo
                                                  OverlayAttachment::ObjectOf(*slot.content, *this) == record.object;
                                       });
         if (!kept)
-        {
             RemoveObject(record.object);
-        }
     }
     const std::vector<AttachmentRecord> present = ReadAttachments(message);
     for (const AttachmentSlot& slot : slots)
@@ -679,15 +603,11 @@ void Overlay::WriteAttachments(ObjectId message, const std::vector<AttachmentSlo
         PropertyChanges changes;
         const PropertyBag properties = slot.content->Properties();
         for (const auto& [id, value] : properties.Values())
-        {
             changes.Put(value);
-        }
         const ObjectId object = NewObject(message, slot.number);
         WriteProperties(object, changes);
         if (const auto embedded = slot.content->Embedded())
-        {
-            CopyMessage(NewObject(object, kEmbeddedNumber), *embedded);
-        }
+            CopyMessage(NewObject(object, embeddedNumber), *embedded);
     }
     Statement statement(*this, "UPDATE object SET own_attachments = 1 WHERE id = ?1");
     statement.Bind(1, message).Step();
@@ -698,9 +618,7 @@ void Overlay::CopyMessage(ObjectId message, const MessageContent& content)
     MessageUpdate update;
     const PropertyBag properties = content.Properties();
     for (const auto& [id, value] : properties.Values())
-    {
         update.changes.Put(value);
-    }
     update.recipients = content.Recipients();
     update.attachments = SlotsOf(content);
     ChangeMessage(message, update);
@@ -713,14 +631,10 @@ void Overlay::RemoveObject(ObjectId object)
         Statement statement(*this, "SELECT id FROM object WHERE parent = ?1 AND parent <> 0");
         statement.Bind(1, object);
         while (statement.Step())
-        {
             parts.push_back(statement.Number(0));
-        }
     }
     for (const ObjectId part : parts)
-    {
         RemoveObject(part);
-    }
     {
         Statement statement(*this, "DELETE FROM large WHERE object = ?1");
         statement.Bind(1, object).Step();
@@ -734,36 +648,26 @@ Overlay::Summary Overlay::ReadSummary(ObjectId object)
     const std::lock_guard lock(m_lock);
     Summary summary;
     if (!m_database)
-    {
         return summary;
-    }
     {
         Statement statement(*this, "SELECT small, removed FROM object WHERE id = ?1");
         statement.Bind(1, object);
         if (!statement.Step())
-        {
             return summary;
-        }
         const Bytes removed = statement.Blob(1);
         for (size_t at = 0; at + 1 < removed.size(); at += 2)
-        {
             summary.changes.Remove(static_cast<ULONG>(removed[at] | (removed[at + 1] << 8)));
-        }
         if (!statement.IsNull(0))
         {
             const PropertyBag small = ReadBag(statement.Blob(0));
             for (const auto& [id, value] : small.Values())
-            {
                 summary.changes.Put(value);
-            }
         }
     }
     Statement statement(*this, "SELECT tag, length(value) FROM large WHERE object = ?1");
     statement.Bind(1, object);
     while (statement.Step())
-    {
         summary.large.push_back({static_cast<ULONG>(statement.Number(0)), static_cast<size_t>(statement.Number(1))});
-    }
     return summary;
 }
 
@@ -772,12 +676,8 @@ PropertyChanges Overlay::ReadObject(ObjectId object)
     const std::lock_guard lock(m_lock);
     Summary summary = ReadSummary(object);
     for (const PropertySource::Description& description : summary.large)
-    {
         if (const auto value = ReadLarge(object, PROP_ID(description.tag)))
-        {
             summary.changes.Put(*value);
-        }
-    }
     return std::move(summary.changes);
 }
 
@@ -785,9 +685,7 @@ std::optional<PropValue> Overlay::ReadLarge(ObjectId object, ULONG id)
 {
     const std::lock_guard lock(m_lock);
     if (!m_database)
-    {
         return std::nullopt;
-    }
     Statement statement(*this, "SELECT value FROM large WHERE object = ?1 AND property = ?2");
     statement.Bind(1, object).Bind(2, std::int64_t(id));
     return statement.Step() ? std::optional<PropValue>(ReadValue(statement.Blob(0))) : std::nullopt;
@@ -797,15 +695,11 @@ std::optional<std::vector<PropertyBag>> Overlay::ReadRecipients(ObjectId message
 {
     const std::lock_guard lock(m_lock);
     if (!m_database)
-    {
         return std::nullopt;
-    }
     Statement statement(*this, "SELECT recipients FROM object WHERE id = ?1");
     statement.Bind(1, message);
     if (!statement.Step() || statement.IsNull(0))
-    {
         return std::nullopt;
-    }
     return ReadBags(statement.Blob(0));
 }
 
@@ -813,9 +707,7 @@ bool Overlay::OwnsAttachments(ObjectId message)
 {
     const std::lock_guard lock(m_lock);
     if (!m_database)
-    {
         return false;
-    }
     Statement statement(*this, "SELECT own_attachments FROM object WHERE id = ?1");
     statement.Bind(1, message);
     return statement.Step() && statement.Number(0) != 0;
@@ -826,15 +718,11 @@ std::vector<Overlay::AttachmentRecord> Overlay::ReadAttachments(ObjectId message
     const std::lock_guard lock(m_lock);
     std::vector<AttachmentRecord> records;
     if (!m_database)
-    {
         return records;
-    }
     Statement statement(*this, "SELECT id, number FROM object WHERE parent = ?1 AND parent <> 0 ORDER BY number");
     statement.Bind(1, message);
     while (statement.Step())
-    {
         records.push_back({statement.Number(0), static_cast<ULONG>(statement.Number(1))});
-    }
     return records;
 }
 
@@ -842,11 +730,9 @@ ObjectId Overlay::ReadEmbedded(ObjectId attachment)
 {
     const std::lock_guard lock(m_lock);
     if (!m_database)
-    {
         return 0;
-    }
     Statement statement(*this, "SELECT id FROM object WHERE parent = ?1 AND parent <> 0 AND number = ?2");
-    statement.Bind(1, attachment).Bind(2, kEmbeddedNumber);
+    statement.Bind(1, attachment).Bind(2, embeddedNumber);
     return statement.Step() ? statement.Number(0) : 0;
 }
 

@@ -19,18 +19,18 @@ namespace Testbed::Pst
 namespace
 {
 // The tables that belong to a folder have its index and a kind of their own.
-constexpr NodeId kHierarchyTable = 0x0D;
-constexpr NodeId kContentsTable = 0x0E;
-constexpr NodeId kAssociatedTable = 0x0F;
-constexpr NodeId kSearchContentsTable = 0x10;
-constexpr NodeId kKindMask = 0x1F;
+constexpr NodeId hierarchyTable = 0x0D;
+constexpr NodeId contentsTable = 0x0E;
+constexpr NodeId associatedTable = 0x0F;
+constexpr NodeId searchContentsTable = 0x10;
+constexpr NodeId kindMask = 0x1F;
 
 // Bookkeeping of the file's own tables, which no MAPI client sees.
-constexpr ULONG kRowId = 0x67F2;
-constexpr ULONG kRowVersion = 0x67F3;
+constexpr ULONG rowId = 0x67F2;
+constexpr ULONG rowVersion = 0x67F3;
 
 // Folders below each other deeper than this are a loop in a damaged file.
-constexpr int kDeepestFolder = 256;
+constexpr int deepestFolder = 256;
 
 // libpff has no locks of its own, and its items share the state of their file.
 std::mutex& LibraryLock()
@@ -53,9 +53,7 @@ public:
     ~Handle()
     {
         if (m_handle)
-        {
             Free(&m_handle, nullptr);
-        }
     }
 
     T* Get() const noexcept { return m_handle; }
@@ -94,9 +92,7 @@ public:
     {
         char buffer[512] = "";
         if (!m_error || libpff_error_sprint(m_error, buffer, sizeof(buffer)) < 1)
-        {
             return L"unknown error";
-        }
         std::string text(buffer);
         text.erase(std::min(text.find_first_of("\r\n"), text.size()));
         return WideFromUtf8(text);
@@ -115,9 +111,7 @@ struct ItemChain
     ~ItemChain()
     {
         while (!items.empty())
-        {
             items.pop_back();
-        }
     }
 
     libpff_item_t* Last() const noexcept { return items.back().Get(); }
@@ -158,14 +152,10 @@ std::optional<PropValue> ReadEntry(libpff_record_entry_t* entry, RecordKind kind
     }
     Bytes data(size);
     if (size != 0 && libpff_record_entry_get_data(entry, data.data(), data.size(), nullptr) != 1)
-    {
         return std::nullopt;
-    }
     auto value = ValueFromFile(PROP_TAG(type, id), data.data(), data.size());
     if (value && kind == RecordKind::TableRow && IsMissingCell(*value, size))
-    {
         return std::nullopt;
-    }
     return value;
 }
 
@@ -175,14 +165,10 @@ void SplitSubject(PropertyBag& bag)
 {
     const PropValue* value = bag.Find(PROP_ID(PR_SUBJECT));
     if (!value)
-    {
         return;
-    }
     std::wstring subject = value->AsText();
     if (subject.size() < 2 || subject[0] != L'\1')
-    {
         return;
-    }
     const size_t prefix = subject[1] > 0 ? static_cast<size_t>(subject[1]) - 1 : 0;
     const ULONG type = value->Type();
     subject.erase(0, 2);
@@ -202,9 +188,7 @@ PropertyBag ReadRecordSet(libpff_item_t* item, int index, RecordKind kind)
     libpff_record_set_t* set = nullptr;
     Error error;
     if (libpff_item_get_record_set_by_index(item, index, &set, error.Put()) != 1)
-    {
         Fail(MAPI_E_CORRUPT_DATA, L"The PST file holds properties that cannot be read: " + error.Text());
-    }
     int count = 0;
     if (libpff_record_set_get_number_of_entries(set, &count, nullptr) == 1)
     {
@@ -212,13 +196,9 @@ PropertyBag ReadRecordSet(libpff_item_t* item, int index, RecordKind kind)
         {
             libpff_record_entry_t* entry = nullptr;
             if (libpff_record_set_get_entry_by_index(set, entryIndex, &entry, nullptr) != 1)
-            {
                 continue;
-            }
             if (auto value = ReadEntry(entry, kind))
-            {
                 bag.Put(std::move(*value));
-            }
             libpff_record_entry_free(&entry, nullptr);
         }
     }
@@ -334,23 +314,15 @@ PffFile::PffFile(const std::wstring& path)
     const std::lock_guard lock(LibraryLock());
     Error error;
     if (libpff_file_initialize(m_file.Put(), error.Put()) != 1)
-    {
         Fail(MAPI_E_NOT_ENOUGH_MEMORY, L"The PST reader cannot start: " + error.Text());
-    }
     if (libpff_file_open_wide(m_file.Get(), path.c_str(), libpff_get_access_flags_read(), error.Put()) != 1)
-    {
         Fail(MAPI_E_CORRUPT_STORE, L"The PST file \"" + path + L"\" is damaged: " + error.Text());
-    }
-    if (!TryItem(Nodes::Store) || !TryItem(Nodes::Root))
-    {
+    if (!TryItem(Nodes::store) || !TryItem(Nodes::root))
         Fail(MAPI_E_CORRUPT_STORE, L"The file \"" + path + L"\" holds no message store");
-    }
-    m_store = ItemProperties(Nodes::Store);
+    m_store = ItemProperties(Nodes::store);
     if (BytesOf(m_store, PR_RECORD_KEY).size() != sizeof(MAPIUID))
-    {
         Fail(MAPI_E_CORRUPT_STORE, L"The PST file \"" + path + L"\" has no record key");
-    }
-    ReadFolders({Nodes::Root, NodeKind::Folder, Nodes::Root}, 0);
+    ReadFolders({Nodes::root, NodeKind::Folder, Nodes::root}, 0);
     ReadNames();
     if (!m_store.Find(PROP_ID(PR_IPM_SUBTREE_ENTRYID)))
     {
@@ -364,9 +336,7 @@ ItemHandle PffFile::TryItem(NodeId id) const
     ItemHandle item;
     Error error;
     if (libpff_file_get_item_by_identifier(m_file.Get(), id, item.Put(), error.Put()) != 1)
-    {
         return {};
-    }
     return item;
 }
 
@@ -374,9 +344,7 @@ PropertyBag PffFile::ItemProperties(NodeId id) const
 {
     const ItemHandle item = TryItem(id);
     if (!item)
-    {
         Fail(MAPI_E_NOT_FOUND, L"The PST file does not hold the object");
-    }
     return ReadRecordSet(item.Get(), 0, RecordKind::Object);
 }
 
@@ -385,15 +353,11 @@ std::vector<PropertyBag> PffFile::TableRows(NodeId table) const
     std::vector<PropertyBag> rows;
     const ItemHandle item = TryItem(table);
     if (!item)
-    {
         return rows;
-    }
     const int count = RecordSets(item.Get());
     rows.reserve(static_cast<size_t>(count));
     for (int index = 0; index < count; ++index)
-    {
         rows.push_back(ReadRecordSet(item.Get(), index, RecordKind::TableRow));
-    }
     return rows;
 }
 
@@ -403,14 +367,12 @@ void PffFile::ReadFolders(const Node& node, int depth)
     Folder folder;
     folder.node = node;
     m_folders.emplace(id, folder);
-    if (depth == kDeepestFolder || folder.node.kind != NodeKind::Folder)
-    {
+    if (depth == deepestFolder || folder.node.kind != NodeKind::Folder)
         return;
-    }
     std::vector<NodeId> subFolders;
-    for (const PropertyBag& row : TableRows((id & ~kKindMask) | kHierarchyTable))
+    for (const PropertyBag& row : TableRows((id & ~kindMask) | hierarchyTable))
     {
-        const auto child = static_cast<NodeId>(LongOf(row, PROP_TAG(PT_LONG, kRowId)));
+        const auto child = static_cast<NodeId>(LongOf(row, PROP_TAG(PT_LONG, rowId)));
         const auto kind = KindOf(child);
         if (kind && IsFolder(*kind) && !m_folders.contains(child) && TryItem(child))
         {
@@ -424,27 +386,21 @@ void PffFile::ReadFolders(const Node& node, int depth)
 std::optional<NodeId> PffFile::FindNamed(NodeId parent, const wchar_t* name) const
 {
     for (const NodeId child : m_folders.at(parent).subFolders)
-    {
         if (TextOf(ItemProperties(child), PR_DISPLAY_NAME) == name)
-        {
             return child;
-        }
-    }
     return std::nullopt;
 }
 
 // The file of an offline mailbox does not name the top of its mail: there it is a folder of a fixed name.
 NodeId PffFile::FindSubtree() const
 {
-    if (const auto mailbox = FindNamed(Nodes::Root, L"Root - Mailbox"))
+    if (const auto mailbox = FindNamed(Nodes::root, L"Root - Mailbox"))
     {
         if (const auto subtree = FindNamed(*mailbox, L"IPM_SUBTREE"))
-        {
             return *subtree;
-        }
     }
-    const auto subtree = FindNamed(Nodes::Root, L"IPM_SUBTREE");
-    return subtree ? *subtree : Nodes::Root;
+    const auto subtree = FindNamed(Nodes::root, L"IPM_SUBTREE");
+    return subtree ? *subtree : Nodes::root;
 }
 
 // The map of named properties is one object whose binary properties are arrays: property sets, entries, texts.
@@ -457,11 +413,9 @@ void PffFile::ReadNames()
         std::uint16_t index;
     };
     constexpr size_t wellKnownSets = 3;
-    const ItemHandle item = TryItem(Nodes::NameMap);
+    const ItemHandle item = TryItem(Nodes::nameMap);
     if (!item)
-    {
         return;
-    }
     const PropertyBag map = ReadRecordSet(item.Get(), 0, RecordKind::Object);
     const Bytes sets = BytesOf(map, PROP_TAG(PT_BINARY, 0x0002));
     const Bytes entries = BytesOf(map, PROP_TAG(PT_BINARY, 0x0003));
@@ -474,17 +428,11 @@ void PffFile::ReadNames()
         property.id = 0x8000u + entry.index;
         const size_t set = entry.set >> 1;
         if (set == 1)
-        {
             property.name.set = PS_MAPI;
-        }
         else if (set == 2)
-        {
             property.name.set = PS_PUBLIC_STRINGS;
-        }
         else if (set >= wellKnownSets && (set - wellKnownSets + 1) * sizeof(GUID) <= sets.size())
-        {
             std::memcpy(&property.name.set, sets.data() + (set - wellKnownSets) * sizeof(GUID), sizeof(GUID));
-        }
         if ((entry.set & 1) == 0)
         {
             property.name.number = static_cast<std::int32_t>(entry.numberOrOffset);
@@ -493,14 +441,10 @@ void PffFile::ReadNames()
         }
         std::uint32_t size = 0;
         if (entry.numberOrOffset > texts.size() || texts.size() - entry.numberOrOffset < sizeof(size))
-        {
             continue;
-        }
         std::memcpy(&size, texts.data() + entry.numberOrOffset, sizeof(size));
         if (size > texts.size() - entry.numberOrOffset - sizeof(size))
-        {
             continue;
-        }
         property.name.text.resize(size / sizeof(wchar_t));
         std::memcpy(property.name.text.data(), texts.data() + entry.numberOrOffset + sizeof(size),
                     property.name.text.size() * sizeof(wchar_t));
@@ -517,35 +461,27 @@ const PffFile::Folder* PffFile::TryFolder(NodeId id) const
 const PffFile::Listing& PffFile::List(NodeId folder, bool associated) const
 {
     const bool search = KindOf(folder) == NodeKind::SearchFolder;
-    const NodeId contents = search ? kSearchContentsTable : kContentsTable;
-    const NodeId table = (folder & ~kKindMask) | (associated ? kAssociatedTable : contents);
+    const NodeId contents = search ? searchContentsTable : contentsTable;
+    const NodeId table = (folder & ~kindMask) | (associated ? associatedTable : contents);
     const auto [found, added] = m_listings.try_emplace(table);
     Listing& listing = found->second;
     if (!added)
-    {
         return listing;
-    }
     for (PropertyBag& row : TableRows(table))
     {
-        const auto id = static_cast<NodeId>(LongOf(row, PROP_TAG(PT_LONG, kRowId)));
+        const auto id = static_cast<NodeId>(LongOf(row, PROP_TAG(PT_LONG, rowId)));
         const auto kind = KindOf(id);
         if (!kind || IsFolder(*kind) || listing.summaries.contains(id))
-        {
             continue;
-        }
-        row.Erase(kRowId);
-        row.Erase(kRowVersion);
+        row.Erase(rowId);
+        row.Erase(rowVersion);
         SplitSubject(row);
         listing.messages.push_back(id);
         listing.summaries.emplace(id, WriteBag(row));
         for (const auto& [column, value] : row.Values())
-        {
             listing.columns.insert(column);
-        }
         if (!search)
-        {
             m_parents.emplace(id, folder);
-        }
     }
     return listing;
 }
@@ -554,14 +490,10 @@ std::optional<Node> PffFile::Find(NodeId id) const
 {
     const std::lock_guard lock(LibraryLock());
     if (const Folder* folder = TryFolder(id))
-    {
         return folder->node;
-    }
     const auto kind = KindOf(id);
     if (!kind || IsFolder(*kind))
-    {
         return std::nullopt;
-    }
     auto parent = m_parents.find(id);
     // The file has no way from a message to its folder, so the folders that were not listed yet are.
     for (auto folder = m_folders.begin(); parent == m_parents.end() && folder != m_folders.end(); ++folder)
@@ -573,9 +505,7 @@ std::optional<Node> PffFile::Find(NodeId id) const
         }
     }
     if (parent == m_parents.end())
-    {
         return std::nullopt;
-    }
     return Node{id, *kind, parent->second};
 }
 
@@ -626,23 +556,17 @@ ItemChain PffFile::OpenChain(NodeId message, const std::vector<int>& path) const
     ItemChain chain;
     chain.items.push_back(TryItem(message));
     if (!chain.Last())
-    {
         Fail(MAPI_E_NOT_FOUND, L"The PST file does not hold the message");
-    }
     for (const int index : path)
     {
         Error error;
         ItemHandle attachment;
         if (libpff_message_get_attachment(chain.Last(), index, attachment.Put(), error.Put()) != 1)
-        {
             Fail(MAPI_E_CORRUPT_DATA, L"An attachment of the PST file cannot be read: " + error.Text());
-        }
         chain.items.push_back(std::move(attachment));
         ItemHandle embedded;
         if (libpff_attachment_get_item(chain.Last(), embedded.Put(), error.Put()) != 1)
-        {
             Fail(MAPI_E_CORRUPT_DATA, L"An embedded message of the PST file cannot be read: " + error.Text());
-        }
         chain.items.push_back(std::move(embedded));
     }
     return chain;
@@ -654,9 +578,7 @@ ItemChain PffFile::OpenAttachment(NodeId message, const std::vector<int>& path, 
     Error error;
     ItemHandle attachment;
     if (libpff_message_get_attachment(chain.Last(), index, attachment.Put(), error.Put()) != 1)
-    {
         Fail(MAPI_E_CORRUPT_DATA, L"An attachment of the PST file cannot be read: " + error.Text());
-    }
     chain.items.push_back(std::move(attachment));
     return chain;
 }
@@ -677,16 +599,14 @@ std::vector<PropertyBag> PffMessage::Recipients() const
     Error error;
     const int found = libpff_message_get_recipients(chain.Last(), table.Put(), error.Put());
     if (found < 0)
-    {
         Fail(MAPI_E_CORRUPT_DATA, L"The recipients of a message in the PST file cannot be read: " + error.Text());
-    }
     std::vector<PropertyBag> recipients;
     const int count = found == 1 ? RecordSets(table.Get()) : 0;
     for (int index = 0; index < count; ++index)
     {
         PropertyBag row = ReadRecordSet(table.Get(), index, RecordKind::TableRow);
-        row.Erase(kRowVersion);
-        row.Erase(kRowId);
+        row.Erase(rowVersion);
+        row.Erase(rowId);
         recipients.push_back(std::move(row));
     }
     return recipients;
@@ -699,15 +619,11 @@ std::vector<std::shared_ptr<const AttachmentContent>> PffMessage::Attachments() 
     int count = 0;
     Error error;
     if (libpff_message_get_number_of_attachments(chain.Last(), &count, error.Put()) != 1)
-    {
         Fail(MAPI_E_CORRUPT_DATA, L"The attachments of a message in the PST file cannot be read: " + error.Text());
-    }
     std::vector<std::shared_ptr<const AttachmentContent>> attachments;
     attachments.reserve(static_cast<size_t>(count));
     for (int index = 0; index < count; ++index)
-    {
         attachments.push_back(std::make_shared<PffAttachment>(m_file, m_id, m_path, index));
-    }
     return attachments;
 }
 
@@ -743,9 +659,7 @@ std::shared_ptr<const MessageContent> PffAttachment::Embedded() const
         const PropertyBag bag = ReadRecordSet(chain.Last(), 0, RecordKind::Object);
         const PropValue* data = bag.Find(PROP_ID(PR_ATTACH_DATA_OBJ));
         if (LongOf(bag, PR_ATTACH_METHOD) != ATTACH_EMBEDDED_MSG || !data || data->Type() != PT_OBJECT)
-        {
             return nullptr;
-        }
     }
     std::vector<int> path = m_path;
     path.push_back(m_index);
@@ -755,7 +669,7 @@ std::shared_ptr<const MessageContent> PffAttachment::Embedded() const
 
 std::optional<NodeKind> KindOf(NodeId id) noexcept
 {
-    switch (id & kKindMask)
+    switch (id & kindMask)
     {
     case 0x02:
         return NodeKind::Folder;

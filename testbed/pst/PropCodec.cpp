@@ -14,9 +14,7 @@ template <class T>
 std::optional<T> Fixed(const BYTE* data, size_t size)
 {
     if (size < sizeof(T))
-    {
         return std::nullopt;
-    }
     T value{};
     std::memcpy(&value, data, sizeof(T));
     return value;
@@ -34,9 +32,7 @@ std::optional<PropValue> FixedValues(ULONG tag, const BYTE* data, size_t size)
 {
     std::vector<T> values(size / sizeof(T));
     if (!values.empty())
-    {
         std::memcpy(values.data(), data, values.size() * sizeof(T));
-    }
     return PropValue(tag, std::move(values));
 }
 
@@ -44,9 +40,7 @@ std::string NarrowFrom(const BYTE* data, size_t size)
 {
     std::string text(reinterpret_cast<const char*>(data), size);
     while (!text.empty() && text.back() == '\0')
-    {
         text.pop_back();
-    }
     return text;
 }
 
@@ -54,13 +48,9 @@ std::wstring WideFrom(const BYTE* data, size_t size)
 {
     std::wstring text(size / sizeof(wchar_t), L'\0');
     if (!text.empty())
-    {
         std::memcpy(text.data(), data, text.size() * sizeof(wchar_t));
-    }
     while (!text.empty() && text.back() == L'\0')
-    {
         text.pop_back();
-    }
     return text;
 }
 
@@ -70,9 +60,7 @@ std::optional<PropValue> VariableValues(ULONG tag, const BYTE* data, size_t size
 {
     const auto count = Fixed<std::uint32_t>(data, size);
     if (!count || *count > size / sizeof(std::uint32_t) - 1)
-    {
         return std::nullopt;
-    }
     std::vector<T> values;
     values.reserve(*count);
     for (std::uint32_t index = 0; index < *count; ++index)
@@ -82,9 +70,7 @@ std::optional<PropValue> VariableValues(ULONG tag, const BYTE* data, size_t size
         const size_t begin = offset(index);
         const size_t end = offset(index + 1);
         if (begin > end || end > size)
-        {
             return std::nullopt;
-        }
         values.push_back(make(data + begin, end - begin));
     }
     return PropValue(tag, std::move(values));
@@ -104,15 +90,11 @@ public:
     void Block(const void* data, size_t size)
     {
         if (size > std::numeric_limits<std::uint32_t>::max())
-        {
             Fail(MAPI_E_NOT_ENOUGH_MEMORY, L"A property value is larger than 4 GiB");
-        }
         Number(static_cast<std::uint32_t>(size));
         const auto* from = static_cast<const BYTE*>(data);
         if (size != 0)
-        {
             m_bytes.insert(m_bytes.end(), from, from + size);
-        }
     }
 
     void Value(const PropValue& value)
@@ -134,9 +116,7 @@ private:
     {
         Number(static_cast<std::uint32_t>(values.size()));
         for (const T& value : values)
-        {
             Payload(value);
-        }
     }
     template <class T>
     void Payload(const T& value)
@@ -165,9 +145,7 @@ public:
     {
         const auto count = Number<std::uint32_t>();
         if (count > m_left / smallest)
-        {
             Damaged();
-        }
         return count;
     }
 
@@ -242,9 +220,7 @@ private:
     const BYTE* Take(size_t size)
     {
         if (size > m_left)
-        {
             Damaged();
-        }
         const BYTE* at = m_at;
         m_at += size;
         m_left -= size;
@@ -262,9 +238,7 @@ private:
         const Bytes block = Block();
         std::wstring text(block.size() / sizeof(wchar_t), L'\0');
         if (!text.empty())
-        {
             std::memcpy(text.data(), block.data(), text.size() * sizeof(wchar_t));
-        }
         return text;
     }
 
@@ -275,9 +249,7 @@ private:
         std::vector<T> values;
         values.reserve(count);
         for (std::uint32_t index = 0; index < count; ++index)
-        {
             values.push_back(next());
-        }
         return PropValue(tag, std::move(values));
     }
 
@@ -289,9 +261,7 @@ void WriteBagTo(Writer& writer, const PropertyBag& bag)
 {
     writer.Number(static_cast<std::uint32_t>(bag.Values().size()));
     for (const auto& [id, value] : bag.Values())
-    {
         writer.Value(value);
-    }
 }
 
 PropertyBag ReadBagFrom(Reader& reader)
@@ -299,9 +269,7 @@ PropertyBag ReadBagFrom(Reader& reader)
     PropertyBag bag;
     const std::uint32_t count = reader.Count(sizeof(std::uint32_t));
     for (std::uint32_t index = 0; index < count; ++index)
-    {
         bag.Put(reader.Value());
-    }
     return bag;
 }
 } // namespace
@@ -417,25 +385,17 @@ void PropertyChanges::Clear()
 void PropertyChanges::Apply(PropertyBag& target) const
 {
     for (const ULONG id : m_removed)
-    {
         target.Erase(id);
-    }
     for (const auto& [id, value] : m_values.Values())
-    {
         target.Put(value);
-    }
 }
 
 void PropertyChanges::Merge(const PropertyChanges& next)
 {
     for (const ULONG id : next.m_removed)
-    {
         Remove(id);
-    }
     for (const auto& [id, value] : next.m_values.Values())
-    {
         Put(value);
-    }
 }
 
 Bytes WriteBags(const std::vector<PropertyBag>& bags)
@@ -443,9 +403,7 @@ Bytes WriteBags(const std::vector<PropertyBag>& bags)
     Writer writer;
     writer.Number(static_cast<std::uint32_t>(bags.size()));
     for (const PropertyBag& bag : bags)
-    {
         WriteBagTo(writer, bag);
-    }
     return writer.Take();
 }
 
@@ -454,9 +412,7 @@ std::vector<PropertyBag> ReadBags(const Bytes& bytes)
     Reader reader(bytes.data(), bytes.size());
     std::vector<PropertyBag> bags(reader.Count(sizeof(std::uint32_t)));
     for (PropertyBag& bag : bags)
-    {
         bag = ReadBagFrom(reader);
-    }
     return bags;
 }
 

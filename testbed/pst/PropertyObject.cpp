@@ -37,34 +37,24 @@ bool IsComputedEverywhere(ULONG id)
 void LayeredProperties::PutDefault(PropValue value)
 {
     if (!m_base || !m_base->Describe(value.Id()))
-    {
         m_computed.Put(std::move(value));
-    }
 }
 
 std::optional<PropertySource::Description> LayeredProperties::Describe(ULONG id) const
 {
     if (const auto lazy = m_lazy.find(id); lazy != m_lazy.end())
-    {
         return Description{lazy->second.tag, sizeof(LONG)};
-    }
     if (auto computed = m_computed.Describe(id))
-    {
         return computed;
-    }
     return m_base ? m_base->Describe(id) : std::nullopt;
 }
 
 std::optional<PropValue> LayeredProperties::Load(ULONG id) const
 {
     if (const auto lazy = m_lazy.find(id); lazy != m_lazy.end())
-    {
         return lazy->second.compute();
-    }
     if (auto computed = m_computed.Load(id))
-    {
         return computed;
-    }
     return m_base ? m_base->Load(id) : std::nullopt;
 }
 
@@ -72,26 +62,16 @@ std::vector<ULONG> LayeredProperties::Tags() const
 {
     std::map<ULONG, ULONG> tags;
     if (m_base)
-    {
         for (const ULONG tag : m_base->Tags())
-        {
             tags[PROP_ID(tag)] = tag;
-        }
-    }
     for (const ULONG tag : m_computed.Tags())
-    {
         tags[PROP_ID(tag)] = tag;
-    }
     for (const auto& [id, lazy] : m_lazy)
-    {
         tags[id] = lazy.tag;
-    }
     std::vector<ULONG> list;
     list.reserve(tags.size());
     for (const auto& [id, tag] : tags)
-    {
         list.push_back(tag);
-    }
     return list;
 }
 
@@ -103,9 +83,7 @@ ComPtr<IUnknown> PropertyHost::OpenObject(ULONG, REFIID, ULONG, ULONG)
 void PropertyHost::RequireModifiable()
 {
     if (!Modifiable())
-    {
         Fail(MAPI_E_NO_ACCESS, L"The object is not open for writing");
-    }
 }
 
 HRESULT PropertyHost::GetPropsBody(LPSPropTagArray tags, ULONG flags, ULONG* count, LPSPropValue* values)
@@ -143,9 +121,7 @@ HRESULT PropertyHost::SaveChangesBody(ULONG flags)
     constexpr ULONG known = KEEP_OPEN_READONLY | KEEP_OPEN_READWRITE | FORCE_SAVE | MAPI_DEFERRED_ERRORS;
     RequireFlags(flags, known);
     if ((flags & KEEP_OPEN_READONLY) != 0 && (flags & KEEP_OPEN_READWRITE) != 0)
-    {
         return MAPI_E_INVALID_PARAMETER;
-    }
     return Save(flags);
 }
 
@@ -156,42 +132,30 @@ ComPtr<IStream> PropertyHost::OpenStream(ULONG tag, ULONG flags)
     ULONG type = PROP_TYPE(tag);
     // An attachment's data are one property that clients name by two types.
     if ((type == PT_UNSPECIFIED || type == PT_OBJECT) && known)
-    {
         type = PROP_TYPE(known->tag);
-    }
     const bool create = (flags & MAPI_CREATE) != 0;
     if (!known && !create)
-    {
         Fail(MAPI_E_NOT_FOUND, L"The object does not have the property");
-    }
     if (!IsStreamType(type))
-    {
         Fail(MAPI_E_INTERFACE_NOT_SUPPORTED, L"Only texts and binary properties can be read as a stream");
-    }
     Bytes bytes;
     if (known && !create)
     {
         const auto value = properties->Load(PROP_ID(tag));
         const auto converted = value ? value->As(type) : std::nullopt;
         if (!converted)
-        {
             Fail(MAPI_E_NOT_FOUND, L"The object does not have the property in that type");
-        }
         bytes = StreamBytes(*converted, type);
     }
     if ((flags & (MAPI_MODIFY | MAPI_CREATE)) == 0)
-    {
         return CreateMemoryStream(std::move(bytes));
-    }
     RequireModifiable();
     const ULONG whole = CHANGE_PROP_TYPE(tag, type);
     if (create)
     {
         const SCODE result = Set(FromStreamBytes(whole, {}));
         if (FAILED(result))
-        {
             Fail(result, L"The property cannot be written");
-        }
         Flush();
     }
     // The stream lives on its own, so it keeps the object that it writes to.
@@ -213,25 +177,19 @@ ComPtr<IStream> PropertyHost::OpenStream(ULONG tag, ULONG flags)
 HRESULT PropertyHost::OpenPropertyBody(ULONG tag, LPCIID iid, ULONG options, ULONG flags, LPUNKNOWN* object)
 {
     if (!iid || !object || PROP_ID(tag) == PROP_ID(PR_NULL))
-    {
         return MAPI_E_INVALID_PARAMETER;
-    }
     constexpr ULONG known = MAPI_CREATE | MAPI_MODIFY | MAPI_DEFERRED_ERRORS;
     RequireFlags(flags, known);
     RequireAlive();
     if ((flags & (MAPI_CREATE | MAPI_MODIFY)) != 0)
-    {
         RequireModifiable();
-    }
     if (ComPtr<IUnknown> opened = OpenObject(tag, *iid, options, flags))
     {
         *object = opened.Detach();
         return S_OK;
     }
     if (!IsStreamInterface(*iid))
-    {
         return MAPI_E_INTERFACE_NOT_SUPPORTED;
-    }
     *object = OpenStream(tag, flags).Detach();
     return S_OK;
 }
@@ -241,9 +199,7 @@ HRESULT PropertyHost::CopyToBody(ULONG excludedCount, LPCIID excluded, LPSPropTa
                                  LPSPropProblemArray* problems)
 {
     if (!destination)
-    {
         return MAPI_E_INVALID_PARAMETER;
-    }
     const auto [selfIid, self] = Self();
     return m_session->Support().DoCopyTo(selfIid, self, excludedCount, excluded, excludedTags, uiParam, progress, iid,
                                          destination, flags, problems);
@@ -253,9 +209,7 @@ HRESULT PropertyHost::CopyPropsBody(LPSPropTagArray tags, ULONG uiParam, LPMAPIP
                                     LPVOID destination, ULONG flags, LPSPropProblemArray* problems)
 {
     if (!destination || !tags)
-    {
         return MAPI_E_INVALID_PARAMETER;
-    }
     const auto [selfIid, self] = Self();
     return m_session->Support().DoCopyProps(selfIid, self, tags, uiParam, progress, iid, destination, flags, problems);
 }
@@ -263,9 +217,7 @@ HRESULT PropertyHost::CopyPropsBody(LPSPropTagArray tags, ULONG uiParam, LPMAPIP
 HRESULT PropertyHost::GetNamesBody(LPSPropTagArray* tags, LPGUID set, ULONG flags, ULONG* count, LPMAPINAMEID** names)
 {
     if (!tags || !count || !names)
-    {
         return MAPI_E_INVALID_PARAMETER;
-    }
     RequireFlags(flags, MAPI_NO_STRINGS | MAPI_NO_IDS);
     const MapiMemory& memory = m_session->Memory();
     std::vector<std::optional<PropertyName>> found;
@@ -278,9 +230,7 @@ HRESULT PropertyHost::GetNamesBody(LPSPropTagArray* tags, LPGUID set, ULONG flag
             auto name = m_session->Core().NameOfId(id);
             // Identifiers below 0x8000 are names of their own in the set PS_MAPI.
             if (!name && id < 0x8000 && id != 0)
-            {
                 name = PropertyName{PS_MAPI, {}, static_cast<std::int32_t>(id)};
-            }
             found.push_back(std::move(name));
         }
     }
@@ -331,27 +281,21 @@ HRESULT PropertyHost::GetNamesBody(LPSPropTagArray* tags, LPGUID set, ULONG flag
     *count = static_cast<ULONG>(found.size());
     *names = block.Detach();
     if (listed)
-    {
         *tags = listed.Detach();
-    }
     return missing ? MAPI_W_ERRORS_RETURNED : S_OK;
 }
 
 HRESULT PropertyHost::GetIdsBody(ULONG count, LPMAPINAMEID* names, ULONG flags, LPSPropTagArray* tags)
 {
     if (!tags || (count != 0 && !names))
-    {
         return MAPI_E_INVALID_PARAMETER;
-    }
     RequireFlags(flags, MAPI_CREATE);
     std::vector<PropertyName> wanted;
     std::vector<ULONG> ids;
     if (count == 0)
     {
         for (const NamedProperty& property : m_session->Core().Names())
-        {
             ids.push_back(property.id);
-        }
     }
     else
     {
@@ -366,13 +310,9 @@ HRESULT PropertyHost::GetIdsBody(ULONG count, LPMAPINAMEID* names, ULONG flags, 
             PropertyName copy;
             copy.set = *name->lpguid;
             if (name->ulKind == MNID_STRING)
-            {
                 copy.text = name->Kind.lpwstrName;
-            }
             else
-            {
                 copy.number = name->Kind.lID;
-            }
             wanted.push_back(std::move(copy));
         }
         ids = m_session->Core().IdsOfNames(wanted, (flags & MAPI_CREATE) != 0);
@@ -388,9 +328,7 @@ HRESULT PropertyHost::GetIdsBody(ULONG count, LPMAPINAMEID* names, ULONG flags, 
     std::vector<ULONG> list;
     list.reserve(ids.size());
     for (const ULONG id : ids)
-    {
         list.push_back(id == 0 ? PROP_TAG(PT_ERROR, 0) : PROP_TAG(PT_UNSPECIFIED, id));
-    }
     *tags = MakeTagArray(m_session->Memory(), list);
     return std::find(ids.begin(), ids.end(), 0u) == ids.end() ? S_OK : MAPI_W_ERRORS_RETURNED;
 }

@@ -48,7 +48,7 @@ class PropertyHost : protected PropertySink
 protected:
     explicit PropertyHost(std::shared_ptr<const Session> session)
         : m_session(std::move(session)),
-          m_lastError(ComponentName)
+          m_lastError(componentName)
     {
     }
     ~PropertyHost() override = default;

@@ -10,21 +10,17 @@ namespace Testbed::Pst
 {
 namespace
 {
-constexpr wchar_t kProviderDisplay[] = L"Personal Folders";
+constexpr wchar_t providerDisplay[] = L"Personal Folders";
 
 // The result of a call that hands extended errors out itself.
 HRESULT Report(const MapiMemory& memory, ULONG flags, LPMAPIERROR* error, const std::function<HRESULT()>& body) noexcept
 {
     if (error)
-    {
         *error = nullptr;
-    }
-    LastError lastError(ComponentName);
+    LastError lastError(componentName);
     const HRESULT result = Guarded(lastError, body);
     if (FAILED(result) && error && memory)
-    {
         lastError.Get(memory, result, flags & MAPI_UNICODE, error);
-    }
     return result;
 }
 
@@ -75,34 +71,26 @@ std::shared_ptr<const Session> Provider::OpenSession(const Request& request) con
           L"The store's profile section cannot be opened");
     StoreSettings settings = ReadSettings(*section, m_memory);
     if (settings.path.empty() && request.entryId)
-    {
         settings.path = PathOfStoreEntryId(request.entryId, request.entryIdSize);
-    }
     if (settings.path.empty())
-    {
         Fail(MAPI_E_UNCONFIGURED, L"The profile names no PST file");
-    }
     auto core = StoreCore::Open(settings.path);
     if ((request.flags & MDB_WRITE) != 0 && (request.flags & MAPI_BEST_ACCESS) != MAPI_BEST_ACCESS && !core->Writable())
-    {
         Fail(MAPI_E_NO_ACCESS, L"Changes to the store cannot be kept in \"" + core->OverlayPath() + L"\"");
-    }
     Bytes entryId;
     if (request.entryId && request.entryIdSize != 0)
     {
         const auto* bytes = reinterpret_cast<const BYTE*>(request.entryId);
         entryId.assign(bytes, bytes + request.entryIdSize);
         if (auto unwrapped = UnwrapStoreEntryId(entryId.data(), entryId.size()))
-        {
             entryId = std::move(unwrapped->entryId);
-        }
     }
     else
     {
         entryId = MakeStoreEntryId(settings.provider, core->Path());
     }
     Bytes wrapped = Wrap(*request.support, m_memory, entryId);
-    const bool unicode = (request.flags & LogonUnicode) != 0 && (request.flags & LogonAnsi) == 0;
+    const bool unicode = (request.flags & logonUnicode) != 0 && (request.flags & logonAnsi) == 0;
     return std::make_shared<Session>(std::move(core), m_memory, ComPtr<IMAPISupport>(request.support),
                                      std::move(entryId), std::move(wrapped), settings.provider, unicode);
 }
@@ -113,12 +101,12 @@ void Provider::ReportStatus(const Session& session, IMAPISupport& support) const
     const std::wstring name = TextOf(store, PR_DISPLAY_NAME);
     const Bytes& recordKey = session.Core().RecordKey();
     const std::vector<PropValue> row = {
-        PropValue::String(PR_PROVIDER_DISPLAY_W, kProviderDisplay),
+        PropValue::String(PR_PROVIDER_DISPLAY_W, providerDisplay),
         PropValue::String(PR_DISPLAY_NAME_W, name.empty() ? session.Core().Path() : name),
         PropValue::Long(PR_STATUS_CODE, STATUS_AVAILABLE),
         PropValue::Long(PR_RESOURCE_METHODS, 0),
         PropValue::String(PR_IDENTITY_DISPLAY_W, name.empty() ? session.Core().Path() : name),
-        PropValue::Binary(PR_IDENTITY_ENTRYID, session.EntryId(Nodes::Store)),
+        PropValue::Binary(PR_IDENTITY_ENTRYID, session.EntryId(Nodes::store)),
         PropValue::Binary(PR_IDENTITY_SEARCH_KEY, recordKey),
     };
     const MapiBlock<SPropValue> values(m_memory, MakePropArray(m_memory, row));
@@ -128,14 +116,10 @@ void Provider::ReportStatus(const Session& session, IMAPISupport& support) const
 HRESULT Provider::LogOn(const Request& request) noexcept
 {
     if (!request.support || !request.store)
-    {
         return MAPI_E_INVALID_PARAMETER;
-    }
     *request.store = nullptr;
     if (request.logon)
-    {
         *request.logon = nullptr;
-    }
     return Report(m_memory, request.flags, request.error,
                   [&]() -> HRESULT
                   {
@@ -147,14 +131,10 @@ HRESULT Provider::LogOn(const Request& request) noexcept
                       ComPtr<IMsgStore> store = MakeStore(session);
                       ComPtr<IMSLogon> logon = MakeLogon(session);
                       if (request.status)
-                      {
                           ReportStatus(*session, *request.support);
-                      }
                       *request.store = store.Detach();
                       if (request.logon)
-                      {
                           *request.logon = logon.Detach();
-                      }
                       return S_OK;
                   });
 }
@@ -188,10 +168,8 @@ STDMETHODIMP Provider::CompareStoreIDs(ULONG cbEntryID1, LPENTRYID lpEntryID1, U
                                        ULONG, ULONG* lpulResult)
 {
     if (!lpulResult)
-    {
         return MAPI_E_INVALID_PARAMETER;
-    }
-    LastError lastError(ComponentName);
+    LastError lastError(componentName);
     return Guarded(lastError,
                    [&] { *lpulResult = SameStore(lpEntryID1, cbEntryID1, lpEntryID2, cbEntryID2) ? TRUE : FALSE; });
 }
@@ -214,9 +192,9 @@ void ConfigureService(IMAPISupport* support, IProviderAdmin& admin, const MapiMe
           L"The service's profile section cannot be opened");
     const size_t begin = settings.path.find_last_of(L"\\/") + 1;
     std::vector<PropValue> values = {
-        PropValue::String(Testbed::Tags::PstPathW, settings.path),
+        PropValue::String(Testbed::Tags::pstPathW, settings.path),
         PropValue::Uid(PR_MDB_PROVIDER, settings.provider),
-        PropValue::String(PR_PROVIDER_DISPLAY_W, kProviderDisplay),
+        PropValue::String(PR_PROVIDER_DISPLAY_W, providerDisplay),
         PropValue::String(PR_DISPLAY_NAME_W, settings.path.substr(begin)),
     };
     if (support)
@@ -254,9 +232,7 @@ HRESULT RunService(LPMAPISUP support, ULONG flags, ULONG context, ULONG count, L
         LPALLOCATEMORE allocateMore = nullptr;
         LPFREEBUFFER release = nullptr;
         if (SUCCEEDED(support->GetMemAllocRoutines(&allocate, &allocateMore, &release)))
-        {
             memory = MapiMemory(allocate, allocateMore, release);
-        }
     }
     return Report(memory, flags, error,
                   [&]() -> HRESULT
@@ -272,17 +248,13 @@ HRESULT RunService(LPMAPISUP support, ULONG flags, ULONG context, ULONG count, L
                       case MSG_SERVICE_CONFIGURE:
                       {
                           if (count != 0 && !values)
-                          {
                               return MAPI_E_INVALID_PARAMETER;
-                          }
                           StoreSettings settings = ReadSettings(count, values);
                           if (settings.path.empty() && admin && memory)
                           {
                               ComPtr<IProfSect> section;
                               if (SUCCEEDED(admin->OpenProfileSection(nullptr, nullptr, 0, section.Put())))
-                              {
                                   settings = ReadSettings(*section, memory);
-                              }
                           }
                           if (settings.path.empty())
                           {
@@ -291,9 +263,7 @@ HRESULT RunService(LPMAPISUP support, ULONG flags, ULONG context, ULONG count, L
                           }
                           // Without an administration object the caller keeps the settings itself.
                           if (admin && memory)
-                          {
                               ConfigureService(support, *admin, memory, settings);
-                          }
                           return S_OK;
                       }
                       case MSG_SERVICE_PROVIDER_CREATE:
@@ -322,21 +292,15 @@ extern "C" HRESULT __cdecl MSProviderInit(HINSTANCE, LPMALLOC, LPALLOCATEBUFFER 
                                           ULONG ulMAPIVer, ULONG* lpulProviderVer, LPMSPROVIDER* lppMSProvider)
 {
     if (!lpulProviderVer || !lppMSProvider)
-    {
         return MAPI_E_INVALID_PARAMETER;
-    }
     *lppMSProvider = nullptr;
     *lpulProviderVer = CURRENT_SPI_VERSION;
     if (ulMAPIVer < CURRENT_SPI_VERSION)
-    {
         return MAPI_E_VERSION;
-    }
     const Testbed::MapiMemory memory(lpAllocateBuffer, lpAllocateMore, lpFreeBuffer);
     if (!memory)
-    {
         return MAPI_E_INVALID_PARAMETER;
-    }
-    Testbed::LastError lastError(Testbed::Pst::ComponentName);
+    Testbed::LastError lastError(Testbed::Pst::componentName);
     return Testbed::Guarded(lastError,
                             [&] { *lppMSProvider = Testbed::MakeObject<Testbed::Pst::Provider>(memory).Detach(); });
 }

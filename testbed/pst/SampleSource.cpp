@@ -14,13 +14,13 @@ namespace Testbed::Pst
 namespace
 {
 // Below this lie the special folders' numbers.
-constexpr std::uint32_t kFirstIndex = 0x800;
-constexpr std::uint32_t kEndOfIndexes = Nodes::FirstCreated >> 5;
-constexpr ULONG kKeywords = PROP_TAG(PT_MV_UNICODE, 0x8000);
-constexpr ULONG kSampleNumber = PROP_TAG(PT_LONG, 0x8001);
+constexpr std::uint32_t firstIndex = 0x800;
+constexpr std::uint32_t endOfIndexes = Nodes::firstCreated >> 5;
+constexpr ULONG keywords = PROP_TAG(PT_MV_UNICODE, 0x8000);
+constexpr ULONG sampleNumber = PROP_TAG(PT_LONG, 0x8001);
 // 2020-01-01 00:00 UTC, in units of 100 ns since 1601.
-constexpr std::int64_t kFirstTime = 132223104000000000;
-constexpr std::int64_t kMinute = 600000000;
+constexpr std::int64_t firstTime = 132223104000000000;
+constexpr std::int64_t minute = 600000000;
 
 // SplitMix64: a generator of a few instructions whose numbers depend on nothing but the seed.
 class Random
@@ -48,12 +48,12 @@ private:
     std::uint64_t m_state;
 };
 
-constexpr const wchar_t* kFolderNames[] = {
+constexpr const wchar_t* folderNames[] = {
     L"Projects",          L"Invoices", L"B\u00FCro",    L"Reisen",  L"\u041F\u0438\u0441\u044C\u043C\u0430",
     L"Photos \U0001F4F7", L"Team",     L"\u8BF7\u6C42", L"Archive", L"Caf\u00E9",
 };
 
-constexpr const wchar_t* kSubjects[] = {
+constexpr const wchar_t* subjects[] = {
     L"Meeting on Thursday",
     L"Invoice for your last order",
     L"\u00C4nderung am Vertrag",
@@ -68,7 +68,7 @@ constexpr const wchar_t* kSubjects[] = {
     L"",
 };
 
-constexpr const wchar_t* kPrefixes[] = {L"", L"", L"RE: ", L"FW: ", L"AW: "};
+constexpr const wchar_t* prefixes[] = {L"", L"", L"RE: ", L"FW: ", L"AW: "};
 
 struct Person
 {
@@ -76,7 +76,7 @@ struct Person
     const wchar_t* address;
 };
 
-constexpr Person kPeople[] = {
+constexpr Person people[] = {
     {L"Ada Archer", L"ada.archer@example.com"},
     {L"J\u00FCrgen Gr\u00F6\u00DFe", L"juergen.groesse@example.org"},
     {L"\u674E\u5C0F\u9F99", L"li@example.net"},
@@ -86,7 +86,7 @@ constexpr Person kPeople[] = {
     {L"Bob Brown", L"bob.brown@example.com"},
 };
 
-constexpr const wchar_t* kSentences[] = {
+constexpr const wchar_t* sentences[] = {
     L"Please find the figures below.",
     L"I have moved the meeting to the afternoon.",
     L"Viele Gr\u00FC\u00DFe aus K\u00F6ln.",
@@ -98,9 +98,9 @@ constexpr const wchar_t* kSentences[] = {
     L"As discussed on the phone, we go ahead with the second option.",
 };
 
-constexpr const wchar_t* kKeywordTexts[] = {L"Red", L"Gr\u00FCn", L"Urgent \U0001F525"};
+constexpr const wchar_t* keywordTexts[] = {L"Red", L"Gr\u00FCn", L"Urgent \U0001F525"};
 
-constexpr const wchar_t* kFileNames[] = {L"report.txt", L"\u00DCbersicht.txt", L"photo \U0001F4F7.txt", L"plan.txt"};
+constexpr const wchar_t* fileNames[] = {L"report.txt", L"\u00DCbersicht.txt", L"photo \U0001F4F7.txt", L"plan.txt"};
 
 Bytes Utf8Bytes(std::wstring_view text)
 {
@@ -116,9 +116,9 @@ struct MessageKey
     int depth = 0;
 };
 
-constexpr int kDeepestEmbedded = 2;
+constexpr int deepestEmbedded = 2;
 // Larger than what GetProps gives at once, so that clients have to read it as a stream.
-constexpr size_t kLargeAttachment = 150000;
+constexpr size_t largeAttachment = 150000;
 
 class SampleMessage : public MessageContent
 {
@@ -134,7 +134,7 @@ public:
 private:
     bool HasText() const noexcept { return m_key.number % 5 == 0; }
     bool HasLarge() const noexcept { return m_key.number % 11 == 3; }
-    bool HasEmbedded() const noexcept { return m_key.number % 7 == 2 && m_key.depth < kDeepestEmbedded; }
+    bool HasEmbedded() const noexcept { return m_key.number % 7 == 2 && m_key.depth < deepestEmbedded; }
     bool HasAttachment() const noexcept { return HasText() || HasLarge() || HasEmbedded(); }
     std::wstring Body() const;
 
@@ -154,23 +154,17 @@ SampleMessage::SampleMessage(const MessageKey& key) : m_key(key)
 {
     Random random(key.seed * 0x100000001B3 + key.number + (static_cast<std::uint64_t>(key.depth) << 48));
     m_textSeed = random.Next();
-    m_sender = &random.Pick(kPeople);
+    m_sender = &random.Pick(people);
     const size_t to = 1 + random.Below(3);
     for (size_t index = 0; index < to; ++index)
-    {
-        m_to.push_back(&random.Pick(kPeople));
-    }
+        m_to.push_back(&random.Pick(people));
     if (random.Below(3) == 0)
-    {
-        m_cc.push_back(&random.Pick(kPeople));
-    }
-    m_prefix = random.Pick(kPrefixes);
-    m_subject = random.Pick(kSubjects);
+        m_cc.push_back(&random.Pick(people));
+    m_prefix = random.Pick(prefixes);
+    m_subject = random.Pick(subjects);
     if (!m_subject.empty())
-    {
         m_subject += L" #" + std::to_wstring(key.number);
-    }
-    m_time = kFirstTime + static_cast<std::int64_t>(random.Below(size_t{3} * 365 * 24 * 60)) * kMinute;
+    m_time = firstTime + static_cast<std::int64_t>(random.Below(size_t{3} * 365 * 24 * 60)) * minute;
     m_read = random.Below(4) != 0;
     m_importance = random.Below(10) == 0 ? IMPORTANCE_HIGH : IMPORTANCE_NORMAL;
 }
@@ -179,10 +173,10 @@ std::wstring SampleMessage::Body() const
 {
     Random random(m_textSeed);
     std::wstring body;
-    const size_t sentences = 3 + random.Below(20);
-    for (size_t index = 0; index < sentences; ++index)
+    const size_t count = 3 + random.Below(20);
+    for (size_t index = 0; index < count; ++index)
     {
-        body += random.Pick(kSentences);
+        body += random.Pick(sentences);
         body += index % 4 == 3 ? L"\r\n" : L" ";
     }
     return body;
@@ -212,18 +206,18 @@ PropertyBag SampleMessage::Summary() const
     bag.Put(PropValue::String(PR_DISPLAY_CC_W, Names(m_cc)));
     bag.Put(PropValue::String(PR_DISPLAY_BCC_W, L""));
     bag.Put(PropValue(PR_CLIENT_SUBMIT_TIME, m_time));
-    bag.Put(PropValue(PR_MESSAGE_DELIVERY_TIME, m_time + kMinute));
-    bag.Put(PropValue(PR_CREATION_TIME, m_time + kMinute));
-    bag.Put(PropValue(PR_LAST_MODIFICATION_TIME, m_time + kMinute));
+    bag.Put(PropValue(PR_MESSAGE_DELIVERY_TIME, m_time + minute));
+    bag.Put(PropValue(PR_CREATION_TIME, m_time + minute));
+    bag.Put(PropValue(PR_LAST_MODIFICATION_TIME, m_time + minute));
     bag.Put(PropValue::Long(PR_MESSAGE_FLAGS, (m_read ? MSGFLAG_READ : 0) | (HasAttachment() ? MSGFLAG_HASATTACH : 0)));
     bag.Put(PropValue::Boolean(PR_HASATTACH, HasAttachment()));
     bag.Put(PropValue::Long(PR_IMPORTANCE, m_importance));
     bag.Put(PropValue::Long(PR_PRIORITY, m_importance == IMPORTANCE_HIGH ? PRIO_URGENT : PRIO_NORMAL));
     bag.Put(PropValue::Long(PR_SENSITIVITY, SENSITIVITY_NONE));
     LONG size = 1500 + static_cast<LONG>(m_textSeed % 5000);
-    size += HasLarge() ? static_cast<LONG>(kLargeAttachment) : 0;
+    size += HasLarge() ? static_cast<LONG>(largeAttachment) : 0;
     bag.Put(PropValue::Long(PR_MESSAGE_SIZE, size));
-    bag.Put(PropValue::Long(kSampleNumber, static_cast<LONG>(m_key.number)));
+    bag.Put(PropValue::Long(sampleNumber, static_cast<LONG>(m_key.number)));
     const std::uint64_t searchKey[2] = {m_key.seed, m_textSeed};
     bag.Put(PropValue::Binary(PR_SEARCH_KEY, searchKey, sizeof(searchKey)));
     return bag;
@@ -250,7 +244,7 @@ PropertyBag SampleMessage::Properties() const
     if (m_key.number % 4 == 1)
     {
         Random random(m_textSeed + 1);
-        bag.Put(PropValue(kKeywords, std::vector<std::wstring>{random.Pick(kKeywordTexts), L"Sample"}));
+        bag.Put(PropValue(keywords, std::vector<std::wstring>{random.Pick(keywordTexts), L"Sample"}));
     }
     return bag;
 }
@@ -275,13 +269,9 @@ std::vector<PropertyBag> SampleMessage::Recipients() const
         recipients.push_back(std::move(bag));
     };
     for (const Person* person : m_to)
-    {
         add(*person, MAPI_TO);
-    }
     for (const Person* person : m_cc)
-    {
         add(*person, MAPI_CC);
-    }
     return recipients;
 }
 
@@ -309,12 +299,10 @@ std::vector<std::shared_ptr<const AttachmentContent>> SampleMessage::Attachments
     };
     Random random(m_textSeed + 2);
     if (HasText())
-    {
-        addFile(random.Pick(kFileNames), Utf8Bytes(Body()));
-    }
+        addFile(random.Pick(fileNames), Utf8Bytes(Body()));
     if (HasLarge())
     {
-        Bytes data(kLargeAttachment);
+        Bytes data(largeAttachment);
         std::generate(data.begin(), data.end(), [&] { return static_cast<BYTE>(random.Next()); });
         addFile(L"data.bin", std::move(data));
     }
@@ -347,18 +335,12 @@ public:
     {
         const auto kind = KindOf(id);
         const std::uint32_t index = id >> 5;
-        if (!kind || index < kFirstIndex)
-        {
+        if (!kind || index < firstIndex)
             return m_special->Find(id);
-        }
         if (*kind == NodeKind::Folder && index < FirstMessage())
-        {
-            return Node{id, *kind, ParentOf(index - kFirstIndex)};
-        }
+            return Node{id, *kind, ParentOf(index - firstIndex)};
         if (*kind == NodeKind::Message && index >= FirstMessage() && index - FirstMessage() < Messages())
-        {
             return Node{id, *kind, FolderId((index - FirstMessage()) / m_size.messages)};
-        }
         return std::nullopt;
     }
 
@@ -366,12 +348,8 @@ public:
     {
         std::vector<NodeId> found = m_special->SubFolders(parent);
         for (std::uint32_t folder = 0; folder < m_size.folders; ++folder)
-        {
             if (ParentOf(folder) == parent)
-            {
                 found.push_back(FolderId(folder));
-            }
-        }
         return found;
     }
 
@@ -379,15 +357,13 @@ public:
     {
         std::vector<NodeId> found;
         const std::uint32_t index = folder >> 5;
-        if (associated || index < kFirstIndex || index >= FirstMessage())
-        {
+        if (associated || index < firstIndex || index >= FirstMessage())
             return found;
-        }
         found.reserve(m_size.messages);
         for (std::uint32_t message = 0; message < m_size.messages; ++message)
         {
             found.push_back(
-                MakeNodeId(FirstMessage() + (index - kFirstIndex) * m_size.messages + message, NodeKind::Message));
+                MakeNodeId(FirstMessage() + (index - firstIndex) * m_size.messages + message, NodeKind::Message));
         }
         return found;
     }
@@ -395,14 +371,12 @@ public:
     PropertyBag FolderProperties(NodeId id) const override
     {
         const std::uint32_t index = id >> 5;
-        if (index < kFirstIndex)
-        {
+        if (index < firstIndex)
             return m_special->FolderProperties(id);
-        }
-        const std::uint32_t folder = index - kFirstIndex;
+        const std::uint32_t folder = index - firstIndex;
         PropertyBag bag;
-        bag.Put(PropValue::String(PR_DISPLAY_NAME_W, std::wstring(kFolderNames[folder % std::size(kFolderNames)]) +
-                                                         L" " + std::to_wstring(folder + 1)));
+        bag.Put(PropValue::String(PR_DISPLAY_NAME_W, std::wstring(folderNames[folder % std::size(folderNames)]) + L" " +
+                                                         std::to_wstring(folder + 1)));
         bag.Put(PropValue::String(PR_CONTAINER_CLASS_W, L"IPF.Note"));
         bag.Put(PropValue::String(PR_COMMENT_W, L"Generated sample mail"));
         return bag;
@@ -422,15 +396,15 @@ public:
 
     std::vector<NamedProperty> NamedProperties() const override
     {
-        NamedProperty keywords;
-        keywords.id = PROP_ID(kKeywords);
-        keywords.name.set = PS_PUBLIC_STRINGS;
-        keywords.name.text = L"Keywords";
+        NamedProperty named;
+        named.id = PROP_ID(keywords);
+        named.name.set = PS_PUBLIC_STRINGS;
+        named.name.text = L"Keywords";
         NamedProperty number;
-        number.id = PROP_ID(kSampleNumber);
+        number.id = PROP_ID(sampleNumber);
         number.name.set = GUID{0x5A0C21B7, 0x9C1E, 0x4C5D, {0x9B, 0x55, 0x7E, 0x30, 0x64, 0x1B, 0xA2, 0x9C}};
         number.name.number = 1;
-        return {keywords, number};
+        return {named, number};
     }
 
 private:
@@ -443,14 +417,14 @@ private:
         return uid;
     }
 
-    std::uint32_t FirstMessage() const noexcept { return kFirstIndex + m_size.folders; }
+    std::uint32_t FirstMessage() const noexcept { return firstIndex + m_size.folders; }
     std::uint32_t Messages() const noexcept { return m_size.folders * m_size.messages; }
 
-    static NodeId FolderId(std::uint32_t folder) noexcept { return MakeNodeId(kFirstIndex + folder, NodeKind::Folder); }
+    static NodeId FolderId(std::uint32_t folder) noexcept { return MakeNodeId(firstIndex + folder, NodeKind::Folder); }
 
     static NodeId ParentOf(std::uint32_t folder) noexcept
     {
-        return folder % 4 == 3 ? FolderId(folder - 1) : Nodes::Subtree;
+        return folder % 4 == 3 ? FolderId(folder - 1) : Nodes::subtree;
     }
 
     SampleMessage Message(NodeId id) const
@@ -467,9 +441,7 @@ std::uint32_t ParseNumber(std::string_view line, std::string_view name)
     const std::string start = std::string(name) + "=";
     size_t at = line.find(start);
     while (at != std::string_view::npos && at != 0 && line[at - 1] != ' ')
-    {
         at = line.find(start, at + 1);
-    }
     std::uint32_t value = 0;
     if (at != std::string_view::npos)
     {
@@ -477,9 +449,7 @@ std::uint32_t ParseNumber(std::string_view line, std::string_view name)
         const char* end = line.data() + line.size();
         const auto result = std::from_chars(begin, end, value);
         if (result.ec == std::errc() && (result.ptr == end || *result.ptr == ' '))
-        {
             return value;
-        }
     }
     Fail(MAPI_E_CORRUPT_STORE, L"The sample store's file lacks a number for \"" + WideFromUtf8(name) + L"\"");
 }
@@ -487,23 +457,19 @@ std::uint32_t ParseNumber(std::string_view line, std::string_view name)
 
 std::optional<SampleSize> ParseSample(std::string_view text)
 {
-    if (!text.starts_with(SampleMagic))
-    {
+    if (!text.starts_with(sampleMagic))
         return std::nullopt;
-    }
-    text.remove_prefix(SampleMagic.size());
+    text.remove_prefix(sampleMagic.size());
     const size_t begin = text.find_first_not_of("\r\n");
     if (begin == 0 || begin == std::string_view::npos)
-    {
         Fail(MAPI_E_CORRUPT_STORE, L"The sample store's file lacks its second line");
-    }
     std::string_view line = text.substr(begin);
     line = line.substr(0, line.find_first_of("\r\n"));
     SampleSize size;
     size.folders = ParseNumber(line, "folders");
     size.messages = ParseNumber(line, "messages");
     size.seed = ParseNumber(line, "seed");
-    constexpr std::uint64_t room = kEndOfIndexes - kFirstIndex;
+    constexpr std::uint64_t room = endOfIndexes - firstIndex;
     if (size.folders > room ||
         static_cast<std::uint64_t>(size.folders) * (static_cast<std::uint64_t>(size.messages) + 1) > room)
     {

@@ -19,7 +19,7 @@ struct SampleSize
 };
 
 /// The text that a sample store's file starts with, followed by a line end and "folders=F messages=M seed=S".
-constexpr std::string_view SampleMagic = "KivNst sample store";
+constexpr std::string_view sampleMagic = "KivNst sample store";
 
 /// Reads a sample store's file; nothing when it does not start with the magic. Throws `Failure`
 /// (MAPI_E_CORRUPT_STORE) when it does and the rest is not as it should be, or asks for more than a store can number.

@@ -10,16 +10,16 @@
 
 namespace Testbed::Pst
 {
-const wchar_t* const ComponentName = L"mspst32";
+const wchar_t* const componentName = L"mspst32";
 
 namespace
 {
-constexpr LONG kHtmlOk = 0x00010000;
-constexpr LONG kUnicodeOk = 0x00040000;
-constexpr LONG kLocalStore = 0x00080000;
-constexpr LONG kItemProcessing = 0x00200000;
-constexpr size_t kEntryIdSize = 24;
-constexpr size_t kFlagsSize = 4;
+constexpr LONG htmlOk = 0x00010000;
+constexpr LONG unicodeOk = 0x00040000;
+constexpr LONG localStore = 0x00080000;
+constexpr LONG itemProcessing = 0x00200000;
+constexpr size_t entryIdSize = 24;
+constexpr size_t flagsSize = 4;
 
 // A notification key in a block that is aligned for its count.
 class Key
@@ -53,10 +53,10 @@ Session::Session(std::shared_ptr<StoreCore> core, const MapiMemory& memory, ComP
 
 LONG Session::SupportMask() const noexcept
 {
-    LONG mask = STORE_ENTRYID_UNIQUE | STORE_ATTACH_OK | STORE_NOTIFY_OK | STORE_MV_PROPS_OK | STORE_RTF_OK | kHtmlOk |
-                kLocalStore | kItemProcessing;
+    LONG mask = STORE_ENTRYID_UNIQUE | STORE_ATTACH_OK | STORE_NOTIFY_OK | STORE_MV_PROPS_OK | STORE_RTF_OK | htmlOk |
+                localStore | itemProcessing;
     mask |= Writable() ? STORE_MODIFY_OK | STORE_CREATE_OK : STORE_READONLY;
-    mask |= m_unicode ? kUnicodeOk : 0;
+    mask |= m_unicode ? unicodeOk : 0;
     return mask;
 }
 
@@ -67,33 +67,25 @@ Bytes Session::EntryId(NodeId node) const
 
 std::optional<NodeId> Session::NodeOf(ULONG size, const ENTRYID* entryId) const
 {
-    if (!entryId || size != kEntryIdSize)
-    {
+    if (!entryId || size != entryIdSize)
         return std::nullopt;
-    }
     const auto* bytes = reinterpret_cast<const BYTE*>(entryId);
     const Bytes& key = m_core->RecordKey();
-    if (std::memcmp(bytes + kFlagsSize, key.data(), key.size()) != 0)
-    {
+    if (std::memcmp(bytes + flagsSize, key.data(), key.size()) != 0)
         return std::nullopt;
-    }
     NodeId node = 0;
-    std::memcpy(&node, bytes + kEntryIdSize - sizeof(node), sizeof(node));
+    std::memcpy(&node, bytes + entryIdSize - sizeof(node), sizeof(node));
     return node;
 }
 
 bool Session::IsStore(ULONG size, const ENTRYID* entryId) const
 {
     if (!entryId || size == 0)
-    {
         return false;
-    }
     const auto* bytes = reinterpret_cast<const BYTE*>(entryId);
     const Bytes given(bytes, bytes + size);
     if (given == m_wrappedEntryId || given == m_storeEntryId)
-    {
         return true;
-    }
     const auto unwrapped = UnwrapStoreEntryId(entryId, size);
     return unwrapped && unwrapped->entryId == m_storeEntryId;
 }
@@ -101,9 +93,7 @@ bool Session::IsStore(ULONG size, const ENTRYID* entryId) const
 bool Session::SameObject(ULONG size1, const ENTRYID* entryId1, ULONG size2, const ENTRYID* entryId2) const
 {
     if (IsStore(size1, entryId1) && IsStore(size2, entryId2))
-    {
         return true;
-    }
     const auto node1 = NodeOf(size1, entryId1);
     const auto node2 = NodeOf(size2, entryId2);
     return node1 && node2 && *node1 == *node2;
@@ -113,14 +103,10 @@ Node Session::Require(ULONG size, const ENTRYID* entryId) const
 {
     const auto id = NodeOf(size, entryId);
     if (!id)
-    {
         Fail(MAPI_E_INVALID_ENTRYID, L"The entry ID is not one of this store");
-    }
     const auto node = m_core->Find(*id);
     if (!node)
-    {
         Fail(MAPI_E_NOT_FOUND, L"The store does not hold the object");
-    }
     return *node;
 }
 
@@ -173,14 +159,10 @@ void Session::Notify(ULONG event, const Node& node, const Node* oldNode) const n
 ULONG Session::Advise(ULONG size, const ENTRYID* entryId, ULONG mask, IMAPIAdviseSink* sink) const
 {
     if (!sink)
-    {
         Fail(MAPI_E_INVALID_PARAMETER, L"Advise needs a sink");
-    }
     Bytes key = m_core->RecordKey();
     if (size != 0 && entryId && !IsStore(size, entryId))
-    {
         key = EntryId(Require(size, entryId).id);
-    }
     ULONG connection = 0;
     Check(m_support->Subscribe(Key(key).Get(), mask, 0, sink, &connection), L"MAPI refuses the subscription");
     return connection;

@@ -8,14 +8,14 @@
 namespace Testbed::Pst
 {
 /// The name of this module in extended errors.
-extern const wchar_t* const ComponentName;
+extern const wchar_t* const componentName;
 
 /// Property tags that MAPI's headers do not name.
 namespace Tags
 {
-constexpr ULONG Rights = PROP_TAG(PT_LONG, 0x6639);
-constexpr ULONG StoreUnicodeMask = PROP_TAG(PT_LONG, 0x340F);
-constexpr ULONG InternetCodePage = PROP_TAG(PT_LONG, 0x3FDE);
+constexpr ULONG rights = PROP_TAG(PT_LONG, 0x6639);
+constexpr ULONG storeUnicodeMask = PROP_TAG(PT_LONG, 0x340F);
+constexpr ULONG internetCodePage = PROP_TAG(PT_LONG, 0x3FDE);
 } // namespace Tags
 
 /// One logon to a store. Immutable but for the notifications that it sends; thread-safe.

@@ -14,20 +14,20 @@ namespace Testbed::Pst
 namespace
 {
 // The receive folders, in two properties that clients do not see: message classes and, for each, an entry ID.
-constexpr ULONG kReceiveClasses = PROP_TAG(PT_MV_UNICODE, 0x67FC);
-constexpr ULONG kReceiveFolders = PROP_TAG(PT_MV_BINARY, 0x67FD);
+constexpr ULONG receiveClasses = PROP_TAG(PT_MV_UNICODE, 0x67FC);
+constexpr ULONG receiveFolders = PROP_TAG(PT_MV_BINARY, 0x67FD);
 
-constexpr LONG kAllAccess = MAPI_ACCESS_MODIFY | MAPI_ACCESS_READ | MAPI_ACCESS_DELETE | MAPI_ACCESS_CREATE_HIERARCHY |
-                            MAPI_ACCESS_CREATE_CONTENTS | MAPI_ACCESS_CREATE_ASSOCIATED;
+constexpr LONG allAccess = MAPI_ACCESS_MODIFY | MAPI_ACCESS_READ | MAPI_ACCESS_DELETE | MAPI_ACCESS_CREATE_HIERARCHY |
+                           MAPI_ACCESS_CREATE_CONTENTS | MAPI_ACCESS_CREATE_ASSOCIATED;
 
 bool IsHidden(ULONG id)
 {
-    return id == PROP_ID(kReceiveClasses) || id == PROP_ID(kReceiveFolders);
+    return id == PROP_ID(receiveClasses) || id == PROP_ID(receiveFolders);
 }
 
 bool IsComputed(ULONG id)
 {
-    return IsComputedEverywhere(id) || id == PROP_ID(Tags::StoreUnicodeMask) || IsHidden(id);
+    return IsComputedEverywhere(id) || id == PROP_ID(Tags::storeUnicodeMask) || IsHidden(id);
 }
 
 std::wstring Lower(std::wstring text)
@@ -76,17 +76,17 @@ private:
 std::shared_ptr<const PropertySource> Store::Properties()
 {
     PropertyBag stored = Core().StoreProperties();
-    stored.Erase(PROP_ID(kReceiveClasses));
-    stored.Erase(PROP_ID(kReceiveFolders));
+    stored.Erase(PROP_ID(receiveClasses));
+    stored.Erase(PROP_ID(receiveFolders));
     auto layered = std::make_shared<LayeredProperties>(std::make_shared<PropertyBag>(std::move(stored)));
     PropertyBag& computed = layered->Computed();
     m_session->PutCommon(computed);
     computed.Put(PropValue::Binary(PR_ENTRYID, m_session->WrappedEntryId()));
     computed.Put(PropValue::Binary(PR_RECORD_KEY, Core().RecordKey()));
     computed.Put(PropValue::Long(PR_OBJECT_TYPE, MAPI_STORE));
-    computed.Put(PropValue::Long(PR_ACCESS, m_session->Writable() ? kAllAccess : MAPI_ACCESS_READ));
+    computed.Put(PropValue::Long(PR_ACCESS, m_session->Writable() ? allAccess : MAPI_ACCESS_READ));
     computed.Put(PropValue::Long(PR_ACCESS_LEVEL, m_session->Writable() ? MAPI_MODIFY : 0));
-    computed.Put(PropValue::Long(Tags::StoreUnicodeMask, m_session->SupportMask()));
+    computed.Put(PropValue::Long(Tags::storeUnicodeMask, m_session->SupportMask()));
     const size_t begin = Core().Path().rfind(L'\\') + 1;
     layered->PutDefault(PropValue::String(PR_DISPLAY_NAME_W, Core().Path().substr(begin)));
     layered->PutDefault(PropValue::String(PR_PROVIDER_DISPLAY_W, L"Personal Folders"));
@@ -98,9 +98,7 @@ std::shared_ptr<const PropertySource> Store::Properties()
 SCODE Store::Set(const PropValue& value)
 {
     if (IsComputed(value.Id()))
-    {
         return MAPI_E_COMPUTED;
-    }
     m_changes.Put(value);
     return S_OK;
 }
@@ -108,13 +106,9 @@ SCODE Store::Set(const PropValue& value)
 SCODE Store::Remove(ULONG tag)
 {
     if (IsComputed(PROP_ID(tag)))
-    {
         return MAPI_E_COMPUTED;
-    }
     if (!Core().StoreProperties().Find(PROP_ID(tag)))
-    {
         return MAPI_E_NOT_FOUND;
-    }
     m_changes.Remove(PROP_ID(tag));
     return S_OK;
 }
@@ -136,9 +130,7 @@ Bytes Store::DefaultReceiveFolder() const
     const auto node =
         m_session->NodeOf(static_cast<ULONG>(subtree.size()), reinterpret_cast<const ENTRYID*>(subtree.data()));
     if (!node || !Core().Find(*node))
-    {
-        return m_session->EntryId(Nodes::Root);
-    }
+        return m_session->EntryId(Nodes::root);
     const auto inbox = Core().FindSubFolder(*node, L"Inbox");
     return m_session->EntryId(inbox ? *inbox : *node);
 }
@@ -148,21 +140,15 @@ std::vector<Store::ReceiveFolder> Store::ReceiveFolders() const
     std::vector<ReceiveFolder> folders(1);
     folders.front().entryId = DefaultReceiveFolder();
     const PropertyBag store = Core().StoreProperties();
-    const PropValue* classes = store.Find(PROP_ID(kReceiveClasses));
-    const PropValue* entryIds = store.Find(PROP_ID(kReceiveFolders));
+    const PropValue* classes = store.Find(PROP_ID(receiveClasses));
+    const PropValue* entryIds = store.Find(PROP_ID(receiveFolders));
     const auto* names = classes ? classes->Get<std::vector<std::wstring>>() : nullptr;
     const auto* ids = entryIds ? entryIds->Get<std::vector<Bytes>>() : nullptr;
     for (size_t index = 0; names && ids && index < names->size() && index < ids->size(); ++index)
-    {
         if ((*names)[index].empty())
-        {
             folders.front().entryId = (*ids)[index];
-        }
         else
-        {
             folders.push_back({(*names)[index], (*ids)[index]});
-        }
-    }
     return folders;
 }
 
@@ -173,9 +159,7 @@ STDMETHODIMP Store::Advise(ULONG cbEntryID, LPENTRYID lpEntryID, ULONG ulEventMa
         [&]() -> HRESULT
         {
             if (!lpulConnection)
-            {
                 return MAPI_E_INVALID_PARAMETER;
-            }
             *lpulConnection = m_session->Advise(cbEntryID, lpEntryID, ulEventMask, lpAdviseSink);
             return S_OK;
         });
@@ -193,9 +177,7 @@ STDMETHODIMP Store::CompareEntryIDs(ULONG cbEntryID1, LPENTRYID lpEntryID1, ULON
         [&]() -> HRESULT
         {
             if (!lpulResult)
-            {
                 return MAPI_E_INVALID_PARAMETER;
-            }
             *lpulResult = m_session->SameObject(cbEntryID1, lpEntryID1, cbEntryID2, lpEntryID2) ? TRUE : FALSE;
             return S_OK;
         });
@@ -212,9 +194,7 @@ STDMETHODIMP Store::OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInt
                 RequireInterface(lpInterface, {&IID_IMsgStore, &IID_IMAPIProp, &IID_IUnknown});
                 *lppUnk = ComPtr<IUnknown>(static_cast<IMsgStore*>(this)).Detach();
                 if (lpulObjType)
-                {
                     *lpulObjType = MAPI_STORE;
-                }
                 return S_OK;
             }
             return OpenStoreEntry(m_session, cbEntryID, lpEntryID, lpInterface, ulFlags, lpulObjType, lppUnk);
@@ -228,9 +208,7 @@ STDMETHODIMP Store::SetReceiveFolder(LPTSTR lpszMessageClass, ULONG ulFlags, ULO
         {
             RequireFlags(ulFlags, MAPI_UNICODE);
             if (!m_session->Writable())
-            {
                 Fail(MAPI_E_NO_ACCESS, L"The store is read-only");
-            }
             const std::wstring messageClass = Lower(TextArgument(lpszMessageClass, ulFlags));
             std::vector<std::wstring> classes;
             std::vector<Bytes> entryIds;
@@ -246,15 +224,13 @@ STDMETHODIMP Store::SetReceiveFolder(LPTSTR lpszMessageClass, ULONG ulFlags, ULO
             {
                 const Node node = m_session->Require(cbEntryID, lpEntryID);
                 if (node.kind != NodeKind::Folder)
-                {
                     return MAPI_E_INVALID_ENTRYID;
-                }
                 classes.push_back(TextArgument(lpszMessageClass, ulFlags));
                 entryIds.push_back(m_session->EntryId(node.id));
             }
             PropertyChanges changes;
-            changes.Put(PropValue(kReceiveClasses, std::move(classes)));
-            changes.Put(PropValue(kReceiveFolders, std::move(entryIds)));
+            changes.Put(PropValue(receiveClasses, std::move(classes)));
+            changes.Put(PropValue(receiveFolders, std::move(entryIds)));
             Core().ChangeStore(changes);
             return S_OK;
         });
@@ -267,9 +243,7 @@ STDMETHODIMP Store::GetReceiveFolder(LPTSTR lpszMessageClass, ULONG ulFlags, ULO
         [&]() -> HRESULT
         {
             if (!lpcbEntryID || !lppEntryID)
-            {
                 return MAPI_E_INVALID_PARAMETER;
-            }
             RequireFlags(ulFlags, MAPI_UNICODE);
             const std::wstring messageClass = Lower(TextArgument(lpszMessageClass, ulFlags));
             ReceiveFolder best;
@@ -306,9 +280,7 @@ STDMETHODIMP Store::GetReceiveFolderTable(ULONG ulFlags, LPMAPITABLE* lppTable)
         [&]() -> HRESULT
         {
             if (!lppTable)
-            {
                 return MAPI_E_INVALID_PARAMETER;
-            }
             RequireFlags(ulFlags, MAPI_UNICODE | MAPI_DEFERRED_ERRORS);
             std::vector<PropertyBag> rows;
             for (const ReceiveFolder& folder : ReceiveFolders())
@@ -323,7 +295,7 @@ STDMETHODIMP Store::GetReceiveFolderTable(ULONG ulFlags, LPMAPITABLE* lppTable)
             }
             const std::vector<ULONG> columns = {PR_ENTRYID, PR_RECORD_KEY, PR_INSTANCE_KEY, PR_MESSAGE_CLASS_W};
             *lppTable = CreateTable(std::make_shared<MemoryRows>(columns, std::move(rows)), m_session->Memory(),
-                                    m_session->Flags(ulFlags), ComponentName)
+                                    m_session->Flags(ulFlags), componentName)
                             .Detach();
             return S_OK;
         });
@@ -375,9 +347,7 @@ HRESULT OpenStoreEntry(const std::shared_ptr<const Session>& session, ULONG size
                        ULONG flags, ULONG* type, LPUNKNOWN* object)
 {
     if (!object)
-    {
         return MAPI_E_INVALID_PARAMETER;
-    }
     constexpr ULONG noCache = 0x00000200;
     constexpr ULONG known = MAPI_MODIFY | MAPI_BEST_ACCESS | MAPI_DEFERRED_ERRORS | noCache;
     RequireFlags(flags, known);
@@ -385,9 +355,7 @@ HRESULT OpenStoreEntry(const std::shared_ptr<const Session>& session, ULONG size
     const bool best = (flags & MAPI_BEST_ACCESS) == MAPI_BEST_ACCESS;
     const bool modify = (flags & MAPI_MODIFY) != 0;
     if (modify && !best && !session->Writable())
-    {
         Fail(MAPI_E_NO_ACCESS, L"The store is read-only");
-    }
     ComPtr<IUnknown> opened;
     ULONG openedType = MAPI_FOLDER;
     if (session->IsStore(size, entryId))
@@ -399,7 +367,7 @@ HRESULT OpenStoreEntry(const std::shared_ptr<const Session>& session, ULONG size
     else
     {
         const bool root = size == 0 || !entryId;
-        const Node node = root ? Node{Nodes::Root, NodeKind::Folder, Nodes::Root} : session->Require(size, entryId);
+        const Node node = root ? Node{Nodes::root, NodeKind::Folder, Nodes::root} : session->Require(size, entryId);
         if (IsFolder(node.kind))
         {
             RequireInterface(iid, {&IID_IMAPIFolder, &IID_IMAPIContainer, &IID_IMAPIProp, &IID_IUnknown});
@@ -415,9 +383,7 @@ HRESULT OpenStoreEntry(const std::shared_ptr<const Session>& session, ULONG size
     }
     *object = opened.Detach();
     if (type)
-    {
         *type = openedType;
-    }
     return S_OK;
 }
 } // namespace Testbed::Pst

@@ -17,12 +17,12 @@ namespace Testbed::Pst
 {
 namespace
 {
-constexpr wchar_t kOverlaySuffix[] = L".overlay";
-constexpr BYTE kPstMagic[] = {'!', 'B', 'D', 'N'};
-constexpr ULONG kFirstName = 0x8000;
-constexpr ULONG kLastName = 0xFFFE;
+constexpr wchar_t overlaySuffix[] = L".overlay";
+constexpr BYTE pstMagic[] = {'!', 'B', 'D', 'N'};
+constexpr ULONG firstName = 0x8000;
+constexpr ULONG lastName = 0xFFFE;
 // More than a sample store's two lines need.
-constexpr DWORD kHeadSize = 4096;
+constexpr DWORD headSize = 4096;
 
 class FileHandle
 {
@@ -33,9 +33,7 @@ public:
     ~FileHandle()
     {
         if (m_handle != INVALID_HANDLE_VALUE)
-        {
             CloseHandle(m_handle);
-        }
     }
     HANDLE Get() const noexcept { return m_handle; }
 
@@ -59,9 +57,7 @@ std::wstring StemOf(const std::wstring& path)
 std::wstring Upper(std::wstring text)
 {
     if (!text.empty())
-    {
         CharUpperBuffW(text.data(), static_cast<DWORD>(text.size()));
-    }
     return text;
 }
 
@@ -90,12 +86,10 @@ std::optional<std::string> ReadHead(const std::wstring& path)
             Fail(MAPI_E_DISK_ERROR, L"The file \"" + path + L"\" cannot be opened" + number);
         }
     }
-    std::string head(kHeadSize, '\0');
+    std::string head(headSize, '\0');
     DWORD read = 0;
-    if (!ReadFile(file.Get(), head.data(), kHeadSize, &read, nullptr))
-    {
+    if (!ReadFile(file.Get(), head.data(), headSize, &read, nullptr))
         Fail(MAPI_E_DISK_ERROR, L"The file \"" + path + L"\" cannot be read");
-    }
     head.resize(read);
     return head;
 }
@@ -122,13 +116,9 @@ public:
           m_created(created)
     {
         if (!created)
-        {
             m_bag = m_source->MessageSummary(node);
-        }
         if (!m_overlay)
-        {
             return;
-        }
         Overlay::Summary summary = m_overlay->ReadSummary(node.id);
         summary.changes.Apply(m_bag);
         m_removed = summary.changes.Removed();
@@ -138,26 +128,18 @@ public:
     std::optional<Description> Describe(ULONG id) const override
     {
         if (const Description* large = FindLarge(id))
-        {
             return *large;
-        }
         if (auto known = m_bag.Describe(id))
-        {
             return known;
-        }
         return MayHaveMore(id) ? Whole().Describe(id) : std::nullopt;
     }
 
     std::optional<PropValue> Load(ULONG id) const override
     {
         if (FindLarge(id))
-        {
             return m_overlay->ReadLarge(m_node.id, id);
-        }
         if (auto known = m_bag.Load(id))
-        {
             return known;
-        }
         return MayHaveMore(id) ? Whole().Load(id) : std::nullopt;
     }
 
@@ -165,9 +147,7 @@ public:
     {
         std::vector<ULONG> tags = m_bag.Tags();
         for (const Description& large : m_large)
-        {
             tags.push_back(large.tag);
-        }
         return tags;
     }
 
@@ -188,9 +168,7 @@ private:
     {
         const std::lock_guard lock(m_lock);
         if (!m_whole)
-        {
             m_whole = m_source->OpenMessage(m_node.id)->Properties();
-        }
         return *m_whole;
     }
 
@@ -219,9 +197,7 @@ std::wstring StoreCore::FullPath(const std::wstring& path)
     std::replace(cleaned.begin(), cleaned.end(), L'/', L'\\');
     const DWORD size = GetFullPathNameW(cleaned.c_str(), 0, nullptr, nullptr);
     if (size == 0)
-    {
         return cleaned;
-    }
     std::wstring full(size, L'\0');
     full.resize(GetFullPathNameW(cleaned.c_str(), size, full.data(), nullptr));
     return full;
@@ -240,36 +216,26 @@ std::shared_ptr<StoreCore> StoreCore::Open(const std::wstring& givenPath)
 
     const DWORD attributes = GetFileAttributesW(path.c_str());
     if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
-    {
         Fail(MAPI_E_CORRUPT_STORE, L"\"" + path + L"\" is a folder, not a PST file");
-    }
     const auto head = ReadHead(path);
     if (!head && GetFileAttributesW(FolderOf(path).c_str()) == INVALID_FILE_ATTRIBUTES)
-    {
         Fail(MAPI_E_NOT_FOUND, L"The folder of \"" + path + L"\" does not exist");
-    }
 
-    auto overlay = std::make_shared<Overlay>(path + kOverlaySuffix);
+    auto overlay = std::make_shared<Overlay>(path + overlaySuffix);
     const auto identity = overlay->ReadIdentity();
     std::shared_ptr<const StoreSource> source;
     if (!head)
     {
         if (identity && !identity->isNewStore)
-        {
             Fail(MAPI_E_NOT_FOUND, L"The PST file \"" + path + L"\" is gone, though changes to it are kept beside it");
-        }
         MAPIUID recordKey{};
         if (identity)
-        {
             std::memcpy(recordKey.ab, identity->recordKey.data(), sizeof(recordKey.ab));
-        }
         else
-        {
             recordKey = NewRecordKey();
-        }
         source = MakeNewStore(recordKey, identity ? identity->displayName : StemOf(path));
     }
-    else if (head->size() >= sizeof(kPstMagic) && std::memcmp(head->data(), kPstMagic, sizeof(kPstMagic)) == 0)
+    else if (head->size() >= sizeof(pstMagic) && std::memcmp(head->data(), pstMagic, sizeof(pstMagic)) == 0)
     {
         source = OpenPffFile(path);
     }
@@ -284,9 +250,7 @@ std::shared_ptr<StoreCore> StoreCore::Open(const std::wstring& givenPath)
 
     const Bytes recordKey = BytesOf(source->StoreProperties(), PR_RECORD_KEY);
     if (identity && (identity->recordKey != recordKey || identity->isNewStore == head.has_value()))
-    {
         Fail(MAPI_E_CORRUPT_STORE, L"The overlay file \"" + overlay->Path() + L"\" belongs to another store");
-    }
     overlay->SetIdentity({recordKey, !head, StemOf(path)});
     if (!head && !identity)
     {
@@ -345,22 +309,16 @@ void StoreCore::LoadIndex()
     m_children.clear();
     m_stored.clear();
     for (const NodeId id : m_overlay->ReadStoredNodes())
-    {
         m_stored.insert(id);
-    }
     for (const Overlay::NodeRecord& record : m_overlay->ReadNodes())
     {
         m_changes[record.node.id] = {record.node.parent, record.node.kind, record.created, record.removed};
         if (!record.removed)
-        {
             m_children[record.node.parent].insert(record.node.id);
-        }
     }
     m_names = m_source->NamedProperties();
     for (NamedProperty& name : m_overlay->ReadNames())
-    {
         m_names.push_back(std::move(name));
-    }
     m_generations.clear();
     m_counts.clear();
     ++m_generation;
@@ -391,13 +349,9 @@ std::optional<Node> StoreCore::Find(NodeId id)
     const auto change = m_changes.find(id);
     std::optional<Node> node;
     if (change == m_changes.end())
-    {
         node = m_source->Find(id);
-    }
     else if (!change->second.removed)
-    {
         node = Node{id, change->second.kind, change->second.parent};
-    }
     return node;
 }
 
@@ -405,9 +359,7 @@ Node StoreCore::Require(NodeId id)
 {
     const auto node = Find(id);
     if (!node)
-    {
         Fail(MAPI_E_OBJECT_DELETED, L"The object has been deleted");
-    }
     return *node;
 }
 
@@ -420,23 +372,17 @@ std::vector<NodeId> StoreCore::Merge(const std::vector<NodeId>& own, NodeId fold
         const auto change = m_changes.find(id);
         const bool search = KindOf(folder) == NodeKind::SearchFolder;
         if (change == m_changes.end() || (!change->second.removed && (search || change->second.parent == folder)))
-        {
             merged.push_back(id);
-        }
     }
     const auto children = m_children.find(folder);
     if (children == m_children.end())
-    {
         return merged;
-    }
     const std::set<NodeId> present(merged.begin(), merged.end());
     for (const NodeId id : children->second)
     {
         const Change& change = m_changes.at(id);
         if ((change.kind == kind || change.kind == otherKind) && !present.contains(id))
-        {
             merged.push_back(id);
-        }
     }
     return merged;
 }
@@ -476,13 +422,9 @@ bool StoreCore::IsBelow(NodeId folder, NodeId ancestor)
     for (auto node = Find(folder); node; node = Find(node->parent))
     {
         if (node->id == ancestor)
-        {
             return true;
-        }
         if (node->parent == node->id)
-        {
             break;
-        }
     }
     return false;
 }
@@ -492,12 +434,8 @@ std::optional<NodeId> StoreCore::FindSubFolder(NodeId parent, const std::wstring
     const std::lock_guard lock(m_lock);
     const std::wstring wanted = Upper(name);
     for (const NodeId id : SubFolders(parent))
-    {
         if (Upper(TextOf(FolderProperties(id), PR_DISPLAY_NAME)) == wanted)
-        {
             return id;
-        }
-    }
     return std::nullopt;
 }
 
@@ -507,9 +445,7 @@ StoreCore::Counts StoreCore::Count(NodeId folder)
     const std::uint64_t generation = Generation(folder);
     const auto known = m_counts.find(folder);
     if (known != m_counts.end() && known->second.first == generation)
-    {
         return known->second.second;
-    }
     Counts counts;
     const std::vector<NodeId> messages = Messages(folder, false);
     counts.messages = static_cast<LONG>(messages.size());
@@ -519,9 +455,7 @@ StoreCore::Counts StoreCore::Count(NodeId folder)
     {
         const auto node = Find(id);
         if (!node)
-        {
             continue;
-        }
         const bool own = !m_stored.contains(id) && !m_changes.contains(id);
         const bool read = own ? m_source->IsRead(*node) : (MessageLong(*node, PR_MESSAGE_FLAGS) & MSGFLAG_READ) != 0;
         counts.unread += read ? 0 : 1;
@@ -534,7 +468,7 @@ PropertyBag StoreCore::StoreProperties()
 {
     const std::lock_guard lock(m_lock);
     PropertyBag bag = m_source->StoreProperties();
-    m_overlay->ReadObject(Nodes::Store).Apply(bag);
+    m_overlay->ReadObject(Nodes::store).Apply(bag);
     return bag;
 }
 
@@ -542,7 +476,7 @@ void StoreCore::ChangeStore(const PropertyChanges& changes)
 {
     const std::lock_guard lock(m_lock);
     Write write(*this);
-    StoreObject(Nodes::Store, changes);
+    StoreObject(Nodes::store, changes);
     write.Commit();
     ++m_generation;
 }
@@ -553,9 +487,7 @@ PropertyBag StoreCore::FolderProperties(NodeId folder)
     Require(folder);
     PropertyBag bag = IsCreated(folder) ? PropertyBag() : m_source->FolderProperties(folder);
     if (m_stored.contains(folder))
-    {
         m_overlay->ReadObject(folder).Apply(bag);
-    }
     return bag;
 }
 
@@ -586,14 +518,10 @@ void StoreCore::PutNode(const Node& node, bool created, bool removed)
     m_overlay->WriteNode({node, created, removed});
     const auto known = m_changes.find(node.id);
     if (known != m_changes.end())
-    {
         m_children[known->second.parent].erase(node.id);
-    }
     m_changes[node.id] = {node.parent, node.kind, created, removed};
     if (!removed)
-    {
         m_children[node.parent].insert(node.id);
-    }
 }
 
 NodeId StoreCore::CreateFolder(NodeId parent, const PropertyBag& properties)
@@ -604,9 +532,7 @@ NodeId StoreCore::CreateFolder(NodeId parent, const PropertyBag& properties)
     const Node node{m_overlay->NewNode(NodeKind::Folder), NodeKind::Folder, parent};
     PropertyChanges changes;
     for (const auto& [id, value] : properties.Values())
-    {
         changes.Put(value);
-    }
     StoreObject(node.id, changes);
     PutNode(node, true, false);
     write.Commit();
@@ -621,16 +547,12 @@ void StoreCore::MoveFolder(NodeId folder, NodeId parent, const PropertyChanges& 
     Node node = Require(folder);
     Require(parent);
     if (IsBelow(parent, folder))
-    {
         Fail(MAPI_E_FOLDER_CYCLE, L"A folder cannot be moved into itself");
-    }
     const NodeId before = node.parent;
     node.parent = parent;
     PutNode(node, IsCreated(folder), false);
     if (!changes.Empty())
-    {
         StoreObject(folder, changes);
-    }
     write.Commit();
     Touch(before);
     Touch(parent);
@@ -640,9 +562,7 @@ void StoreCore::RemoveMessage(const Node& message)
 {
     const bool created = IsCreated(message.id);
     if (m_stored.erase(message.id) != 0)
-    {
         m_overlay->RemoveObject(message.id);
-    }
     PutNode(message, created, true);
     Touch(message.parent);
 }
@@ -653,16 +573,10 @@ void StoreCore::RemoveTree(NodeId folder)
     if (node.kind == NodeKind::Folder)
     {
         for (const NodeId child : SubFolders(folder))
-        {
             RemoveTree(child);
-        }
         for (const bool associated : {false, true})
-        {
             for (const NodeId message : Messages(folder, associated))
-            {
                 RemoveMessage(Require(message));
-            }
-        }
     }
     RemoveMessage(node);
 }
@@ -679,9 +593,7 @@ std::shared_ptr<const MessageContent> StoreCore::OpenMessage(const Node& message
 {
     const std::lock_guard lock(m_lock);
     if (IsCreated(message.id))
-    {
         return m_overlay->OpenMessage(message.id, nullptr);
-    }
     auto own = m_source->OpenMessage(message.id);
     return m_stored.contains(message.id) ? m_overlay->OpenMessage(message.id, std::move(own)) : own;
 }
@@ -695,9 +607,7 @@ std::shared_ptr<const PropertySource> StoreCore::MessageRow(const Node& message)
     if (!created && m_changes.contains(message.id))
     {
         if (const auto original = m_source->Find(message.id))
-        {
             own = *original;
-        }
     }
     return std::make_shared<MessageRowSource>(m_stored.contains(message.id) ? m_overlay : nullptr, m_source, own,
                                               created);
@@ -747,9 +657,7 @@ void StoreCore::ChangeMessages(const std::vector<std::pair<NodeId, PropertyChang
     }
     write.Commit();
     for (const NodeId folder : folders)
-    {
         Touch(folder);
-    }
 }
 
 void StoreCore::MoveMessages(const std::vector<NodeId>& messages, NodeId folder)
@@ -773,9 +681,7 @@ void StoreCore::DeleteMessages(const std::vector<NodeId>& messages)
     const std::lock_guard lock(m_lock);
     Write write(*this);
     for (const NodeId message : messages)
-    {
         RemoveMessage(Require(message));
-    }
     write.Commit();
 }
 
@@ -792,29 +698,21 @@ std::vector<ULONG> StoreCore::IdsOfNames(const std::vector<PropertyName>& names,
     std::vector<ULONG> ids;
     ids.reserve(names.size());
     for (const PropertyName& name : names)
-    {
         ids.push_back(IdOfName(name));
-    }
     if (!create || std::find(ids.begin(), ids.end(), 0u) == ids.end())
-    {
         return ids;
-    }
     Write write(*this);
     ids.clear();
-    ULONG next = kFirstName;
+    ULONG next = firstName;
     for (const NamedProperty& known : m_names)
-    {
         next = std::max(next, known.id + 1);
-    }
     for (const PropertyName& name : names)
     {
         ULONG id = IdOfName(name);
         if (id == 0)
         {
-            if (next > kLastName)
-            {
+            if (next > lastName)
                 Fail(MAPI_E_NOT_ENOUGH_RESOURCES, L"The store has no identifiers left for further named properties");
-            }
             id = next++;
             m_overlay->WriteName({id, name});
             m_names.push_back({id, name});

@@ -12,8 +12,8 @@ namespace Testbed::Pst
 {
 namespace
 {
-constexpr size_t kPathOffset = 22;
-constexpr size_t kUidOffset = 4;
+constexpr size_t pathOffset = 22;
+constexpr size_t uidOffset = 4;
 
 struct TagList
 {
@@ -24,42 +24,34 @@ struct TagList
 Bytes Unwrapped(const void* entryId, size_t size)
 {
     if (!entryId || size == 0)
-    {
         return {};
-    }
     if (auto unwrapped = UnwrapStoreEntryId(entryId, size))
-    {
         return std::move(unwrapped->entryId);
-    }
     const auto* bytes = static_cast<const BYTE*>(entryId);
     return Bytes(bytes, bytes + size);
 }
 } // namespace
 
-const MAPIUID ProviderUid = {
+const MAPIUID providerUid = {
     {0x1C, 0x83, 0x02, 0xA4, 0x6F, 0x51, 0x4B, 0x0D, 0x9E, 0x27, 0xD4, 0x5C, 0x3A, 0x90, 0x71, 0xEE}};
 
 Bytes MakeStoreEntryId(const MAPIUID& provider, const std::wstring& path)
 {
-    Bytes entryId(kPathOffset + (path.size() + 1) * sizeof(wchar_t), 0);
-    std::memcpy(entryId.data() + kUidOffset, provider.ab, sizeof(provider.ab));
-    std::memcpy(entryId.data() + kPathOffset, path.data(), path.size() * sizeof(wchar_t));
+    Bytes entryId(pathOffset + (path.size() + 1) * sizeof(wchar_t), 0);
+    std::memcpy(entryId.data() + uidOffset, provider.ab, sizeof(provider.ab));
+    std::memcpy(entryId.data() + pathOffset, path.data(), path.size() * sizeof(wchar_t));
     return entryId;
 }
 
 std::wstring PathOfStoreEntryId(const void* entryId, size_t size)
 {
     const Bytes bytes = Unwrapped(entryId, size);
-    if (bytes.size() < kPathOffset + sizeof(wchar_t) || (bytes.size() - kPathOffset) % sizeof(wchar_t) != 0)
-    {
+    if (bytes.size() < pathOffset + sizeof(wchar_t) || (bytes.size() - pathOffset) % sizeof(wchar_t) != 0)
         return {};
-    }
-    std::wstring path((bytes.size() - kPathOffset) / sizeof(wchar_t), L'\0');
-    std::memcpy(path.data(), bytes.data() + kPathOffset, path.size() * sizeof(wchar_t));
+    std::wstring path((bytes.size() - pathOffset) / sizeof(wchar_t), L'\0');
+    std::memcpy(path.data(), bytes.data() + pathOffset, path.size() * sizeof(wchar_t));
     if (path.back() != L'\0')
-    {
         return {};
-    }
     path.resize(path.find(L'\0'));
     return path;
 }
@@ -69,17 +61,13 @@ bool SameStore(const void* entryId1, size_t size1, const void* entryId2, size_t 
     const Bytes first = Unwrapped(entryId1, size1);
     const Bytes second = Unwrapped(entryId2, size2);
     if (first.empty() || second.empty())
-    {
         return false;
-    }
     if (first == second)
-    {
         return true;
-    }
     const std::wstring path1 = PathOfStoreEntryId(first.data(), first.size());
     const std::wstring path2 = PathOfStoreEntryId(second.data(), second.size());
     if (path1.empty() || path2.empty() ||
-        std::memcmp(first.data() + kUidOffset, second.data() + kUidOffset, sizeof(MAPIUID)) != 0)
+        std::memcmp(first.data() + uidOffset, second.data() + uidOffset, sizeof(MAPIUID)) != 0)
     {
         return false;
     }
@@ -92,34 +80,26 @@ StoreSettings ReadSettings(ULONG count, const SPropValue* values)
 {
     StoreSettings settings;
     // Wide texts come later in the list than narrow ones of the same meaning, and win.
-    const ULONG order[] = {Testbed::Tags::OfflineStorePathA, Testbed::Tags::OfflineStorePathW, Testbed::Tags::PstPathA,
-                           Testbed::Tags::PstPathW};
+    const ULONG order[] = {Testbed::Tags::offlineStorePathA, Testbed::Tags::offlineStorePathW, Testbed::Tags::pstPathA,
+                           Testbed::Tags::pstPathW};
     const std::vector<PropValue> copied = CopyProps(count, values);
     for (const ULONG tag : order)
     {
         for (const PropValue& value : copied)
-        {
             if (value.Tag() == tag && !value.AsText().empty())
-            {
                 settings.path = value.AsText();
-            }
-        }
     }
     for (const PropValue& value : copied)
-    {
         if (value.Tag() == PR_MDB_PROVIDER && value.AsBytes().size() == sizeof(MAPIUID))
-        {
             std::memcpy(settings.provider.ab, value.AsBytes().data(), sizeof(MAPIUID));
-        }
-    }
     return settings;
 }
 
 LPSPropTagArray SettingsTags()
 {
     static TagList list = {5,
-                           {Testbed::Tags::PstPathW, Testbed::Tags::PstPathA, Testbed::Tags::OfflineStorePathW,
-                            Testbed::Tags::OfflineStorePathA, PR_MDB_PROVIDER}};
+                           {Testbed::Tags::pstPathW, Testbed::Tags::pstPathA, Testbed::Tags::offlineStorePathW,
+                            Testbed::Tags::offlineStorePathA, PR_MDB_PROVIDER}};
     return reinterpret_cast<LPSPropTagArray>(&list);
 }
 

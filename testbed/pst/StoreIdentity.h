@@ -8,7 +8,7 @@
 namespace Testbed::Pst
 {
 /// The UID of this provider, for services that do not give one of their own as PR_MDB_PROVIDER.
-extern const MAPIUID ProviderUid;
+extern const MAPIUID providerUid;
 
 /// The store's own entry ID: 4 flag bytes of 0, the provider's UID, 2 bytes of 0, the path with its terminator.
 Bytes MakeStoreEntryId(const MAPIUID& provider, const std::wstring& path);
@@ -24,7 +24,7 @@ struct StoreSettings
 {
     /// Empty when there is none.
     std::wstring path;
-    MAPIUID provider = ProviderUid;
+    MAPIUID provider = providerUid;
 };
 
 /// The settings among property values: the path under PR_PST_PATH, else under the path of a configuration, wide before

@@ -26,14 +26,14 @@ enum class NodeKind
 /// The nodes that every PST file has under fixed numbers.
 namespace Nodes
 {
-constexpr NodeId Store = 0x21;
-constexpr NodeId NameMap = 0x61;
-constexpr NodeId Root = 0x122;
-constexpr NodeId Subtree = 0x8022;
-constexpr NodeId Finder = 0x8042;
-constexpr NodeId Wastebasket = 0x8062;
+constexpr NodeId store = 0x21;
+constexpr NodeId nameMap = 0x61;
+constexpr NodeId root = 0x122;
+constexpr NodeId subtree = 0x8022;
+constexpr NodeId finder = 0x8042;
+constexpr NodeId wastebasket = 0x8062;
 /// Nodes that are made in the overlay are numbered from here; no PST file comes near.
-constexpr NodeId FirstCreated = 0x80000000;
+constexpr NodeId firstCreated = 0x80000000;
 } // namespace Nodes
 
 /// The kind that a node's number says, or nothing for nodes that are no folder and no message.

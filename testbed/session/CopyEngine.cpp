@@ -13,13 +13,13 @@ namespace Testbed
 namespace
 {
 // Embedded messages within embedded messages, and folders within folders, deeper than this are taken for a cycle.
-constexpr int MaxDepth = 100;
-constexpr ULONG FirstNamedId = 0x8000;
-constexpr ULONG LastNamedId = 0xFFFE;
-constexpr LONG RowsAtOnce = 256;
+constexpr int maxDepth = 100;
+constexpr ULONG firstNamedId = 0x8000;
+constexpr ULONG lastNamedId = 0xFFFE;
+constexpr LONG rowsAtOnce = 256;
 
 // What tells where an object is and what its store makes of it; a copy has its own.
-constexpr ULONG PlaceTags[] = {
+constexpr ULONG placeTags[] = {
     PR_ENTRYID,     PR_PARENT_ENTRYID,     PR_RECORD_KEY,        PR_INSTANCE_KEY,  PR_STORE_ENTRYID,
     PR_OBJECT_TYPE, PR_STORE_RECORD_KEY,   PR_MDB_PROVIDER,      PR_ACCESS,        PR_ACCESS_LEVEL,
     PR_ATTACH_NUM,  PR_STORE_SUPPORT_MASK, PR_MAPPING_SIGNATURE, PR_CONTENT_COUNT, PR_CONTENT_UNREAD,
@@ -27,7 +27,7 @@ constexpr ULONG PlaceTags[] = {
 };
 
 // Properties that stand for what is in an object; they are copied by what they stand for.
-constexpr ULONG StructureTags[] = {
+constexpr ULONG structureTags[] = {
     PR_MESSAGE_RECIPIENTS, PR_MESSAGE_ATTACHMENTS, PR_ATTACH_DATA_OBJ,
     PR_CONTAINER_CONTENTS, PR_CONTAINER_HIERARCHY, PR_FOLDER_ASSOCIATED_CONTENTS,
 };
@@ -41,12 +41,12 @@ bool HasId(const ULONG (&tags)[N], ULONG id)
 bool IsStructure(ULONG tag)
 {
     // An attachment's data has one identifier, whether it is bytes or an object; bytes are a value like any other.
-    return HasId(StructureTags, PROP_ID(tag)) && PROP_TYPE(tag) != PT_BINARY;
+    return HasId(structureTags, PROP_ID(tag)) && PROP_TYPE(tag) != PT_BINARY;
 }
 
 bool IsNamed(ULONG tag)
 {
-    return PROP_ID(tag) >= FirstNamedId && PROP_ID(tag) <= LastNamedId;
+    return PROP_ID(tag) >= firstNamedId && PROP_ID(tag) <= lastNamedId;
 }
 
 bool IsStreamType(ULONG type)
@@ -59,16 +59,12 @@ template <class T>
 ComPtr<T> Ask(LPVOID object, LPCIID interfaceId, REFIID needed)
 {
     if (!object)
-    {
         Fail(MAPI_E_INVALID_PARAMETER, L"An object to be copied from or to is null.");
-    }
     const ComPtr<IUnknown> unknown(static_cast<IUnknown*>(object));
     const ComPtr<IUnknown> named = unknown.As<IUnknown>(interfaceId ? *interfaceId : needed);
     ComPtr<T> result = named ? unknown.As<T>(needed) : nullptr;
     if (!result)
-    {
         Fail(MAPI_E_INTERFACE_NOT_SUPPORTED, L"An object to be copied from or to does not have the interface named.");
-    }
     return result;
 }
 
@@ -78,9 +74,7 @@ public:
     explicit Progress(LPMAPIPROGRESS progress) : m_progress(progress)
     {
         if (m_progress && (FAILED(m_progress->GetMin(&m_min)) || FAILED(m_progress->GetMax(&m_max)) || m_max < m_min))
-        {
             m_progress = nullptr;
-        }
     }
 
     void Report(ULONG done, ULONG total) const
@@ -114,9 +108,7 @@ public:
     std::vector<PropValue> Read(IMAPIProp& object, const std::vector<ULONG>& tags) const
     {
         if (tags.empty())
-        {
             return {};
-        }
         const MapiBlock<SPropTagArray> array(m_memory, MakeTagArray(m_memory, tags));
         ULONG count = 0;
         MapiBlock<SPropValue> values(m_memory);
@@ -136,28 +128,20 @@ public:
     {
         MapiBlock<SPropTagArray> tags(m_memory);
         if (columns.empty())
-        {
             Check(table.QueryColumns(TBL_ALL_COLUMNS, tags.Put()), L"IMAPITable::QueryColumns failed.");
-        }
         else
-        {
             tags = MapiBlock<SPropTagArray>(m_memory, MakeTagArray(m_memory, columns));
-        }
         Check(table.SetColumns(tags.Get(), 0), L"IMAPITable::SetColumns failed.");
 
         std::vector<std::vector<PropValue>> all;
         for (;;)
         {
             MapiRows rows(m_memory);
-            Check(table.QueryRows(RowsAtOnce, 0, rows.Put()), L"IMAPITable::QueryRows failed.");
+            Check(table.QueryRows(rowsAtOnce, 0, rows.Put()), L"IMAPITable::QueryRows failed.");
             if (rows.Count() == 0)
-            {
                 return all;
-            }
             for (ULONG row = 0; row < rows.Count(); ++row)
-            {
                 all.push_back(CopyProps(rows[row].cValues, rows[row].lpProps));
-            }
         }
     }
 
@@ -165,37 +149,27 @@ public:
     void CopyTags(IMAPIProp& source, IMAPIProp& destination, const std::vector<ULONG>& tags, ULONG flags,
                   std::vector<SPropProblem>& problems, int depth) const
     {
-        if (depth > MaxDepth)
-        {
+        if (depth > maxDepth)
             Fail(MAPI_E_TOO_COMPLEX, L"Messages are embedded in each other too deeply.");
-        }
         std::set<ULONG> kept;
         if (flags & MAPI_NOREPLACE)
-        {
             for (const ULONG tag : TagsOf(destination))
-            {
                 kept.insert(PROP_ID(tag));
-            }
-        }
 
         std::vector<ULONG> plain;
         std::vector<ULONG> plainIndexes;
         for (ULONG index = 0; index < tags.size(); ++index)
         {
             const ULONG id = PROP_ID(tags[index]);
-            if (IsStructure(tags[index]) || HasId(PlaceTags, id) || kept.contains(id))
-            {
+            if (IsStructure(tags[index]) || HasId(placeTags, id) || kept.contains(id))
                 continue;
-            }
             plain.push_back(tags[index]);
             plainIndexes.push_back(index);
         }
         const std::vector<ULONG> copied = CopyPlain(source, destination, plain, plainIndexes, problems);
         CopyStructure(source, destination, tags, flags, problems, depth);
         if (flags & MAPI_MOVE)
-        {
             RemoveMoved(source, copied, tags);
-        }
     }
 
     // Copies one message into a new message of a folder and saves it.
@@ -221,9 +195,7 @@ public:
             const bool listed =
                 std::any_of(tags.begin(), tags.end(), [tag](ULONG known) { return PROP_ID(known) == PROP_ID(tag); });
             if (!listed)
-            {
                 tags.push_back(tag);
-            }
         };
         if (pointer.As<IMessage>(IID_IMessage))
         {
@@ -237,9 +209,7 @@ public:
             add(PR_CONTAINER_HIERARCHY);
         }
         if (pointer.As<IAttach>(IID_IAttachment))
-        {
             add(PR_ATTACH_DATA_OBJ);
-        }
         return tags;
     }
 
@@ -255,9 +225,7 @@ public:
               L"IMAPIContainer::OpenEntry failed.");
         ComPtr<T> result = object.As<T>(iid);
         if (!result)
-        {
             Fail(MAPI_E_INTERFACE_NOT_SUPPORTED, L"An entry is not what it is listed as.");
-        }
         return result;
     }
 
@@ -294,9 +262,7 @@ public:
             catch (const Failure& failure)
             {
                 if (failure.Result() == MAPI_E_NOT_ENOUGH_MEMORY)
-                {
                     throw;
-                }
             }
             reporter.Report(++done, static_cast<ULONG>(messages.size()));
         }
@@ -307,10 +273,8 @@ public:
     bool CopyContents(IMAPIFolder& source, IMAPIFolder& destination, bool messages, bool associated, bool subfolders,
                       LPMAPIPROGRESS progress, int depth) const
     {
-        if (depth > MaxDepth)
-        {
+        if (depth > maxDepth)
             Fail(MAPI_E_TOO_COMPLEX, L"Folders lie in each other too deeply.");
-        }
         bool complete = true;
         if (messages)
         {
@@ -334,9 +298,7 @@ public:
                 catch (const Failure& failure)
                 {
                     if (failure.Result() == MAPI_E_NOT_ENOUGH_MEMORY)
-                    {
                         throw;
-                    }
                     complete = false;
                 }
             }
@@ -353,9 +315,7 @@ public:
         std::wstring name = newName ? *newName : ownName ? ownName->AsText() : std::wstring();
         std::wstring commentText = comment ? comment->AsText() : std::wstring();
         if (name.empty())
-        {
             Fail(MAPI_E_BAD_VALUE, L"A folder without a name cannot be copied.");
-        }
         ComPtr<IMAPIFolder> copy;
         Check(destination.CreateFolder(FOLDER_GENERIC, static_cast<LPTSTR>(static_cast<void*>(name.data())),
                                        static_cast<LPTSTR>(static_cast<void*>(commentText.data())), nullptr,
@@ -381,12 +341,8 @@ private:
     {
         std::vector<Bytes> entryIds;
         for (const auto& row : RowsOf(table, {PR_ENTRYID}))
-        {
             if (!row.empty() && row.front().Type() == PT_BINARY)
-            {
                 entryIds.push_back(row.front().AsBytes());
-            }
-        }
         return entryIds;
     }
 
@@ -397,9 +353,7 @@ private:
         std::vector<ULONG> named;
         std::copy_if(tags.begin(), tags.end(), std::back_inserter(named), IsNamed);
         if (named.empty())
-        {
             return mapped;
-        }
         MapiBlock<SPropTagArray> asked(m_memory, MakeTagArray(m_memory, named));
         LPSPropTagArray askedTags = asked.Get();
         ULONG count = 0;
@@ -424,9 +378,7 @@ private:
         for (ULONG& tag : mapped)
         {
             if (!IsNamed(tag))
-            {
                 continue;
-            }
             const MAPINAMEID* const own = names[name++];
             if (!own || !own->lpguid)
             {
@@ -457,9 +409,7 @@ private:
             {
                 const SCODE code = value.AsLong();
                 if (code == MAPI_E_NOT_FOUND)
-                {
                     continue;
-                }
                 const HRESULT result = code == MAPI_E_NOT_ENOUGH_MEMORY && targets[at] != PR_NULL
                                            ? CopyByStream(source, destination, tags[at], targets[at])
                                            : code;
@@ -478,9 +428,7 @@ private:
             }
         }
         if (inlineValues.empty())
-        {
             return copied;
-        }
 
         const MapiBlock<SPropValue> array(m_memory, MakePropArray(m_memory, inlineValues));
         MapiBlock<SPropProblemArray> refused(m_memory);
@@ -491,17 +439,11 @@ private:
         {
             const SPropProblem& entry = refused->aProblem[i];
             if (entry.ulIndex < inlineAt.size() && bad.insert(entry.ulIndex).second)
-            {
                 problem(inlineAt[entry.ulIndex], entry.scode);
-            }
         }
         for (ULONG i = 0; i < inlineAt.size(); ++i)
-        {
             if (!bad.contains(i))
-            {
                 copied.push_back(tags[inlineAt[i]]);
-            }
-        }
         return copied;
     }
 
@@ -515,9 +457,7 @@ private:
         ComPtr<IStream> from;
         HRESULT result = source.OpenProperty(tag, &IID_IStream, 0, 0, from.PutAs<IUnknown>());
         if (FAILED(result))
-        {
             return result;
-        }
         ComPtr<IStream> to;
         result = destination.OpenProperty(target, &IID_IStream, STGM_READWRITE | STGM_CREATE, MAPI_CREATE | MAPI_MODIFY,
                                           to.PutAs<IUnknown>());
@@ -529,9 +469,7 @@ private:
         ULARGE_INTEGER none{};
         const HRESULT emptied = to.SetSize(none);
         if (FAILED(emptied))
-        {
             return emptied;
-        }
         ULARGE_INTEGER all;
         all.QuadPart = ULONGLONG(-1);
         const HRESULT result = from.CopyTo(&to, all, nullptr, nullptr);
@@ -556,21 +494,15 @@ private:
             {
             case PROP_ID(PR_MESSAGE_RECIPIENTS):
                 if (fromMessage && toMessage)
-                {
                     CopyRecipients(*fromMessage, *toMessage, flags);
-                }
                 break;
             case PROP_ID(PR_MESSAGE_ATTACHMENTS):
                 if (fromMessage && toMessage)
-                {
                     CopyAttachments(*fromMessage, *toMessage, flags, depth);
-                }
                 break;
             case PROP_ID(PR_ATTACH_DATA_OBJ):
                 if (fromAttach && toAttach)
-                {
                     result = CopyAttachedObject(*fromAttach, *toAttach, depth);
-                }
                 break;
             case PROP_ID(PR_CONTAINER_CONTENTS):
             case PROP_ID(PR_FOLDER_ASSOCIATED_CONTENTS):
@@ -588,9 +520,7 @@ private:
                 break;
             }
             if (FAILED(result))
-            {
                 problems.push_back({index, tags[index], result});
-            }
         }
     }
 
@@ -610,9 +540,7 @@ private:
                           });
         }
         if (rows.empty() && (flags & MAPI_NOREPLACE))
-        {
             return;
-        }
         // A row set and an address list have the same layout.
         const MapiRows list(m_memory, MakeRowSet(m_memory, rows));
         static_assert(sizeof(ADRENTRY) == sizeof(SRow) && offsetof(ADRLIST, aEntries) == offsetof(SRowSet, aRow));
@@ -627,21 +555,15 @@ private:
         Check(message.GetAttachmentTable(MAPI_UNICODE, table.Put()), L"IMessage::GetAttachmentTable failed.");
         std::vector<ULONG> numbers;
         for (const auto& row : RowsOf(*table, {PR_ATTACH_NUM}))
-        {
             numbers.push_back(static_cast<ULONG>(row.front().AsLong()));
-        }
         return numbers;
     }
 
     void CopyAttachments(IMessage& source, IMessage& destination, ULONG flags, int depth) const
     {
         if (!(flags & MAPI_NOREPLACE))
-        {
             for (const ULONG number : AttachmentsOf(destination))
-            {
                 Check(destination.DeleteAttach(number, 0, nullptr, 0), L"IMessage::DeleteAttach failed.");
-            }
-        }
         for (const ULONG number : AttachmentsOf(source))
         {
             ComPtr<IAttach> from;
@@ -654,9 +576,7 @@ private:
             const auto lost = std::find_if(problems.begin(), problems.end(), [](const SPropProblem& problem)
                                            { return PROP_ID(problem.ulPropTag) == PROP_ID(PR_ATTACH_DATA_OBJ); });
             if (lost != problems.end())
-            {
                 Check(lost->scode, L"An attachment's contents cannot be copied.");
-            }
             Check(to->SaveChanges(0), L"IAttach::SaveChanges failed.");
         }
     }
@@ -682,16 +602,12 @@ private:
         ComPtr<IMessage> from;
         HRESULT result = source.OpenProperty(PR_ATTACH_DATA_OBJ, &IID_IMessage, 0, 0, from.PutAs<IUnknown>());
         if (FAILED(result))
-        {
             return result;
-        }
         ComPtr<IMessage> to;
         result = destination.OpenProperty(PR_ATTACH_DATA_OBJ, &IID_IMessage, 0, MAPI_CREATE | MAPI_MODIFY,
                                           to.PutAs<IUnknown>());
         if (FAILED(result))
-        {
             return result;
-        }
         std::vector<SPropProblem> problems;
         CopyTags(*from, *to, WholeOf(*from), 0, problems, depth + 1);
         return to->SaveChanges(0);
@@ -722,9 +638,7 @@ private:
                                               MAPI_CREATE | MAPI_MODIFY, toStorage.PutAs<IUnknown>());
         }
         if (SUCCEEDED(result))
-        {
             result = fromStorage->CopyTo(0, nullptr, nullptr, toStorage.Get());
-        }
         return SUCCEEDED(result) ? toStorage->Commit(STGC_DEFAULT) : result;
     }
 
@@ -749,12 +663,8 @@ private:
                   L"IMessage::ModifyRecipients failed.");
         }
         if (message && asked(PR_MESSAGE_ATTACHMENTS))
-        {
             for (const ULONG number : AttachmentsOf(*message))
-            {
                 Check(message->DeleteAttach(number, 0, nullptr, 0), L"IMessage::DeleteAttach failed.");
-            }
-        }
     }
 
     MapiMemory m_memory;
@@ -765,22 +675,16 @@ void RequireNoCycle(const Copier& copier, IMAPIFolder& folder, IMAPIFolder& dest
 {
     const auto own = copier.ReadOne(folder, PR_ENTRYID);
     if (!own)
-    {
         return;
-    }
     ComPtr<IMAPIFolder> current(&destination);
-    for (int depth = 0; depth < MaxDepth; ++depth)
+    for (int depth = 0; depth < maxDepth; ++depth)
     {
         const auto entryId = copier.ReadOne(*current, PR_ENTRYID);
         if (entryId && *entryId == *own)
-        {
             Fail(MAPI_E_FOLDER_CYCLE, L"A folder cannot be copied into itself.");
-        }
         const auto parent = copier.ReadOne(*current, PR_PARENT_ENTRYID);
         if (!entryId || !parent || parent->AsBytes() == entryId->AsBytes())
-        {
             return;
-        }
         try
         {
             current = copier.Open<IMAPIFolder>(*current, parent->AsBytes(), IID_IMAPIFolder);
@@ -805,9 +709,7 @@ Pair AskBoth(const CopyToArguments& arguments)
     Pair pair{Ask<IMAPIProp>(arguments.source, arguments.sourceInterface, IID_IMAPIProp),
               Ask<IMAPIProp>(arguments.destination, arguments.destinationInterface, IID_IMAPIProp)};
     if (pair.source.As<IUnknown>(IID_IUnknown).Get() == pair.destination.As<IUnknown>(IID_IUnknown).Get())
-    {
         Fail(MAPI_E_NO_ACCESS, L"An object cannot be copied to itself.");
-    }
     return pair;
 }
 
@@ -821,20 +723,14 @@ bool Excludes(const CopyToArguments& arguments, REFIID iid)
 void CopyObject(const MapiMemory& memory, const CopyToArguments& arguments, std::vector<SPropProblem>& problems)
 {
     if (arguments.excludedInterfaceCount && !arguments.excludedInterfaces)
-    {
         Fail(MAPI_E_INVALID_PARAMETER, L"The list of excluded interfaces is null.");
-    }
     const Pair pair = AskBoth(arguments);
     const Copier copier(memory);
     std::vector<ULONG> tags = copier.WholeOf(*pair.source);
     std::set<ULONG> excluded;
     if (arguments.excludedTags)
-    {
         for (ULONG i = 0; i < arguments.excludedTags->cValues; ++i)
-        {
             excluded.insert(PROP_ID(arguments.excludedTags->aulPropTag[i]));
-        }
-    }
     // An excluded interface takes with it what it adds to the object's properties.
     const bool noProperties = Excludes(arguments, IID_IMAPIProp);
     const bool noStructure = Excludes(arguments, IID_IMessage) || Excludes(arguments, IID_IMAPIFolder) ||
@@ -852,9 +748,7 @@ void CopyProperties(const MapiMemory& memory, LPSPropTagArray tags, const CopyTo
                     std::vector<SPropProblem>& problems)
 {
     if (!tags || tags->cValues == 0)
-    {
         Fail(MAPI_E_INVALID_PARAMETER, L"No properties to copy are named.");
-    }
     const Pair pair = AskBoth(arguments);
     const Copier copier(memory);
     std::vector<ULONG> asked(tags->aulPropTag, tags->aulPropTag + tags->cValues);
@@ -865,9 +759,7 @@ void CopyProperties(const MapiMemory& memory, LPSPropTagArray tags, const CopyTo
         const auto found =
             std::find_if(own.begin(), own.end(), [tag](ULONG known) { return PROP_ID(known) == PROP_ID(tag); });
         if (PROP_TYPE(tag) == PT_UNSPECIFIED && found != own.end())
-        {
             tag = *found;
-        }
     }
     copier.CopyTags(*pair.source, *pair.destination, asked, arguments.flags, problems, 0);
 }
@@ -877,9 +769,7 @@ HRESULT CopyMessages(const MapiMemory& memory, LPCIID sourceInterface, LPVOID so
 {
     RequireFlags(flags, MESSAGE_MOVE | MESSAGE_DIALOG | MAPI_DECLINE_OK);
     if (messages.cValues && !messages.lpbin)
-    {
         Fail(MAPI_E_INVALID_PARAMETER, L"The list of messages is null.");
-    }
     const auto from = Ask<IMAPIFolder>(source, sourceInterface, IID_IMAPIFolder);
     const auto to = Ask<IMAPIFolder>(destination, destinationInterface, IID_IMAPIFolder);
 
@@ -897,14 +787,10 @@ HRESULT CopyMessages(const MapiMemory& memory, LPCIID sourceInterface, LPVOID so
         std::vector<SBinary> binaries;
         binaries.reserve(copied.size());
         for (Bytes& entryId : copied)
-        {
             binaries.push_back({static_cast<ULONG>(entryId.size()), entryId.data()});
-        }
         ENTRYLIST moved{static_cast<ULONG>(binaries.size()), binaries.data()};
         if (from->DeleteMessages(&moved, 0, nullptr, 0) != S_OK)
-        {
             result = MAPI_W_PARTIAL_COMPLETION;
-        }
     }
     return result;
 }
@@ -917,9 +803,7 @@ HRESULT CopyFolder(const MapiMemory& memory, LPCIID sourceInterface, LPVOID sour
     const auto parent = Ask<IMAPIFolder>(source, sourceInterface, IID_IMAPIFolder);
     const auto to = Ask<IMAPIFolder>(destination, destinationInterface, IID_IMAPIFolder);
     if (entryIdSize < sizeof(ENTRYID::abFlags) || !entryId)
-    {
         Fail(MAPI_E_INVALID_ENTRYID, L"The folder to copy has no entry ID.");
-    }
     const BYTE* const bytes = reinterpret_cast<const BYTE*>(entryId);
     const Copier copier(memory);
     const auto folder = copier.Open<IMAPIFolder>(*parent, Bytes(bytes, bytes + entryIdSize), IID_IMAPIFolder);
@@ -929,9 +813,7 @@ HRESULT CopyFolder(const MapiMemory& memory, LPCIID sourceInterface, LPVOID sour
     const auto name = newName ? std::optional(TextArgument(newName, flags)) : std::nullopt;
     const bool complete = copier.CopyFolderObject(*folder, *to, name, move || (flags & COPY_SUBFOLDERS), progress, 0);
     if (!complete)
-    {
         return MAPI_W_PARTIAL_COMPLETION;
-    }
     if (move)
     {
         Check(parent->DeleteFolder(entryIdSize, entryId, 0, nullptr, DEL_MESSAGES | DEL_FOLDERS),

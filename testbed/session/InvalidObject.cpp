@@ -26,9 +26,7 @@ std::map<void*, MapiMemory> g_memory;
 HRESULT STDMETHODCALLTYPE RefuseInterface(void*, REFIID, void** object)
 {
     if (object)
-    {
         *object = nullptr;
-    }
     return MAPI_E_INVALID_OBJECT;
 }
 
@@ -56,11 +54,11 @@ HRESULT STDMETHODCALLTYPE Refuse(void*)
     return MAPI_E_INVALID_OBJECT;
 }
 
-const std::array<const void*, MaxInvalidMethods>& Methods()
+const std::array<const void*, maxInvalidMethods>& Methods()
 {
-    static const std::array<const void*, MaxInvalidMethods> methods = []
+    static const std::array<const void*, maxInvalidMethods> methods = []
     {
-        std::array<const void*, MaxInvalidMethods> table;
+        std::array<const void*, maxInvalidMethods> table;
         table.fill(reinterpret_cast<const void*>(&Refuse));
         table[0] = reinterpret_cast<const void*>(&RefuseInterface);
         table[1] = reinterpret_cast<const void*>(&Add);
@@ -73,7 +71,7 @@ const std::array<const void*, MaxInvalidMethods>& Methods()
 
 void MakeObjectInvalid(const MapiMemory& memory, void* object, ULONG references, ULONG methods)
 {
-    if (methods < 3 || methods > MaxInvalidMethods || references == 0)
+    if (methods < 3 || methods > maxInvalidMethods || references == 0)
     {
         Fail(MAPI_E_INVALID_PARAMETER,
              L"An object to be made invalid has an impossible number of methods or references.");

@@ -6,7 +6,7 @@
 namespace Testbed
 {
 /// The most methods that an object made invalid can have; no MAPI interface has as many.
-constexpr ULONG MaxInvalidMethods = 64;
+constexpr ULONG maxInvalidMethods = 64;
 
 /// Replaces the method table of `object`, which has to be a block of its own from `memory` of at least 16 bytes. From
 /// then on AddRef and Release count from `references` on, the last Release frees the block, and every other method

@@ -61,18 +61,14 @@ std::wstring ErrorText(const MAPIERROR* error, ULONG flags)
 void GiveText(std::wstring* place, std::wstring text)
 {
     if (place)
-    {
         *place = std::move(text);
-    }
 }
 
 // Throws for a failing result of a provider's call, with what the provider had to say.
 void CheckCall(HRESULT result, const std::wstring& call, const std::wstring& text)
 {
     if (FAILED(result))
-    {
         Fail(result, call + L" failed: " + ResultText(result) + (text.empty() ? L"." : L", \"" + text + L"\"."));
-    }
 }
 
 constexpr const wchar_t* ContextName(ULONG context)
@@ -119,9 +115,7 @@ struct MailSession::State
     LoadedModule& Module()
     {
         if (!module)
-        {
             module = std::make_unique<LoadedModule>(service.modulePath);
-        }
         return *module;
     }
 
@@ -133,9 +127,7 @@ struct MailSession::State
             const PropertyBag section = profile->Section(uid);
             const PropValue* const name = section.Find(PROP_ID(PR_SERVICE_NAME));
             if (name && name->AsText() == service.serviceName && section.Find(PROP_ID(PR_SERVICE_ENTRY_NAME)))
-            {
                 return uid;
-            }
         }
         return {};
     }
@@ -155,26 +147,20 @@ struct MailSession::State
     {
         const std::vector<Uid> providers = ProvidersOf(*profile, RequireService());
         if (providers.empty())
-        {
             Fail(MAPI_E_UNCONFIGURED, L"The message service \"" + service.serviceName + L"\" has no store provider.");
-        }
         return providers.front();
     }
 
     HRESULT OpenEntry(ULONG size, LPENTRYID entryId, LPCIID iid, ULONG flags, ULONG* type, LPUNKNOWN* object) const
     {
         if (!store)
-        {
             return MAPI_E_UNKNOWN_ENTRYID;
-        }
         const auto wrapped = UnwrapStoreEntryId(entryId, size);
         if (wrapped && _stricmp(wrapped->dllName.c_str(), AnsiFromWide(DllName()).c_str()) == 0)
         {
             const HRESULT result = store->QueryInterface(iid ? *iid : IID_IMsgStore, reinterpret_cast<void**>(object));
             if (SUCCEEDED(result))
-            {
                 *type = MAPI_STORE;
-            }
             return result;
         }
         return logon ? logon->OpenEntry(size, entryId, iid, flags, type, object)
@@ -248,14 +234,10 @@ struct MailSession::State
         const PropertyBag properties = profile->Section(section);
         const PropValue* const value = properties.Find(PROP_ID(PR_ENTRYID));
         if (!value)
-        {
             return {};
-        }
         const auto unwrapped = UnwrapStoreEntryId(value->AsBytes().data(), value->AsBytes().size());
         if (!unwrapped)
-        {
             Fail(MAPI_E_INVALID_ENTRYID, L"The store's entry ID in the profile is not wrapped as MAPI wraps it.");
-        }
         return unwrapped->entryId;
     }
 
@@ -292,9 +274,7 @@ struct MailSession::State
 MailSession::MailSession(SessionOptions options) : m_state(std::make_shared<State>())
 {
     if (!options.profile)
-    {
         Fail(MAPI_E_INVALID_PARAMETER, L"A mail session needs a profile.");
-    }
     m_state->service = std::move(options.service);
     m_state->profile = std::move(options.profile);
     m_state->mapi = options.mapi ? std::move(options.mapi) : MapiModule::LoadRegistered();
@@ -362,9 +342,7 @@ void MailSession::CreateService()
     catch (...)
     {
         for (const Uid& provider : ProvidersOf(profile, uid))
-        {
             profile.Remove(provider);
-        }
         profile.Remove(uid);
         throw;
     }
@@ -379,7 +357,7 @@ void MailSession::Configure(const std::vector<PropValue>& values)
 
 void MailSession::ConfigurePath(const std::wstring& pstPath)
 {
-    Configure({PropValue::String(Tags::OfflineStorePathW, pstPath)});
+    Configure({PropValue::String(Tags::offlineStorePathW, pstPath)});
 }
 
 void MailSession::DeleteService()
@@ -407,9 +385,7 @@ void MailSession::LoadProvider()
 {
     State& state = *m_state;
     if (state.provider)
-    {
         return;
-    }
     LoadedModule& module = state.Module();
     // The header declares a function type, not a pointer type, for this one.
     const auto init = module.Find<MSPROVIDERINIT*>("MSProviderInit");
@@ -422,9 +398,7 @@ void MailSession::LoadProvider()
     state.providerVersion = version;
     CheckCall(result, L"The provider's initialisation", {});
     if (!provider)
-    {
         Fail(MAPI_E_CALL_FAILED, L"The provider's initialisation gave no provider object.");
-    }
     state.provider = std::move(provider);
 }
 
@@ -521,9 +495,7 @@ IMsgStore* MailSession::Store() const noexcept
 ComPtr<IMsgStore> MailSession::OpenStore() const
 {
     if (!m_state->store)
-    {
         Fail(MAPI_E_NOT_INITIALIZED, L"The session is not logged on to a message store.");
-    }
     return m_state->store;
 }
 

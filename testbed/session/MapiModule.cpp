@@ -42,9 +42,7 @@ std::shared_ptr<MapiModule> MapiModule::Load(const std::filesystem::path& path)
     }
     std::shared_ptr<MapiModule> loaded(new MapiModule(module, path));
     if (!loaded->m_memory)
-    {
         Fail(MAPI_E_VERSION, L"\"" + path.wstring() + L"\" is no MAPI module: it does not export MAPI's functions.");
-    }
     return loaded;
 }
 
@@ -55,9 +53,7 @@ std::shared_ptr<MapiModule> MapiModule::LoadRegistered()
     const RegistryKey client = name && !name->empty() ? RegistryKey::Open(mail.Get(), *name) : RegistryKey();
     const auto path = client ? client.ReadText(L"DllPathEx") : std::nullopt;
     if (!path)
-    {
         Fail(MAPI_E_NOT_INITIALIZED, L"No mail client with a MAPI module is registered on this computer.");
-    }
     return Load(*path);
 }
 
@@ -79,35 +75,27 @@ OlmapiStatistics MapiModule::Statistics() const noexcept
     OlmapiStatistics statistics{};
     statistics.cbSize = sizeof(statistics);
     if (const auto get = Find<OLMAPI_GET_STATISTICS>(m_module, "OlmapiGetStatistics"))
-    {
         get(&statistics);
-    }
     return statistics;
 }
 
 void MapiModule::FailAllocation(ULONG nth) const noexcept
 {
     if (const auto fail = Find<OLMAPI_FAIL_ALLOCATION>(m_module, "OlmapiFailAllocation"))
-    {
         fail(nth);
-    }
 }
 
 std::wstring MapiModule::LiveBlocks(ULONGLONG firstSerial) const
 {
     std::wstring text;
     if (const auto enumerate = Find<OLMAPI_ENUMERATE_BLOCKS>(m_module, "OlmapiEnumerateBlocks"))
-    {
         enumerate(firstSerial, AppendBlock, &text);
-    }
     return text;
 }
 
 void MapiModule::RequireNoBlocks(ULONGLONG firstSerial) const noexcept
 {
     if (const auto require = Find<OLMAPI_REQUIRE_NO_BLOCKS>(m_module, "OlmapiRequireNoBlocks"))
-    {
         require(firstSerial);
-    }
 }
 } // namespace Testbed

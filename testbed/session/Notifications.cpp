@@ -30,9 +30,7 @@ bool Notifications::Unsubscribe(ULONG connection)
     const std::lock_guard guard(m_lock);
     const auto found = m_subscriptions.find(connection);
     if (found == m_subscriptions.end())
-    {
         return false;
-    }
     dropped = std::move(found->second);
     m_subscriptions.erase(found);
     return true;
@@ -45,12 +43,8 @@ ULONG Notifications::Notify(const NOTIFKEY& key, ULONG count, LPNOTIFICATION not
     {
         const std::lock_guard guard(m_lock);
         for (const auto& [connection, subscription] : m_subscriptions)
-        {
             if (subscription.key == bytes)
-            {
                 subscriptions.push_back(subscription);
-            }
-        }
     }
 
     ULONG flags = 0;
@@ -58,12 +52,8 @@ ULONG Notifications::Notify(const NOTIFKEY& key, ULONG count, LPNOTIFICATION not
     {
         std::vector<NOTIFICATION> wanted;
         for (ULONG i = 0; i < count; ++i)
-        {
             if (notifications[i].ulEventType & subscription.mask)
-            {
                 wanted.push_back(notifications[i]);
-            }
-        }
         if (!wanted.empty() &&
             subscription.sink->OnNotify(static_cast<ULONG>(wanted.size()), wanted.data()) == CALLBACK_DISCONTINUE)
         {

@@ -18,9 +18,9 @@ namespace
 {
 using Json = nlohmann::json;
 
-constexpr const char* FormatName = "mail profile";
-constexpr int FormatVersion = 1;
-constexpr std::uintmax_t MaxFileSize = std::uintmax_t{64} * 1024 * 1024;
+constexpr const char* formatName = "mail profile";
+constexpr int formatVersion = 1;
+constexpr std::uintmax_t maxFileSize = std::uintmax_t{64} * 1024 * 1024;
 
 [[noreturn]] void Corrupt(const std::wstring& what)
 {
@@ -42,9 +42,7 @@ GUID GuidIn(const Json& json)
     const Bytes bytes = HexIn(json);
     GUID guid;
     if (bytes.size() != sizeof(guid))
-    {
         Corrupt(L"An identifier does not have 16 bytes.");
-    }
     std::memcpy(&guid, bytes.data(), sizeof(guid));
     return guid;
 }
@@ -69,9 +67,7 @@ struct ToJson
     {
         Json array = Json::array();
         for (const T& value : values)
-        {
             array.push_back((*this)(value));
-        }
         return array;
     }
 };
@@ -121,9 +117,7 @@ PropValue Multiple(ULONG tag, const Json& json)
 {
     std::vector<T> values;
     for (const Json& value : json)
-    {
         values.push_back(In<T>(value));
-    }
     return {tag, std::move(values)};
 }
 
@@ -184,9 +178,7 @@ ULONG TagIn(const std::string& key)
 {
     const Bytes bytes = BytesFromHex(WideFromUtf8(key));
     if (bytes.size() != sizeof(ULONG))
-    {
         Corrupt(L"A property tag does not have 8 digits.");
-    }
     return (ULONG(bytes[0]) << 24) | (ULONG(bytes[1]) << 16) | (ULONG(bytes[2]) << 8) | bytes[3];
 }
 
@@ -200,14 +192,10 @@ std::string KeyOf(ULONG tag)
 std::map<Uid, PropertyBag> Parse(const std::string& text)
 {
     const Json root = Json::parse(text);
-    if (root.at("format") != FormatName)
-    {
+    if (root.at("format") != formatName)
         Corrupt(L"It is of another format.");
-    }
-    if (root.at("version") != FormatVersion)
-    {
+    if (root.at("version") != formatVersion)
         Corrupt(L"It was written by another version.");
-    }
     std::map<Uid, PropertyBag> sections;
     for (const auto& [name, properties] : root.at("sections").items())
     {
@@ -216,9 +204,7 @@ std::map<Uid, PropertyBag> Parse(const std::string& text)
         std::memcpy(uid.ab, &guid, sizeof(uid.ab));
         PropertyBag& bag = sections[uid];
         for (const auto& [key, value] : properties.items())
-        {
             bag.Put(FromJson(TagIn(key), value));
-        }
     }
     return sections;
 }
@@ -226,16 +212,14 @@ std::map<Uid, PropertyBag> Parse(const std::string& text)
 std::string Format(const std::map<Uid, PropertyBag>& sections)
 {
     Json root;
-    root["format"] = FormatName;
-    root["version"] = FormatVersion;
+    root["format"] = formatName;
+    root["version"] = formatVersion;
     Json& all = root["sections"] = Json::object();
     for (const auto& [uid, bag] : sections)
     {
         Json& section = all[Utf8FromWide(uid.Text())] = Json::object();
         for (const auto& [id, value] : bag.Values())
-        {
             section[KeyOf(value.Tag())] = std::visit(ToJson(), value.Data());
-        }
     }
     return root.dump(2) + "\n";
 }
@@ -283,9 +267,7 @@ public:
     SCODE Remove(ULONG tag) override
     {
         if (!Merged().Find(PROP_ID(tag)))
-        {
             return MAPI_E_NOT_FOUND;
-        }
         m_changes[PROP_ID(tag)] = std::nullopt;
         return S_OK;
     }
@@ -295,19 +277,13 @@ public:
         // Taken out first, so that changes that cannot be written do not turn up with a later call.
         const auto changes = std::exchange(m_changes, {});
         if (!m_profile->HasSection(m_uid))
-        {
             Fail(MAPI_E_OBJECT_DELETED, L"The profile section has been deleted.");
-        }
         std::vector<PropValue> values;
         std::vector<ULONG> removed;
         for (const auto& [id, value] : changes)
-        {
             value ? values.push_back(*value) : removed.push_back(id);
-        }
         if (!changes.empty())
-        {
             m_profile->Change(m_uid, values, removed);
-        }
     }
 
 private:
@@ -315,16 +291,10 @@ private:
     {
         PropertyBag merged = m_profile->Section(m_uid);
         for (const auto& [id, value] : m_changes)
-        {
             if (value)
-            {
                 merged.Put(*value);
-            }
             else
-            {
                 merged.Erase(id);
-            }
-        }
         return merged;
     }
 
@@ -356,9 +326,7 @@ private:
     void RequireModify() const
     {
         if (!m_modify)
-        {
             Fail(MAPI_E_NO_ACCESS, L"The profile section is not open for writing.");
-        }
     }
 
     std::mutex m_lock;
@@ -448,9 +416,7 @@ STDMETHODIMP ProfileSection::CopyTo(ULONG ciidExclude, LPCIID rgiidExclude, LPSP
                        std::vector<SPropProblem> problems;
                        CopyObject(m_memory, arguments, problems);
                        if (lppProblems)
-                       {
                            *lppProblems = problems.empty() ? nullptr : MakeProblemArray(m_memory, problems);
-                       }
                    });
 }
 
@@ -471,9 +437,7 @@ STDMETHODIMP ProfileSection::CopyProps(LPSPropTagArray lpIncludeProps, ULONG, LP
                        std::vector<SPropProblem> problems;
                        CopyProperties(m_memory, lpIncludeProps, arguments, problems);
                        if (lppProblems)
-                       {
                            *lppProblems = problems.empty() ? nullptr : MakeProblemArray(m_memory, problems);
-                       }
                    });
 }
 
@@ -500,9 +464,7 @@ Uid Uid::Create()
 std::optional<Uid> Uid::From(const PropValue* value)
 {
     if (!value || value->Type() != PT_BINARY || value->AsBytes().size() != sizeof(MAPIUID))
-    {
         return {};
-    }
     Uid uid;
     std::memcpy(uid.ab, value->AsBytes().data(), sizeof(uid.ab));
     return uid;
@@ -520,14 +482,10 @@ std::shared_ptr<Profile> Profile::Open(const std::filesystem::path& file)
     const std::shared_ptr<Profile> profile(new Profile(file, file.stem().wstring()));
     std::error_code error;
     if (!std::filesystem::exists(file, error))
-    {
         return profile;
-    }
     std::ifstream stream(file, std::ios::binary);
-    if (!stream || std::filesystem::file_size(file, error) > MaxFileSize || error)
-    {
+    if (!stream || std::filesystem::file_size(file, error) > maxFileSize || error)
         Fail(MAPI_E_NO_ACCESS, L"The profile \"" + file.wstring() + L"\" cannot be read.");
-    }
     const std::string text{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
     try
     {
@@ -554,9 +512,7 @@ std::vector<Uid> Profile::Sections() const
     const std::lock_guard guard(m_lock);
     std::vector<Uid> uids;
     for (const auto& [uid, bag] : m_sections)
-    {
         uids.push_back(uid);
-    }
     return uids;
 }
 
@@ -579,13 +535,9 @@ void Profile::Change(const Uid& uid, const std::vector<PropValue>& values, const
     SectionMap changed = m_sections;
     PropertyBag& section = changed[uid];
     for (const PropValue& value : values)
-    {
         section.Put(value);
-    }
     for (const ULONG id : removed)
-    {
         section.Erase(id);
-    }
     Write(changed);
     m_sections = std::move(changed);
 }
@@ -604,14 +556,10 @@ void Profile::Remove(const Uid& uid)
 void Profile::Write(const SectionMap& sections) const
 {
     if (m_file.empty())
-    {
         return;
-    }
     std::error_code error;
     if (m_file.has_parent_path())
-    {
         std::filesystem::create_directories(m_file.parent_path(), error);
-    }
     std::filesystem::path fresh = m_file;
     fresh += L".new";
     const bool written = WriteFileThrough(fresh, Format(sections));
@@ -626,9 +574,7 @@ ComPtr<IProfSect> OpenSection(const std::shared_ptr<Profile>& profile, const Uid
                               const MapiMemory& memory)
 {
     if (!profile->HasSection(uid))
-    {
         Fail(MAPI_E_NOT_FOUND, L"The profile has no section " + uid.Text() + L".");
-    }
     return MakeObject<ProfileSection>(profile, uid, modify, memory);
 }
 } // namespace Testbed

@@ -15,9 +15,7 @@ void WriteProviderList(Profile& profile, const Uid& service, const std::vector<U
 {
     Bytes list;
     for (const Uid& provider : providers)
-    {
         list.insert(list.end(), std::begin(provider.ab), std::end(provider.ab));
-    }
     profile.Change(service, {PropValue::Binary(PR_STORE_PROVIDERS, std::move(list))});
 }
 
@@ -71,9 +69,7 @@ public:
                            Require(lpUID);
                            const std::vector<Uid> providers = ProvidersOf(*m_profile, m_service);
                            if (std::find(providers.begin(), providers.end(), Uid(*lpUID)) == providers.end())
-                           {
                                Fail(MAPI_E_NOT_FOUND, L"The message service has no such provider.");
-                           }
                            Tell(MSG_SERVICE_PROVIDER_DELETE, *lpUID);
                            DeleteProviderSection(*m_profile, m_service, *lpUID);
                        });
@@ -89,9 +85,7 @@ public:
                            RequireFlags(ulFlags, MAPI_MODIFY | MAPI_DEFERRED_ERRORS);
                            if (lpInterface && !IsEqualIID(*lpInterface, IID_IProfSect) &&
                                !IsEqualIID(*lpInterface, IID_IMAPIProp))
-                           {
                                Fail(MAPI_E_INTERFACE_NOT_SUPPORTED, L"A profile section is an IProfSect.");
-                           }
                            const bool modify = (ulFlags & MAPI_MODIFY) != 0;
                            const Uid uid = lpUID ? Uid(*lpUID) : m_service;
                            *lppProfSect = OpenSection(m_profile, uid, modify, m_memory).Detach();
@@ -102,9 +96,7 @@ private:
     static void Require(const void* pointer)
     {
         if (!pointer)
-        {
             Fail(MAPI_E_INVALID_PARAMETER, L"A required argument is null.");
-        }
     }
 
     ComPtr<IMAPITable> ProviderTable(ULONG flags) const
@@ -128,9 +120,7 @@ private:
         const auto definition = std::find_if(m_definitions.begin(), m_definitions.end(),
                                              [&name](const ProviderDefinition& known) { return known.name == name; });
         if (definition == m_definitions.end())
-        {
             Fail(MAPI_E_NOT_FOUND, L"The message service has no provider of the name \"" + name + L"\".");
-        }
         const Uid provider = CreateProviderSection(*m_profile, m_service, *definition, values);
         try
         {
@@ -147,9 +137,7 @@ private:
     void Tell(ULONG context, const Uid& provider) const
     {
         if (m_event)
-        {
             Check(m_event(context, provider), L"The message service refused.");
-        }
     }
 
     std::shared_ptr<Profile> m_profile;
@@ -190,9 +178,7 @@ void DeleteProviderSection(Profile& profile, const Uid& service, const Uid& prov
 {
     std::vector<Uid> providers = ProvidersOf(profile, service);
     if (std::erase(providers, provider) == 0)
-    {
         Fail(MAPI_E_NOT_FOUND, L"The message service has no such provider.");
-    }
     WriteProviderList(profile, service, providers);
     profile.Remove(provider);
 }

@@ -9,10 +9,10 @@ namespace Testbed
 {
 namespace
 {
-constexpr const wchar_t* ClientName = L"Microsoft Outlook";
-constexpr const wchar_t* MailPath = L"Software\\Clients\\Mail";
-constexpr const wchar_t* ClientPath = L"Software\\Clients\\Mail\\Microsoft Outlook";
-constexpr const wchar_t* AppPath = L"Software\\Microsoft\\Windows\\CurrentVersion\\App Paths\\outlook.exe";
+constexpr const wchar_t* clientName = L"Microsoft Outlook";
+constexpr const wchar_t* mailPath = L"Software\\Clients\\Mail";
+constexpr const wchar_t* clientPath = L"Software\\Clients\\Mail\\Microsoft Outlook";
+constexpr const wchar_t* appPath = L"Software\\Microsoft\\Windows\\CurrentVersion\\App Paths\\outlook.exe";
 
 void CheckRegistry(LSTATUS error, const std::wstring& path)
 {
@@ -43,31 +43,27 @@ void RegisterMailClient(const std::filesystem::path& folder)
     std::error_code error;
     const std::filesystem::path full = std::filesystem::absolute(folder, error);
     for (const wchar_t* name : {L"outlook.exe", L"olmapi32.dll", L"mspst32.dll"})
-    {
         if (!std::filesystem::is_regular_file(full / name, error))
-        {
             Fail(MAPI_E_NOT_FOUND, L"\"" + (full / name).wstring() + L"\" is not there.");
-        }
-    }
-    WriteText(MailPath, nullptr, ClientName);
-    WriteText(ClientPath, nullptr, ClientName);
-    WriteText(ClientPath, L"DllPathEx", (full / L"olmapi32.dll").wstring());
-    WriteText(AppPath, nullptr, (full / L"outlook.exe").wstring());
-    WriteText(AppPath, L"Path", full.wstring());
+    WriteText(mailPath, nullptr, clientName);
+    WriteText(clientPath, nullptr, clientName);
+    WriteText(clientPath, L"DllPathEx", (full / L"olmapi32.dll").wstring());
+    WriteText(appPath, nullptr, (full / L"outlook.exe").wstring());
+    WriteText(appPath, L"Path", full.wstring());
 }
 
 void UnregisterMailClient()
 {
-    DeleteKey(AppPath);
-    DeleteKey(ClientPath);
-    const RegistryKey mail = RegistryKey::Open(HKEY_LOCAL_MACHINE, MailPath);
+    DeleteKey(appPath);
+    DeleteKey(clientPath);
+    const RegistryKey mail = RegistryKey::Open(HKEY_LOCAL_MACHINE, mailPath);
     const auto defaultClient = mail ? mail.ReadText(nullptr) : std::nullopt;
-    if (defaultClient && *defaultClient == ClientName)
+    if (defaultClient && *defaultClient == clientName)
     {
         LSTATUS error = ERROR_SUCCESS;
-        const RegistryKey writable = RegistryKey::Create(HKEY_LOCAL_MACHINE, MailPath, error);
-        CheckRegistry(error, MailPath);
-        CheckRegistry(RegDeleteValueW(writable.Get(), nullptr), MailPath);
+        const RegistryKey writable = RegistryKey::Create(HKEY_LOCAL_MACHINE, mailPath, error);
+        CheckRegistry(error, mailPath);
+        CheckRegistry(RegDeleteValueW(writable.Get(), nullptr), mailPath);
     }
 }
 } // namespace Testbed

@@ -12,8 +12,8 @@
 
 namespace
 {
-constexpr int ExitFailed = 1;
-constexpr int ExitUsage = 2;
+constexpr int exitFailed = 1;
+constexpr int exitUsage = 2;
 } // namespace
 
 // The C runtime calls it by its name.
@@ -34,18 +34,14 @@ int wmain(int argc, wchar_t** argv) // NOLINT(misc-use-internal-linkage)
     {
         std::vector<std::string> arguments;
         for (int i = argc - 1; i > 0; --i)
-        {
             arguments.push_back(Testbed::Utf8FromWide(argv[i]));
-        }
         app.parse(arguments);
         if (!remove && folder.empty())
-        {
             throw CLI::RequiredError("FOLDER or --remove");
-        }
     }
     catch (const CLI::ParseError& error)
     {
-        return app.exit(error) == 0 ? 0 : ExitUsage;
+        return app.exit(error) == 0 ? 0 : exitUsage;
     }
 
     try
@@ -65,6 +61,6 @@ int wmain(int argc, wchar_t** argv) // NOLINT(misc-use-internal-linkage)
     catch (const std::exception& exception)
     {
         std::fprintf(stderr, "testbed-setup: %s\n", exception.what());
-        return ExitFailed;
+        return exitFailed;
     }
 }

@@ -20,12 +20,8 @@ void StatusRows::Modify(const Uid& provider, const std::vector<PropValue>& value
     const std::lock_guard guard(m_lock);
     PropertyBag row = update ? m_rows[provider] : PropertyBag();
     for (const PropValue& value : values)
-    {
         if (value.Type() != PT_NULL && !value.IsError())
-        {
             row.Put(value);
-        }
-    }
     row.Put(PropValue::Uid(PR_INSTANCE_KEY, provider));
     m_rows[provider] = std::move(row);
 }
@@ -49,9 +45,7 @@ ComPtr<IMAPITable> StatusRows::OpenTable(const MapiMemory& memory, ULONG flags) 
     {
         const std::lock_guard guard(m_lock);
         for (const auto& [provider, row] : m_rows)
-        {
             rows.push_back(row);
-        }
     }
     return CreateTable(std::make_shared<MemoryRows>(StatusColumns(), std::move(rows)), memory, flags, L"MAPI");
 }

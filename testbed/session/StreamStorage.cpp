@@ -50,9 +50,7 @@ public:
         const std::lock_guard guard(m_lock);
         const HRESULT result = m_stream->Stat(pstatstg, grfStatFlag);
         if (SUCCEEDED(result))
-        {
             pstatstg->type = STGTY_LOCKBYTES;
-        }
         return result;
     }
 
@@ -78,14 +76,10 @@ ComPtr<ILockBytes> LockBytesOf(IUnknown& source, LPCIID interfaceId)
     else if (!interfaceId || IsEqualIID(*interfaceId, IID_IStream))
     {
         if (auto stream = ComPtr<IUnknown>(&source).As<IStream>(IID_IStream))
-        {
             bytes = MakeObject<StreamLockBytes>(std::move(stream));
-        }
     }
     if (!bytes)
-    {
         Fail(MAPI_E_INTERFACE_NOT_SUPPORTED, L"A storage is made of a stream or of lock bytes.");
-    }
     return bytes;
 }
 } // namespace

@@ -14,9 +14,7 @@ template <class T>
 void Require(const T* pointer)
 {
     if (!pointer)
-    {
         Fail(MAPI_E_INVALID_PARAMETER, L"A required argument of a support call is null.");
-    }
 }
 
 class SupportObject final : public ComObject<IMAPISupport, &IID_IMAPISup>
@@ -39,9 +37,7 @@ private:
                            std::vector<SPropProblem> found;
                            body(found);
                            if (problems)
-                           {
                                *problems = found.empty() ? nullptr : MakeProblemArray(m_context.memory, found);
-                           }
                        });
     }
 
@@ -58,9 +54,7 @@ STDMETHODIMP SupportObject::GetMemAllocRoutines(LPALLOCATEBUFFER* lpAllocateBuff
                                                 LPFREEBUFFER* lpFreeBuffer)
 {
     if (!lpAllocateBuffer || !lpAllocateMore || !lpFreeBuffer)
-    {
         return MAPI_E_INVALID_PARAMETER;
-    }
     *lpAllocateBuffer = m_context.memory.AllocateBufferRoutine();
     *lpAllocateMore = m_context.memory.AllocateMoreRoutine();
     *lpFreeBuffer = m_context.memory.FreeBufferRoutine();
@@ -87,9 +81,7 @@ STDMETHODIMP SupportObject::Unsubscribe(ULONG ulConnection)
                    [&]
                    {
                        if (!m_context.notifications->Unsubscribe(ulConnection))
-                       {
                            Fail(MAPI_E_NOT_FOUND, L"There is no such subscription.");
-                       }
                    });
 }
 
@@ -102,9 +94,7 @@ STDMETHODIMP SupportObject::Notify(LPNOTIFKEY lpKey, ULONG cNotification, LPNOTI
                        Require(lpKey);
                        Require(lpulFlags);
                        if (cNotification)
-                       {
                            Require(lpNotifications);
-                       }
                        RequireFlags(*lpulFlags, NOTIFY_SYNC);
                        *lpulFlags = m_context.notifications->Notify(*lpKey, cNotification, lpNotifications);
                    });
@@ -183,9 +173,7 @@ STDMETHODIMP SupportObject::SetProviderUID(LPMAPIUID lpProviderID, ULONG ulFlags
                        Require(lpProviderID);
                        RequireFlags(ulFlags, 0);
                        if (m_context.setProviderUid)
-                       {
                            m_context.setProviderUid(*lpProviderID);
-                       }
                    });
 }
 
@@ -231,13 +219,9 @@ STDMETHODIMP SupportObject::OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCI
                        Require(lpulObjType);
                        Require(lppUnk);
                        if (cbEntryID)
-                       {
                            Require(lpEntryID);
-                       }
                        if (!m_context.openEntry)
-                       {
                            Fail(MAPI_E_UNKNOWN_ENTRYID, L"No provider of the session is logged on.");
-                       }
                        return m_context.openEntry(cbEntryID, lpEntryID, lpInterface, ulOpenFlags, lpulObjType, lppUnk);
                    });
 }
@@ -397,9 +381,7 @@ STDMETHODIMP SupportObject::WrapStoreEntryID(ULONG cbOrigEntry, LPENTRYID lpOrig
                        Require(lpcbWrappedEntry);
                        Require(lppWrappedEntry);
                        if (cbOrigEntry < sizeof(ENTRYID::abFlags))
-                       {
                            Fail(MAPI_E_INVALID_ENTRYID, L"An entry ID is too short.");
-                       }
                        const Bytes wrapped = WrapStoreEntryId(m_context.dllName, lpOrigEntry, cbOrigEntry);
                        auto* const block = static_cast<ENTRYID*>(m_context.memory.Allocate(wrapped.size()));
                        std::memcpy(block, wrapped.data(), wrapped.size());

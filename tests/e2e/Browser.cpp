@@ -13,7 +13,7 @@ namespace Tests
 {
 namespace
 {
-constexpr DWORD LongestRun = 15 * 60 * 1000;
+constexpr DWORD longestRun = 15 * 60 * 1000;
 
 class Handle
 {
@@ -22,9 +22,7 @@ public:
     ~Handle()
     {
         if (m_handle && m_handle != INVALID_HANDLE_VALUE)
-        {
             CloseHandle(m_handle);
-        }
     }
     Handle(const Handle&) = delete;
     Handle& operator=(const Handle&) = delete;
@@ -40,9 +38,7 @@ HANDLE CreateInheritable(const std::filesystem::path& file)
     const HANDLE handle = CreateFileW(file.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, &inheritable,
                                       CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (handle == INVALID_HANDLE_VALUE)
-    {
         Fail(MAPI_E_NO_ACCESS, L"\"" + file.wstring() + L"\" cannot be written.");
-    }
     return handle;
 }
 
@@ -79,9 +75,7 @@ public:
         const std::filesystem::path program = std::filesystem::path(bin ? bin : L".") / "archive-browser.exe";
         std::wstring line = Quoted(program.wstring()) + L" --profile " + Quoted((folder / "test.profile").wstring());
         for (const std::wstring& argument : arguments)
-        {
             line += L" " + Quoted(argument);
-        }
         STARTUPINFOW startup{};
         startup.cb = sizeof(startup);
         startup.dwFlags = STARTF_USESTDHANDLES;
@@ -90,9 +84,7 @@ public:
         startup.hStdError = m_errors.Get();
         PROCESS_INFORMATION information{};
         if (!Tests::StartProcess(program.c_str(), line.data(), true, folder.c_str(), startup, information))
-        {
             Fail(MAPI_E_NOT_FOUND, L"\"" + program.wstring() + L"\" cannot be started.");
-        }
         m_process = std::make_unique<Handle>(information.hProcess);
         const Handle thread(information.hThread);
     }
@@ -101,7 +93,7 @@ public:
     void Kill() const
     {
         TerminateProcess(m_process->Get(), 99);
-        Wait(LongestRun);
+        Wait(longestRun);
     }
     DWORD ExitCode() const
     {
@@ -124,7 +116,7 @@ private:
 BrowserRun RunBrowser(const std::filesystem::path& folder, const std::vector<std::wstring>& arguments)
 {
     const Process process(folder, arguments);
-    if (!process.Wait(LongestRun))
+    if (!process.Wait(longestRun))
     {
         process.Kill();
         ADD_FAILURE() << "the browser did not come to an end: " << process.Output();
@@ -148,12 +140,10 @@ bool KillBrowser(const std::filesystem::path& folder, const std::vector<std::wst
 {
     const Process process(folder, arguments);
     constexpr DWORD pause = 20;
-    for (DWORD waited = 0; waited < LongestRun; waited += pause)
+    for (DWORD waited = 0; waited < longestRun; waited += pause)
     {
         if (process.Wait(pause))
-        {
             return false;
-        }
         if (enough(process.Output()))
         {
             process.Kill();

@@ -32,9 +32,7 @@ void ExpectExplained(const std::filesystem::path& file, const std::vector<std::w
 TEST(DiffTest, SmallFilesHaveNoUnexplainedDifference)
 {
     for (const std::filesystem::path& file : SmallFiles())
-    {
         ExpectExplained(file, {});
-    }
 }
 
 TEST(DiffTest, OtherSettingsHaveNoUnexplainedDifference)
@@ -62,9 +60,7 @@ TEST(DiffTest, TheStoreDiffersInExactlyWhatMakesItAnArchive)
         std::map<std::string, std::string> differences;
         const Json diff = RunBrowserJson(folder, arguments);
         for (const Json& difference : diff["differences"])
-        {
             differences[difference["property"]] = difference["wrapped"];
-        }
         return differences;
     };
     const auto archive = storeDifferences({});
@@ -73,13 +69,9 @@ TEST(DiffTest, TheStoreDiffersInExactlyWhatMakesItAnArchive)
         "PR_ACCESS",        "PR_ACCESS_LEVEL",       "PR_ENTRYID",      "PR_IPM_SUBTREE_ENTRYID",
         "PR_STORE_ENTRYID", "PR_STORE_SUPPORT_MASK", "PR_MDB_PROVIDER", "PR_STORE_UNICODE_MASK"};
     for (size_t index = 0; index + 2 < expected.size(); ++index)
-    {
         EXPECT_TRUE(archive.contains(expected[index])) << expected[index];
-    }
     for (const auto& [name, value] : archive)
-    {
         EXPECT_NE(std::find(expected.begin(), expected.end(), name), expected.end()) << name;
-    }
     EXPECT_EQ(archive.at("PR_ACCESS"), "2 (0x2)");
     EXPECT_EQ(archive.at("PR_ACCESS_LEVEL"), "0 (0x0)");
     const auto modifiable = storeDifferences({L"--modify"});

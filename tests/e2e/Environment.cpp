@@ -19,9 +19,7 @@ std::filesystem::path FolderOf(const wchar_t* variable)
 {
     const wchar_t* const path = _wgetenv(variable);
     if (!path)
-    {
         Fail(MAPI_E_NOT_FOUND, std::wstring(variable) + L" is not set; the tests are started by ctest.");
-    }
     return path;
 }
 
@@ -87,9 +85,7 @@ std::filesystem::path NewFolder()
     const testing::TestInfo& test = *testing::UnitTest::GetInstance()->current_test_info();
     std::string name = std::string(test.test_suite_name()) + "." + test.name();
     for (char& character : name)
-    {
         character = character == '/' ? '_' : character;
-    }
     const std::filesystem::path folder = FolderOf(L"KIVNST_TEST_TEMP") / name;
     std::filesystem::remove_all(folder);
     std::filesystem::create_directories(folder);
@@ -116,9 +112,7 @@ std::string ContentsOf(const std::filesystem::path& file)
     std::ifstream stream(file, std::ios::binary);
     std::ostringstream contents;
     if (stream)
-    {
         contents << stream.rdbuf();
-    }
     return contents.str();
 }
 

@@ -30,14 +30,14 @@ TEST(HostTest, UnknownOptionsAreRefusedWithATextAndNothingIsStored)
     session.CreateService();
     std::wstring text;
     EXPECT_EQ(session.CallEntry(MSG_SERVICE_CONFIGURE,
-                                {PropValue::String(Testbed::Tags::OfflineStorePathW, L"C:\\somewhere.pst"),
+                                {PropValue::String(Testbed::Tags::offlineStorePathW, L"C:\\somewhere.pst"),
                                  PropValue::Long(PR_ARCHIVE_HOST_OPTIONS, 0x40)},
                                 &text),
               MAPI_E_INVALID_PARAMETER);
     EXPECT_NE(text.find(L"0x00000040"), std::wstring::npos) << Utf8FromWide(text);
     const PropertyBag section = profile->Section(session.ServiceSection());
     EXPECT_EQ(section.Find(PROP_ID(PR_ARCHIVE_HOST_OPTIONS)), nullptr);
-    EXPECT_EQ(section.Find(PROP_ID(Testbed::Tags::OfflineStorePathW)), nullptr);
+    EXPECT_EQ(section.Find(PROP_ID(Testbed::Tags::offlineStorePathW)), nullptr);
 }
 
 TEST(HostTest, FailuresOfTheLibraryComeAsCodesWithATextAndALogLine)
@@ -51,9 +51,7 @@ TEST(HostTest, FailuresOfTheLibraryComeAsCodesWithATextAndALogLine)
     EXPECT_EQ(session.CallEntry(MSG_SERVICE_CONFIGURE, {}, &text, false), MAPI_E_INVALID_PARAMETER);
     bool caught = false;
     for (const LogRecorder::Line& line : log.Take())
-    {
         caught = caught || line.text.starts_with("Caught exception at ArchiveHost.cpp, ServiceEntry");
-    }
     EXPECT_TRUE(caught);
 }
 
@@ -82,7 +80,7 @@ TEST(HostTest, TheLogFileSettingSendsTheLogThere)
     {
         MailSession session(HostOptions(profile));
         session.CreateService();
-        session.Configure({PropValue::String(Testbed::Tags::OfflineStorePathW, (folder / "archive.pst").wstring()),
+        session.Configure({PropValue::String(Testbed::Tags::offlineStorePathW, (folder / "archive.pst").wstring()),
                            PropValue::String(PR_ARCHIVE_HOST_LOG_FILE, (folder / "host.log").wstring())});
         session.Logon();
         EXPECT_EQ(session.Store()->SetReceiveFolder(nullptr, 0, 0, nullptr), MAPI_E_NO_ACCESS);
@@ -148,9 +146,7 @@ TEST(HostTest, AFolderWithoutAReadableNameRefusesAllTheSame)
     EXPECT_EQ(status, 0x5A5A5A5Au);
     size_t caught = 0;
     for (const LogRecorder::Line& line : log.Take())
-    {
         caught += line.text.starts_with("Caught exception at ArchiveStore.cpp, ArchiveHost::CArchiveFolder::") ? 1 : 0;
-    }
     EXPECT_EQ(caught, 8u);
 }
 } // namespace

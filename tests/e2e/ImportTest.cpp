@@ -27,9 +27,7 @@ std::map<std::string, size_t> Folders(const Json& tree)
     {
         folders[path] = node["messages"];
         for (const Json& child : node["folders"])
-        {
             walk(child, path + "/" + child["name"].get<std::string>());
-        }
     };
     walk(tree, "");
     return folders;
@@ -100,9 +98,7 @@ TEST(ImportTest, AnImportThatWasKilledIsFinishedByTheNextWithoutDuplicates)
     {
         size_t count = 0;
         for (size_t at = output.find(" new\n"); at != std::string::npos; at = output.find(" new\n", at + 1))
-        {
             ++count;
-        }
         return count > lines;
     };
     ASSERT_TRUE(KillBrowser(folder, {L"import", source.wstring()}, oneMoreFolder));
@@ -119,9 +115,7 @@ TEST(ImportTest, AnImportThatWasKilledIsFinishedByTheNextWithoutDuplicates)
     ExpectVerified(folder, source);
     size_t total = 0;
     for (const auto& [path, count] : Folders(RunBrowserJson(folder, {L"tree"})))
-    {
         total += count;
-    }
     EXPECT_EQ(total, 240u);
 }
 

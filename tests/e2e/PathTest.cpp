@@ -31,7 +31,7 @@ std::filesystem::path CopyFetched(const std::filesystem::path& folder, const wch
     return file.empty() ? file : CopyInto(folder, file);
 }
 
-const Input Inputs[] = {
+const Input inputs[] = {
     {"Outlook", [](const std::filesystem::path& folder) { return CopyInto(folder, SmallFiles()[0]); }, 0},
     {"Sample1", [](const std::filesystem::path& folder) { return CopyInto(folder, SmallFiles()[1]); }, 0},
     {"Submessage", [](const std::filesystem::path& folder) { return CopyInto(folder, SmallFiles()[2]); }, 0},
@@ -74,18 +74,14 @@ size_t ReadMessages(const MapiMemory& memory, IMsgStore& store, const Bytes& ent
         ReadText(memory, *message, PR_BODY_W);
         Recipients(memory, *message);
         for (const ULONG number : AttachmentNumbers(memory, *message))
-        {
             EXPECT_FALSE(ReadProperties(memory, *OpenAttachment(*message, number), true).values.empty());
-        }
         EXPECT_EQ(LongOf(memory, *message, PR_ACCESS), LONG(MAPI_ACCESS_READ));
         EXPECT_EQ(LongOf(memory, *message, PR_ACCESS_LEVEL), 0);
         EXPECT_EQ(message->SaveChanges(0), MAPI_E_NO_ACCESS);
         ++count;
     }
     for (const FolderRow& row : SubFolders(memory, *folder))
-    {
         count += row.type == FOLDER_SEARCH ? 0 : ReadMessages(memory, store, row.entryId);
-    }
     return count;
 }
 
@@ -125,9 +121,7 @@ TEST_P(PathTest, GoesFromTheServiceEntryToTheSecondLogon)
         const size_t messages = ReadMessages(memory, store, {});
         EXPECT_GT(messages, 0u);
         if (GetParam().messages != 0)
-        {
             EXPECT_EQ(messages, GetParam().messages);
-        }
         // The logon opens entries wrapped, too.
         ULONG type = 0;
         ComPtr<IUnknown> object;
@@ -155,9 +149,7 @@ TEST_P(PathTest, GoesFromTheServiceEntryToTheSecondLogon)
         {
             roots += node.name == L"Archiver Store Root" ? 1 : 0;
             for (const FolderNode& child : node.children)
-            {
                 count(child);
-            }
         };
         count(ReadTree(archive.Memory(), archive.Store(), true));
         EXPECT_EQ(roots, 1u);
@@ -165,7 +157,7 @@ TEST_P(PathTest, GoesFromTheServiceEntryToTheSecondLogon)
     EXPECT_EQ(ContentsOf(m_file), before) << "the PST file was changed";
 }
 
-INSTANTIATE_TEST_SUITE_P(Files, PathTest, testing::ValuesIn(Inputs),
+INSTANTIATE_TEST_SUITE_P(Files, PathTest, testing::ValuesIn(inputs),
                          [](const testing::TestParamInfo<Input>& input) { return input.param.name; });
 } // namespace
 } // namespace Tests

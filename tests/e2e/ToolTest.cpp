@@ -39,12 +39,8 @@ protected:
         const Json tree = RunBrowserJson(m_folder, {L"tree"});
         EXPECT_EQ(tree["name"], "Archiver Store Root");
         for (const Json& folder : tree["folders"])
-        {
             if (folder["messages"] != 0)
-            {
                 return folder;
-            }
-        }
         ADD_FAILURE() << "the archive has no message";
         return {};
     }
@@ -73,9 +69,7 @@ TEST_F(ToolTest, AFileThatIsNoPstIsRefusedAndLeavesNothingBehind)
     const std::filesystem::path file = m_folder / "letter.pst";
     std::ofstream(file) << "Dear reader, this is no mail at all, and it is long enough to look like something.";
     for (const wchar_t* command : {L"import", L"verify", L"diff", L"configure"})
-    {
         ExpectOneSentence(RunBrowser(m_folder, {command, file.wstring()}), 1, "letter.pst");
-    }
     EXPECT_FALSE(std::filesystem::exists(m_folder / "letter.pst.overlay"));
     // A configuration that failed has left no archive in the profile.
     ExpectOneSentence(RunBrowser(m_folder, {L"tree"}), 1, "has no archive yet");
@@ -150,9 +144,7 @@ TEST_F(ToolTest, TreeListShowAndPropsAgree)
     const Json props = RunBrowserJson(m_folder, {L"props", L"store"});
     bool access = false;
     for (const Json& property : props["properties"])
-    {
         access = access || (property["name"] == "PR_ACCESS" && property["value"] == 2);
-    }
     EXPECT_TRUE(access);
     // As text, aligned, with everything that JSON has.
     const BrowserRun text = RunBrowser(m_folder, {L"tree"});
@@ -173,12 +165,8 @@ TEST_F(ToolTest, TheSettingOptionsReachTheHost)
         arguments.insert(arguments.end(), {L"props", L"store"});
         const Json props = RunBrowserJson(m_folder, arguments);
         for (const Json& property : props["properties"])
-        {
             if (property["name"] == "PR_ACCESS_LEVEL")
-            {
                 return property["value"].get<int>();
-            }
-        }
         return -1;
     };
     EXPECT_EQ(storeAccess({}), 0);

@@ -22,9 +22,9 @@ enum class Fate
     // S_OK by the wrapper, the provider's method is not called.
     Ignored,
 };
-constexpr Fate L = Fate::LetThrough;
-constexpr Fate R = Fate::Refused;
-constexpr Fate I = Fate::Ignored;
+constexpr Fate l = Fate::LetThrough;
+constexpr Fate r = Fate::Refused;
+constexpr Fate i = Fate::Ignored;
 
 struct Expected
 {
@@ -36,166 +36,166 @@ struct Expected
     const char* line;
 };
 
-const Expected Table[] = {
-    {"store", "SaveChanges", {L, L, L, L}, nullptr},
+const Expected table[] = {
+    {"store", "SaveChanges", {l, l, l, l}, nullptr},
     {"store",
      "SetProps(PR_DISPLAY_NAME_W)",
-     {R, L, R, L},
+     {r, l, r, l},
      "IMsgStore::SetProps called on read-only archive store; returning MAPI_E_NO_ACCESS: PR_DISPLAY_NAME_W"},
     // The one refusal without a line: mail clients try it on every store.
-    {"store", "SetProps(PR_IPM_SUBTREE_ENTRYID)", {R, L, R, L}, nullptr},
-    {"store", "SetProps(the host's own)", {L, L, L, L}, nullptr},
+    {"store", "SetProps(PR_IPM_SUBTREE_ENTRYID)", {r, l, r, l}, nullptr},
+    {"store", "SetProps(the host's own)", {l, l, l, l}, nullptr},
     {"store",
      "SetProps(the host's own, PR_COMMENT_W)",
-     {R, L, R, L},
+     {r, l, r, l},
      "IMsgStore::SetProps called on read-only archive store; returning MAPI_E_NO_ACCESS: 0x7FEB001F, PR_COMMENT_W"},
     {"store",
      "DeleteProps(PR_COMMENT_W)",
-     {R, L, R, L},
+     {r, l, r, l},
      "IMsgStore::DeleteProps called on read-only archive store; returning MAPI_E_NO_ACCESS: PR_COMMENT_W"},
     {"store",
      "DeleteProps(PR_IPM_SUBTREE_ENTRYID)",
-     {R, L, R, L},
+     {r, l, r, l},
      "IMsgStore::DeleteProps called on read-only archive store; returning MAPI_E_NO_ACCESS: PR_IPM_SUBTREE_ENTRYID"},
-    {"store", "DeleteProps(the host's own)", {L, L, L, L}, nullptr},
+    {"store", "DeleteProps(the host's own)", {l, l, l, l}, nullptr},
     {"store",
      "OpenProperty(PR_DISPLAY_NAME_W)",
-     {R, L, R, L},
+     {r, l, r, l},
      "IMsgStore::OpenProperty called on read-only archive store; returning MAPI_E_NO_ACCESS: PR_DISPLAY_NAME_W"},
     {"store",
      "OpenProperty(PR_DISPLAY_NAME_W, MAPI_MODIFY)",
-     {R, L, R, L},
+     {r, l, r, l},
      "IMsgStore::OpenProperty called on read-only archive store; returning MAPI_E_NO_ACCESS: PR_DISPLAY_NAME_W"},
-    {"store", "OpenProperty(PR_SEARCH)", {L, L, L, L}, nullptr},
-    {"store", "CopyTo", {L, L, L, L}, nullptr},
-    {"store", "CopyProps", {L, L, L, L}, nullptr},
-    {"store", "GetIDsFromNames(MAPI_CREATE)", {L, L, L, L}, nullptr},
+    {"store", "OpenProperty(PR_SEARCH)", {l, l, l, l}, nullptr},
+    {"store", "CopyTo", {l, l, l, l}, nullptr},
+    {"store", "CopyProps", {l, l, l, l}, nullptr},
+    {"store", "GetIDsFromNames(MAPI_CREATE)", {l, l, l, l}, nullptr},
     {"store",
      "SetReceiveFolder",
-     {R, L, R, L},
+     {r, l, r, l},
      "IMsgStore::SetReceiveFolder called on read-only archive store; returning MAPI_E_NO_ACCESS"},
-    {"store", "AbortSubmit", {L, L, L, L}, nullptr},
-    {"store", "SetLockState", {L, L, L, L}, nullptr},
-    {"store", "FinishedMsg", {L, L, L, L}, nullptr},
-    {"store", "NotifyNewMail", {L, L, L, L}, nullptr},
+    {"store", "AbortSubmit", {l, l, l, l}, nullptr},
+    {"store", "SetLockState", {l, l, l, l}, nullptr},
+    {"store", "FinishedMsg", {l, l, l, l}, nullptr},
+    {"store", "NotifyNewMail", {l, l, l, l}, nullptr},
 
-    {"folder", "SaveChanges", {L, L, L, L}, nullptr},
+    {"folder", "SaveChanges", {l, l, l, l}, nullptr},
     {"folder",
      "SetProps(PR_COMMENT_W)",
-     {R, L, L, L},
+     {r, l, l, l},
      "IMAPIFolder::SetProps called on read-only folder; returning MAPI_E_NO_ACCESS: PR_COMMENT_W"},
-    {"folder", "SetProps(0x30200102, 0x30210102)", {L, L, L, L}, nullptr},
+    {"folder", "SetProps(0x30200102, 0x30210102)", {l, l, l, l}, nullptr},
     {"folder",
      "SetProps(0x30200102, PR_COMMENT_W)",
-     {R, L, L, L},
+     {r, l, l, l},
      "IMAPIFolder::SetProps called on read-only folder; returning MAPI_E_NO_ACCESS: 0x30200102, PR_COMMENT_W"},
-    {"folder", "SetProps(none)", {I, L, L, L}, nullptr},
+    {"folder", "SetProps(none)", {i, l, l, l}, nullptr},
     {"folder",
      "DeleteProps",
-     {R, L, L, L},
+     {r, l, l, l},
      "IMAPIFolder::DeleteProps called on read-only folder; returning MAPI_E_NO_ACCESS: PR_COMMENT_W"},
     {"folder",
      "OpenProperty(PR_CONTAINER_CONTENTS)",
-     {R, L, L, L},
+     {r, l, l, l},
      "IMAPIFolder::OpenProperty called on read-only folder; returning MAPI_E_NO_ACCESS: PR_CONTAINER_CONTENTS"},
     {"folder",
      "OpenProperty(PR_DISPLAY_NAME_W, MAPI_MODIFY)",
-     {R, L, L, L},
+     {r, l, l, l},
      "IMAPIFolder::OpenProperty called on read-only folder; returning MAPI_E_NO_ACCESS: PR_DISPLAY_NAME_W"},
-    {"folder", "CopyTo", {L, L, L, L}, nullptr},
-    {"folder", "CopyProps", {L, L, L, L}, nullptr},
-    {"folder", "GetIDsFromNames(MAPI_CREATE)", {L, L, L, L}, nullptr},
-    {"folder", "SetSearchCriteria", {L, L, L, L}, nullptr},
+    {"folder", "CopyTo", {l, l, l, l}, nullptr},
+    {"folder", "CopyProps", {l, l, l, l}, nullptr},
+    {"folder", "GetIDsFromNames(MAPI_CREATE)", {l, l, l, l}, nullptr},
+    {"folder", "SetSearchCriteria", {l, l, l, l}, nullptr},
     {"folder",
      "CreateMessage",
-     {R, L, L, L},
+     {r, l, l, l},
      "IMAPIFolder::CreateMessage called on read-only folder; returning MAPI_E_NO_ACCESS: {name}"},
-    {"folder", "CopyMessages", {L, L, L, L}, nullptr},
+    {"folder", "CopyMessages", {l, l, l, l}, nullptr},
     {"folder",
      "CopyMessages(MESSAGE_MOVE)",
-     {R, L, L, L},
+     {r, l, l, l},
      "IMAPIFolder::CopyMessages called with MESSAGE_MOVE on read-only folder; returning MAPI_E_NO_ACCESS: {name}"},
     {"folder",
      "DeleteMessages",
-     {R, L, L, L},
+     {r, l, l, l},
      "IMAPIFolder::DeleteMessages called on read-only folder; returning MAPI_E_NO_ACCESS: {name}"},
     {"folder",
      "CreateFolder",
-     {R, L, L, L},
+     {r, l, l, l},
      "IMAPIFolder::CreateFolder called on read-only folder; returning MAPI_E_NO_ACCESS: {name}"},
-    {"folder", "CopyFolder", {L, L, L, L}, nullptr},
-    {"folder", "CopyFolder(FOLDER_MOVE)", {L, L, L, L}, nullptr},
+    {"folder", "CopyFolder", {l, l, l, l}, nullptr},
+    {"folder", "CopyFolder(FOLDER_MOVE)", {l, l, l, l}, nullptr},
     {"folder",
      "DeleteFolder",
-     {R, L, L, L},
+     {r, l, l, l},
      "IMAPIFolder::DeleteFolder called on read-only folder; returning MAPI_E_NO_ACCESS: {name}"},
     {"folder",
      "SetReadFlags(CLEAR_READ_FLAG)",
-     {R, L, L, L},
+     {r, l, l, l},
      "IMAPIFolder::SetReadFlags called on read-only folder; returning MAPI_E_NO_ACCESS: {name}"},
     {"folder",
      "SetMessageStatus",
-     {R, L, L, L},
+     {r, l, l, l},
      "IMAPIFolder::SetMessageStatus called on read-only folder; returning MAPI_E_NO_ACCESS: {name}"},
-    {"folder", "SaveContentsSort", {L, L, L, L}, nullptr},
+    {"folder", "SaveContentsSort", {l, l, l, l}, nullptr},
     {"folder",
      "EmptyFolder",
-     {R, L, L, L},
+     {r, l, l, l},
      "IMAPIFolder::EmptyFolder called on read-only folder; returning MAPI_E_NO_ACCESS: {name}"},
 
     {"message",
      "SaveChanges",
-     {R, L, L, L},
+     {r, l, l, l},
      "IMessage::SaveChanges called on read-only message; returning MAPI_E_NO_ACCESS"},
     {"message",
      "SetProps",
-     {R, L, L, L},
+     {r, l, l, l},
      "IMessage::SetProps called on read-only message; returning MAPI_E_NO_ACCESS: PR_SUBJECT_W"},
     {"message",
      "SetProps(none)",
-     {R, L, L, L},
+     {r, l, l, l},
      "IMessage::SetProps called on read-only message; returning MAPI_E_NO_ACCESS:"},
     {"message",
      "DeleteProps",
-     {R, L, L, L},
+     {r, l, l, l},
      "IMessage::DeleteProps called on read-only message; returning MAPI_E_NO_ACCESS: PR_SUBJECT_W"},
-    {"message", "OpenProperty(PR_SUBJECT_W, MAPI_MODIFY)", {L, L, L, L}, nullptr},
-    {"message", "OpenProperty(PR_COMMENT_W, MAPI_CREATE | MAPI_MODIFY)", {L, L, L, L}, nullptr},
-    {"message", "CopyTo", {L, L, L, L}, nullptr},
-    {"message", "CopyProps", {L, L, L, L}, nullptr},
-    {"message", "GetIDsFromNames(MAPI_CREATE)", {L, L, L, L}, nullptr},
-    {"message", "OpenAttach(MAPI_MODIFY)", {L, L, L, L}, nullptr},
+    {"message", "OpenProperty(PR_SUBJECT_W, MAPI_MODIFY)", {l, l, l, l}, nullptr},
+    {"message", "OpenProperty(PR_COMMENT_W, MAPI_CREATE | MAPI_MODIFY)", {l, l, l, l}, nullptr},
+    {"message", "CopyTo", {l, l, l, l}, nullptr},
+    {"message", "CopyProps", {l, l, l, l}, nullptr},
+    {"message", "GetIDsFromNames(MAPI_CREATE)", {l, l, l, l}, nullptr},
+    {"message", "OpenAttach(MAPI_MODIFY)", {l, l, l, l}, nullptr},
     {"message",
      "CreateAttach",
-     {R, L, L, L},
+     {r, l, l, l},
      "IMessage::CreateAttach called on read-only archive store message; returning MAPI_E_NO_ACCESS"},
     {"message",
      "DeleteAttach",
-     {R, L, L, L},
+     {r, l, l, l},
      "IMessage::DeleteAttach called on read-only archive store message; returning MAPI_E_NO_ACCESS"},
     {"message",
      "ModifyRecipients",
-     {R, L, L, L},
+     {r, l, l, l},
      "IMessage::ModifyRecipients called on read-only message; returning MAPI_E_NO_ACCESS"},
     {"message",
      "SubmitMessage",
-     {R, L, L, L},
+     {r, l, l, l},
      "IMessage::SubmitMessage called on read-only message; returning MAPI_E_NO_ACCESS"},
-    {"message", "SetReadFlag(CLEAR_READ_FLAG)", {I, L, L, L}, nullptr},
+    {"message", "SetReadFlag(CLEAR_READ_FLAG)", {i, l, l, l}, nullptr},
 
     // Attachments refuse nothing themselves: a read-only message opens them without write access.
-    {"attachment", "SaveChanges", {L, L, L, L}, nullptr},
-    {"attachment", "SetProps", {L, L, L, L}, nullptr},
-    {"attachment", "DeleteProps", {L, L, L, L}, nullptr},
-    {"attachment", "OpenProperty(PR_ATTACH_DATA_BIN, MAPI_MODIFY)", {L, L, L, L}, nullptr},
-    {"attachment", "CopyTo", {L, L, L, L}, nullptr},
-    {"attachment", "CopyProps", {L, L, L, L}, nullptr},
-    {"attachment", "GetIDsFromNames(MAPI_CREATE)", {L, L, L, L}, nullptr},
+    {"attachment", "SaveChanges", {l, l, l, l}, nullptr},
+    {"attachment", "SetProps", {l, l, l, l}, nullptr},
+    {"attachment", "DeleteProps", {l, l, l, l}, nullptr},
+    {"attachment", "OpenProperty(PR_ATTACH_DATA_BIN, MAPI_MODIFY)", {l, l, l, l}, nullptr},
+    {"attachment", "CopyTo", {l, l, l, l}, nullptr},
+    {"attachment", "CopyProps", {l, l, l, l}, nullptr},
+    {"attachment", "GetIDsFromNames(MAPI_CREATE)", {l, l, l, l}, nullptr},
 };
 
 const char* NameOf(Fate fate)
 {
-    return fate == L ? "let through" : fate == R ? "refused" : "ignored";
+    return fate == l ? "let through" : fate == r ? "refused" : "ignored";
 }
 
 bool EndsWith(const std::string& text, const std::string& end)
@@ -228,12 +228,10 @@ void CheckAgainstTable(const Json& report, bool withAttachments)
         EXPECT_TRUE(rows.emplace(key, row).second) << "tried twice: " << key;
     }
     size_t checked = 0;
-    for (const Expected& expected : Table)
+    for (const Expected& expected : table)
     {
         if (!withAttachments && std::string(expected.object) == "attachment")
-        {
             continue;
-        }
         for (size_t setting = 0; setting < 4; ++setting)
         {
             const std::string key = std::string(setting < 2 ? "read-only" : "plain") + "/" +
@@ -244,19 +242,13 @@ void CheckAgainstTable(const Json& report, bool withAttachments)
             const Fate fate = expected.fates[setting];
             EXPECT_EQ(row["outcome"], NameOf(fate)) << row;
             ++checked;
-            if (fate == L)
-            {
+            if (fate == l)
                 continue;
-            }
-            EXPECT_EQ(row["code"], fate == R ? "MAPI_E_NO_ACCESS" : "S_OK");
+            EXPECT_EQ(row["code"], fate == r ? "MAPI_E_NO_ACCESS" : "S_OK");
             if (expected.line)
-            {
                 ExpectLine(row, expected.line);
-            }
             else
-            {
                 EXPECT_EQ(row["log"], Json::array());
-            }
             // Nothing is asked of the provider but, for the line, a folder's name.
             const bool named = expected.line && EndsWith(expected.line, "{name}");
             EXPECT_EQ(row["reached"], named ? Json::array({"IMAPIFolder::GetProps"}) : Json::array());

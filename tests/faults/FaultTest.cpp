@@ -256,10 +256,8 @@ std::vector<Fault> WaysToFail(const Rule& rule, std::size_t call)
     if (rule.shape == Shape::Hook || rule.shape == Shape::Factory)
     {
         for (const Effect effect : exceptions)
-        {
             if (effect != Effect::ThrowComError)
                 ways.push_back({call, effect});
-        }
         for (const HRESULT code : failures)
             ways.push_back({call, Effect::ThrowComError, code});
         if (rule.shape == Shape::Factory)
@@ -329,18 +327,12 @@ protected:
         ASSERT_FALSE(outcome.lines.empty());
         // A result that is given on is told by the call's name, and more where there is memory for it.
         for (const Rule& rule : operation.rules)
-        {
             if (rule.shape == Shape::Pass && Tells(outcome, rule.context))
                 return;
-        }
         if (!operation.handler.file)
-        {
             EXPECT_TRUE(Tells(outcome, L"Throwing exception"));
-        }
         else if (Tells(outcome, L"Throwing exception"))
-        {
             EXPECT_TRUE(Tells(outcome, L"Caught exception")) << testing::PrintToString(outcome.lines);
-        }
     }
 };
 
@@ -359,9 +351,7 @@ TEST_P(FaultTest, NoFault)
         calls.emplace_back(rule.call);
     EXPECT_EQ(outcome.calls, calls);
     if (operation.isPassThrough)
-    {
         EXPECT_EQ(outcome.allocations, 0u) << "a forwarded call needs no memory";
-    }
 }
 
 TEST_P(FaultTest, EachCallFails)
@@ -472,9 +462,7 @@ INSTANTIATE_TEST_SUITE_P(All, FaultTest,
                          {
                              std::string name;
                              for (const char* at = parameter.param->name; *at; ++at)
-                             {
                                  if (*at != ' ' && *at != '-')
                                      name += *at;
-                             }
                              return name;
                          });

@@ -138,12 +138,12 @@ std::vector<Operation> ProviderOperations()
         {"IMAPIFolder::QueryInterface", Shape::Interface, {}, {}, S_OK, false, noFolder},
         {"IMAPIFolder::CreateFolder", Shape::Mapi, subtreeRoot, {}, S_OK, false, {}, GivesNull},
         {"root IMAPIFolder::GetProps", Shape::Query, {}, TagText(PR_ENTRYID), S_OK, false, {}, Missing(PR_ENTRYID)},
-        {"IMsgStore::SetProps", Shape::Set, {}, TagText(Nst::ArchiveSubtreeEntryIdTag)},
+        {"IMsgStore::SetProps", Shape::Set, {}, TagText(Nst::archiveSubtreeEntryIdTag)},
         {"IMsgStore::SaveChanges", Shape::Mapi, subtreeRoot},
     };
     root.run = [](Surroundings& surroundings)
     {
-        surroundings.store.properties.erase(Nst::ArchiveSubtreeEntryIdTag);
+        surroundings.store.properties.erase(Nst::archiveSubtreeEntryIdTag);
         auto* const made = new FaultyProvider(surroundings.provider.As<IMSProvider>());
         const auto provider = com_wrap<IMSProvider>(made);
         return surroundings.Run([&] { made->ConfigureNstSubtreeEntryId(surroundings.store.As<IMsgStore>()); });

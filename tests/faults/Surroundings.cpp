@@ -267,7 +267,7 @@ Surroundings::Surroundings()
     providerSection.properties[PR_SERVICE_UID] = BinaryValue(PR_SERVICE_UID, Uid(3));
     store.properties[PR_IPM_SUBTREE_ENTRYID] = BinaryValue(PR_IPM_SUBTREE_ENTRYID, {1, 2, 3});
     store.properties[PR_ACCESS] = NumberValue(PR_ACCESS, 0x3F);
-    store.properties[Nst::ArchiveSubtreeEntryIdTag] = BinaryValue(Nst::ArchiveSubtreeEntryIdTag, {7, 8, 9});
+    store.properties[Nst::archiveSubtreeEntryIdTag] = BinaryValue(Nst::archiveSubtreeEntryIdTag, {7, 8, 9});
     root.properties[PR_ENTRYID] = BinaryValue(PR_ENTRYID, {7, 8, 9});
 
     support.On(SupportOpenProfileSectionSlot, "OpenProfileSection", [this](const RawArguments& arguments)

@@ -156,9 +156,7 @@ TEST(GeneratedEntryIds, OfTheArchivesRootAreReadWhateverTheStoreGives)
                         const Binary entryId = Nst::GetNstSubtreeEntryId(&store);
                         ASSERT_EQ(entryId.IsNull(), !isGood);
                         if (isGood)
-                        {
                             ASSERT_EQ(BytesOf(entryId), Tests::BytesOfBinary(binary));
-                        }
 
                         // The strict reader tells what is wrong by its exception.
                         try
@@ -223,9 +221,7 @@ TEST(GeneratedSids, AreFormattedOrRefused)
                             ASSERT_GE(sid.size(), 8u);
                             ASSERT_GE(sid.size(), 8u + 4u * sid[1]);
                             if (isMade)
-                            {
                                 ASSERT_EQ(Tests::Text(text), SidText(sid));
-                            }
                         }
                         catch (const CWinError&)
                         {

@@ -86,7 +86,6 @@ std::wstring MakeText(Random& random)
 {
     std::wstring text;
     for (std::size_t left = MakeLength(random, 2000); left > 0; --left)
-    {
         if (random.Chance(1, 4))
         {
             const auto character =
@@ -95,7 +94,6 @@ std::wstring MakeText(Random& random)
         }
         else
             text += random.Of(pieces);
-    }
     return text;
 }
 

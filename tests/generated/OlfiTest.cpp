@@ -52,10 +52,8 @@ Bytes MakeOlfi(Random& random)
 bool IsZero(const Bytes& bytes, std::size_t at, std::size_t size)
 {
     for (std::size_t index = at; index < at + size; ++index)
-    {
         if (bytes[index] != 0)
             return false;
-    }
     return true;
 }
 

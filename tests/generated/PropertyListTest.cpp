@@ -388,9 +388,7 @@ TEST(GeneratedPropertyLists, ThatAStoreGivesForItsNameAreReadOrRefused)
                             const StringW name = Mapi::QueryItemDisplayName(&store);
                             ASSERT_TRUE(isText);
                             if (type == PT_UNICODE)
-                            {
                                 ASSERT_EQ(Tests::Text(name), value.Value.lpszW ? value.Value.lpszW : L"");
-                            }
                         }
                         catch (const CException&)
                         {

@@ -61,12 +61,10 @@ bool IsSurrogate(wchar_t character, unsigned first)
 bool HasLoneSurrogate(const std::wstring& text)
 {
     for (std::size_t at = 0; at < text.size(); ++at)
-    {
         if (IsSurrogate(text[at], 0xD800) && at + 1 < text.size() && IsSurrogate(text[at + 1], 0xDC00))
             ++at;
         else if (IsSurrogate(text[at], 0xD800) || IsSurrogate(text[at], 0xDC00))
             return true;
-    }
     return false;
 }
 
@@ -187,9 +185,7 @@ TEST(GeneratedStrings, AreNarrowedAndWidened)
                         const StringA copy(utf8);
                         ASSERT_EQ(copy.GetString(), expected);
                         if (!HasLoneSurrogate(text))
-                        {
                             ASSERT_EQ(Text(copy.GetUnicode(CP_UTF8)), text);
-                        }
 
                         // Of bytes that are no text something is made all the same.
                         const std::string narrow = Tests::MakeNarrowText(random);
@@ -220,9 +216,7 @@ TEST(GeneratedStrings, KeepZerosInTheirMiddle)
                         const StringA narrowCopy(narrow);
                         ASSERT_EQ(std::string(narrowCopy.GetString(), narrowCopy.GetLength()), Utf8(text));
                         if (!HasLoneSurrogate(text))
-                        {
                             ASSERT_EQ(Text(narrowCopy.GetUnicode(CP_UTF8)), text);
-                        }
                     });
 }
 
@@ -294,9 +288,7 @@ TEST(GeneratedBinaries, DoWhatAVectorDoes)
                 ASSERT_EQ(binary.IsNull(), isNull);
             }
             if (!isNull)
-            {
                 ASSERT_EQ(Bytes(binary.GetBuffer(), binary.GetBuffer() + binary.GetSize()), model);
-            }
             if (model.size() < 1024)
             {
                 ASSERT_EQ(Text(binary.FormatSize()),
@@ -327,9 +319,7 @@ TEST(GeneratedPaths, AreTakenApartAndJoined)
                         ASSERT_TRUE(path.starts_with(directory));
                         ASSERT_LE(before - directory.size(), 1u);
                         if (directory.size() != before)
-                        {
                             ASSERT_TRUE(path[directory.size()] == L'\\' || path[directory.size()] == L'/');
-                        }
 
                         const std::wstring right =
                             random.Chance(1, 2) ? Tests::MakeTextOf(random, L"\\/ab", 6) : Tests::MakeText(random);

@@ -74,13 +74,9 @@ TEST(GeneratedTexts, OfTagsAreNamesOrNumbers)
                             const ULONG tag = Tests::MakeTag(random);
                             const std::wstring name = Text(Mapi::FormatMapiPropertyTag(tag));
                             if (name.starts_with(L"PR_"))
-                            {
                                 ASSERT_EQ(tagsOfNames.try_emplace(name, tag).first->second, tag);
-                            }
                             else
-                            {
                                 ASSERT_EQ(name, Hexadecimal(tag));
-                            }
                             expected += (expected.empty() ? L"" : L", ") + name;
                             tags.push_back(tag);
                             values.emplace_back().ulPropTag = tag;
@@ -91,9 +87,7 @@ TEST(GeneratedTexts, OfTagsAreNamesOrNumbers)
                         ASSERT_EQ(Text(Mapi::FormatMapiPropertyTags(values.data(), tags[0])), expected);
                     });
     if (Tests::GetRunSettings().onlyCase < 0)
-    {
         EXPECT_GT(tagsOfNames.size(), 10u);
-    }
 }
 
 TEST(GeneratedTexts, OfSearchFlagsNameEveryBitOnce)
@@ -140,9 +134,7 @@ TEST(GeneratedTexts, OfCodesHoldTheCodeAndNoLineEnd)
                         }
                         const wchar_t* const name = GetResultCodeName(hr);
                         if (name)
-                        {
                             ASSERT_TRUE(Text(FormatComError(hr)).starts_with(std::wstring(name) + L" ("));
-                        }
                         ASSERT_FALSE(FormatSystemError(code, false).IsEmpty());
                         const std::wstring context = Tests::MakeText(random);
                         const std::wstring joined = Text(FormatErrorWithContext(FormatComError(hr), context.c_str()));
@@ -168,17 +160,11 @@ TEST(GeneratedTexts, OfExtendedErrorsHoldWhatTheObjectSaid)
                         const std::wstring shown = Text(Mapi::FormatMapiError(hr, context.c_str(), &error));
                         ASSERT_TRUE(shown.starts_with(context.empty() ? Text(FormatComError(hr)) : context + L": "));
                         if (error.lpszError)
-                        {
                             ASSERT_TRUE(Contains(shown, text));
-                        }
                         if (error.lpszComponent)
-                        {
                             ASSERT_TRUE(Contains(shown, component));
-                        }
                         if (error.ulLowLevelError)
-                        {
                             ASSERT_TRUE(Contains(shown, Hexadecimal(error.ulLowLevelError)));
-                        }
                         ASSERT_EQ(Text(Mapi::FormatMapiError(hr, context.c_str(), nullptr)),
                                   Text(FormatErrorWithContext(FormatComError(hr), context.c_str())));
 
@@ -196,14 +182,10 @@ TEST(GeneratedTexts, OfExtendedErrorsHoldWhatTheObjectSaid)
                         const Mapi::MapiErrorPointer narrow = Mapi::CreateMapiError(0, error);
                         ASSERT_EQ(narrow->ulLowLevelError, error.ulLowLevelError);
                         if (error.lpszError)
-                        {
                             ASSERT_EQ(std::string(reinterpret_cast<const char*>(narrow->lpszError)), AnsiOf(text));
-                        }
                         if (error.lpszComponent)
-                        {
                             ASSERT_EQ(std::string(reinterpret_cast<const char*>(narrow->lpszComponent)),
                                       AnsiOf(component));
-                        }
                     });
 }
 

@@ -60,16 +60,10 @@ ComPtr<IMAPIFolder> PstStore::Folder(const std::wstring& path)
         begin = end + 1;
         Bytes entryId;
         for (const Row& row : Hierarchy(*folder))
-        {
             if (TextOf(row, PR_DISPLAY_NAME) == name)
-            {
                 entryId = BytesOf(row, PR_ENTRYID);
-            }
-        }
         if (entryId.empty())
-        {
             Fail(MAPI_E_NOT_FOUND, L"No folder " + name);
-        }
         folder = Open<IMAPIFolder>(entryId);
     }
     return folder;
@@ -100,13 +94,9 @@ std::vector<Row> PstStore::Rows(IMAPITable& table)
         MapiRows set(Memory());
         Check(table.QueryRows(500, 0, set.Put()), L"QueryRows failed");
         if (set.Count() == 0)
-        {
             return rows;
-        }
         for (ULONG index = 0; index < set.Count(); ++index)
-        {
             rows.emplace_back(CopyProps(set[index].cValues, set[index].lpProps));
-        }
     }
 }
 
@@ -141,12 +131,8 @@ std::vector<Row> PstStore::Attachments(IMessage& message)
 ComPtr<IMessage> PstStore::Message(IMAPIFolder& folder, const std::wstring& subject, ULONG flags)
 {
     for (const Row& row : Contents(folder))
-    {
         if (TextOf(row, PR_SUBJECT) == subject)
-        {
             return Open<IMessage>(BytesOf(row, PR_ENTRYID), flags);
-        }
-    }
     Fail(MAPI_E_NOT_FOUND, L"No message " + subject);
 }
 
@@ -159,9 +145,7 @@ std::map<std::wstring, size_t> PstStore::Tree(IMAPIFolder& folder)
         const auto child = Open<IMAPIFolder>(BytesOf(row, PR_ENTRYID));
         tree[name] = Contents(*child).size();
         for (const auto& [path, count] : Tree(*child))
-        {
             tree[name + L"\\" + path] = count;
-        }
     }
     return tree;
 }

@@ -21,13 +21,13 @@ std::filesystem::path Location(const wchar_t* variable);
 using Row = PropertyBag;
 
 /// Flags of a logon that asks for Unicode, as the library under test does.
-constexpr ULONG UnicodeLogon = MDB_WRITE | MDB_NO_DIALOG | MAPI_UNICODE | LogonUnicode;
+constexpr ULONG unicodeLogon = MDB_WRITE | MDB_NO_DIALOG | MAPI_UNICODE | logonUnicode;
 
 /// An open store. Throws `Failure` where MAPI fails.
 class PstStore
 {
 public:
-    PstStore(std::shared_ptr<MapiModule> mapi, const std::filesystem::path& path, ULONG flags = UnicodeLogon);
+    PstStore(std::shared_ptr<MapiModule> mapi, const std::filesystem::path& path, ULONG flags = unicodeLogon);
 
     IMsgStore& Object() { return *m_session->Store(); }
     MailSession& Session() { return *m_session; }
@@ -88,12 +88,12 @@ protected:
     std::filesystem::path Path(const std::wstring& name) const { return m_folder / name; }
     /// Copies a file of the test data into the test's folder.
     std::filesystem::path Copy(const std::filesystem::path& file) const;
-    PstStore Open(const std::filesystem::path& path, ULONG flags = UnicodeLogon)
+    PstStore Open(const std::filesystem::path& path, ULONG flags = unicodeLogon)
     {
         return PstStore(m_mapi, path, flags);
     }
     /// The code with which a logon fails, and its text.
-    HRESULT FailToOpen(const std::filesystem::path& path, std::wstring& text, ULONG flags = UnicodeLogon);
+    HRESULT FailToOpen(const std::filesystem::path& path, std::wstring& text, ULONG flags = unicodeLogon);
 
     static Bytes FileBytes(const std::filesystem::path& file);
     static void WriteFile(const std::filesystem::path& file, const std::string& text);

@@ -88,9 +88,7 @@ TEST_F(ReadingTest, GivesTheAttachmentsOfARealArchive)
     const auto box = store.Folder(L"lokay-m\\MLOKAY (Non-Privileged)");
     std::vector<Bytes> folders = {store.EntryId(*box)};
     for (const Row& row : store.Hierarchy(*box))
-    {
         folders.push_back(BytesOf(row, PR_ENTRYID));
-    }
     for (const Bytes& entryId : folders)
     {
         const auto folder = store.Open<IMAPIFolder>(entryId);
@@ -202,7 +200,7 @@ TEST_F(ReadingTest, DescribesTheStore)
 
 TEST_F(ReadingTest, IsAnAnsiStoreUnlessAskedForUnicode)
 {
-    for (const ULONG flags : {MDB_WRITE | MAPI_UNICODE, MDB_WRITE | LogonUnicode | LogonAnsi})
+    for (const ULONG flags : {MDB_WRITE | MAPI_UNICODE, MDB_WRITE | logonUnicode | logonAnsi})
     {
         PstStore store = Open(SmallFile(L"sample1.pst"), flags);
         EXPECT_EQ(store.Prop(store.Object(), PR_STORE_SUPPORT_MASK).AsLong() & 0x00040000, 0);
@@ -210,9 +208,7 @@ TEST_F(ReadingTest, IsAnAnsiStoreUnlessAskedForUnicode)
         MapiBlock<SPropValue> values(store.Memory());
         ASSERT_EQ(store.Object().GetProps(nullptr, MAPI_UNICODE, &count, values.Put()), S_OK);
         for (ULONG index = 0; index < count; ++index)
-        {
             EXPECT_NE(PROP_TYPE(values[index].ulPropTag), static_cast<ULONG>(PT_UNICODE));
-        }
         // A wide string that is asked for by its tag is given all the same.
         EXPECT_EQ(store.Prop(store.Object(), PR_DISPLAY_NAME_W).Type(), static_cast<ULONG>(PT_UNICODE));
     }
@@ -231,9 +227,7 @@ TEST_F(ReadingTest, ResolvesNamedPropertiesBothWays)
     MapiBlock<SPropTagArray> back(store.Memory());
     ASSERT_EQ(root->GetIDsFromNames(count, names.Get(), 0, back.Put()), S_OK);
     for (ULONG index = 0; index < count; ++index)
-    {
         EXPECT_EQ(PROP_ID(back->aulPropTag[index]), PROP_ID(tags->aulPropTag[index])) << index;
-    }
 }
 
 TEST_F(ReadingTest, ListsAllFoldersInOneTable)
@@ -257,9 +251,7 @@ TEST_F(ReadingTest, ReadsWithoutLeavingAnythingBeside)
     }
     size_t files = 0;
     for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(file.parent_path()))
-    {
         ++files;
-    }
     EXPECT_EQ(files, 1u);
 }
 
@@ -279,16 +271,12 @@ TEST_F(ReadingTest, IsReadFromSeveralThreads)
                 {
                     const auto message = store.Open<IMessage>(BytesOf(row, PR_ENTRYID));
                     if (store.Prop(*message, PR_SUBJECT_W).AsText() == TextOf(row, PR_SUBJECT))
-                    {
                         ++read;
-                    }
                 }
             });
     }
     for (std::thread& thread : threads)
-    {
         thread.join();
-    }
     EXPECT_EQ(read, 4 * rows.size());
 }
 

@@ -107,7 +107,7 @@ TEST_F(SampleTest, HoldsEveryKindOfAttachment)
                 ++files;
                 const size_t size = store.Stream(*attachment, PR_ATTACH_DATA_BIN).size();
                 EXPECT_EQ(size, static_cast<size_t>(LongOf(attachmentRow, PR_ATTACH_SIZE)));
-                if (size > MaxInlineSize)
+                if (size > maxInlineSize)
                 {
                     ++large;
                     EXPECT_EQ(store.Prop(*attachment, PR_ATTACH_DATA_BIN).AsLong(), MAPI_E_NOT_ENOUGH_MEMORY);

@@ -11,8 +11,8 @@ namespace Tests
 {
 namespace
 {
-constexpr ULONG kOlfi = PROP_TAG(PT_BINARY, 0x7C07);
-constexpr ULONG kArchiveRoot = PROP_TAG(PT_BINARY, 0x7FE2);
+constexpr ULONG olfi = PROP_TAG(PT_BINARY, 0x7C07);
+constexpr ULONG archiveRoot = PROP_TAG(PT_BINARY, 0x7FE2);
 
 class WritingTest : public PstTest
 {
@@ -39,9 +39,7 @@ protected:
         Check(folder.CreateMessage(nullptr, 0, message.Put()), L"CreateMessage failed");
         Check(store.Set(*message, {PropValue::String(PR_SUBJECT_W, subject)}), L"SetProps failed");
         if (save)
-        {
             Check(message->SaveChanges(KEEP_OPEN_READWRITE), L"SaveChanges failed");
-        }
         return message;
     }
 
@@ -83,9 +81,7 @@ protected:
     {
         Bytes bytes(size);
         for (size_t index = 0; index < size; ++index)
-        {
             bytes[index] = static_cast<BYTE>(index * 31 + (index >> 8));
-        }
         return bytes;
     }
 };
@@ -248,18 +244,18 @@ TEST_F(WritingTest, ChangesAttachmentsOfAMessageOfTheFile)
 TEST_F(WritingTest, KeepsTheStoresOwnProperties)
 {
     const auto file = Small();
-    const Bytes olfi = Pattern(80);
+    const Bytes range = Pattern(80);
     {
         PstStore store = Open(file);
-        ASSERT_EQ(store.Set(store.Object(), {PropValue::Binary(kOlfi, olfi),
-                                             PropValue::Binary(kArchiveRoot, store.EntryId(*store.Subtree()))}),
+        ASSERT_EQ(store.Set(store.Object(), {PropValue::Binary(olfi, range),
+                                             PropValue::Binary(archiveRoot, store.EntryId(*store.Subtree()))}),
                   S_OK);
         ASSERT_EQ(store.Object().SaveChanges(0), S_OK);
         EXPECT_EQ(store.Set(store.Object(), {PropValue::Long(PR_STORE_SUPPORT_MASK, 0)}), MAPI_E_COMPUTED);
     }
     PstStore store = Open(file);
-    EXPECT_EQ(store.Prop(store.Object(), kOlfi).AsBytes(), olfi);
-    EXPECT_EQ(store.Prop(store.Object(), kArchiveRoot).AsBytes(), store.EntryId(*store.Subtree()));
+    EXPECT_EQ(store.Prop(store.Object(), olfi).AsBytes(), range);
+    EXPECT_EQ(store.Prop(store.Object(), archiveRoot).AsBytes(), store.EntryId(*store.Subtree()));
 }
 
 TEST_F(WritingTest, CreatesRenamesMovesAndDeletesFolders)
@@ -410,9 +406,7 @@ public:
     STDMETHODIMP_(ULONG) OnNotify(ULONG cNotif, LPNOTIFICATION lpNotifications) override
     {
         for (ULONG index = 0; index < cNotif; ++index)
-        {
             events.push_back(lpNotifications[index].ulEventType);
-        }
         return S_OK;
     }
 
@@ -481,7 +475,7 @@ TEST_F(WritingTest, RefusesChangesWhenTheOverlayIsReadOnly)
     EXPECT_EQ(FailToOpen(file, text), MAPI_E_NO_ACCESS);
     EXPECT_NE(text.find(L".overlay"), std::wstring::npos);
     {
-        PstStore store = Open(file, LogonUnicode);
+        PstStore store = Open(file, logonUnicode);
         EXPECT_TRUE(store.Tree(*store.Subtree()).contains(L"Before"));
         EXPECT_EQ(store.Prop(store.Object(), PR_ACCESS_LEVEL).AsLong(), 0);
         EXPECT_NE(store.Prop(store.Object(), PR_STORE_SUPPORT_MASK).AsLong() & STORE_READONLY, 0);
@@ -489,7 +483,7 @@ TEST_F(WritingTest, RefusesChangesWhenTheOverlayIsReadOnly)
         EXPECT_EQ(
             store.Subtree()->CreateFolder(FOLDER_GENERIC, Text(L"After"), nullptr, nullptr, MAPI_UNICODE, folder.Put()),
             MAPI_E_NO_ACCESS);
-        EXPECT_EQ(store.Set(store.Object(), {PropValue::Binary(kOlfi, Bytes(80))}), MAPI_E_NO_ACCESS);
+        EXPECT_EQ(store.Set(store.Object(), {PropValue::Binary(olfi, Bytes(80))}), MAPI_E_NO_ACCESS);
     }
     ASSERT_TRUE(SetFileAttributesW(overlay.c_str(), FILE_ATTRIBUTE_NORMAL));
 }

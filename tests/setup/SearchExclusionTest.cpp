@@ -193,10 +193,10 @@ TEST(SearchInterfaces, HaveTheIdentifiersOfWindowsSearch)
         GUID id;
         const wchar_t* text;
     } table[] = {
-        {Nst::Search::ClsidSearchManager, L"{7D096C5F-AC08-4F1F-BEB7-5C22C517CE39}"},
-        {Nst::Search::IidSearchManager, L"{AB310581-AC80-11D1-8DF3-00C04FB6EF69}"},
-        {Nst::Search::IidSearchCatalogManager, L"{AB310581-AC80-11D1-8DF3-00C04FB6EF50}"},
-        {Nst::Search::IidSearchCrawlScopeManager, L"{AB310581-AC80-11D1-8DF3-00C04FB6EF55}"},
+        {Nst::Search::clsidSearchManager, L"{7D096C5F-AC08-4F1F-BEB7-5C22C517CE39}"},
+        {Nst::Search::iidSearchManager, L"{AB310581-AC80-11D1-8DF3-00C04FB6EF69}"},
+        {Nst::Search::iidSearchCatalogManager, L"{AB310581-AC80-11D1-8DF3-00C04FB6EF50}"},
+        {Nst::Search::iidSearchCrawlScopeManager, L"{AB310581-AC80-11D1-8DF3-00C04FB6EF55}"},
     };
     for (const auto& row : table)
     {

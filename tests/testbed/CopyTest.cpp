@@ -17,7 +17,7 @@ using Tests::Memory;
 namespace
 {
 // PR_INTERNET_MESSAGE_ID, which the headers do not name.
-constexpr ULONG InternetMessageId = PROP_TAG(PT_UNICODE, 0x1035);
+constexpr ULONG internetMessageId = PROP_TAG(PT_UNICODE, 0x1035);
 
 std::vector<PropValue> Read(IMAPIProp& object, const std::vector<ULONG>& tags)
 {
@@ -36,9 +36,7 @@ std::vector<std::vector<PropValue>> Rows(IMAPITable& table, const std::vector<UL
     Check(table.QueryRows(10000, 0, rows.Put()), L"QueryRows failed.");
     std::vector<std::vector<PropValue>> all;
     for (ULONG row = 0; row < rows.Count(); ++row)
-    {
         all.push_back(CopyProps(rows[row].cValues, rows[row].lpProps));
-    }
     return all;
 }
 
@@ -59,9 +57,7 @@ std::vector<Bytes> Messages(IMAPIFolder& folder)
     Check(folder.GetContentsTable(0, table.Put()), L"GetContentsTable failed.");
     std::vector<Bytes> entryIds;
     for (const auto& row : Rows(*table, {PR_ENTRYID}))
-    {
         entryIds.push_back(row[0].AsBytes());
-    }
     return entryIds;
 }
 
@@ -72,9 +68,7 @@ std::map<std::wstring, Bytes> Subfolders(IMAPIFolder& folder)
     Check(folder.GetHierarchyTable(0, table.Put()), L"GetHierarchyTable failed.");
     std::map<std::wstring, Bytes> folders;
     for (const auto& row : Rows(*table, {PR_DISPLAY_NAME_W, PR_ENTRYID}))
-    {
         folders[row[0].AsText()] = row[1].AsBytes();
-    }
     return folders;
 }
 
@@ -94,15 +88,11 @@ std::wstring Describe(IAttach& attach)
     }
     ComPtr<IStream> stream;
     if (FAILED(attach.OpenProperty(PR_ATTACH_DATA_BIN, &IID_IStream, 0, 0, stream.PutAs<IUnknown>())))
-    {
         return text + L" no data]";
-    }
     const Bytes bytes = ReadStream(*stream, 1 << 30);
     size_t hash = 0;
     for (const BYTE byte : bytes)
-    {
         hash = hash * 31 + byte;
-    }
     return text + L" " + std::to_wstring(bytes.size()) + L" " + std::to_wstring(hash) + L"]";
 }
 
@@ -110,7 +100,7 @@ std::wstring Describe(IAttach& attach)
 std::wstring Describe(IMessage& message)
 {
     const auto values = Read(message, {PR_SUBJECT_W, PR_MESSAGE_CLASS_W, PR_SENDER_NAME_W, PR_IMPORTANCE,
-                                       PR_CLIENT_SUBMIT_TIME, PR_MESSAGE_DELIVERY_TIME, InternetMessageId});
+                                       PR_CLIENT_SUBMIT_TIME, PR_MESSAGE_DELIVERY_TIME, internetMessageId});
     std::wstring text;
     for (const PropValue& value : values)
     {
@@ -120,15 +110,11 @@ std::wstring Describe(IMessage& message)
     }
     ComPtr<IStream> body;
     if (SUCCEEDED(message.OpenProperty(PR_BODY_W, &IID_IStream, 0, 0, body.PutAs<IUnknown>())))
-    {
         text += FromStreamBytes(PR_BODY_W, ReadStream(*body, 1 << 30)).AsText();
-    }
     ComPtr<IMAPITable> recipients;
     Check(message.GetRecipientTable(MAPI_UNICODE, recipients.Put()), L"GetRecipientTable failed.");
     for (const auto& row : Rows(*recipients, {PR_DISPLAY_NAME_W, PR_EMAIL_ADDRESS_W, PR_RECIPIENT_TYPE}))
-    {
         text += L"<" + row[0].AsText() + L" " + row[1].AsText() + L" " + std::to_wstring(row[2].AsLong()) + L">";
-    }
     ComPtr<IMAPITable> attachments;
     Check(message.GetAttachmentTable(MAPI_UNICODE, attachments.Put()), L"GetAttachmentTable failed.");
     for (const auto& row : Rows(*attachments, {PR_ATTACH_NUM}))
@@ -145,13 +131,9 @@ std::multiset<std::wstring> DescribeAll(IMAPIFolder& folder, const std::wstring&
 {
     std::multiset<std::wstring> all;
     for (const Bytes& entryId : Messages(folder))
-    {
         all.insert(path + L": " + Describe(*Open<IMessage>(folder, entryId, IID_IMessage)));
-    }
     for (const auto& [name, entryId] : Subfolders(folder))
-    {
         all.merge(DescribeAll(*Open<IMAPIFolder>(folder, entryId, IID_IMAPIFolder), path + L"/" + name));
-    }
     return all;
 }
 
@@ -168,9 +150,7 @@ protected:
         {
             // What earlier runs kept beside the store.
             if (entry.path().filename().wstring().starts_with(L"fresh.pst"))
-            {
                 std::filesystem::remove_all(entry.path());
-            }
         }
         target = LogOn(L"TARGET", fresh);
         from = Root(*source);
@@ -196,7 +176,7 @@ protected:
         auto session = std::make_unique<MailSession>(options);
         session->CreateService();
         session->ConfigurePath(file.wstring());
-        session->Logon({MDB_WRITE | MDB_NO_DIALOG | MAPI_UNICODE | LogonUnicode, nullptr});
+        session->Logon({MDB_WRITE | MDB_NO_DIALOG | MAPI_UNICODE | logonUnicode, nullptr});
         return session;
     }
 
@@ -210,12 +190,8 @@ protected:
     std::pair<std::wstring, Bytes> Nested()
     {
         for (const auto& [name, entryId] : Subfolders(*from))
-        {
             if (!Subfolders(*Open<IMAPIFolder>(*from, entryId, IID_IMAPIFolder)).empty())
-            {
                 return {name, entryId};
-            }
-        }
         ADD_FAILURE() << "the sample has no folder within a folder";
         return {};
     }
@@ -233,9 +209,7 @@ protected:
     {
         std::vector<SBinary> binaries;
         for (Bytes& entryId : entryIds)
-        {
             binaries.push_back({static_cast<ULONG>(entryId.size()), entryId.data()});
-        }
         ENTRYLIST list{static_cast<ULONG>(binaries.size()), binaries.data()};
         return support->CopyMessages(nullptr, &folder, &list, nullptr, &destination, 0, nullptr, flags);
     }
@@ -347,7 +321,7 @@ TEST_F(Copying, ALargePropertyGoesByStream)
     ComPtr<IMessage> second;
     ASSERT_EQ(to->CreateMessage(nullptr, 0, first.Put()), S_OK);
     ASSERT_EQ(to->CreateMessage(nullptr, 0, second.Put()), S_OK);
-    const std::wstring text(MaxInlineSize, L'x');
+    const std::wstring text(maxInlineSize, L'x');
     const MapiBlock<SPropValue> values(Memory(), MakePropArray(Memory(), {PropValue::String(PR_BODY_W, text)}));
     ASSERT_EQ(first->SetProps(1, values.Get(), nullptr), S_OK);
     EXPECT_EQ(Read(*first, {PR_BODY_W})[0].AsLong(), MAPI_E_NOT_ENOUGH_MEMORY);

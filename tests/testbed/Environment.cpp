@@ -13,9 +13,7 @@ namespace
 std::filesystem::path Folder(const wchar_t* variable, const wchar_t* besideProgram)
 {
     if (const wchar_t* const path = _wgetenv(variable))
-    {
         return path;
-    }
     wchar_t program[MAX_PATH];
     GetModuleFileNameW(nullptr, program, MAX_PATH);
     return std::filesystem::path(program).parent_path() / besideProgram;

@@ -183,9 +183,7 @@ public:
         g_state.support = ComPtr<IMAPISupport>(lpMAPISup);
         *lppMAPIError = Error(g_memory, ulFlags);
         if (FAILED(g_state.logonResult))
-        {
             return g_state.logonResult;
-        }
         *lpcbSpoolSecurity = 2;
         *lppbSpoolSecurity = static_cast<BYTE*>(g_memory.Allocate(2));
         (*lppbSpoolSecurity)[0] = 42;
@@ -230,9 +228,7 @@ extern "C"
         LPALLOCATEMORE allocateMore = nullptr;
         LPFREEBUFFER freeBuffer = nullptr;
         if (lpMAPISup && SUCCEEDED(lpMAPISup->GetMemAllocRoutines(&allocateBuffer, &allocateMore, &freeBuffer)))
-        {
             *lppMapiError = Error(MapiMemory(allocateBuffer, allocateMore, freeBuffer), ulFlags);
-        }
         return g_state.entryResult;
     }
 
@@ -244,9 +240,7 @@ extern "C"
         g_memory = MapiMemory(lpAllocateBuffer, lpAllocateMore, lpFreeBuffer);
         *lpulProviderVer = ulMAPIVer;
         if (SUCCEEDED(g_state.initResult))
-        {
             *lppMSProvider = MakeObject<FakeProvider>().Detach();
-        }
         return g_state.initResult;
     }
 }

@@ -137,9 +137,7 @@ TEST(Olmapi, ServesManyThreads)
             });
     }
     for (std::thread& thread : threads)
-    {
         thread.join();
-    }
     Export<OLMAPI_CHECK_BLOCKS>("OlmapiCheckBlocks")();
 }
 

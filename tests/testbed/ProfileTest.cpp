@@ -12,7 +12,7 @@ using Tests::Memory;
 
 namespace
 {
-constexpr ULONG SecureTag = PROP_TAG(PT_BINARY, 0x67F0);
+constexpr ULONG secureTag = PROP_TAG(PT_BINARY, 0x67F0);
 
 std::string Contents(const std::filesystem::path& file)
 {
@@ -179,12 +179,12 @@ TEST(ProfileSection, HidesSecureProperties)
 {
     const auto profile = Profile::InMemory(L"memory");
     const Uid uid = Uid::Create();
-    profile->Change(uid, {PropValue::Long(PR_RESOURCE_FLAGS, 1), PropValue::Binary(SecureTag, Bytes{1})});
+    profile->Change(uid, {PropValue::Long(PR_RESOURCE_FLAGS, 1), PropValue::Binary(secureTag, Bytes{1})});
     const auto section = OpenSection(profile, uid, true, Memory());
     MapiBlock<SPropTagArray> tags(Memory());
     EXPECT_EQ(section->GetPropList(0, tags.Put()), S_OK);
     EXPECT_EQ(tags->cValues, 1u);
-    EXPECT_EQ(Get(*section, SecureTag).AsBytes(), Bytes{1});
+    EXPECT_EQ(Get(*section, secureTag).AsBytes(), Bytes{1});
 }
 
 TEST(ProfileSection, SaysThatItsSectionIsGone)

@@ -12,7 +12,7 @@ using Tests::Memory;
 
 namespace
 {
-constexpr ULONG Id = 0x6001;
+constexpr ULONG id = 0x6001;
 
 GUID SomeGuid()
 {
@@ -23,33 +23,33 @@ GUID SomeGuid()
 std::vector<PropValue> AllTypes()
 {
     return {
-        PropValue(PROP_TAG(PT_I2, Id), std::int16_t(-2)),
-        PropValue(PROP_TAG(PT_LONG, Id), std::int32_t(-70000)),
-        PropValue(PROP_TAG(PT_R4, Id), 1.5f),
-        PropValue(PROP_TAG(PT_DOUBLE, Id), 2.25),
-        PropValue(PROP_TAG(PT_APPTIME, Id), 36526.5),
-        PropValue(PROP_TAG(PT_CURRENCY, Id), std::int64_t(123456)),
-        PropValue(PROP_TAG(PT_BOOLEAN, Id), true),
-        PropValue(PROP_TAG(PT_I8, Id), std::int64_t(-5000000000)),
-        PropValue(PROP_TAG(PT_SYSTIME, Id), std::int64_t(0x01D000000000F0F0)),
-        PropValue(PROP_TAG(PT_STRING8, Id), std::string("narrow")),
-        PropValue(PROP_TAG(PT_UNICODE, Id), std::wstring(L"wide \x20AC")),
-        PropValue(PROP_TAG(PT_BINARY, Id), Bytes{0, 1, 2, 255}),
-        PropValue(PROP_TAG(PT_CLSID, Id), SomeGuid()),
-        PropValue(PROP_TAG(PT_ERROR, Id), std::int32_t(MAPI_E_NOT_FOUND)),
-        PropValue(PROP_TAG(PT_OBJECT, Id), std::monostate()),
-        PropValue(PROP_TAG(PT_MV_I2, Id), std::vector<std::int16_t>{1, -1}),
-        PropValue(PROP_TAG(PT_MV_LONG, Id), std::vector<std::int32_t>{1, -1, 70000}),
-        PropValue(PROP_TAG(PT_MV_R4, Id), std::vector<float>{0.5f}),
-        PropValue(PROP_TAG(PT_MV_DOUBLE, Id), std::vector<double>{0.5, -0.25}),
-        PropValue(PROP_TAG(PT_MV_APPTIME, Id), std::vector<double>{1.0}),
-        PropValue(PROP_TAG(PT_MV_CURRENCY, Id), std::vector<std::int64_t>{10000}),
-        PropValue(PROP_TAG(PT_MV_I8, Id), std::vector<std::int64_t>{1, -1}),
-        PropValue(PROP_TAG(PT_MV_SYSTIME, Id), std::vector<std::int64_t>{0x01D0000000000000}),
-        PropValue(PROP_TAG(PT_MV_STRING8, Id), std::vector<std::string>{"a", ""}),
-        PropValue(PROP_TAG(PT_MV_UNICODE, Id), std::vector<std::wstring>{L"a", L"\x20AC"}),
-        PropValue(PROP_TAG(PT_MV_BINARY, Id), std::vector<Bytes>{{1}, {}, {2, 3}}),
-        PropValue(PROP_TAG(PT_MV_CLSID, Id), std::vector<GUID>{SomeGuid(), GUID{}}),
+        PropValue(PROP_TAG(PT_I2, id), std::int16_t(-2)),
+        PropValue(PROP_TAG(PT_LONG, id), std::int32_t(-70000)),
+        PropValue(PROP_TAG(PT_R4, id), 1.5f),
+        PropValue(PROP_TAG(PT_DOUBLE, id), 2.25),
+        PropValue(PROP_TAG(PT_APPTIME, id), 36526.5),
+        PropValue(PROP_TAG(PT_CURRENCY, id), std::int64_t(123456)),
+        PropValue(PROP_TAG(PT_BOOLEAN, id), true),
+        PropValue(PROP_TAG(PT_I8, id), std::int64_t(-5000000000)),
+        PropValue(PROP_TAG(PT_SYSTIME, id), std::int64_t(0x01D000000000F0F0)),
+        PropValue(PROP_TAG(PT_STRING8, id), std::string("narrow")),
+        PropValue(PROP_TAG(PT_UNICODE, id), std::wstring(L"wide \x20AC")),
+        PropValue(PROP_TAG(PT_BINARY, id), Bytes{0, 1, 2, 255}),
+        PropValue(PROP_TAG(PT_CLSID, id), SomeGuid()),
+        PropValue(PROP_TAG(PT_ERROR, id), std::int32_t(MAPI_E_NOT_FOUND)),
+        PropValue(PROP_TAG(PT_OBJECT, id), std::monostate()),
+        PropValue(PROP_TAG(PT_MV_I2, id), std::vector<std::int16_t>{1, -1}),
+        PropValue(PROP_TAG(PT_MV_LONG, id), std::vector<std::int32_t>{1, -1, 70000}),
+        PropValue(PROP_TAG(PT_MV_R4, id), std::vector<float>{0.5f}),
+        PropValue(PROP_TAG(PT_MV_DOUBLE, id), std::vector<double>{0.5, -0.25}),
+        PropValue(PROP_TAG(PT_MV_APPTIME, id), std::vector<double>{1.0}),
+        PropValue(PROP_TAG(PT_MV_CURRENCY, id), std::vector<std::int64_t>{10000}),
+        PropValue(PROP_TAG(PT_MV_I8, id), std::vector<std::int64_t>{1, -1}),
+        PropValue(PROP_TAG(PT_MV_SYSTIME, id), std::vector<std::int64_t>{0x01D0000000000000}),
+        PropValue(PROP_TAG(PT_MV_STRING8, id), std::vector<std::string>{"a", ""}),
+        PropValue(PROP_TAG(PT_MV_UNICODE, id), std::vector<std::wstring>{L"a", L"\x20AC"}),
+        PropValue(PROP_TAG(PT_MV_BINARY, id), std::vector<Bytes>{{1}, {}, {2, 3}}),
+        PropValue(PROP_TAG(PT_MV_CLSID, id), std::vector<GUID>{SomeGuid(), GUID{}}),
     };
 }
 
@@ -105,9 +105,7 @@ TEST_P(EveryType, IsGivenByGetPropsUnderItsOwnType)
 {
     const PropValue value = Value();
     if (value.IsError())
-    {
         return;
-    }
     const PropertyBag bag({value});
     const auto [result, values] = Get(bag, Array({value.Tag()}), 0);
     EXPECT_EQ(result, S_OK);
@@ -119,28 +117,28 @@ INSTANTIATE_TEST_SUITE_P(Types, EveryType, testing::Range(size_t(0), AllTypes().
 
 TEST(PropValue, RefusesAPayloadOfAnotherType)
 {
-    ExpectFailure(MAPI_E_INVALID_TYPE, [] { PropValue(PROP_TAG(PT_LONG, Id), std::string("text")); });
-    ExpectFailure(MAPI_E_INVALID_TYPE, [] { PropValue(PROP_TAG(0x77, Id), std::monostate()); });
+    ExpectFailure(MAPI_E_INVALID_TYPE, [] { PropValue(PROP_TAG(PT_LONG, id), std::string("text")); });
+    ExpectFailure(MAPI_E_INVALID_TYPE, [] { PropValue(PROP_TAG(0x77, id), std::monostate()); });
 }
 
 TEST(PropValue, RefusesNullPayloads)
 {
     SPropValue value{};
-    value.ulPropTag = PROP_TAG(PT_UNICODE, Id);
+    value.ulPropTag = PROP_TAG(PT_UNICODE, id);
     ExpectFailure(MAPI_E_INVALID_PARAMETER, [&] { PropValue::From(value); });
-    value.ulPropTag = PROP_TAG(PT_BINARY, Id);
+    value.ulPropTag = PROP_TAG(PT_BINARY, id);
     value.Value.bin = {4, nullptr};
     ExpectFailure(MAPI_E_INVALID_PARAMETER, [&] { PropValue::From(value); });
-    value.ulPropTag = PROP_TAG(PT_MV_LONG, Id);
+    value.ulPropTag = PROP_TAG(PT_MV_LONG, id);
     value.Value.MVl = {1, nullptr};
     ExpectFailure(MAPI_E_INVALID_PARAMETER, [&] { PropValue::From(value); });
-    value.ulPropTag = PROP_TAG(0x77, Id);
+    value.ulPropTag = PROP_TAG(0x77, id);
     ExpectFailure(MAPI_E_INVALID_TYPE, [&] { PropValue::From(value); });
 }
 
 TEST(PropValue, ConvertsBetweenStringTypesOnly)
 {
-    const PropValue wide = PropValue::String(PROP_TAG(PT_UNICODE, Id), L"caf\x00E9");
+    const PropValue wide = PropValue::String(PROP_TAG(PT_UNICODE, id), L"caf\x00E9");
     const auto narrow = wide.As(PT_STRING8);
     ASSERT_TRUE(narrow);
     EXPECT_EQ(narrow->Type(), PT_STRING8);
@@ -152,13 +150,13 @@ TEST(PropValue, ConvertsBetweenStringTypesOnly)
 
 TEST(PropValue, ComparesStringsWithoutCaseAndBinariesByBytes)
 {
-    const ULONG text = PROP_TAG(PT_UNICODE, Id);
+    const ULONG text = PROP_TAG(PT_UNICODE, id);
     EXPECT_EQ(Compare(PropValue::String(text, L"Alpha"), PropValue::String(text, L"aLPHA")), 0);
     EXPECT_LT(*Compare(PropValue::String(text, L"alpha"), PropValue::String(text, L"Beta")), 0);
-    const ULONG binary = PROP_TAG(PT_BINARY, Id);
+    const ULONG binary = PROP_TAG(PT_BINARY, id);
     EXPECT_LT(*Compare(PropValue::Binary(binary, Bytes{1}), PropValue::Binary(binary, Bytes{1, 0})), 0);
     EXPECT_GT(*Compare(PropValue::Binary(binary, Bytes{2}), PropValue::Binary(binary, Bytes{1, 0})), 0);
-    EXPECT_FALSE(Compare(PropValue::String(text, L"1"), PropValue::Long(PROP_TAG(PT_LONG, Id), 1)));
+    EXPECT_FALSE(Compare(PropValue::String(text, L"1"), PropValue::Long(PROP_TAG(PT_LONG, id), 1)));
 }
 
 TEST(GetProps, MarksWhatIsMissing)
@@ -193,9 +191,7 @@ TEST(GetProps, GivesAllForNoTags)
     EXPECT_EQ(result, S_OK);
     EXPECT_EQ(values.size(), 5u);
     for (const PropValue& value : values)
-    {
         EXPECT_NE(value.Type(), PT_STRING8);
-    }
     const auto [emptyResult, none] = Get(PropertyBag(), nullptr, 0);
     EXPECT_EQ(emptyResult, S_OK);
     EXPECT_TRUE(none.empty());
@@ -204,9 +200,9 @@ TEST(GetProps, GivesAllForNoTags)
 TEST(GetProps, LeavesLargeValuesToStreams)
 {
     PropertyBag bag;
-    bag.Put(PropValue::Binary(PR_ENTRYID, Bytes(MaxInlineSize)));
+    bag.Put(PropValue::Binary(PR_ENTRYID, Bytes(maxInlineSize)));
     EXPECT_EQ(Get(bag, Array({PR_ENTRYID}), 0).first, S_OK);
-    bag.Put(PropValue::Binary(PR_ENTRYID, Bytes(MaxInlineSize + 1)));
+    bag.Put(PropValue::Binary(PR_ENTRYID, Bytes(maxInlineSize + 1)));
     const auto [result, values] = Get(bag, Array({PR_ENTRYID}), 0);
     EXPECT_EQ(result, MAPI_W_ERRORS_RETURNED);
     EXPECT_EQ(values[0].AsLong(), MAPI_E_NOT_ENOUGH_MEMORY);

@@ -7,7 +7,7 @@ using namespace Testbed;
 
 namespace
 {
-const std::wstring Path = L"Software\\TestbedRegistryKeyTest";
+const std::wstring path = L"Software\\TestbedRegistryKeyTest";
 
 class Key : public testing::Test
 {
@@ -15,14 +15,14 @@ protected:
     void SetUp() override
     {
         LSTATUS error = ERROR_SUCCESS;
-        key = RegistryKey::Create(HKEY_CURRENT_USER, Path, error);
+        key = RegistryKey::Create(HKEY_CURRENT_USER, path, error);
         ASSERT_EQ(error, ERROR_SUCCESS);
     }
 
     void TearDown() override
     {
         key = {};
-        RegDeleteTreeW(HKEY_CURRENT_USER, Path.c_str());
+        RegDeleteTreeW(HKEY_CURRENT_USER, path.c_str());
     }
 
     void Write(const wchar_t* name, DWORD type, const std::wstring& text)
@@ -40,13 +40,13 @@ TEST_F(Key, WritesAndReadsTexts)
     EXPECT_EQ(key.WriteText(nullptr, L"default"), ERROR_SUCCESS);
     EXPECT_EQ(key.WriteText(L"name", L"caf\x00E9"), ERROR_SUCCESS);
     EXPECT_EQ(key.WriteText(L"empty", {}), ERROR_SUCCESS);
-    const RegistryKey again = RegistryKey::Open(HKEY_CURRENT_USER, Path);
+    const RegistryKey again = RegistryKey::Open(HKEY_CURRENT_USER, path);
     ASSERT_TRUE(again);
     EXPECT_EQ(again.ReadText(nullptr), L"default");
     EXPECT_EQ(again.ReadText(L"name"), L"caf\x00E9");
     EXPECT_EQ(again.ReadText(L"empty"), L"");
     EXPECT_FALSE(again.ReadText(L"missing"));
-    EXPECT_FALSE(RegistryKey::Open(HKEY_CURRENT_USER, Path + L"\\missing"));
+    EXPECT_FALSE(RegistryKey::Open(HKEY_CURRENT_USER, path + L"\\missing"));
 }
 
 TEST_F(Key, ExpandsVariables)

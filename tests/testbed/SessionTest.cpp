@@ -73,9 +73,7 @@ public:
     STDMETHODIMP_(ULONG) OnNotify(ULONG count, LPNOTIFICATION notifications) override
     {
         for (ULONG i = 0; i < count; ++i)
-        {
             events.push_back(notifications[i].ulEventType);
-        }
         return answer;
     }
     std::vector<ULONG> events;
@@ -144,7 +142,7 @@ TEST_F(Session, ConfiguresWithValues)
     session->ConfigurePath(L"C:\\mail\\a.pst");
     EXPECT_EQ(fake.calls, (Calls{"entry 2", "entry 3"}));
     ASSERT_EQ(fake.entryValues.size(), 1u);
-    EXPECT_EQ(fake.entryValues[0].Tag(), Tags::OfflineStorePathW);
+    EXPECT_EQ(fake.entryValues[0].Tag(), Tags::offlineStorePathW);
     EXPECT_EQ(fake.entryValues[0].AsText(), L"C:\\mail\\a.pst");
     EXPECT_EQ(session->CallEntry(MSG_SERVICE_PROVIDER_CREATE, {}, nullptr, false, false), S_OK);
     EXPECT_FALSE(fake.entryHadAdmin);

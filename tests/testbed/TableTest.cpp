@@ -9,10 +9,10 @@ using Tests::Memory;
 
 namespace
 {
-constexpr ULONG NameTag = PROP_TAG(PT_UNICODE, 0x3001);
-constexpr ULONG NumberTag = PROP_TAG(PT_LONG, 0x3602);
-constexpr ULONG DataTag = PROP_TAG(PT_BINARY, 0x6002);
-constexpr ULONG ListTag = PROP_TAG(PT_MV_UNICODE, 0x6003);
+constexpr ULONG nameTag = PROP_TAG(PT_UNICODE, 0x3001);
+constexpr ULONG numberTag = PROP_TAG(PT_LONG, 0x3602);
+constexpr ULONG dataTag = PROP_TAG(PT_BINARY, 0x6002);
+constexpr ULONG listTag = PROP_TAG(PT_MV_UNICODE, 0x6003);
 
 // Rows that come and go, and that count how often they are fetched.
 class TestRows : public RowSource
@@ -27,11 +27,9 @@ public:
     void Add(const std::wstring& name, std::optional<LONG> number)
     {
         auto bag = std::make_shared<PropertyBag>();
-        bag->Put(PropValue::String(NameTag, name));
+        bag->Put(PropValue::String(nameTag, name));
         if (number)
-        {
-            bag->Put(PropValue::Long(NumberTag, *number));
-        }
+            bag->Put(PropValue::Long(numberTag, *number));
         entries.push_back({nextKey++, std::move(bag)});
     }
 
@@ -49,8 +47,8 @@ public:
     }
     std::uint64_t RowKey(size_t index) const override { return entries.at(index).key; }
     std::uint64_t Generation() const override { return generation; }
-    std::vector<ULONG> DefaultColumns() const override { return {NameTag, NumberTag}; }
-    std::vector<ULONG> AllColumns() const override { return {NameTag, NumberTag, DataTag}; }
+    std::vector<ULONG> DefaultColumns() const override { return {nameTag, numberTag}; }
+    std::vector<ULONG> AllColumns() const override { return {nameTag, numberTag, dataTag}; }
 
     std::vector<Entry> entries;
     std::uint64_t nextKey = 100;
@@ -77,9 +75,7 @@ protected:
         EXPECT_EQ(table->QueryRows(count, flags, set.Put()), S_OK);
         std::vector<std::wstring> names;
         for (ULONG row = 0; row < set.Count(); ++row)
-        {
             names.push_back(PropValue::From(set[row].lpProps[0]).AsText());
-        }
         return names;
     }
 
@@ -106,11 +102,11 @@ protected:
     {
         std::wstring text = name;
         SPropValue value{};
-        value.ulPropTag = NameTag;
+        value.ulPropTag = nameTag;
         value.Value.lpszW = text.data();
         SRestriction restriction{};
         restriction.rt = RES_PROPERTY;
-        restriction.res.resProperty = {RELOP_EQ, NameTag, &value};
+        restriction.res.resProperty = {RELOP_EQ, nameTag, &value};
         return table->FindRow(&restriction, origin, flags);
     }
 
@@ -124,9 +120,7 @@ public:
     STDMETHODIMP_(ULONG) OnNotify(ULONG count, LPNOTIFICATION notifications) override
     {
         for (ULONG i = 0; i < count; ++i)
-        {
             events.push_back(notifications[i].info.tab.ulTableEvent);
-        }
         return 0;
     }
     std::vector<ULONG> events;
@@ -192,7 +186,7 @@ TEST_F(Table, MarksMissingCells)
 
 TEST_F(Table, ShowsTheColumnsThatAreSet)
 {
-    SizedSPropTagArray(2, columns) = {2, {NumberTag, PR_NULL}};
+    SizedSPropTagArray(2, columns) = {2, {numberTag, PR_NULL}};
     EXPECT_EQ(table->SetColumns(reinterpret_cast<SPropTagArray*>(&columns), TBL_BATCH), S_OK);
     MapiRows set(Memory());
     ASSERT_EQ(table->QueryRows(1, 0, set.Put()), S_OK);
@@ -222,11 +216,11 @@ TEST_F(Table, OpenedWithoutUnicodeShowsNarrowColumns)
 
 TEST_F(Table, SortsUpAndDownWithMissingValuesLast)
 {
-    EXPECT_EQ(Sort({{NameTag, TABLE_SORT_ASCEND}}), S_OK);
+    EXPECT_EQ(Sort({{nameTag, TABLE_SORT_ASCEND}}), S_OK);
     EXPECT_EQ(Names(), (Strings{L"Alpha", L"bravo", L"charlie", L"delta"}));
-    EXPECT_EQ(Sort({{NumberTag, TABLE_SORT_DESCEND}}), S_OK);
+    EXPECT_EQ(Sort({{numberTag, TABLE_SORT_DESCEND}}), S_OK);
     EXPECT_EQ(Names(), (Strings{L"delta", L"Alpha", L"bravo", L"charlie"}));
-    EXPECT_EQ(Sort({{NumberTag, TABLE_SORT_ASCEND}, {NameTag, TABLE_SORT_DESCEND}}), S_OK);
+    EXPECT_EQ(Sort({{numberTag, TABLE_SORT_ASCEND}, {nameTag, TABLE_SORT_DESCEND}}), S_OK);
     EXPECT_EQ(Names(), (Strings{L"bravo", L"Alpha", L"delta", L"charlie"}));
 
     MapiBlock<SSortOrderSet> order(Memory());
@@ -240,11 +234,11 @@ TEST_F(Table, SortsUpAndDownWithMissingValuesLast)
 
 TEST_F(Table, RefusesCategories)
 {
-    SizedSSortOrderSet(1, set) = {1, 1, 0, {{NameTag, TABLE_SORT_ASCEND}}};
+    SizedSSortOrderSet(1, set) = {1, 1, 0, {{nameTag, TABLE_SORT_ASCEND}}};
     EXPECT_EQ(table->SortTable(reinterpret_cast<SSortOrderSet*>(&set), 0), MAPI_E_NO_SUPPORT);
     EXPECT_EQ(table->SortTable(nullptr, 0), MAPI_E_INVALID_PARAMETER);
-    EXPECT_EQ(Sort({{NameTag, 17}}), MAPI_E_INVALID_PARAMETER);
-    EXPECT_EQ(Sort({{ListTag | MV_INSTANCE, TABLE_SORT_ASCEND}}), MAPI_E_NO_SUPPORT);
+    EXPECT_EQ(Sort({{nameTag, 17}}), MAPI_E_INVALID_PARAMETER);
+    EXPECT_EQ(Sort({{listTag | MV_INSTANCE, TABLE_SORT_ASCEND}}), MAPI_E_NO_SUPPORT);
     EXPECT_EQ(table->ExpandRow(0, nullptr, 0, 0, nullptr, nullptr), MAPI_E_NO_SUPPORT);
     EXPECT_EQ(Names().size(), 4u);
 }
@@ -252,13 +246,13 @@ TEST_F(Table, RefusesCategories)
 TEST_F(Table, RestrictsAndOpensUpAgain)
 {
     SPropValue value{};
-    value.ulPropTag = NumberTag;
+    value.ulPropTag = numberTag;
     value.Value.l = 1;
     SRestriction restriction{};
     restriction.rt = RES_PROPERTY;
-    restriction.res.resProperty = {RELOP_EQ, NumberTag, &value};
+    restriction.res.resProperty = {RELOP_EQ, numberTag, &value};
     EXPECT_EQ(table->Restrict(&restriction, 0), S_OK);
-    EXPECT_EQ(Sort({{NameTag, TABLE_SORT_DESCEND}}), S_OK);
+    EXPECT_EQ(Sort({{nameTag, TABLE_SORT_DESCEND}}), S_OK);
     EXPECT_EQ(Names(), (Strings{L"bravo", L"Alpha"}));
     ULONG count = 0;
     EXPECT_EQ(table->GetRowCount(0, &count), S_OK);
@@ -311,7 +305,7 @@ TEST_F(Table, KeepsBookmarks)
     EXPECT_EQ(table->FreeBookmark(bookmark), MAPI_E_INVALID_BOOKMARK);
     EXPECT_EQ(table->FreeBookmark(BOOKMARK_END), S_OK);
     EXPECT_EQ(table->CreateBookmark(&bookmark), S_OK);
-    EXPECT_EQ(Sort({{NameTag, TABLE_SORT_ASCEND}}), S_OK);
+    EXPECT_EQ(Sort({{nameTag, TABLE_SORT_ASCEND}}), S_OK);
     EXPECT_EQ(table->SeekRow(bookmark, 0, nullptr), MAPI_E_INVALID_BOOKMARK);
 }
 
@@ -395,16 +389,16 @@ class Restrictions : public testing::Test
 protected:
     Restrictions()
     {
-        bag.Put(PropValue::String(NameTag, L"Caf\x00E9 Central"));
-        bag.Put(PropValue::Long(NumberTag, 6));
+        bag.Put(PropValue::String(nameTag, L"Caf\x00E9 Central"));
+        bag.Put(PropValue::Long(numberTag, 6));
         bag.Put(PropValue::Long(PROP_TAG(PT_LONG, 0x3603), 7));
-        bag.Put(PropValue::Binary(DataTag, Bytes{1, 2, 3, 4}));
-        bag.Put(PropValue(ListTag, std::vector<std::wstring>{L"red", L"green"}));
+        bag.Put(PropValue::Binary(dataTag, Bytes{1, 2, 3, 4}));
+        bag.Put(PropValue(listTag, std::vector<std::wstring>{L"red", L"green"}));
     }
 
     bool Matches(const SRestriction& restriction) const { return Restriction::Copy(&restriction)->Matches(bag); }
 
-    bool Text(ULONG level, std::wstring text, ULONG tag = NameTag) const
+    bool Text(ULONG level, std::wstring text, ULONG tag = nameTag) const
     {
         SPropValue value{};
         value.ulPropTag = PROP_TAG(PT_UNICODE, PROP_ID(tag));
@@ -415,7 +409,7 @@ protected:
         return Matches(restriction);
     }
 
-    bool Number(ULONG relop, LONG number, ULONG tag = NumberTag) const
+    bool Number(ULONG relop, LONG number, ULONG tag = numberTag) const
     {
         SPropValue value{};
         value.ulPropTag = tag;
@@ -443,8 +437,8 @@ TEST_F(Restrictions, ByContent)
     EXPECT_TRUE(Text(FL_SUBSTRING, L""));
     EXPECT_TRUE(Text(FL_SUBSTRING | FL_IGNORENONSPACE, L"Cafe "));
     EXPECT_TRUE(Text(FL_SUBSTRING | FL_LOOSE, L"cafe "));
-    EXPECT_TRUE(Text(FL_FULLSTRING, L"green", ListTag));
-    EXPECT_FALSE(Text(FL_FULLSTRING, L"blue", ListTag));
+    EXPECT_TRUE(Text(FL_FULLSTRING, L"green", listTag));
+    EXPECT_FALSE(Text(FL_FULLSTRING, L"blue", listTag));
     EXPECT_FALSE(Text(FL_FULLSTRING, L"x", PR_SUBJECT_W));
 }
 
@@ -452,11 +446,11 @@ TEST_F(Restrictions, ByBinaryContent)
 {
     BYTE bytes[] = {2, 3};
     SPropValue value{};
-    value.ulPropTag = DataTag;
+    value.ulPropTag = dataTag;
     value.Value.bin = {2, bytes};
     SRestriction restriction{};
     restriction.rt = RES_CONTENT;
-    restriction.res.resContent = {FL_SUBSTRING, DataTag, &value};
+    restriction.res.resContent = {FL_SUBSTRING, dataTag, &value};
     EXPECT_TRUE(Matches(restriction));
     restriction.res.resContent.ulFuzzyLevel = FL_PREFIX;
     EXPECT_FALSE(Matches(restriction));
@@ -470,9 +464,7 @@ TEST_F(Restrictions, ByRelation)
         {RELOP_EQ, 6, true},  {RELOP_EQ, 5, false}, {RELOP_NE, 6, false}, {RELOP_NE, 5, true},
     };
     for (const auto& [relop, number, expected] : cases)
-    {
         EXPECT_EQ(Number(relop, number), expected) << "relation " << relop << " to " << number;
-    }
     // What is missing compares to nothing.
     EXPECT_FALSE(Number(RELOP_NE, 5, PROP_TAG(PT_LONG, 0x3650)));
     ExpectFailure(MAPI_E_TOO_COMPLEX, [&] { Number(RELOP_RE, 5); });
@@ -483,29 +475,29 @@ TEST_F(Restrictions, ByBitsSizeExistenceAndOtherProperties)
 {
     SRestriction restriction{};
     restriction.rt = RES_BITMASK;
-    restriction.res.resBitMask = {BMR_NEZ, NumberTag, 2};
+    restriction.res.resBitMask = {BMR_NEZ, numberTag, 2};
     EXPECT_TRUE(Matches(restriction));
-    restriction.res.resBitMask = {BMR_EQZ, NumberTag, 2};
+    restriction.res.resBitMask = {BMR_EQZ, numberTag, 2};
     EXPECT_FALSE(Matches(restriction));
-    restriction.res.resBitMask = {BMR_EQZ, NumberTag, 1};
+    restriction.res.resBitMask = {BMR_EQZ, numberTag, 1};
     EXPECT_TRUE(Matches(restriction));
-    restriction.res.resBitMask = {BMR_EQZ, NameTag, 1};
+    restriction.res.resBitMask = {BMR_EQZ, nameTag, 1};
     ExpectFailure(MAPI_E_TOO_COMPLEX, [&] { Matches(restriction); });
 
     restriction.rt = RES_SIZE;
-    restriction.res.resSize = {RELOP_EQ, DataTag, 4};
+    restriction.res.resSize = {RELOP_EQ, dataTag, 4};
     EXPECT_TRUE(Matches(restriction));
-    restriction.res.resSize = {RELOP_GT, DataTag, 4};
+    restriction.res.resSize = {RELOP_GT, dataTag, 4};
     EXPECT_FALSE(Matches(restriction));
 
     restriction.rt = RES_EXIST;
-    restriction.res.resExist = {0, DataTag, 0};
+    restriction.res.resExist = {0, dataTag, 0};
     EXPECT_TRUE(Matches(restriction));
     restriction.res.resExist = {0, PR_SUBJECT, 0};
     EXPECT_FALSE(Matches(restriction));
 
     restriction.rt = RES_COMPAREPROPS;
-    restriction.res.resCompareProps = {RELOP_LT, NumberTag, PROP_TAG(PT_LONG, 0x3603)};
+    restriction.res.resCompareProps = {RELOP_LT, numberTag, PROP_TAG(PT_LONG, 0x3603)};
     EXPECT_TRUE(Matches(restriction));
     restriction.res.resCompareProps.relop = RELOP_EQ;
     EXPECT_FALSE(Matches(restriction));
@@ -515,7 +507,7 @@ TEST_F(Restrictions, Combined)
 {
     SRestriction parts[2] = {};
     parts[0].rt = RES_EXIST;
-    parts[0].res.resExist.ulPropTag = NameTag;
+    parts[0].res.resExist.ulPropTag = nameTag;
     parts[1].rt = RES_EXIST;
     parts[1].res.resExist.ulPropTag = PR_SUBJECT;
     SRestriction all{};
@@ -548,7 +540,7 @@ TEST_F(Restrictions, MalformedOrTooComplex)
     restriction.res.resAnd = {1, nullptr};
     ExpectFailure(MAPI_E_INVALID_PARAMETER, [&] { Matches(restriction); });
     restriction.rt = RES_PROPERTY;
-    restriction.res.resProperty = {RELOP_EQ, NumberTag, nullptr};
+    restriction.res.resProperty = {RELOP_EQ, numberTag, nullptr};
     ExpectFailure(MAPI_E_INVALID_PARAMETER, [&] { Matches(restriction); });
     restriction.rt = RES_NOT;
     restriction.res.resNot = {0, &restriction};
@@ -558,13 +550,13 @@ TEST_F(Restrictions, MalformedOrTooComplex)
 TEST_F(Restrictions, AreGivenBackAsTheyCame)
 {
     SPropValue value{};
-    value.ulPropTag = NumberTag;
+    value.ulPropTag = numberTag;
     value.Value.l = 6;
     SRestriction parts[2] = {};
     parts[0].rt = RES_PROPERTY;
-    parts[0].res.resProperty = {RELOP_EQ, NumberTag, &value};
+    parts[0].res.resProperty = {RELOP_EQ, numberTag, &value};
     parts[1].rt = RES_BITMASK;
-    parts[1].res.resBitMask = {BMR_NEZ, NumberTag, 4};
+    parts[1].res.resBitMask = {BMR_NEZ, numberTag, 4};
     SRestriction all{};
     all.rt = RES_AND;
     all.res.resAnd = {2, parts};

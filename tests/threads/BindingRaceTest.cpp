@@ -185,9 +185,7 @@ void RaceOnce()
         EXPECT_TRUE(racer.isGood);
     }
     if (setting.isMeeting)
-    {
         EXPECT_EQ(loads, racers) << "all of them obtained the module";
-    }
     EXPECT_EQ(frees, loads - 1) << "all but the winner gave it back";
 
     Testbed::OlmapiStatistics statistics = {};

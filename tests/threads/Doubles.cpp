@@ -34,7 +34,7 @@ SPropValue MakeValue(ULONG tag, void* parent)
         break;
     case PT_BINARY:
         value.Value.bin = {entryIdSize, static_cast<BYTE*>(mapi.AllocateMore(entryIdSize, parent))};
-        std::memset(value.Value.bin.lpb, tag == Quillon::Nst::ArchiveSubtreeEntryIdTag ? archiveByte : anyByte,
+        std::memset(value.Value.bin.lpb, tag == Quillon::Nst::archiveSubtreeEntryIdTag ? archiveByte : anyByte,
                     entryIdSize);
         break;
     case PT_UNICODE:

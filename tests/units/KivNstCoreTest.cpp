@@ -48,7 +48,7 @@ Bytes WideBytes(const std::wstring& text)
 
 TEST(ProviderUid, IsTheOneThatProfilesHold)
 {
-    EXPECT_EQ(Bytes(Nst::ProviderUid.ab, Nst::ProviderUid.ab + 16), providerUid);
+    EXPECT_EQ(Bytes(Nst::providerUid.ab, Nst::providerUid.ab + 16), providerUid);
 }
 
 TEST(CreateStoreEntryID, OfAnEmptyPathHas24Bytes)

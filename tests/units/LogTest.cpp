@@ -354,10 +354,8 @@ TEST(LogFile, KeepsTheLinesOfManyThreadsWhole)
     }
     EXPECT_EQ(texts.size(), static_cast<std::size_t>(threadCount * lineCount));
     for (int thread = 0; thread < threadCount; ++thread)
-    {
         for (int line = 0; line < lineCount; ++line)
             EXPECT_EQ(texts.count("<" + std::to_string(thread) + ":" + std::to_string(line) + ">\r"), 1u);
-    }
 }
 
 TEST(Log, LosesNoLineAndCallsNoOldSinkWhileSinksAreReplacedUnderLoad)

@@ -107,7 +107,7 @@ TEST(CNstMessageService, MakesAWrappedSupportObjectOverBoth)
         EXPECT_EQ(wrapped->AddRef(), 2u);
         EXPECT_EQ(wrapped->Release(), 1u);
         // And it gives the section for the UID by which the PST provider asks for it.
-        MAPIUID uid = Nst::GlobalProfileSectionUid;
+        MAPIUID uid = Nst::globalProfileSectionUid;
         ATL::CComQIPtr<IProfSect> given;
         EXPECT_EQ(wrapped->OpenProfileSection(&uid, 0, &given), S_OK);
         EXPECT_EQ(given.p, section.Get());

@@ -73,13 +73,9 @@ TEST_F(FolderWrapper, CallsTheHookAfterSuccessAndWarningsAndNotAfterAFailure)
         Values values;
         EXPECT_EQ(values.Read(host), hr);
         if (FAILED(hr))
-        {
             EXPECT_THAT(tags, IsEmpty());
-        }
         else
-        {
             EXPECT_THAT(tags, ElementsAre(PR_ACCESS, CHANGE_PROP_TYPE(PR_SUBJECT_W, PT_ERROR)));
-        }
     }
     constexpr auto getProps = L"Quillon::Nst::CNstMapiFolder::GetProps";
     EXPECT_THAT(log.Lines(), ElementsAre(Entry(LogId::Warning, MapiText(MAPI_W_POSITION_CHANGED)),

@@ -382,7 +382,7 @@ TEST_F(ProviderWrapper, HandsThePstProviderTheServicesSection)
                 IMSLogon**, IMsgStore**) -> HRESULT
             {
                 IProfSect* held = nullptr;
-                MAPIUID asked = GlobalProfileSectionUid;
+                MAPIUID asked = globalProfileSectionUid;
                 EXPECT_EQ(given->OpenProfileSection(&asked, 0, &held), S_OK);
                 EXPECT_EQ(held, service.Get());
                 if (held)

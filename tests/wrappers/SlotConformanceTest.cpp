@@ -380,10 +380,8 @@ public:
     bool OutputsUntouched() const
     {
         for (std::size_t index = 0; index < m_kinds.size(); ++index)
-        {
             if ((m_kinds[index] == 'o' || m_kinds[index] == 'O') && m_outputs[index] != untouched)
                 return false;
-        }
         return true;
     }
     bool InputsUntouched() const
@@ -400,17 +398,11 @@ public:
             const RawArgument argument = seen[index + shift];
             const char kind = m_kinds[index];
             if (kind == 'u')
-            {
                 EXPECT_EQ(static_cast<ULONG>(argument), static_cast<ULONG>(raw[index])) << "argument " << index + 1;
-            }
             else if (kind == 'o')
-            {
                 EXPECT_TRUE(argument != 0 && argument != raw[index]) << "argument " << index + 1;
-            }
             else
-            {
                 EXPECT_EQ(argument, raw[index]) << "argument " << index + 1;
-            }
         }
     }
 
@@ -598,13 +590,9 @@ void SlotConformance::CheckQueryInterface()
             EXPECT_THAT(Wrapped().ErrorRequests(), IsEmpty());
             ExpectOnlyCalled(&Wrapped());
             if (hr == S_OK || hr == E_NOINTERFACE)
-            {
                 EXPECT_THAT(lines.Lines(), IsEmpty());
-            }
             else
-            {
                 EXPECT_THAT(lines.Lines(), ElementsAre(Entry(LevelOf(hr), ComText(hr, CallName()))));
-            }
         }
     };
     for (const PrivateIid& iid : m_class.privateIids)
@@ -680,9 +668,7 @@ void SlotConformance::CheckPass(ULONG clearedFlags)
             arguments.ExpectSeen(call.arguments);
             EXPECT_TRUE(arguments.InputsUntouched());
             if (hr < 0 || kinds.find('o') == std::string::npos)
-            {
                 EXPECT_TRUE(arguments.OutputsUntouched());
-            }
             ExpectOnlyCalled(&Wrapped());
             if (hr == S_OK || hr == m_slot.quiet)
             {
@@ -735,13 +721,9 @@ void SlotConformance::CheckCom()
         arguments.ExpectSeen(Wrapped().Calls()[0].arguments);
         ExpectOnlyCalled(&Wrapped());
         if (hr == S_OK)
-        {
             EXPECT_THAT(log.Lines(), IsEmpty());
-        }
         else
-        {
             EXPECT_THAT(log.Lines(), ElementsAre(Entry(LevelOf(hr), ComText(hr, CallName()))));
-        }
     }
 }
 
@@ -854,13 +836,9 @@ void SlotConformance::CheckCompanion()
         const bool quiet = hr == S_OK;
         EXPECT_THAT(errorSource.ErrorRequests(), quiet ? std::vector<HRESULT>() : std::vector<HRESULT>{hr});
         if (quiet)
-        {
             EXPECT_THAT(log.Lines(), IsEmpty());
-        }
         else
-        {
             EXPECT_THAT(log.Lines(), ElementsAre(Entry(LevelOf(hr), MapiText(hr, callName))));
-        }
         for (const Recorder* const recorder : All())
         {
             EXPECT_EQ(recorder->AddRefs(), recorder->Releases());
@@ -889,9 +867,7 @@ void SlotConformance::CheckRefused()
     EXPECT_TRUE(arguments.InputsUntouched());
     ASSERT_EQ(Wrapped().Calls().size(), naming ? 1u : 0u);
     if (naming)
-    {
         EXPECT_EQ(Wrapped().Calls()[0].slot, 5);
-    }
     ExpectOnlyCalled(&Wrapped());
 
     const std::vector<LogLine> lines = log.Lines();
@@ -902,13 +878,9 @@ void SlotConformance::CheckRefused()
     EXPECT_EQ(lines[0].text.find(Widen(CallName() + " called ")), 0u) << Narrow(lines[0].text);
     EXPECT_NE(lines[0].text.find(L"; returning MAPI_E_NO_ACCESS"), std::wstring::npos) << Narrow(lines[0].text);
     if (naming)
-    {
         EXPECT_TRUE(lines[0].text.ends_with(std::wstring(L": ") + displayName)) << Narrow(lines[0].text);
-    }
     if (detailed)
-    {
         EXPECT_THAT(lines[1], Detail(LogId::Warning, L"PR_SUBJECT_W"));
-    }
 }
 
 void SlotConformance::CheckIgnored()

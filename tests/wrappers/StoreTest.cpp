@@ -167,13 +167,9 @@ TEST_F(StoreWrapper, HandsTheWarningOfMissingPropertiesOnAndLogsOnlyOthers)
         EXPECT_EQ(values[0].Value.l, 2);
         EXPECT_EQ(values[1].Value.err, MAPI_E_NOT_FOUND);
         if (hr == MAPI_W_ERRORS_RETURNED)
-        {
             EXPECT_THAT(log.Take(), IsEmpty());
-        }
         else
-        {
             EXPECT_THAT(log.Take(), ElementsAre(Entry(LogId::Warning, MapiText(hr))));
-        }
     }
 }
 

@@ -90,7 +90,7 @@ MAPIUID SpecialUid()
 TEST_F(SupportWrapper, GivesTheHeldSectionForTheSpecialUidWhateverTheFlags)
 {
     MAPIUID uid = SpecialUid();
-    EXPECT_EQ(std::memcmp(&uid, &GlobalProfileSectionUid, sizeof(uid)), 0);
+    EXPECT_EQ(std::memcmp(&uid, &globalProfileSectionUid, sizeof(uid)), 0);
     EXPECT_CALL(*mapi, OpenProfileSection).Times(0);
     for (const ULONG flags : {0ul, MAPI_MODIFY, 0xFFFFFFFFul})
     {

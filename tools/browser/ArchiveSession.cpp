@@ -79,9 +79,7 @@ std::filesystem::path ProgramFolder()
     {
         const DWORD length = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
         if (length == 0)
-        {
             Fail(MAPI_E_CALL_FAILED, L"The system does not say where this program lies.");
-        }
         if (length < path.size())
         {
             path.resize(length);
@@ -111,15 +109,11 @@ void ArchiveSession::Configure(const std::filesystem::path& archive, const Setti
     const std::filesystem::path full = std::filesystem::absolute(archive).make_preferred();
     const bool isNew = !m_session.HasService();
     if (isNew)
-    {
         m_session.CreateService();
-    }
     NewServiceGuard guard(m_session);
     if (!isNew)
-    {
         guard.Keep();
-    }
-    m_session.Configure({PropValue::String(Tags::OfflineStorePathW, full.wstring()), OptionsValue(setting)});
+    m_session.Configure({PropValue::String(Tags::offlineStorePathW, full.wstring()), OptionsValue(setting)});
     if (isNew)
     {
         // Only a logon shows whether there can be a store.
@@ -132,11 +126,9 @@ void ArchiveSession::Configure(const std::filesystem::path& archive, const Setti
 std::filesystem::path ArchiveSession::ArchivePath() const
 {
     if (!m_session.HasService())
-    {
         return {};
-    }
     const PropertyBag section = m_session.ProfileOf().Section(m_session.ServiceSection());
-    const PropValue* const path = section.Find(PROP_ID(Tags::OfflineStorePathW));
+    const PropValue* const path = section.Find(PROP_ID(Tags::offlineStorePathW));
     return path ? std::filesystem::path(path->AsText()) : std::filesystem::path();
 }
 
@@ -150,22 +142,18 @@ void ArchiveSession::Logon(const Setting& setting)
     const PropertyBag section = m_session.ProfileOf().Section(m_session.ServiceSection());
     const PropValue* const options = section.Find(PROP_ID(PR_ARCHIVE_HOST_OPTIONS));
     if (!options || options->AsLong() != setting.Options())
-    {
         m_session.Configure({OptionsValue(setting)});
-    }
     m_session.Logon();
 }
 
 PstSession::PstSession(const std::filesystem::path& file, bool mustExist, bool writable) : m_session(PstOptions())
 {
     if (mustExist)
-    {
         RequireFile(file);
-    }
     m_session.CreateService();
     m_session.ConfigurePath(std::filesystem::absolute(file).make_preferred().wstring());
     LogonOptions options;
-    options.flags = MDB_NO_DIALOG | MAPI_UNICODE | LogonUnicode | (writable ? MDB_WRITE : 0);
+    options.flags = MDB_NO_DIALOG | MAPI_UNICODE | logonUnicode | (writable ? MDB_WRITE : 0);
     m_session.Logon(options);
 }
 
@@ -174,13 +162,9 @@ void RequireFile(const std::filesystem::path& file)
     std::error_code error;
     const auto status = std::filesystem::status(file, error);
     if (!std::filesystem::exists(status))
-    {
         Fail(MAPI_E_NOT_FOUND, L"There is no file \"" + file.wstring() + L"\".");
-    }
     if (!std::filesystem::is_regular_file(status))
-    {
         Fail(MAPI_E_NOT_FOUND, L"\"" + file.wstring() + L"\" is not a file.");
-    }
 }
 
 std::filesystem::path OverlayOf(const std::filesystem::path& file)
@@ -210,9 +194,7 @@ std::filesystem::path ScratchFolder::CopyStore(const std::filesystem::path& file
     {
         std::error_code error;
         if (!std::filesystem::exists(from, error))
-        {
             continue;
-        }
         std::filesystem::copy_file(from, to, error);
         if (error)
         {

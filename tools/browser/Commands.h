@@ -11,10 +11,10 @@
 
 namespace Browser
 {
-constexpr int ExitOk = 0;
+constexpr int exitOk = 0;
 /// A failure, or a check that found what it looks for (`verify`, `diff`).
-constexpr int ExitFailed = 1;
-constexpr int ExitUsage = 2;
+constexpr int exitFailed = 1;
+constexpr int exitUsage = 2;
 
 /// What the options before the command say.
 struct Options

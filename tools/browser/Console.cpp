@@ -24,12 +24,8 @@ void Write(std::FILE* stream, std::string_view text)
 {
     std::string line(text);
     for (char& character : line)
-    {
         if (IsControl(static_cast<unsigned char>(character)) && character != '\n' && character != '\t')
-        {
             character = ' ';
-        }
-    }
     line += '\n';
     std::fwrite(line.data(), 1, line.size(), stream);
     std::fflush(stream);
@@ -47,9 +43,7 @@ char32_t Next(std::string_view text, size_t& position)
     }
     char32_t code = byte & (0xFFu >> (length + 1));
     for (size_t index = 1; index < length; ++index)
-    {
         code = code << 6 | (static_cast<unsigned char>(text[position + index]) & 0x3Fu);
-    }
     position += length;
     return code;
 }
@@ -58,9 +52,7 @@ size_t WidthOf(char32_t code) noexcept
 {
     const auto within = [code](char32_t first, char32_t last) { return code >= first && code <= last; };
     if (within(0x0300, 0x036F) || within(0x200B, 0x200F) || within(0xFE00, 0xFE0F) || code == 0xFEFF)
-    {
         return 0;
-    }
     if (within(0x1100, 0x115F) || within(0x2E80, 0xA4CF) || within(0xAC00, 0xD7A3) || within(0xF900, 0xFAFF) ||
         within(0xFE30, 0xFE6F) || within(0xFF00, 0xFF60) || within(0xFFE0, 0xFFE6) || within(0x1F300, 0x1FAFF) ||
         within(0x20000, 0x3FFFD))
@@ -102,9 +94,7 @@ size_t DisplayWidth(std::string_view text) noexcept
 {
     size_t width = 0;
     for (size_t position = 0; position < text.size();)
-    {
         width += WidthOf(Next(text, position));
-    }
     return width;
 }
 
@@ -116,15 +106,11 @@ std::string Shorten(std::string_view text, size_t width)
     {
         const bool control = IsControl(static_cast<unsigned char>(character));
         if (!control || !blank)
-        {
             clean += control ? ' ' : character;
-        }
         blank = control;
     }
     if (DisplayWidth(clean) <= width)
-    {
         return clean;
-    }
     size_t position = 0;
     size_t used = 0;
     while (position < clean.size())
@@ -132,9 +118,7 @@ std::string Shorten(std::string_view text, size_t width)
         size_t next = position;
         used += WidthOf(Next(clean, next));
         if (used + 1 > width)
-        {
             break;
-        }
         position = next;
     }
     return clean.substr(0, position) + "\u2026";
@@ -146,9 +130,7 @@ void TextTable::Print(size_t indent) const
     std::vector<size_t> widths;
     widths.reserve(m_columns.size());
     for (const Column& column : m_columns)
-    {
         widths.push_back(DisplayWidth(column.title));
-    }
     for (const auto& cells : m_rows)
     {
         auto& row = rows.emplace_back();
@@ -162,9 +144,7 @@ void TextTable::Print(size_t indent) const
     {
         std::string line(indent, ' ');
         for (size_t index = 0; index < cells.size(); ++index)
-        {
             line += (index == 0 ? "" : "  ") + Pad(cells[index], widths[index], m_columns[index].right);
-        }
         line.erase(line.find_last_not_of(' ') + 1);
         PrintLine(line);
     };
@@ -178,9 +158,7 @@ void TextTable::Print(size_t indent) const
     print(titles);
     print(rules);
     for (const auto& row : rows)
-    {
         print(row);
-    }
 }
 
 std::string Count(size_t count, std::string_view singular, std::string_view plural)

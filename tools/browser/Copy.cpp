@@ -15,7 +15,7 @@ namespace Browser
 namespace
 {
 // What comes in one SetProps at most: larger values go by stream, as a client of a real store does it.
-constexpr size_t InlineLimit = size_t{32} * 1024;
+constexpr size_t inlineLimit = size_t{32} * 1024;
 
 void WriteStream(IMAPIProp& target, const PropValue& value)
 {
@@ -31,16 +31,14 @@ void WriteStream(IMAPIProp& target, const PropValue& value)
         ULONG written = 0;
         Check(stream->Write(bytes.data() + position, size, &written), L"A large property cannot be written.");
         if (written != size)
-        {
             Fail(MAPI_E_NOT_ENOUGH_DISK, L"A large property cannot be written whole.");
-        }
     }
     Check(stream->Commit(STGC_DEFAULT), L"A large property cannot be written.");
 }
 
 bool IsStreamed(const PropValue& value)
 {
-    return value.Size() > InlineLimit &&
+    return value.Size() > inlineLimit &&
            (value.Type() == PT_UNICODE || value.Type() == PT_STRING8 || value.Type() == PT_BINARY);
 }
 
@@ -84,14 +82,10 @@ bool BelongsToPlace(ObjectKind kind, ULONG tag) noexcept
 ULONG ObjectCopier::TargetTag(ULONG sourceTag, bool create)
 {
     if (PROP_ID(sourceTag) < 0x8000)
-    {
         return sourceTag;
-    }
     const PropertyNames::Name* const name = m_sourceNames.NameOf(PROP_ID(sourceTag));
     if (!name || IsMark(*name))
-    {
         return 0;
-    }
     const ULONG id = m_targetNames.IdOf(*name, create);
     return id != 0 ? PROP_TAG(PROP_TYPE(sourceTag), id) : 0;
 }
@@ -105,14 +99,10 @@ void ObjectCopier::CopyProperties(ObjectKind kind, IMAPIProp& source, IMAPIProp&
         const ULONG tag = properties.tags[index];
         const PropValue& value = properties.values[index];
         if (BelongsToPlace(kind, tag) || PROP_TYPE(tag) == PT_OBJECT || value.Type() == PT_NULL)
-        {
             continue;
-        }
         // A folder got its name when it was made.
         if (kind == ObjectKind::Folder && PROP_ID(tag) == PROP_ID(PR_DISPLAY_NAME))
-        {
             continue;
-        }
         if (value.IsError())
         {
             m_problems.push_back({label, tag, value.AsLong()});
@@ -123,9 +113,7 @@ void ObjectCopier::CopyProperties(ObjectKind kind, IMAPIProp& source, IMAPIProp&
         {
             const auto* name = m_sourceNames.NameOf(PROP_ID(tag));
             if (!name)
-            {
                 m_problems.push_back({label, tag, MAPI_E_NOT_FOUND});
-            }
             continue;
         }
         values.push_back(WithTag(value, CHANGE_PROP_TYPE(targetTag, value.Type())));
@@ -143,15 +131,11 @@ void ObjectCopier::CopyProperties(ObjectKind kind, IMAPIProp& source, IMAPIProp&
             const SPropProblem& problem = problems->aProblem[index];
             // What the store computes it has computed from what was copied; `verify` compares the outcome.
             if (problem.scode != MAPI_E_COMPUTED)
-            {
                 m_problems.push_back({label, problem.ulPropTag, problem.scode});
-            }
         }
     }
     for (auto value = large; value != values.end(); ++value)
-    {
         WriteStream(target, *value);
-    }
 }
 
 std::vector<Row> Recipients(const MapiMemory& memory, IMessage& message)
@@ -177,9 +161,7 @@ std::vector<ULONG> AttachmentNumbers(const MapiMemory& memory, IMessage& message
     Check(message.GetAttachmentTable(MAPI_UNICODE, table.Put()), L"A message does not list its attachments.");
     std::vector<ULONG> numbers;
     for (const Row& row : ReadTable(memory, *table, {PR_ATTACH_NUM}))
-    {
         numbers.push_back(static_cast<ULONG>(row[0].AsLong()));
-    }
     return numbers;
 }
 
@@ -190,18 +172,12 @@ void ObjectCopier::CopyRecipients(IMessage& source, IMessage& target)
     {
         Row mapped;
         for (const PropValue& value : row)
-        {
             if (const ULONG tag = TargetTag(value.Tag(), true); tag != 0)
-            {
                 mapped.push_back(WithTag(value, tag));
-            }
-        }
         row = std::move(mapped);
     }
     if (rows.empty())
-    {
         return;
-    }
     // An address list and a row set are one structure under two names.
     const MapiRows list(m_memory, MakeRowSet(m_memory, rows));
     Check(target.ModifyRecipients(0, reinterpret_cast<LPADRLIST>(list.Get())),
@@ -227,9 +203,7 @@ void ObjectCopier::CopyAttachment(IMessage& source, ULONG number, IMessage& targ
     {
         // An OLE object's storage comes by the same identifier as data, where the store has it as bytes.
         if (!ReadProp(m_memory, *to, PR_ATTACH_DATA_BIN))
-        {
             m_problems.push_back({label, PR_ATTACH_DATA_OBJ, MAPI_E_NOT_FOUND});
-        }
     }
     Check(to->SaveChanges(0), L"An imported attachment cannot be saved.");
     ++m_attachments;
@@ -240,8 +214,6 @@ void ObjectCopier::CopyMessage(IMessage& source, IMessage& target, const std::st
     CopyProperties(ObjectKind::Message, source, target, label);
     CopyRecipients(source, target);
     for (const ULONG number : AttachmentNumbers(m_memory, source))
-    {
         CopyAttachment(source, number, target, label + " > attachment " + std::to_string(number));
-    }
 }
 } // namespace Browser

@@ -18,8 +18,8 @@ namespace Browser
 namespace
 {
 // Begins with the text by which the PST provider knows a sample store; the provider makes the mail from the numbers.
-constexpr char SampleText[] = "KivNst sample store\nfolders=6 messages=12 seed=1\n";
-constexpr size_t MessagesShown = 5;
+constexpr char sampleText[] = "KivNst sample store\nfolders=6 messages=12 seed=1\n";
+constexpr size_t messagesShown = 5;
 
 class Demonstration
 {
@@ -43,19 +43,15 @@ public:
         Say("  host/ArchiveHost.cpp                  how a host uses the library; docs/architecture.md, README.md");
         m_json["ok"] = m_ok && unchanged;
         if (m_options.json)
-        {
             PrintLine(m_json.dump(2));
-        }
-        return m_ok && unchanged ? ExitOk : ExitFailed;
+        return m_ok && unchanged ? exitOk : exitFailed;
     }
 
 private:
     void Say(const std::string& line) const
     {
         if (!m_options.json)
-        {
             PrintLine(line);
-        }
     }
 
     void Step(const std::string& title)
@@ -91,9 +87,7 @@ private:
         {
             std::filesystem::remove(file, error);
             if (error)
-            {
                 Fail(MAPI_E_NO_ACCESS, L"\"" + file.wstring() + L"\" of an earlier run cannot be removed.");
-            }
         }
     }
 
@@ -116,11 +110,9 @@ private:
         m_source = std::filesystem::absolute(m_options.profile).parent_path() / "sample.pst";
         Say("There is no real mail here (it needs the network once), so generated sample mail is used.");
         std::ofstream file(m_source, std::ios::binary | std::ios::trunc);
-        file << SampleText;
+        file << sampleText;
         if (!file.flush())
-        {
             Fail(MAPI_E_NOT_ENOUGH_DISK, L"\"" + m_source.wstring() + L"\" cannot be written.");
-        }
     }
 
     // Steps 1 to 3: what an archiving product does.
@@ -170,9 +162,7 @@ private:
             Step("A mail client logs on: the folders below its top of information store");
             const FolderNode tree = ReadTree(client.Memory(), client.Store(), false);
             if (!m_options.json)
-            {
                 PrintTree(tree, 2);
-            }
             Say("");
             Say("  " + Count(CountFolders(tree), "folder", "folders") + ", " +
                 Count(CountMessages(tree), "message", "messages"));
@@ -185,9 +175,7 @@ private:
                 Step("The first messages of \"" + m_folderPath + "\"");
                 const auto opened = OpenFolder(client.Store(), folder->entryId);
                 if (!m_options.json)
-                {
-                    PrintMessages(client.Memory(), *opened, MessagesShown, 2);
-                }
+                    PrintMessages(client.Memory(), *opened, messagesShown, 2);
             }
 
             Step("What the wrapper changed in the store's properties");
@@ -208,22 +196,16 @@ private:
             }
             Require(!table.Empty(), "nothing was changed");
             if (!m_options.json)
-            {
                 table.Print(2);
-            }
             m_json["store"] = std::move(differences);
         }
         Step("The writes that the archive refuses, each with MAPI_E_NO_ACCESS and a line in its log");
         const TryReport attempts = TryAll(m_options, {Setting{}});
         if (!m_options.json)
-        {
             PrintTryRows(attempts, Setting{}, true, 2);
-        }
         size_t refused = 0;
         for (const TryRow& row : attempts.rows)
-        {
             refused += row.outcome == "refused" ? 1 : 0;
-        }
         Say("");
         Say("  " + std::to_string(refused) + " of " + Count(attempts.rows.size(), "modifying call", "modifying calls") +
             " refused without the PST provider seeing them; the others change nothing here or are let through on");

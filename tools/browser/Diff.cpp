@@ -17,7 +17,7 @@ namespace Browser
 {
 namespace
 {
-constexpr ULONG ArchiveRoot = Quillon::Nst::ArchiveSubtreeEntryIdTag;
+constexpr ULONG archiveRoot = Quillon::Nst::archiveSubtreeEntryIdTag;
 
 Bytes BytesOf(const Quillon::Binary& binary)
 {
@@ -35,10 +35,8 @@ public:
           m_setting(setting),
           m_names(unwrapped.Memory(), unwrapped.Store())
     {
-        if (const auto root = ReadProp(m_memory, m_unwrapped, ArchiveRoot))
-        {
+        if (const auto root = ReadProp(m_memory, m_unwrapped, archiveRoot))
             m_archiveRoot = root->AsBytes();
-        }
         m_storeEntryId = BytesOf(Quillon::Nst::CreateStoreEntryID(wrapped.ArchivePath().wstring().c_str()));
     }
 
@@ -68,9 +66,7 @@ public:
             }
         }
         for (const FolderRow& row : SubFolders(m_memory, *unwrapped))
-        {
             CompareFolders(row.entryId, (label == "/" ? "" : label) + "/" + Utf8(row.name));
-        }
     }
 
     DiffReport& Report() noexcept { return m_report; }
@@ -140,9 +136,7 @@ private:
         const ObjectProperties after = ReadProperties(m_memory, wrapped, streams);
         std::map<ULONG, const PropValue*> byTag;
         for (size_t index = 0; index < after.values.size(); ++index)
-        {
             byTag.emplace(PROP_ID(after.tags[index]), &after.values[index]);
-        }
         for (size_t index = 0; index < before.values.size(); ++index)
         {
             ++m_report.properties;
@@ -154,27 +148,19 @@ private:
                 continue;
             }
             if (!(before.values[index] == *found->second))
-            {
                 Report(kind, label, tag, &before.values[index], found->second);
-            }
             byTag.erase(found);
         }
         for (size_t index = 0; index < after.values.size(); ++index)
-        {
             if (byTag.contains(PROP_ID(after.tags[index])))
-            {
                 Report(kind, label, after.tags[index], nullptr, &after.values[index]);
-            }
-        }
     }
 
     void CompareTables(const std::string& label, IMAPITable& unwrapped, IMAPITable& wrapped)
     {
         const auto columns = AllColumns(m_memory, unwrapped);
         if (columns != AllColumns(m_memory, wrapped))
-        {
             ReportTable(label, "the columns are not the same");
-        }
         const auto before = ReadTable(m_memory, unwrapped, columns);
         const auto after = ReadTable(m_memory, wrapped, columns);
         if (before.size() != after.size())
@@ -202,13 +188,9 @@ private:
         const HRESULT before = m_unwrapped.GetReceiveFolderTable(MAPI_UNICODE, tables[0].Put());
         const HRESULT after = m_wrapped.GetReceiveFolderTable(MAPI_UNICODE, tables[1].Put());
         if (before != after)
-        {
             ReportTable("receive folders", ResultName(before) + " unwrapped, " + ResultName(after) + " wrapped");
-        }
         else if (SUCCEEDED(before))
-        {
             CompareTables("receive folders", *tables[0], *tables[1]);
-        }
     }
 
     void ReportTable(const std::string& label, const std::string& text)
@@ -223,17 +205,11 @@ private:
         const Difference difference{label, TagName(tag, &m_names), before ? ValueText(*before, 400) : "(none)",
                                     after ? ValueText(*after, 400) : "(none)", rule};
         if (rule.empty())
-        {
             ++m_report.unexplained;
-        }
         else
-        {
             ++m_report.explained[std::string(KindName(kind)) + " " + difference.property + ": " + rule];
-        }
         if (rule.empty() || kind == Kind::Store)
-        {
             m_report.differences.push_back(difference);
-        }
     }
 
     // Whether an entry ID is the store's, as the host's MAPI wrapped it: then it names the host's module and holds the
@@ -253,9 +229,7 @@ private:
     std::string Explain(Kind kind, ULONG tag, const PropValue& before, const PropValue& after) const
     {
         if (before.Tag() != after.Tag())
-        {
             return {};
-        }
         const bool readOnlyObject = kind == Kind::Store ? !m_setting.modify : !m_setting.plain && !m_setting.modify;
         const bool isStore = kind == Kind::Store;
         const auto isLong = [&after](LONG wanted, const char* rule)
@@ -268,8 +242,8 @@ private:
                        ? "the store's entry ID names the host's module and the archive's own identifier"
                        : "";
         case PR_MDB_PROVIDER:
-            return after.AsBytes() == Bytes(Quillon::Nst::ProviderUid.ab,
-                                            Quillon::Nst::ProviderUid.ab + sizeof(Quillon::Nst::ProviderUid.ab))
+            return after.AsBytes() == Bytes(Quillon::Nst::providerUid.ab,
+                                            Quillon::Nst::providerUid.ab + sizeof(Quillon::Nst::providerUid.ab))
                        ? "the store belongs to the archive's provider"
                        : "";
         case PR_IPM_SUBTREE_ENTRYID:
@@ -280,9 +254,7 @@ private:
             break;
         }
         if (kind == Kind::Row || kind == Kind::Attachment)
-        {
             return {};
-        }
         const bool hasMask = isStore || kind == Kind::Folder;
         if (hasMask && (tag == PR_STORE_SUPPORT_MASK || tag == PR_STORE_UNICODE_MASK))
         {
@@ -296,9 +268,7 @@ private:
             return isStore ? isLong(mask & ~itemProcessing, "an archive's items are not processed") : "";
         }
         if (!readOnlyObject)
-        {
             return {};
-        }
         switch (tag)
         {
         case PR_ACCESS:
@@ -327,19 +297,13 @@ void PrintReport(const DiffReport& report)
 {
     TextTable store({{"store property"}, {"unwrapped", false, 60}, {"wrapped", false, 60}, {"because"}});
     for (const Difference& difference : report.differences)
-    {
         if (difference.object == "store" && !difference.rule.empty())
-        {
             store.Add({difference.property, difference.unwrapped, difference.wrapped, difference.rule});
-        }
-    }
     store.Print();
     PrintLine();
     TextTable others({{"differences", true}, {"in, and why", false, 150}});
     for (const auto& [rule, count] : report.explained)
-    {
         others.Add({std::to_string(count), rule});
-    }
     others.Print();
     PrintLine();
     for (const Difference& difference : report.differences)
@@ -371,9 +335,7 @@ Json DiffReport::ToJson() const
     }
     Json rules = Json::object();
     for (const auto& [rule, count] : explained)
-    {
         rules[rule] = count;
-    }
     return {{"objects", objects}, {"properties", properties},       {"rows", rows},
             {"explained", rules}, {"differences", std::move(list)}, {"unexplained", unexplained}};
 }
@@ -416,6 +378,6 @@ int RunDiff(const Options& options, const std::filesystem::path& file)
         PrintLine();
         PrintReport(report);
     }
-    return report.unexplained == 0 ? ExitOk : ExitFailed;
+    return report.unexplained == 0 ? exitOk : exitFailed;
 }
 } // namespace Browser

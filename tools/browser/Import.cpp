@@ -13,7 +13,7 @@ namespace Browser
 {
 namespace
 {
-constexpr size_t MessagesPerReport = 250;
+constexpr size_t messagesPerReport = 250;
 
 class Importer
 {
@@ -36,9 +36,7 @@ public:
         size_t messages = 0;
         const size_t before = m_report.newMessages;
         for (const bool associated : {false, true})
-        {
             messages += ImportMessages(source, target, associated, name);
-        }
         m_report.messages += messages;
         m_progress("  " + Utf8(name) + ": " + Count(messages, "message", "messages") + ", " +
                    std::to_string(m_report.newMessages - before) + " new");
@@ -78,12 +76,8 @@ private:
         // A message is saved as a whole and with its mark, so what is there is complete.
         std::set<Bytes> present;
         for (const Row& row : ReadTable(m_memory, *Contents(target, associated), {m_markTag}))
-        {
             if (!row[0].IsError())
-            {
                 present.insert(row[0].AsBytes());
-            }
-        }
         const auto rows = ReadTable(m_memory, *Contents(source, associated), {PR_ENTRYID, PR_SUBJECT_W});
         size_t done = 0;
         for (const Row& row : rows)
@@ -101,10 +95,8 @@ private:
                 ++m_report.newMessages;
             }
             ++done;
-            if (done % MessagesPerReport == 0 && done != rows.size())
-            {
+            if (done % messagesPerReport == 0 && done != rows.size())
                 m_progress("  " + Utf8(name) + ": " + std::to_string(done) + " of " + std::to_string(rows.size()));
-            }
         }
         return rows.size();
     }
@@ -124,27 +116,19 @@ private:
             auto opened = OpenFolder(m_archive, candidate.entryId);
             const auto found = ReadProp(m_memory, *opened, m_markTag);
             if (found && found->AsBytes() == mark)
-            {
                 folder = opened;
-            }
             else if (!found && candidate.name == row.name && !taken.contains(candidate.entryId))
-            {
                 unmarked = opened;
-            }
         }
         const bool isNew = !folder;
         if (isNew && unmarked)
-        {
             folder = unmarked;
-        }
         if (!folder)
         {
             // Two folders of one name under one parent are possible in a PST, and not in an archive.
             std::wstring name = row.name.empty() ? L"(no name)" : row.name;
             for (int number = 2; names.contains(name); ++number)
-            {
                 name = row.name + L" (" + std::to_wstring(number) + L")";
-            }
             Check(parent.CreateFolder(FOLDER_GENERIC, name.data(), nullptr, nullptr, MAPI_UNICODE, folder.Put()),
                   L"The archive takes no folder.");
         }
@@ -155,9 +139,7 @@ private:
             ++m_report.newFolders;
         }
         if (const auto entryId = ReadProp(m_memory, *folder, PR_ENTRYID))
-        {
             taken.insert(entryId->AsBytes());
-        }
         return folder;
     }
 
@@ -193,9 +175,7 @@ void RequireArchive(ArchiveSession& archive, const std::filesystem::path& profil
                     const Progress& progress)
 {
     if (archive.Configured())
-    {
         return;
-    }
     std::filesystem::path file = std::filesystem::absolute(profile);
     std::filesystem::create_directories(file.parent_path());
     file.replace_extension(".pst");
@@ -216,9 +196,7 @@ int RunImport(const Options& options, const std::filesystem::path& file, bool al
     const Progress progress = [&](const std::string& line)
     {
         if (!options.json)
-        {
             PrintLine(line);
-        }
     };
     RequireArchive(archive, options.profile, options.setting, progress);
     Setting writable = options.setting;
@@ -261,6 +239,6 @@ int RunImport(const Options& options, const std::filesystem::path& file, bool al
                       problem["object"].get<std::string>() + " (" + problem["code"].get<std::string>() + ")");
         }
     }
-    return report.problems.empty() ? ExitOk : ExitFailed;
+    return report.problems.empty() ? exitOk : exitFailed;
 }
 } // namespace Browser

@@ -23,9 +23,7 @@ public:
     ~ComApartment()
     {
         if (SUCCEEDED(m_result))
-        {
             CoUninitialize();
-        }
     }
     ComApartment(const ComApartment&) = delete;
     ComApartment& operator=(const ComApartment&) = delete;
@@ -64,11 +62,9 @@ int Report(const std::exception& error)
 {
     std::string text = error.what();
     if (!text.empty() && text.back() != '.')
-    {
         text += '.';
-    }
     PrintError("archive-browser: " + text);
-    return ExitFailed;
+    return exitFailed;
 }
 
 int Run(int argc, wchar_t** argv)
@@ -156,16 +152,14 @@ int Run(int argc, wchar_t** argv)
 
     std::vector<std::string> arguments;
     for (int index = argc - 1; index > 0; --index)
-    {
         arguments.push_back(Utf8(argv[index]));
-    }
     try
     {
         app.parse(std::move(arguments));
     }
     catch (const CLI::ParseError& error)
     {
-        return app.exit(error) == 0 ? ExitOk : ExitUsage;
+        return app.exit(error) == 0 ? exitOk : exitUsage;
     }
 
     const ComApartment com;

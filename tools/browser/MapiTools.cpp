@@ -19,8 +19,8 @@ namespace Browser
 namespace
 {
 // What a property may have at most; more is no mail.
-constexpr size_t LargestProperty = 1u << 30;
-constexpr LONG RowsAtOnce = 200;
+constexpr size_t largestProperty = 1u << 30;
+constexpr LONG rowsAtOnce = 200;
 
 std::wstring Lower(std::wstring_view text)
 {
@@ -40,15 +40,11 @@ std::optional<PropValue> ReadLarge(IMAPIProp& object, ULONG tag)
 {
     const ULONG type = PROP_TYPE(tag);
     if (type != PT_UNICODE && type != PT_STRING8 && type != PT_BINARY)
-    {
         return {};
-    }
     ComPtr<IStream> stream;
     if (FAILED(object.OpenProperty(tag, &IID_IStream, STGM_READ, 0, stream.PutAs<IUnknown>())) || !stream)
-    {
         return {};
-    }
-    return FromStreamBytes(tag, ReadStream(*stream, LargestProperty));
+    return FromStreamBytes(tag, ReadStream(*stream, largestProperty));
 }
 
 std::string GuidText(const GUID& guid)
@@ -66,9 +62,7 @@ std::string Join(const std::vector<T>& values, size_t limit, F&& text)
     {
         joined += joined.empty() ? "" : "; ";
         if (joined.size() > limit)
-        {
             return joined + "\u2026";
-        }
         joined += text(value);
     }
     return joined;
@@ -79,9 +73,7 @@ std::string BytesText(const Bytes& bytes, size_t limit)
     const size_t shown = std::min(bytes.size(), limit / 2);
     std::string text = Utf8(HexText(bytes.data(), shown));
     if (shown < bytes.size())
-    {
         text += "\u2026 (" + std::to_string(bytes.size()) + " bytes)";
-    }
     return text;
 }
 
@@ -92,9 +84,7 @@ std::string IsoTime(std::int64_t time, bool seconds)
     const FILETIME fileTime{value.LowPart, value.HighPart};
     SYSTEMTIME system{};
     if (!FileTimeToSystemTime(&fileTime, &system))
-    {
         return std::to_string(time);
-    }
     char text[40] = {};
     if (seconds)
     {
@@ -117,13 +107,9 @@ ComPtr<IUnknown> OpenEntry(IMsgStore& store, const Bytes& entryId, ULONG flags, 
         store.OpenEntry(static_cast<ULONG>(entryId.size()), entryId.empty() ? nullptr : EntryIdOf(entryId), nullptr,
                         flags, &type, object.Put());
     if (FAILED(result))
-    {
         Fail(result, std::wstring(what) + L" cannot be opened: " + ResultText(result) + L".");
-    }
     if (type != wanted)
-    {
         Fail(MAPI_E_INVALID_ENTRYID, std::wstring(L"What the entry ID names is not ") + what + L".");
-    }
     return object;
 }
 } // namespace
@@ -150,9 +136,7 @@ ObjectProperties ReadProperties(const MapiMemory& memory, IMAPIProp& object, boo
     Check(object.GetPropList(MAPI_UNICODE, list.Put()), L"An object does not list its properties.");
     ObjectProperties properties;
     if (!list || list->cValues == 0)
-    {
         return properties;
-    }
     properties.tags.assign(list->aulPropTag, list->aulPropTag + list->cValues);
     properties.values = ReadProps(memory, object, properties.tags);
     for (size_t index = 0; index < properties.values.size(); ++index)
@@ -161,9 +145,7 @@ ObjectProperties ReadProperties(const MapiMemory& memory, IMAPIProp& object, boo
         if (streams && value.IsError() && value.AsLong() == MAPI_E_NOT_ENOUGH_MEMORY)
         {
             if (auto large = ReadLarge(object, properties.tags[index]))
-            {
                 value = std::move(*large);
-            }
         }
     }
     return properties;
@@ -177,13 +159,9 @@ std::vector<PropValue> ReadProps(const MapiMemory& memory, IMAPIProp& object, co
     MapiBlock<SPropValue> values(memory);
     const HRESULT result = object.GetProps(array.Get(), flags, &count, values.Put());
     if (FAILED(result))
-    {
         Fail(result, L"An object's properties cannot be read: " + ResultText(result) + L".");
-    }
     if (count != tags.size())
-    {
         Fail(MAPI_E_CALL_FAILED, L"An object gave another number of properties than it was asked for.");
-    }
     return CopyProps(count, values.Get());
 }
 
@@ -191,9 +169,7 @@ std::optional<PropValue> ReadProp(const MapiMemory& memory, IMAPIProp& object, U
 {
     PropValue value = ReadProps(memory, object, {tag}).front();
     if (value.IsError())
-    {
         return {};
-    }
     return value;
 }
 
@@ -225,15 +201,11 @@ std::vector<Row> ReadTable(const MapiMemory& memory, IMAPITable& table, const st
     for (;;)
     {
         MapiRows portion(memory);
-        Check(table.QueryRows(RowsAtOnce, 0, portion.Put()), L"A table's rows cannot be read.");
+        Check(table.QueryRows(rowsAtOnce, 0, portion.Put()), L"A table's rows cannot be read.");
         if (portion.Count() == 0)
-        {
             return rows;
-        }
         for (ULONG index = 0; index < portion.Count(); ++index)
-        {
             rows.push_back(CopyProps(portion[index].cValues, portion[index].lpProps));
-        }
     }
 }
 
@@ -257,9 +229,7 @@ ComPtr<IMAPIFolder> OpenFolder(IMsgStore& store, const Bytes& entryId, ULONG fla
     const auto object = OpenEntry(store, entryId, flags, MAPI_FOLDER, L"a folder");
     auto folder = object.As<IMAPIFolder>(IID_IMAPIFolder);
     if (!folder)
-    {
         Fail(MAPI_E_INTERFACE_NOT_SUPPORTED, L"A folder does not answer as a folder.");
-    }
     return folder;
 }
 
@@ -268,9 +238,7 @@ ComPtr<IMessage> OpenMessage(IMsgStore& store, const Bytes& entryId, ULONG flags
     const auto object = OpenEntry(store, entryId, flags, MAPI_MESSAGE, L"a message");
     auto message = object.As<IMessage>(IID_IMessage);
     if (!message)
-    {
         Fail(MAPI_E_INTERFACE_NOT_SUPPORTED, L"A message does not answer as a message.");
-    }
     return message;
 }
 
@@ -312,18 +280,12 @@ Bytes FindFolder(const MapiMemory& memory, IMsgStore& store, const std::wstring&
 {
     std::wstring wanted = path;
     while (!wanted.empty() && IsSeparator(wanted.front()))
-    {
         wanted.erase(0, 1);
-    }
     while (!wanted.empty() && IsSeparator(wanted.back()))
-    {
         wanted.pop_back();
-    }
     Bytes top = TopOfStore(memory, store);
     if (wanted.empty())
-    {
         return top;
-    }
     // How far a walk came is kept for the message.
     std::wstring missing = wanted;
     std::wstring parent;
@@ -331,9 +293,7 @@ Bytes FindFolder(const MapiMemory& memory, IMsgStore& store, const std::wstring&
         [&](const Bytes& entryId, const std::wstring& rest, const std::wstring& walked) -> std::optional<Bytes>
     {
         if (rest.empty())
-        {
             return entryId;
-        }
         if (rest.size() < missing.size())
         {
             missing = rest;
@@ -350,23 +310,17 @@ Bytes FindFolder(const MapiMemory& memory, IMsgStore& store, const std::wstring&
             }
             const std::wstring left = length < rest.size() ? rest.substr(length + 1) : std::wstring();
             if (auto found = walk(row.entryId, left, walked.empty() ? row.name : walked + L"/" + row.name))
-            {
                 return found;
-            }
         }
         return {};
     };
     if (!top.empty())
     {
         if (const auto found = walk(top, wanted, {}))
-        {
             return *found;
-        }
     }
     if (const auto found = walk({}, wanted, {}))
-    {
         return *found;
-    }
     Fail(MAPI_E_NOT_FOUND, L"There is no folder \"" + missing + L"\"" +
                                (parent.empty() ? std::wstring() : L" in \"" + parent + L"\"") + L".");
 }
@@ -392,13 +346,9 @@ const PropertyNames::Name* PropertyNames::NameOf(ULONG id)
             const MAPINAMEID& found = *names[0];
             Name name{*found.lpguid, {}, 0};
             if (found.ulKind == MNID_STRING)
-            {
                 name.text = found.Kind.lpwstrName;
-            }
             else
-            {
                 name.number = found.Kind.lID;
-            }
             named = std::move(name);
         }
         known = m_names.emplace(id, std::move(named)).first;
@@ -410,29 +360,21 @@ const PropertyNames::Name* PropertyNames::NameOf(ULONG id)
 ULONG PropertyNames::IdOf(const Name& name, bool create)
 {
     if (const auto known = m_ids.find(name); known != m_ids.end())
-    {
         return known->second;
-    }
     GUID set = name.set;
     std::wstring text = name.text;
     MAPINAMEID entry{};
     entry.lpguid = &set;
     entry.ulKind = text.empty() ? MNID_ID : MNID_STRING;
     if (text.empty())
-    {
         entry.Kind.lID = name.number;
-    }
     else
-    {
         entry.Kind.lpwstrName = text.data();
-    }
     MAPINAMEID* entries = &entry;
     MapiBlock<SPropTagArray> tags(m_memory);
     const HRESULT result = m_object->GetIDsFromNames(1, &entries, create ? MAPI_CREATE : 0, tags.Put());
     if (FAILED(result) || !tags || tags->cValues != 1 || PROP_TYPE(tags->aulPropTag[0]) == PT_ERROR)
-    {
         return 0;
-    }
     return m_ids[name] = PROP_ID(tags->aulPropTag[0]);
 }
 
@@ -454,13 +396,9 @@ std::string TagName(ULONG tag, PropertyNames* names)
 std::string ResultName(HRESULT result)
 {
     if (const wchar_t* name = Quillon::GetResultCodeName(result))
-    {
         return Utf8(name);
-    }
     if (result == S_OK)
-    {
         return "S_OK";
-    }
     char number[16] = {};
     std::snprintf(number, sizeof(number), "0x%08lX", static_cast<unsigned long>(result));
     return number;
@@ -506,37 +444,21 @@ std::string ValueText(const PropValue& value, size_t limit)
         break;
     }
     if (const auto* number = value.Get<float>())
-    {
         return std::to_string(*number);
-    }
     if (const auto* number = value.Get<double>())
-    {
         return std::to_string(*number);
-    }
     if (const auto* number = value.Get<std::int64_t>())
-    {
         return std::to_string(*number);
-    }
     if (const auto* texts = value.Get<std::vector<std::wstring>>())
-    {
         return Join(*texts, limit, [](const std::wstring& text) { return Utf8(text); });
-    }
     if (const auto* texts = value.Get<std::vector<std::string>>())
-    {
         return Join(*texts, limit, [](const std::string& text) { return Utf8(WideFromAnsi(text)); });
-    }
     if (const auto* all = value.Get<std::vector<Bytes>>())
-    {
         return Join(*all, limit, [limit](const Bytes& bytes) { return BytesText(bytes, limit); });
-    }
     if (const auto* numbers = value.Get<std::vector<std::int32_t>>())
-    {
         return Join(*numbers, limit, [](std::int32_t number) { return std::to_string(number); });
-    }
     if (const auto* numbers = value.Get<std::vector<std::int16_t>>())
-    {
         return Join(*numbers, limit, [](std::int16_t number) { return std::to_string(number); });
-    }
     if (const auto* numbers = value.Get<std::vector<std::int64_t>>())
     {
         const bool times = value.Type() == PT_MV_SYSTIME;
@@ -544,17 +466,11 @@ std::string ValueText(const PropValue& value, size_t limit)
                     [times](std::int64_t number) { return times ? IsoTime(number, true) : std::to_string(number); });
     }
     if (const auto* guids = value.Get<std::vector<GUID>>())
-    {
         return Join(*guids, limit, [](const GUID& guid) { return GuidText(guid); });
-    }
     if (const auto* numbers = value.Get<std::vector<double>>())
-    {
         return Join(*numbers, limit, [](double number) { return std::to_string(number); });
-    }
     if (const auto* numbers = value.Get<std::vector<float>>())
-    {
         return Join(*numbers, limit, [](float number) { return std::to_string(number); });
-    }
     return {};
 }
 
@@ -578,38 +494,24 @@ Json ValueJson(const PropValue& value)
         break;
     }
     if (const auto* number = value.Get<double>())
-    {
         return *number;
-    }
     if (const auto* number = value.Get<float>())
-    {
         return *number;
-    }
     if (const auto* number = value.Get<std::int64_t>(); number && value.Type() != PT_SYSTIME)
-    {
         return *number;
-    }
     const auto list = [](const auto& values, auto&& convert)
     {
         Json array = Json::array();
         for (const auto& entry : values)
-        {
             array.push_back(convert(entry));
-        }
         return array;
     };
     if (const auto* texts = value.Get<std::vector<std::wstring>>())
-    {
         return list(*texts, [](const std::wstring& text) { return Utf8(text); });
-    }
     if (const auto* texts = value.Get<std::vector<std::string>>())
-    {
         return list(*texts, [](const std::string& text) { return Utf8(WideFromAnsi(text)); });
-    }
     if (const auto* all = value.Get<std::vector<Bytes>>())
-    {
         return list(*all, [](const Bytes& bytes) { return Utf8(HexText(bytes.data(), bytes.size())); });
-    }
     return ValueText(value, static_cast<size_t>(-1));
 }
 } // namespace Browser

@@ -133,9 +133,7 @@ public:
     WritableTable(void** table, size_t slots) : m_table(table), m_size(slots * sizeof(void*))
     {
         if (!VirtualProtect(m_table, m_size, PAGE_READWRITE, &m_protection))
-        {
             Fail(MAPI_E_CALL_FAILED, L"The provider's method tables cannot be observed.");
-        }
     }
     ~WritableTable()
     {
@@ -157,9 +155,7 @@ void Put(void** table, const char* name, Method)
     using H = Hook<Interface, Slot, Method>;
     void* const hook = reinterpret_cast<void*>(&H::Call);
     if (table[Slot] == hook)
-    {
         return;
-    }
     H::name = name;
     H::original = reinterpret_cast<typename H::Function>(table[Slot]);
     table[Slot] = hook;

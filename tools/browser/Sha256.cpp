@@ -26,13 +26,9 @@ public:
     ~Hash()
     {
         if (m_hash)
-        {
             BCryptDestroyHash(m_hash);
-        }
         if (m_algorithm)
-        {
             BCryptCloseAlgorithmProvider(m_algorithm, 0);
-        }
     }
     Hash(const Hash&) = delete;
     Hash& operator=(const Hash&) = delete;
@@ -53,9 +49,7 @@ private:
     static void Require(NTSTATUS status)
     {
         if (status < 0)
-        {
             Fail(MAPI_E_CALL_FAILED, L"The system cannot work out a SHA-256.");
-        }
     }
 
     BCRYPT_ALG_HANDLE m_algorithm = nullptr;
@@ -67,14 +61,10 @@ std::string Sha256Of(const std::filesystem::path& file)
 {
     std::error_code error;
     if (!std::filesystem::exists(file, error))
-    {
         return {};
-    }
     std::ifstream stream(file, std::ios::binary);
     if (!stream)
-    {
         Fail(MAPI_E_NO_ACCESS, L"\"" + file.wstring() + L"\" cannot be read.");
-    }
     Hash hash;
     std::vector<char> buffer(1u << 20);
     while (stream)

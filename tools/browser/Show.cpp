@@ -16,7 +16,7 @@ namespace Browser
 {
 namespace
 {
-const std::vector<ULONG> ListColumns = {
+const std::vector<ULONG> listColumns = {
     PR_ENTRYID,      PR_SENDER_NAME_W, PR_SUBJECT_W,    PR_MESSAGE_DELIVERY_TIME, PR_CLIENT_SUBMIT_TIME,
     PR_MESSAGE_SIZE, PR_HASATTACH,     PR_MESSAGE_FLAGS};
 
@@ -63,13 +63,9 @@ ComPtr<IMessage> MessageAt(const MapiMemory& memory, IMsgStore& store, const std
 Target FindTarget(const MapiMemory& memory, IMsgStore& store, const std::wstring& name)
 {
     if (name == L"store")
-    {
         return {ComPtr<IMAPIProp>(&store), {}, "store"};
-    }
     if (name == L"root")
-    {
         return {OpenFolder(store, {}), {}, "folder"};
-    }
     if (IsEntryId(name))
     {
         const Bytes entryId = BytesFromHex(name);
@@ -78,9 +74,7 @@ Target FindTarget(const MapiMemory& memory, IMsgStore& store, const std::wstring
         const HRESULT result =
             store.OpenEntry(static_cast<ULONG>(entryId.size()), EntryIdOf(entryId), nullptr, 0, &type, object.Put());
         if (FAILED(result))
-        {
             Fail(result, L"The store has no object of that entry ID: " + ResultText(result) + L".");
-        }
         return {object.As<IMAPIProp>(IID_IMAPIProp), object.As<IMessage>(IID_IMessage),
                 type == MAPI_MESSAGE  ? "message"
                 : type == MAPI_FOLDER ? "folder"
@@ -88,9 +82,7 @@ Target FindTarget(const MapiMemory& memory, IMsgStore& store, const std::wstring
     }
     const size_t hash = name.rfind(L'#');
     if (hash == std::wstring::npos)
-    {
         return {OpenFolder(store, FindFolder(memory, store, name)), {}, "folder"};
-    }
     std::wstring number = name.substr(hash + 1);
     std::wstring attachment;
     const size_t at = number.find(L'@');
@@ -101,9 +93,7 @@ Target FindTarget(const MapiMemory& memory, IMsgStore& store, const std::wstring
     }
     auto message = MessageAt(memory, store, name.substr(0, hash), ParseNumber(number, name));
     if (at == std::wstring::npos)
-    {
         return {message, message, "message"};
-    }
     const auto numbers = AttachmentNumbers(memory, *message);
     const size_t index = ParseNumber(attachment, name);
     if (index == 0 || index > numbers.size())
@@ -159,12 +149,8 @@ const char* AttachMethod(LONG method)
 std::string FirstText(const Row& row, std::initializer_list<size_t> cells)
 {
     for (const size_t cell : cells)
-    {
         if (const std::wstring text = row[cell].AsText(); !text.empty())
-        {
             return Utf8(text);
-        }
-    }
     return {};
 }
 
@@ -214,9 +200,7 @@ void PrintBody(const std::string& body)
         const size_t end = std::min(body.find('\n', begin), body.size());
         std::string line = body.substr(begin, end - begin);
         if (!line.empty() && line.back() == '\r')
-        {
             line.pop_back();
-        }
         PrintLine(line);
         begin = end + 1;
     }
@@ -225,7 +209,7 @@ void PrintBody(const std::string& body)
 
 size_t PrintMessages(const MapiMemory& memory, IMAPIFolder& folder, size_t limit, size_t indent)
 {
-    const auto rows = ReadTable(memory, *Contents(folder, false), ListColumns);
+    const auto rows = ReadTable(memory, *Contents(folder, false), listColumns);
     TextTable table({{"#", true}, {"from", false, 28}, {"subject", false, 48}, {"date"}, {"size", true}, {"att."}});
     for (size_t index = 0; index < std::min(limit, rows.size()); ++index)
     {
@@ -245,7 +229,7 @@ int RunList(const Options& options, const std::wstring& folder, size_t limit)
     if (options.json)
     {
         Json messages = Json::array();
-        const auto rows = ReadTable(archive.Memory(), *Contents(*opened, false), ListColumns);
+        const auto rows = ReadTable(archive.Memory(), *Contents(*opened, false), listColumns);
         for (size_t index = 0; index < std::min(limit, rows.size()); ++index)
         {
             const Row& row = rows[index];
@@ -260,13 +244,13 @@ int RunList(const Options& options, const std::wstring& folder, size_t limit)
                                 {"read", (row[7].AsLong() & MSGFLAG_READ) != 0}});
         }
         PrintLine(Json{{"messages", std::move(messages)}, {"count", rows.size()}}.dump(2));
-        return ExitOk;
+        return exitOk;
     }
     const size_t count = PrintMessages(archive.Memory(), *opened, limit, 0);
     PrintLine();
     PrintLine(limit < count ? "the first " + std::to_string(limit) + " of " + Count(count, "message", "messages")
                             : Count(count, "message", "messages"));
-    return ExitOk;
+    return exitOk;
 }
 
 int RunShow(const Options& options, const std::wstring& name)
@@ -284,14 +268,12 @@ int RunShow(const Options& options, const std::wstring& name)
     if (options.json)
     {
         PrintLine(json.dump(2));
-        return ExitOk;
+        return exitOk;
     }
     const auto header = [](const char* title, const std::string& text)
     {
         if (!text.empty())
-        {
             PrintLine(std::string(title) + std::string(12 - std::string_view(title).size(), ' ') + Shorten(text, 400));
-        }
     };
     const auto text = [&](const char* key) { return json[key].is_string() ? json[key].get<std::string>() : ""; };
     header("Subject", text("subject"));
@@ -315,7 +297,7 @@ int RunShow(const Options& options, const std::wstring& name)
     }
     PrintLine();
     PrintBody(text("body"));
-    return ExitOk;
+    return exitOk;
 }
 
 int RunProps(const Options& options, const std::wstring& name)
@@ -324,9 +306,7 @@ int RunProps(const Options& options, const std::wstring& name)
     archive.Logon(options.setting);
     const Target target = FindTarget(archive.Memory(), archive.Store(), name);
     if (!target.object)
-    {
         Fail(MAPI_E_INTERFACE_NOT_SUPPORTED, L"\"" + name + L"\" has no properties.");
-    }
     // What only a stream could give, a store or a folder refuses to open on purpose; its entry says so.
     const bool streams = target.kind == "message" || target.kind == "attachment";
     const ObjectProperties properties = ReadProperties(archive.Memory(), *target.object, streams);
@@ -343,7 +323,7 @@ int RunProps(const Options& options, const std::wstring& name)
                             {"value", ValueJson(properties.values[index])}});
         }
         PrintLine(Json{{"object", target.kind}, {"properties", std::move(list)}}.dump(2));
-        return ExitOk;
+        return exitOk;
     }
     TextTable table({{"tag"}, {"name", false, 60}, {"value", false, 100}});
     for (size_t index = 0; index < properties.values.size(); ++index)
@@ -355,6 +335,6 @@ int RunProps(const Options& options, const std::wstring& name)
     table.Print();
     PrintLine();
     PrintLine(Count(properties.values.size(), "property", "properties"));
-    return ExitOk;
+    return exitOk;
 }
 } // namespace Browser

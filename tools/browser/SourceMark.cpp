@@ -11,7 +11,7 @@ namespace Browser
 {
 namespace
 {
-const PropertyNames::Name MarkName = {
+const PropertyNames::Name markName = {
     {0x8B1C2D5E, 0x4F3A, 0x4C77, {0x9E, 0x52, 0x1D, 0x0B, 0x6A, 0x7F, 0x38, 0xC4}}, L"ImportSource", 0};
 } // namespace
 
@@ -24,26 +24,22 @@ ImportTop SourceTop(const MapiMemory& memory, IMsgStore& source, bool all)
 
 ULONG MarkTag(PropertyNames& names, bool create)
 {
-    const ULONG id = names.IdOf(MarkName, create);
+    const ULONG id = names.IdOf(markName, create);
     if (id == 0 && create)
-    {
         Fail(MAPI_E_CALL_FAILED, L"The archive has no room for the property that names an imported object's source.");
-    }
     return id != 0 ? PROP_TAG(PT_BINARY, id) : 0;
 }
 
 bool IsMark(const PropertyNames::Name& name)
 {
-    return !(name < MarkName) && !(MarkName < name);
+    return !(name < markName) && !(markName < name);
 }
 
 SourceMarks::SourceMarks(const MapiMemory& memory, IMsgStore& source)
 {
     const auto key = ReadProp(memory, source, PR_RECORD_KEY);
     if (!key)
-    {
         Fail(MAPI_E_CORRUPT_STORE, L"The source has no record key.");
-    }
     m_recordKey = key->AsBytes();
 }
 

@@ -20,16 +20,10 @@ FolderNode Node(const MapiMemory& memory, IMsgStore& store, const FolderRow& row
     node.unread = row.unread;
     const auto folder = OpenFolder(store, row.entryId);
     if (const auto hidden = ReadProp(memory, *folder, PR_ASSOC_CONTENT_COUNT))
-    {
         node.hidden = hidden->AsLong();
-    }
     if (depth < deepest)
-    {
         for (const FolderRow& child : SubFolders(memory, *folder))
-        {
             node.children.push_back(Node(memory, store, child, depth + 1));
-        }
-    }
     return node;
 }
 
@@ -39,9 +33,7 @@ void AddRows(TextTable& table, const FolderNode& node, size_t depth)
     table.Add({std::string(depth * 2, ' ') + name, std::to_string(node.messages), std::to_string(node.unread),
                std::to_string(node.hidden)});
     for (const FolderNode& child : node.children)
-    {
         AddRows(table, child, depth + 1);
-    }
 }
 } // namespace
 
@@ -49,9 +41,7 @@ FolderNode ReadTree(const MapiMemory& memory, IMsgStore& store, bool all)
 {
     const Bytes entryId = all ? Bytes() : TopOfStore(memory, store);
     if (!all && entryId.empty())
-    {
         Fail(MAPI_E_NOT_FOUND, L"The store has no top of information store.");
-    }
     const auto folder = OpenFolder(store, entryId);
     const std::vector<PropValue> values =
         ReadProps(memory, *folder, {PR_ENTRYID, PR_DISPLAY_NAME_W, PR_CONTENT_COUNT, PR_CONTENT_UNREAD});
@@ -63,9 +53,7 @@ size_t CountFolders(const FolderNode& node)
 {
     size_t count = 1;
     for (const FolderNode& child : node.children)
-    {
         count += CountFolders(child);
-    }
     return count;
 }
 
@@ -73,9 +61,7 @@ size_t CountMessages(const FolderNode& node)
 {
     auto count = static_cast<size_t>(node.messages);
     for (const FolderNode& child : node.children)
-    {
         count += CountMessages(child);
-    }
     return count;
 }
 
@@ -90,9 +76,7 @@ Json TreeJson(const FolderNode& node)
 {
     Json children = Json::array();
     for (const FolderNode& child : node.children)
-    {
         children.push_back(TreeJson(child));
-    }
     return {{"name", Utf8(node.name)},   {"entryId", ValueJson(PropValue::Binary(PR_ENTRYID, node.entryId))},
             {"messages", node.messages}, {"unread", node.unread},
             {"hidden", node.hidden},     {"folders", std::move(children)}};
@@ -106,12 +90,12 @@ int RunTree(const Options& options, bool all)
     if (options.json)
     {
         PrintLine(TreeJson(tree).dump(2));
-        return ExitOk;
+        return exitOk;
     }
     PrintTree(tree, 0);
     PrintLine();
     PrintLine(Count(CountFolders(tree), "folder", "folders") + ", " +
               Count(CountMessages(tree), "message", "messages"));
-    return ExitOk;
+    return exitOk;
 }
 } // namespace Browser

@@ -21,13 +21,13 @@ namespace Browser
 namespace
 {
 // The store properties that an archive keeps writable for its host.
-constexpr ULONG HostText = PROP_TAG(PT_UNICODE, 0x7FEB);
-constexpr ULONG HostTime = PROP_TAG(PT_SYSTIME, 0x7FE9);
-constexpr ULONG HostBytes1 = PROP_TAG(PT_BINARY, 0x7FE7);
-constexpr ULONG HostBytes2 = PROP_TAG(PT_BINARY, 0x7FE8);
+constexpr ULONG hostText = PROP_TAG(PT_UNICODE, 0x7FEB);
+constexpr ULONG hostTime = PROP_TAG(PT_SYSTIME, 0x7FE9);
+constexpr ULONG hostBytes1 = PROP_TAG(PT_BINARY, 0x7FE7);
+constexpr ULONG hostBytes2 = PROP_TAG(PT_BINARY, 0x7FE8);
 // The folder properties that a read-only folder keeps writable.
-constexpr ULONG FolderBytes1 = PROP_TAG(PT_BINARY, 0x3020);
-constexpr ULONG FolderBytes2 = PROP_TAG(PT_BINARY, 0x3021);
+constexpr ULONG folderBytes1 = PROP_TAG(PT_BINARY, 0x3020);
+constexpr ULONG folderBytes2 = PROP_TAG(PT_BINARY, 0x3021);
 
 // What the attempts are made on.
 struct Subject
@@ -56,16 +56,10 @@ public:
     Subject Find()
     {
         for (const Bytes& top : {TopOfStore(m_memory, m_store), Bytes()})
-        {
             if (Search(top) || m_found)
-            {
                 break;
-            }
-        }
         if (!m_found)
-        {
             Fail(MAPI_E_NOT_FOUND, L"The archive has no message to try the calls on; import some first.");
-        }
         return *m_found;
     }
 
@@ -77,13 +71,9 @@ private:
         for (const Row& row : ReadTable(m_memory, *Contents(*folder, false), {PR_ENTRYID, PR_HASATTACH}))
         {
             if (!m_found)
-            {
                 m_found = Subject{own ? own->AsBytes() : Bytes(), row[0].AsBytes(), {}};
-            }
             if (row[1].IsError() || row[1].AsLong() == 0)
-            {
                 continue;
-            }
             const auto message = OpenMessage(m_store, row[0].AsBytes());
             if (const auto numbers = AttachmentNumbers(m_memory, *message); !numbers.empty())
             {
@@ -92,12 +82,8 @@ private:
             }
         }
         for (const FolderRow& row : SubFolders(m_memory, *folder))
-        {
             if (row.type != FOLDER_SEARCH && Search(row.entryId))
-            {
                 return true;
-            }
-        }
         return false;
     }
 
@@ -235,9 +221,7 @@ private:
     static T& Keep(ComPtr<T>& place, F&& open)
     {
         if (!place)
-        {
             place = open();
-        }
         return *place;
     }
 
@@ -289,16 +273,16 @@ std::vector<Attempt> StoreAttempts()
          {
              FILETIME time{};
              GetSystemTimeAsFileTime(&time);
-             return s.Set(s.Store(), {Text(HostText), PropValue::Time(HostTime, time), SomeBytes(HostBytes1),
-                                      SomeBytes(HostBytes2)});
+             return s.Set(s.Store(), {Text(hostText), PropValue::Time(hostTime, time), SomeBytes(hostBytes1),
+                                      SomeBytes(hostBytes2)});
          },
          true},
         {"store", "SetProps(the host's own, PR_COMMENT_W)",
-         [](Stage& s) { return s.Set(s.Store(), {Text(HostText), Text(PR_COMMENT_W)}); }},
+         [](Stage& s) { return s.Set(s.Store(), {Text(hostText), Text(PR_COMMENT_W)}); }},
         {"store", "DeleteProps(PR_COMMENT_W)", [](Stage& s) { return s.Delete(s.Store(), PR_COMMENT_W); }},
         {"store", "DeleteProps(PR_IPM_SUBTREE_ENTRYID)",
          [](Stage& s) { return s.Delete(s.Store(), PR_IPM_SUBTREE_ENTRYID); }},
-        {"store", "DeleteProps(the host's own)", [](Stage& s) { return s.Delete(s.Store(), HostText); }, true},
+        {"store", "DeleteProps(the host's own)", [](Stage& s) { return s.Delete(s.Store(), hostText); }, true},
         {"store", "OpenProperty(PR_DISPLAY_NAME_W)",
          [](Stage& s) { return Stage::OpenStream(s.Store(), PR_DISPLAY_NAME_W, 0); }},
         {"store", "OpenProperty(PR_DISPLAY_NAME_W, MAPI_MODIFY)",
@@ -393,9 +377,9 @@ std::vector<Attempt> FolderAttempts()
         {"folder", "SaveChanges", [](Stage& s) { return s.Folder().SaveChanges(KEEP_OPEN_READWRITE); }},
         {"folder", "SetProps(PR_COMMENT_W)", [](Stage& s) { return s.Set(s.Folder(), {Text(PR_COMMENT_W)}); }},
         {"folder", "SetProps(0x30200102, 0x30210102)",
-         [](Stage& s) { return s.Set(s.Folder(), {SomeBytes(FolderBytes1), SomeBytes(FolderBytes2)}); }, true},
+         [](Stage& s) { return s.Set(s.Folder(), {SomeBytes(folderBytes1), SomeBytes(folderBytes2)}); }, true},
         {"folder", "SetProps(0x30200102, PR_COMMENT_W)",
-         [](Stage& s) { return s.Set(s.Folder(), {SomeBytes(FolderBytes1), Text(PR_COMMENT_W)}); }},
+         [](Stage& s) { return s.Set(s.Folder(), {SomeBytes(folderBytes1), Text(PR_COMMENT_W)}); }},
         {"folder", "SetProps(none)",
          [](Stage& s)
          {
@@ -507,9 +491,7 @@ std::vector<Attempt> AllAttempts()
 {
     std::vector<Attempt> all;
     for (auto&& part : {StoreAttempts(), FolderAttempts(), MessageAttempts(), AttachmentAttempts()})
-    {
         all.insert(all.end(), part.begin(), part.end());
-    }
     return all;
 }
 
@@ -520,9 +502,7 @@ std::string MethodOf(const Attempt& attempt)
     const std::string method(call.substr(0, call.find('(')));
     const std::string_view object = attempt.object;
     if (object == "folder" && method == "CopyFolder")
-    {
         return "IMAPISupport::CopyFolder";
-    }
     return (object == "store"     ? "IMsgStore::"
             : object == "folder"  ? "IMAPIFolder::"
             : object == "message" ? "IMessage::"
@@ -535,16 +515,10 @@ std::vector<std::string> JoinLog(const std::vector<LogRecorder::Line>& lines)
 {
     std::vector<std::string> joined;
     for (const LogRecorder::Line& line : lines)
-    {
         if (line.isDetail && !joined.empty())
-        {
             joined.back() += " " + line.text;
-        }
         else
-        {
             joined.push_back(line.text);
-        }
-    }
     return joined;
 }
 
@@ -600,9 +574,7 @@ void WatchProvider(ArchiveSession& archive, const Subject& subject)
     const auto message = OpenMessage(*store, subject.message);
     Watch(*message);
     if (subject.attachment)
-    {
         Watch(*OpenAttachment(*message, *subject.attachment));
-    }
     Watch(*archive.Session().MakeSupport());
 }
 
@@ -648,12 +620,8 @@ void RunStage(ArchiveSession& archive, const Setting& setting, const Subject& su
     WatchProvider(archive, subject);
     Stage stage(archive, target, subject, victims);
     for (const Attempt& attempt : AllAttempts())
-    {
         if (wanted(attempt) && (subject.attachment || std::string_view(attempt.object) != "attachment"))
-        {
             rows.push_back(RunAttempt(attempt, stage, setting, log));
-        }
-    }
 }
 } // namespace
 
@@ -680,9 +648,7 @@ TryReport TryAll(const Options& options, const std::vector<Setting>& settings)
             Bytes child = subject.folder;
             const auto folder = OpenFolder(archive.Store(), subject.folder);
             if (const auto children = SubFolders(archive.Memory(), *folder); !children.empty())
-            {
                 child = children.front().entryId;
-            }
             RunStage(
                 archive, setting, subject, {subject.message, subject.message, child, child, subject.folder},
                 *options.log, [](const Attempt& attempt) { return !attempt.writesByDesign; }, rows);
@@ -700,9 +666,7 @@ TryReport TryAll(const Options& options, const std::vector<Setting>& settings)
         // In the order of the attempts, wherever they were made.
         std::vector<std::pair<std::string, std::string>> order;
         for (const Attempt& attempt : AllAttempts())
-        {
             order.emplace_back(attempt.object, attempt.call);
-        }
         const auto position = [&](const TryRow& row)
         { return std::find(order.begin(), order.end(), std::pair(row.object, row.call)); };
         std::stable_sort(rows.begin(), rows.end(),
@@ -749,9 +713,7 @@ void PrintTryRows(const TryReport& report, const Setting& setting, bool refusedO
     for (const TryRow& row : report.rows)
     {
         if (!(row.setting == setting) || (refusedOnly && row.outcome != "refused"))
-        {
             continue;
-        }
         if (refusedOnly)
         {
             table.Add({row.object, row.call, row.code});
@@ -759,17 +721,11 @@ void PrintTryRows(const TryReport& report, const Setting& setting, bool refusedO
         }
         std::string reached;
         for (const std::string& call : row.reached)
-        {
             if (reached.find(call) == std::string::npos)
-            {
                 reached += (reached.empty() ? "" : ", ") + call;
-            }
-        }
         std::string log;
         for (const std::string& line : row.log)
-        {
             log += (log.empty() ? "" : " | ") + line;
-        }
         table.Add({row.object, row.call, row.code, row.outcome, reached, log});
     }
     table.Print(indent);
@@ -782,7 +738,7 @@ int RunTry(const Options& options)
     if (options.json)
     {
         PrintLine(report.ToJson().dump(2));
-        return report.ArchiveUnchanged() ? ExitOk : ExitFailed;
+        return report.ArchiveUnchanged() ? exitOk : exitFailed;
     }
     for (const Setting& setting : settings)
     {
@@ -793,6 +749,6 @@ int RunTry(const Options& options)
     }
     PrintLine(report.ArchiveUnchanged() ? "The archive's files are what they were before."
                                         : "The archive's files have CHANGED.");
-    return report.ArchiveUnchanged() ? ExitOk : ExitFailed;
+    return report.ArchiveUnchanged() ? exitOk : exitFailed;
 }
 } // namespace Browser

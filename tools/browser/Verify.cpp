@@ -14,7 +14,7 @@ namespace Browser
 {
 namespace
 {
-constexpr size_t MessagesPerReport = 250;
+constexpr size_t messagesPerReport = 250;
 
 class Verifier
 {
@@ -36,9 +36,7 @@ public:
     void CompareFolder(IMAPIFolder& source, IMAPIFolder* target, const std::string& label)
     {
         for (const bool associated : {false, true})
-        {
             CompareMessages(source, target, associated, label);
-        }
         std::map<Bytes, Bytes> folders;
         if (target)
         {
@@ -46,17 +44,13 @@ public:
             {
                 const auto folder = OpenFolder(m_archive, row.entryId);
                 if (const auto mark = m_markTag ? ReadProp(m_memory, *folder, m_markTag) : std::nullopt)
-                {
                     folders.emplace(mark->AsBytes(), row.entryId);
-                }
             }
         }
         for (const FolderRow& row : SubFolders(m_memory, source))
         {
             if (row.type == FOLDER_SEARCH)
-            {
                 continue;
-            }
             ++m_report.folders;
             const std::string name = label + "/" + Utf8(row.name);
             const auto from = OpenFolder(m_source, row.entryId);
@@ -84,13 +78,9 @@ private:
             for (const Row& row : ReadTable(m_memory, *Contents(*target, associated), {m_markTag, PR_ENTRYID}))
             {
                 if (row[0].IsError())
-                {
                     continue;
-                }
                 if (!present.emplace(row[0].AsBytes(), row[1].AsBytes()).second)
-                {
                     m_report.different.push_back("folder " + label + ": a message was imported twice");
-                }
             }
         }
         size_t done = 0;
@@ -106,10 +96,8 @@ private:
             }
             CompareMessage(*OpenMessage(m_source, row[0].AsBytes()), *OpenMessage(m_archive, found->second), name);
             ++done;
-            if (done % MessagesPerReport == 0)
-            {
+            if (done % messagesPerReport == 0)
                 m_progress("  " + label + ": " + Count(done, "message", "messages") + " compared");
-            }
         }
     }
 
@@ -164,12 +152,8 @@ private:
         std::vector<PropValue> wanted;
         ObjectProperties properties = ReadProperties(m_memory, source, true);
         for (size_t index = 0; index < properties.values.size(); ++index)
-        {
             if (!BelongsToPlace(kind, properties.tags[index]))
-            {
                 wanted.push_back(std::move(properties.values[index]));
-            }
-        }
         CompareValues(wanted, ReadProperties(m_memory, target, true).values, label);
     }
 
@@ -188,9 +172,7 @@ private:
     {
         std::map<ULONG, const PropValue*> byId;
         for (const PropValue& value : target)
-        {
             byId.emplace(value.Id(), &value);
-        }
         for (const PropValue& value : source)
         {
             const ULONG tag = m_tags.TargetTag(value.Tag(), false);
@@ -203,13 +185,9 @@ private:
             const auto found = tag != 0 ? byId.find(PROP_ID(tag)) : byId.end();
             const std::string property = TagName(value.Tag(), &m_sourceNames);
             if (found == byId.end())
-            {
                 Differ(label, property, "is not in the archive");
-            }
             else if (found->second->Type() != value.Type() || found->second->Data() != value.Data())
-            {
                 Differ(label, property, IsInstead(*found->second, value));
-            }
         }
     }
 
@@ -261,9 +239,7 @@ int RunVerify(const Options& options, const std::filesystem::path& file, bool al
                                        [&](const std::string& line)
                                        {
                                            if (!options.json)
-                                           {
                                                PrintLine(line);
-                                           }
                                        });
     if (options.json)
     {
@@ -272,15 +248,11 @@ int RunVerify(const Options& options, const std::filesystem::path& file, bool al
     else
     {
         for (const std::string& line : report.missing)
-        {
             PrintLine("missing: " + Shorten(line, 240));
-        }
         for (const std::string& line : report.different)
-        {
             PrintLine("different: " + Shorten(line, 400));
-        }
         PrintLine(report.Summary());
     }
-    return report.Same() ? ExitOk : ExitFailed;
+    return report.Same() ? exitOk : exitFailed;
 }
 } // namespace Browser

@@ -89,10 +89,8 @@ std::optional<std::wstring> ReadFirst(const InfFile& file,
                                       const std::vector<std::pair<std::wstring, std::wstring>>& places)
 {
     for (const auto& [section, key] : places)
-    {
         if (auto value = file.Read(section, key))
             return value;
-    }
     return std::nullopt;
 }
 
@@ -214,10 +212,8 @@ std::vector<Change> PlanRemoval(const InfFile& file, const std::wstring& service
     if (auto displayName = file.Read(servicesSection, serviceName))
         changes.push_back({Change::Kind::Remove, {servicesSection, serviceName, std::move(*displayName)}, {}});
     for (const std::wstring& section : {serviceName, GetProviderSection(serviceName)})
-    {
         for (Entry& entry : file.Entries(section))
             changes.push_back({Change::Kind::Remove, std::move(entry), {}});
-    }
     return changes;
 }
 
