@@ -2,6 +2,7 @@
 
 option(KIVNST_BUILD_AROUND "Build the testbed, the sample host, the tools and the tests around the library" ON)
 option(KIVNST_COVERAGE "Instrument the library for coverage" OFF)
+option(KIVNST_SANITIZE "Have the library trap where its behaviour would be undefined" OFF)
 
 add_library(kivnst_options INTERFACE)
 target_include_directories(kivnst_options INTERFACE "${PROJECT_SOURCE_DIR}")
@@ -23,10 +24,16 @@ else()
     -Wno-non-virtual-dtor
     # No path of the building machine gets into a binary or a log line.
     "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=" "-ffile-prefix-map=${PROJECT_BINARY_DIR}/=build/")
+  # What is instrumented is the library alone: how much of a test runs tells nothing.
+  set(instrumented "$<IN_LIST:$<TARGET_PROPERTY:NAME>,kivnst_support;kivnst_mapi;KivNst>")
   if(KIVNST_COVERAGE)
-    # The library alone: how much of a test runs tells nothing. Many threads count at once in some of them.
-    set(instrumented "$<IN_LIST:$<TARGET_PROPERTY:NAME>,kivnst_support;kivnst_mapi;KivNst>")
+    # Many threads count at once in some tests.
     target_compile_options(kivnst_options INTERFACE "$<${instrumented}:--coverage;-fprofile-update=atomic;-O0>")
     target_link_options(kivnst_options INTERFACE "$<${instrumented}:--coverage>")
+  endif()
+  if(KIVNST_SANITIZE)
+    # There is no runtime for Windows that could print what was wrong: the program ends by an illegal instruction there.
+    target_compile_options(kivnst_options INTERFACE
+      "$<${instrumented}:-fsanitize=undefined;-fsanitize-undefined-trap-on-error>")
   endif()
 endif()

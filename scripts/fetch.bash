@@ -9,7 +9,7 @@ begin_fetching() {
     deps=$(cd -- "$1" && pwd)
     # Two build folders that are configured at once share this folder.
     exec 9>"$deps/.lock"
-    flock 9
+    wait_for_lock 9 -x "another script makes third-party libraries"
     # Everything is made in a folder whose path has no space in it, which libpff's configure would not take, and moved
     # to its place when it is whole.
     work=$(mktemp -d "${TMPDIR:-/tmp}/kivnst-deps.XXXXXXXX")

@@ -2,6 +2,7 @@
 # How programs are run under Wine, in a prefix that belongs to one build folder. Needs lib.bash and `build_dir`, the
 # build folder's absolute path.
 
+# The tests'; the demonstration has one of its own, so that neither ends the other's programs or changes its registry.
 # shellcheck disable=SC2154 # set by whoever sources this
 export WINEPREFIX=$build_dir/wine
 # Debian's launcher and Wine itself report what is harmless here: the 32-bit part is not installed, and not needed.
@@ -11,6 +12,10 @@ export WINEARCH=win64
 export WINEDLLOVERRIDES='winemenubuilder.exe=;mscoree=;mshtml='
 # Nothing here opens a window; a display, where there is one, would only cost time.
 unset DISPLAY WAYLAND_DISPLAY
+
+# Wine's server and services outlive the program that they were started for.
+wine() { unlocked wine "$@"; }
+wineserver() { unlocked wineserver "$@"; }
 
 # windows_path PATH: how a program under Wine names a file of this machine.
 windows_path() {
@@ -45,7 +50,7 @@ prepare_prefix() {
     fi
     # Each time, at the cost of one program's start: the build folder may have moved, a test may have been stopped while
     # it had another client registered.
-    local log=$build_dir/testbed-setup.log
+    local log=$WINEPREFIX/testbed-setup.log
     if ! wine "$build_dir/bin/testbed-setup.exe" "$(windows_path "$build_dir/mail-client")" >"$log" 2>&1 </dev/null; then
         cat -- "$log" >&2
         die "the mail client could not be registered in $WINEPREFIX"
