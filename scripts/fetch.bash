@@ -2,14 +2,14 @@
 # How third-party sources are fetched: from Debian's source packages by the system's own apt, pinned by SHA-256, made
 # once for all build folders. Needs lib.bash; a script begins with begin_fetching.
 
-# begin_fetching FOLDER: `deps` is then FOLDER's absolute path, locked until the script's end, and `work` a new folder
+# begin_fetching FOLDER: `deps` is then FOLDER's absolute path, locked until the end of this script, and `work` a new folder
 # for what is being made.
 begin_fetching() {
     mkdir -p -- "$1"
     deps=$(cd -- "$1" && pwd)
-    # Two build folders that are configured at once share this folder.
-    exec 9>"$deps/.lock"
-    wait_for_lock 9 -x "another script makes third-party libraries"
+    # Two build folders that are configured at once share this folder. What each script makes is its own.
+    exec 9>"$deps/.lock-${0##*/}"
+    wait_for_lock 9 -x "another ${0##*/} is at work"
     # Everything is made in a folder whose path has no space in it, which libpff's configure would not take, and moved
     # to its place when it is whole.
     work=$(mktemp -d "${TMPDIR:-/tmp}/kivnst-deps.XXXXXXXX")

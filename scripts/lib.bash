@@ -58,8 +58,9 @@ release() {
 # unlocked COMMAND...: runs a program that may live on, or start what does, so that it keeps neither a lock nor the way
 # out of a step.
 unlocked() (
-    for name in "${!held_locks[@]}"; do
-        release "$name"
+    local lock
+    for lock in "${!held_locks[@]}"; do
+        release "$lock"
     done
     exec "$@" 3>&-
 )
