@@ -235,7 +235,7 @@ ATL::CComQIPtr<IProfSect> GetGlobalProfileSection(const ATL::CComQIPtr<IMAPISupp
     if (!serviceUid)
         return own;
     const SBinary& uid = serviceUid->Value.bin;
-    if (serviceUid->ulPropTag != PR_SERVICE_UID || uid.cb < sizeof(MAPIUID))
+    if (serviceUid->ulPropTag != PR_SERVICE_UID || uid.cb < sizeof(MAPIUID) || !uid.lpb)
         Throw(CRuntimeError(L"PR_SERVICE_UID was of an unexpected length or type"), function);
 
     ATL::CComQIPtr<IProfSect> service;

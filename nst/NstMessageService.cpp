@@ -9,6 +9,8 @@
 #include "support/Format.h"
 #include "support/com_wrap.h"
 
+#include <utility>
+
 namespace Quillon::Mapi
 {
 
@@ -58,17 +60,109 @@ SBinary ProviderUidValue() noexcept
     return {sizeof(providerUid), const_cast<BYTE*>(providerUid.ab)};
 }
 
-/// The values that a GetProps gave, at least as many as were asked for.
-void RequireCount(ULONG count, ULONG expected, const Mapi::PropValuePointer& values, const CallSite& site)
+/// A function of the PST module. Throws CRuntimeError when the module has none of that name.
+template <class Function>
+Function FindPstFunction(HMODULE module, const char* name, const CallSite& site)
 {
-    if (!values || count < expected)
-        Throw(CRuntimeError(L"The profile section returned fewer properties than were asked for"), site);
+    const FARPROC found = GetProcAddress(module, name);
+    if (!found)
+    {
+        const StringW reason = FormatSystemError(GetLastError(), true);
+        Throw(CRuntimeError(FormatString(L"Unable to find %hs in PST module: %s", name, reason.GetString()), false),
+              site);
+    }
+    return reinterpret_cast<Function>(reinterpret_cast<void*>(found));
 }
 
-template <class Function>
-Function GetPstFunction(HMODULE module, const char* name) noexcept
+// The steps of ConfigureService, whose name stands in the event lines of all of them.
+
+constexpr auto configureService = L"Quillon::Nst::CNstMessageService::ConfigureService";
+
+/// The values of `tags` in their order; an error value for each that the section does not hold.
+template <ULONG Count>
+Mapi::PropValuePointer ReadSection(IProfSect* section, TagArray<Count> tags, const CallSite& site)
 {
-    return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(module, name)));
+    ULONG count = 0;
+    Mapi::PropValuePointer values;
+    CheckProfileCall(section->GetProps(tags.Get(), 0, &count, values.Put()), section, site);
+    if (!values || count < Count)
+        Throw(CRuntimeError(L"The profile section returned fewer properties than were asked for"), site);
+    return values;
+}
+
+/// The section of the store provider that stands first in the service's list of them.
+ATL::CComQIPtr<IProfSect> OpenProviderSection(IProviderAdmin* admin, const SBinary& providers)
+{
+    // A null UID would open another section than a provider's.
+    if (providers.cb < sizeof(MAPIUID) || !providers.lpb)
+        Throw(CRuntimeError(L"PR_STORE_PROVIDERS was of an unexpected length"), configureService);
+    ATL::CComQIPtr<IProfSect> section;
+    CheckProfileCall(
+        admin->OpenProfileSection(reinterpret_cast<MAPIUID*>(providers.lpb), nullptr, MAPI_MODIFY, &section), admin,
+        configureService);
+    return com_wrap(section);
+}
+
+/// PR_SERVICE_UID, which has the size of a UID.
+Mapi::PropValuePointer ReadServiceUid(IProfSect* providerSection)
+{
+    Mapi::PropValuePointer uid = ReadSection<1>(providerSection, {1, {PR_SERVICE_UID}}, configureService);
+    if (uid->ulPropTag != PR_SERVICE_UID || uid->Value.bin.cb != sizeof(MAPIUID) || !uid->Value.bin.lpb)
+        Throw(CRuntimeError(L"PR_SERVICE_UID was of an unexpected length or type"), configureService);
+    return uid;
+}
+
+/// Where the store lies.
+struct StorePath
+{
+    StringW path;
+    bool isNarrow; ///< as the profile holds it
+    StringA narrowPath;
+};
+
+/// The path from the two values of the service's section, of which the wide one is preferred.
+StorePath ReadStorePath(const SPropValue& wide, const SPropValue& narrow)
+{
+    if (wide.ulPropTag == PR_PROFILE_OFFLINE_STORE_PATH_W)
+        return {StringW(wide.Value.lpszW), false, StringA()};
+    if (narrow.ulPropTag != PR_PROFILE_OFFLINE_STORE_PATH)
+        Throw(CRuntimeError(L"The profile section holds no path of the store"), configureService);
+    StringA narrowPath(narrow.Value.lpszA);
+    StringW path = narrowPath.GetUnicode(CP_ACP);
+    return {std::move(path), true, std::move(narrowPath)};
+}
+
+/// An entry ID that MAPI allocated.
+struct WrappedEntryId
+{
+    Mapi::SmartPointer<ENTRYID*, Mapi::MapiBufferDestructor> entryId;
+    ULONG size = 0;
+};
+
+/// The entry ID by which MAPI finds the store at `path` and the module that provides it.
+WrappedEntryId WrapEntryId(const StringW& path, StringA moduleName)
+{
+    Binary entryId = CreateStoreEntryID(path);
+    WrappedEntryId wrapped;
+    CheckCall(Mapi::WrapStoreEntryID(0, moduleName.GetBuffer(), static_cast<ULONG>(entryId.GetSize()),
+                                     reinterpret_cast<ENTRYID*>(entryId.GetBuffer()), &wrapped.size,
+                                     wrapped.entryId.Put()),
+              configureService);
+    return wrapped;
+}
+
+/// Adds what identifies the store.
+void AddIdentity(Mapi::SPropValueVector& properties, const WrappedEntryId& wrapped, const MAPIUID& serviceUid,
+                 const MAPIUID& storeUid)
+{
+    for (const ULONG tag : {PR_ENTRYID, PR_STORE_ENTRYID})
+        properties.AddBinary(tag, reinterpret_cast<const BYTE*>(wrapped.entryId.Get()), wrapped.size);
+    properties.AddBinary(PR_RECORD_KEY, serviceUid.ab, sizeof(serviceUid));
+    for (const ULONG tag : {PR_STORE_RECORD_KEY, PR_SEARCH_KEY, PR_PROFILE_SECURE_MAILBOX})
+        properties.AddBinary(tag, storeUid.ab, sizeof(storeUid));
+    properties.AddStringA(PR_PROFILE_USER, "My PR_PROFILE_USER");
+    properties.AddLong(PR_PROFILE_CONFIG_FLAGS, 0);
+    properties.AddBinary(PR_MDB_PROVIDER, providerUid.ab, sizeof(providerUid));
 }
 
 } // namespace
@@ -92,13 +186,7 @@ void CNstMessageService::NstServiceEntry(IMalloc* lpMalloc, IMAPISupport* lpMAPI
     const HMODULE module = GetPstModule();
     if (!module)
         Throw(CRuntimeError(L"Unable to load PST module: " + FormatSystemError(GetLastError(), true), false), function);
-    const auto pstServiceEntry = GetPstFunction<MSGSERVICEENTRY*>(module, "NSTServiceEntry");
-    if (!pstServiceEntry)
-    {
-        Throw(CRuntimeError(L"Unable to find NSTServiceEntry in PST module: " + FormatSystemError(GetLastError(), true),
-                            false),
-              function);
-    }
+    const auto pstServiceEntry = FindPstFunction<MSGSERVICEENTRY*>(module, "NSTServiceEntry", function);
 
     const ATL::CComQIPtr<IProviderAdmin> admin(lpProviderAdmin);
     ATL::CComQIPtr<IProfSect> section;
@@ -157,8 +245,6 @@ void CNstMessageService::ConfigureService(const ATL::CComQIPtr<IMAPISupport>& su
                                           const ATL::CComQIPtr<IProviderAdmin>& admin,
                                           const Mapi::SPropValueVector& settings)
 {
-    constexpr auto function = L"Quillon::Nst::CNstMessageService::ConfigureService";
-
     enum
     {
         WidePath,
@@ -167,70 +253,33 @@ void CNstMessageService::ConfigureService(const ATL::CComQIPtr<IMAPISupport>& su
         EntryId,
         TagCount
     };
-    TagArray<TagCount> tags = {
-        TagCount, {PR_PROFILE_OFFLINE_STORE_PATH_W, PR_PROFILE_OFFLINE_STORE_PATH, PR_STORE_PROVIDERS, PR_ENTRYID}};
-    ULONG count = 0;
-    Mapi::PropValuePointer values;
-    CheckProfileCall(section->GetProps(tags.Get(), 0, &count, values.Put()), section.p, function);
-    RequireCount(count, TagCount, values, function);
+    const Mapi::PropValuePointer values = ReadSection<TagCount>(
+        section,
+        {TagCount, {PR_PROFILE_OFFLINE_STORE_PATH_W, PR_PROFILE_OFFLINE_STORE_PATH, PR_STORE_PROVIDERS, PR_ENTRYID}},
+        configureService);
     // Only a store that has not been given its identity yet gets one.
     if (values[Providers].ulPropTag != PR_STORE_PROVIDERS || values[EntryId].ulPropTag == PR_ENTRYID)
         return;
-    const SBinary& providers = values[Providers].Value.bin;
-    if (providers.cb < sizeof(MAPIUID))
-        Throw(CRuntimeError(L"PR_STORE_PROVIDERS was of an unexpected length"), function);
 
-    ATL::CComQIPtr<IProfSect> providerSection;
-    CheckProfileCall(
-        admin->OpenProfileSection(reinterpret_cast<MAPIUID*>(providers.lpb), nullptr, MAPI_MODIFY, &providerSection),
-        admin.p, function);
-    providerSection = com_wrap(providerSection);
-    TagArray<1> serviceUidTag = {1, {PR_SERVICE_UID}};
-    ULONG serviceUidCount = 0;
-    Mapi::PropValuePointer serviceUid;
-    CheckProfileCall(providerSection->GetProps(serviceUidTag.Get(), 0, &serviceUidCount, serviceUid.Put()),
-                     providerSection.p, function);
-    RequireCount(serviceUidCount, 1, serviceUid, function);
-    if (serviceUid->ulPropTag != PR_SERVICE_UID || serviceUid->Value.bin.cb != sizeof(MAPIUID))
-        Throw(CRuntimeError(L"PR_SERVICE_UID was of an unexpected length or type"), function);
-
-    const bool hasWidePath = values[WidePath].ulPropTag == PR_PROFILE_OFFLINE_STORE_PATH_W;
-    if (!hasWidePath && values[NarrowPath].ulPropTag != PR_PROFILE_OFFLINE_STORE_PATH)
-        Throw(CRuntimeError(L"The profile section holds no path of the store"), function);
-    const StringA narrowPath(hasWidePath ? "" : values[NarrowPath].Value.lpszA);
-    const StringW path = hasWidePath ? StringW(values[WidePath].Value.lpszW) : narrowPath.GetUnicode(CP_ACP);
-
-    Binary entryId = CreateStoreEntryID(path);
-    StringA dllName(GetProviderDllName());
-    ULONG wrappedSize = 0;
-    Mapi::SmartPointer<ENTRYID*, Mapi::MapiBufferDestructor> wrapped;
-    CheckCall(Mapi::WrapStoreEntryID(0, dllName.GetBuffer(), static_cast<ULONG>(entryId.GetSize()),
-                                     reinterpret_cast<ENTRYID*>(entryId.GetBuffer()), &wrappedSize, wrapped.Put()),
-              function);
-    const BYTE* const wrappedBytes = reinterpret_cast<const BYTE*>(wrapped.Get());
-
-    MAPIUID uid = {};
-    CheckProfileCall(support->NewUID(&uid), support.p, function);
+    const ATL::CComQIPtr<IProfSect> providerSection = OpenProviderSection(admin, values[Providers].Value.bin);
+    const Mapi::PropValuePointer serviceUid = ReadServiceUid(providerSection);
+    const StorePath store = ReadStorePath(values[WidePath], values[NarrowPath]);
+    const WrappedEntryId wrapped = WrapEntryId(store.path, StringA(GetProviderDllName()));
+    MAPIUID storeUid = {};
+    CheckProfileCall(support->NewUID(&storeUid), support.p, configureService);
 
     Mapi::SPropValueVector properties;
     for (ULONG index = 0; index < settings.GetCount(); ++index)
         properties.AddProperty(settings.GetValues()[index]);
-    properties.AddBinary(PR_ENTRYID, wrappedBytes, wrappedSize);
-    properties.AddBinary(PR_STORE_ENTRYID, wrappedBytes, wrappedSize);
-    properties.AddBinary(PR_RECORD_KEY, serviceUid->Value.bin.lpb, sizeof(MAPIUID));
-    for (const ULONG tag : {PR_STORE_RECORD_KEY, PR_SEARCH_KEY, PR_PROFILE_SECURE_MAILBOX})
-        properties.AddBinary(tag, uid.ab, sizeof(uid));
-    properties.AddStringA(PR_PROFILE_USER, "My PR_PROFILE_USER");
-    properties.AddLong(PR_PROFILE_CONFIG_FLAGS, 0);
-    properties.AddBinary(PR_MDB_PROVIDER, providerUid.ab, sizeof(providerUid));
-    if (hasWidePath)
-        properties.AddStringW(PR_PST_PATH_W, path);
+    AddIdentity(properties, wrapped, *reinterpret_cast<const MAPIUID*>(serviceUid->Value.bin.lpb), storeUid);
+    if (store.isNarrow)
+        properties.AddStringA(PR_PST_PATH, store.narrowPath.GetString());
     else
-        properties.AddStringA(PR_PST_PATH, narrowPath.GetString());
+        properties.AddStringW(PR_PST_PATH_W, store.path);
 
-    CheckProfileCall(providerSection->SetProps(properties.GetCount(), properties.GetValues(), nullptr),
-                     providerSection.p, function);
-    CheckProfileCall(section->SetProps(properties.GetCount(), properties.GetValues(), nullptr), section.p, function);
+    for (IProfSect* const target : {providerSection.p, section.p})
+        CheckProfileCall(target->SetProps(properties.GetCount(), properties.GetValues(), nullptr), target,
+                         configureService);
 }
 
 Mapi::SPropValueVector CNstMessageService::GetProfileSectionConfiguration(SPropValue*, ULONG)
@@ -258,13 +307,7 @@ void CNstMessageService::NstProviderInit(IMalloc* lpMalloc, LPALLOCATEBUFFER lpA
     const HMODULE module = GetPstModule();
     if (!module)
         Throw(CRuntimeError(L"Unable to load mspst32.dll"), function);
-    const auto pstProviderInit = GetPstFunction<MSPROVIDERINIT*>(module, "MSProviderInit");
-    if (!pstProviderInit)
-    {
-        Throw(CRuntimeError(L"Unable to find MSProviderInit in PST module: " + FormatSystemError(GetLastError(), true),
-                            false),
-              function);
-    }
+    const auto pstProviderInit = FindPstFunction<MSPROVIDERINIT*>(module, "MSProviderInit", function);
 
     ATL::CComQIPtr<IMSProvider> pstProvider;
     CheckCall(pstProviderInit(module, lpMalloc, lpAllocateBuffer, lpAllocateMore, lpFreeBuffer, ulFlags, ulMAPIVer,

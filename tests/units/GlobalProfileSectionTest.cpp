@@ -172,6 +172,25 @@ TEST(GetGlobalProfileSection, NeverReadsBeyondAShortUid)
     EXPECT_EQ(log.Lines().size(), 1u);
 }
 
+TEST(GetGlobalProfileSection, TakesNoUidThatHasACountButNoBytes)
+{
+    const LogCapture log;
+    const auto support = Tests::MakeNice<SupportDouble>();
+    const auto own = Tests::MakeNice<ProfileSectionDouble>();
+    ON_CALL(*own, GetProps)
+        .WillByDefault(
+            [](SPropTagArray* tags, ULONG flags, ULONG* count, SPropValue** values) -> HRESULT
+            {
+                const HRESULT hr =
+                    Tests::GiveProps(S_OK, {BinaryValue(PR_SERVICE_UID, serviceUid)})(tags, flags, count, values);
+                (*values)->Value.bin.lpb = nullptr;
+                return hr;
+            });
+    EXPECT_CALL(*support, OpenProfileSection(_, _, _)).WillOnce(Give(own.Get()));
+    EXPECT_EQ(ThrownText(support.Get(), E_FAIL), L"PR_SERVICE_UID was of an unexpected length or type");
+    EXPECT_EQ(log.Lines().size(), 1u);
+}
+
 TEST(GetGlobalProfileSection, TakesNoUidOutOfAValueOfAnotherType)
 {
     const LogCapture log;

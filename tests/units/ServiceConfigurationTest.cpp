@@ -306,6 +306,39 @@ TEST_F(ServiceConfiguration, ThrowsUnlessTheServiceUidHas16Bytes)
     }
 }
 
+/// Takes the bytes away from what a GetProps gives, and leaves their count.
+auto WithoutItsBytes(std::vector<Property> values, std::size_t which)
+{
+    return [give = GiveProps(S_OK, std::move(values)), which](auto... arguments) -> HRESULT
+    {
+        const HRESULT hr = give(arguments...);
+        SPropValue** const output = std::get<3>(std::tuple(arguments...));
+        (*output)[which].Value.bin.lpb = nullptr;
+        return hr;
+    };
+}
+
+TEST_F(ServiceConfiguration, ThrowsForUidsThatHaveACountButNoBytes)
+{
+    EXPECT_CALL(*section, SetProps).Times(0);
+    EXPECT_CALL(*providerSection, SetProps).Times(0);
+    {
+        const LogCapture log;
+        ON_CALL(*providerSection, GetProps).WillByDefault(WithoutItsBytes({BinaryValue(0x3D0C0102, serviceUid)}, 0));
+        EXPECT_EQ(Thrown(), std::pair(E_FAIL, std::wstring(L"PR_SERVICE_UID was of an unexpected length or type")));
+        EXPECT_EQ(log.Lines().size(), 1u);
+    }
+    const LogCapture log;
+    ON_CALL(*section, GetProps)
+        .WillByDefault(WithoutItsBytes({TextValue(0x6610001F, L"C:\\archive.pst"), noNarrowPath,
+                                        BinaryValue(0x3D000102, providerSectionUid), noEntryId},
+                                       2));
+    EXPECT_CALL(*admin, OpenProfileSection).Times(0);
+    const std::wstring text = L"PR_STORE_PROVIDERS was of an unexpected length";
+    EXPECT_EQ(Thrown(), std::pair(E_FAIL, text));
+    EXPECT_THAT(log.Lines(), ElementsAre(Tests::Throwing(file, function, text)));
+}
+
 TEST_F(ServiceConfiguration, ThrowsForASectionWithoutAPathOrWithAShortProviderList)
 {
     for (const std::vector<Property>& values :
