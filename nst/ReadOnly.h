@@ -14,14 +14,14 @@ inline HRESULT Refuse(const wchar_t* line) noexcept
     return MAPI_E_NO_ACCESS;
 }
 
-/// The same for a refusal whose text ends in a name or property tag that `detail` makes. Logging must not make the call
-/// fail in another way, so a detail that there is no memory for is left out.
-template <class Detail>
-HRESULT RefuseWithDetail(const wchar_t* line, Detail&& detail) noexcept
+/// The same for a refusal whose text ends in a name or property tag that `makeDetail` gives. Logging must not make the
+/// call fail in another way, so a detail that there is no memory for is left out.
+template <class MakeDetail>
+HRESULT RefuseWithDetail(const wchar_t* line, MakeDetail&& makeDetail) noexcept
 {
     try
     {
-        return Refuse(line + detail());
+        return Refuse(line + makeDetail());
     }
     catch (const CException&)
     {
@@ -41,7 +41,7 @@ HRESULT RefuseWithTags(const wchar_t* line, Tags... tags) noexcept
     }
     catch (const CException&)
     {
-        LogDetails(LogId::Warning, L"");
+        LogDetails(LogId::Warning, L"(no memory for the property tags)");
     }
     return MAPI_E_NO_ACCESS;
 }

@@ -4,15 +4,17 @@
 #include "nst/KivNstCore.h"
 #include "nst/ReadOnly.h"
 
+#include <algorithm>
+
 namespace Quillon::Nst
 {
 namespace
 {
 
 /// What a client may set on a read-only folder.
-bool CanChangeFolderProperty(ULONG tag) noexcept
+bool CanChange(const SPropValue& property) noexcept
 {
-    return tag == PROP_TAG(PT_BINARY, 0x3020) || tag == PROP_TAG(PT_BINARY, 0x3021);
+    return property.ulPropTag == PROP_TAG(PT_BINARY, 0x3020) || property.ulPropTag == PROP_TAG(PT_BINARY, 0x3021);
 }
 
 /// The rights that PR_RIGHTS keeps, and the one that it always has.
@@ -32,6 +34,7 @@ CReadOnlyFolder::~CReadOnlyFolder() = default;
 /// cannot be read leaves as the exception that says so.
 HRESULT CReadOnlyFolder::RefuseNamingFolder(const wchar_t* text)
 {
+    const ATL::CComQIPtr<IMAPIFolder> self(this);
     return Refuse(text + GetDisplayName());
 }
 
@@ -46,18 +49,15 @@ STDMETHODIMP CReadOnlyFolder::OpenProperty(ULONG ulPropTag, LPCIID lpiid, ULONG 
 
 STDMETHODIMP CReadOnlyFolder::SetProps(ULONG cValues, LPSPropValue lpPropArray, LPSPropProblemArray* lppProblems)
 {
-    if (!GetModifyStores())
-    {
-        if (cValues == 0)
-            return S_OK;
-        for (ULONG index = 0; index < cValues; ++index)
-        {
-            if (lpPropArray && CanChangeFolderProperty(lpPropArray[index].ulPropTag))
-                continue;
-            constexpr auto line = L"IMAPIFolder::SetProps called on read-only folder; returning MAPI_E_NO_ACCESS:";
-            return lpPropArray ? RefuseWithTags(line, lpPropArray, cValues) : Refuse(line);
-        }
-    }
+    if (GetModifyStores())
+        return CNstMapiFolder::SetProps(cValues, lpPropArray, lppProblems);
+    if (cValues == 0)
+        return S_OK;
+    constexpr auto line = L"IMAPIFolder::SetProps called on read-only folder; returning MAPI_E_NO_ACCESS:";
+    if (!lpPropArray)
+        return Refuse(line);
+    if (!std::all_of(lpPropArray, lpPropArray + cValues, CanChange))
+        return RefuseWithTags(line, lpPropArray, cValues);
     return CNstMapiFolder::SetProps(cValues, lpPropArray, lppProblems);
 }
 

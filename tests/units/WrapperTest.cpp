@@ -1,4 +1,5 @@
 // What all wrappers share: references, interfaces, forwarded calls.
+#include "mapi/MapiBinding.h"
 #include "nst/KivNstCore.h"
 #include "nst/NstAttach.h"
 #include "nst/NstMapiSupport.h"
@@ -10,15 +11,21 @@
 #include "nst/ReadOnlyMessage.h"
 #include "support/Format.h"
 #include "support/MapiErrors.h"
+#include "tests/common/Alone.h"
 #include "tests/common/ImportHook.h"
 #include "tests/common/LogCapture.h"
+#include "tests/common/MapiModule.h"
+#include "tests/common/Properties.h"
+#include "tests/common/Setting.h"
 #include "tests/common/StoreDoubles.h"
 #include "tests/common/SupportDoubles.h"
+#include "tests/units/doubles/MapiDouble.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <functional>
 #include <initializer_list>
 #include <string>
 
@@ -234,12 +241,98 @@ TEST_F(ForwardedCall, NeedsNoMemoryUnlessThereIsSomethingToLog)
 
 TEST_F(RefusedCall, IsRefusedAlsoWithoutTheMemoryToSayWhat)
 {
+    const auto pstFolder = Tests::MakeNice<Tests::FolderDouble>();
+    const auto pstMessage = Tests::MakeNice<Tests::MessageDouble>();
+    const Tests::DoublePointer<CReadOnlyFolder> folder(new CReadOnlyFolder(pstFolder.Get(), nullptr, nullptr));
+    const Tests::DoublePointer<CReadOnlyMessage> message(new CReadOnlyMessage(pstMessage.Get()));
     EXPECT_CALL(*pst, OpenProperty).Times(0);
+    EXPECT_CALL(*pst, SetProps).Times(0);
     EXPECT_CALL(*pst, DeleteProps).Times(0);
     SizedSPropTagArray(1, tags) = {1, {PR_DISPLAY_NAME_W}};
-    const Tests::NoMemory noMemory;
-    EXPECT_EQ(store->OpenProperty(PR_DISPLAY_NAME_W, nullptr, 0, 0, nullptr), MAPI_E_NO_ACCESS);
-    EXPECT_EQ(store->DeleteProps(reinterpret_cast<SPropTagArray*>(&tags), nullptr), MAPI_E_NO_ACCESS);
+    auto* const array = reinterpret_cast<SPropTagArray*>(&tags);
+    SPropValue value = {};
+    value.ulPropTag = PR_DISPLAY_NAME_W;
+    struct Row
+    {
+        const wchar_t* line;
+        bool hasDetails;
+        std::function<HRESULT()> call;
+    };
+    const Row rows[] = {
+        {L"IMsgStore::OpenProperty called on read-only archive store; returning MAPI_E_NO_ACCESS: ", false,
+         [&] { return store->OpenProperty(PR_DISPLAY_NAME_W, nullptr, 0, 0, nullptr); }},
+        {L"IMsgStore::SetProps called on read-only archive store; returning MAPI_E_NO_ACCESS:", true,
+         [&] { return store->SetProps(1, &value, nullptr); }},
+        {L"IMsgStore::DeleteProps called on read-only archive store; returning MAPI_E_NO_ACCESS:", true,
+         [&] { return store->DeleteProps(array, nullptr); }},
+        {L"IMAPIFolder::OpenProperty called on read-only folder; returning MAPI_E_NO_ACCESS: ", false,
+         [&] { return folder->OpenProperty(PR_DISPLAY_NAME_W, nullptr, 0, 0, nullptr); }},
+        {L"IMAPIFolder::SetProps called on read-only folder; returning MAPI_E_NO_ACCESS:", true,
+         [&] { return folder->SetProps(1, &value, nullptr); }},
+        {L"IMAPIFolder::DeleteProps called on read-only folder; returning MAPI_E_NO_ACCESS:", true,
+         [&] { return folder->DeleteProps(array, nullptr); }},
+        {L"IMessage::SetProps called on read-only message; returning MAPI_E_NO_ACCESS:", true,
+         [&] { return message->SetProps(1, &value, nullptr); }},
+        {L"IMessage::DeleteProps called on read-only message; returning MAPI_E_NO_ACCESS:", true,
+         [&] { return message->DeleteProps(array, nullptr); }},
+    };
+    for (const Row& row : rows)
+    {
+        log.Take();
+        {
+            const Tests::NoMemory noMemory;
+            EXPECT_EQ(row.call(), MAPI_E_NO_ACCESS);
+        }
+        std::vector<Tests::LogLine> told;
+        for (const Tests::LogLine& line : log.Take())
+            if (line.level != LogId::Exception) // that there is no memory
+                told.push_back(line);
+        if (row.hasDetails)
+            EXPECT_THAT(told, ElementsAre(Entry(LogId::Warning, row.line),
+                                          Tests::Detail(LogId::Warning, L"(no memory for the property tags)")));
+        else
+            EXPECT_THAT(told, ElementsAre(Entry(LogId::Warning, row.line)));
+    }
+}
+
+TEST_ALONE(StoreTop, IsGivenAlsoWhenTheAllocationWarnsAndTheWarningIsTold)
+{
+    const Tests::TempFolder folder;
+    Tests::CopyDouble(L"MapiDouble.dll", folder / L"olmapi32.dll");
+    const HMODULE module = LoadLibraryW((folder / L"olmapi32.dll").c_str());
+    ASSERT_EQ(Mapi::GetMapiModule(), module);
+    auto& functions = *reinterpret_cast<MapiDouble*>(reinterpret_cast<void*>(GetProcAddress(module, "mapiDouble")));
+    functions.freeBuffer = [](LPVOID block) -> ULONG
+    {
+        Tests::MapiModule::Get().Free(block);
+        return 0;
+    };
+    functions.allocateMore = [](ULONG size, LPVOID object, LPVOID* block) -> SCODE
+    {
+        *block = Tests::MapiModule::Get().AllocateMore(size, object);
+        return MAPI_W_ERRORS_RETURNED;
+    };
+
+    const auto pst = Tests::MakeNice<Tests::StoreDouble>();
+    const Tests::DoublePointer<CNstMsgStore> store(new CNstMsgStore(pst.Get(), nullptr));
+    ON_CALL(*pst, GetProps).WillByDefault(Tests::GiveProps(S_OK, {Tests::BinaryValue(PR_IPM_SUBTREE_ENTRYID, {9})}));
+    Tests::GiveProperty(*pst, Tests::BinaryValue(archiveSubtreeEntryIdTag, {1, 2, 3}));
+    for (const bool modify : {false, true})
+    {
+        SetModifyStores(modify);
+        const Tests::LogCapture log;
+        ULONG count = 0;
+        SPropValue* values = nullptr;
+        EXPECT_EQ(store->GetProps(nullptr, 0, &count, &values), S_OK);
+        ASSERT_EQ(count, 1u);
+        EXPECT_EQ(Tests::BytesOf(values[0]), (Tests::Bytes{1, 2, 3}));
+        Tests::MapiModule::Get().Free(values);
+        EXPECT_THAT(log.Lines(),
+                    ElementsAre(Tests::Event(L"Non-success condition during COM call", L"NstMsgStore.cpp",
+                                             modify ? L"Quillon::Nst::CNstMsgStore::OverrideModifiableStoreProperties"
+                                                    : L"Quillon::Nst::CNstMsgStore::OverrideStoreProperties",
+                                             L"MAPI_W_ERRORS_RETURNED (0x00040380)")));
+    }
 }
 
 TEST_F(StoreEntryIds, OfWhichOneIsNullDifferWithoutAskingThePstStore)

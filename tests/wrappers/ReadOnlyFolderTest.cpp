@@ -57,6 +57,11 @@ const NamedRefusal namedRefusals[] = {
     {"CopyMessages",
      L"IMAPIFolder::CopyMessages called with MESSAGE_MOVE on read-only folder; returning MAPI_E_NO_ACCESS: ",
      [](IMAPIFolder& folder, void**)
+     { return folder.CopyMessages(nullptr, nullptr, nullptr, 0, nullptr, MESSAGE_MOVE); },
+     [](FolderDouble& pst, int times) { FailTimes(EXPECT_CALL(pst, CopyMessages), times); }},
+    {"CopyMessagesWithADialog",
+     L"IMAPIFolder::CopyMessages called with MESSAGE_MOVE on read-only folder; returning MAPI_E_NO_ACCESS: ",
+     [](IMAPIFolder& folder, void**)
      { return folder.CopyMessages(nullptr, nullptr, nullptr, 0, nullptr, MESSAGE_MOVE | MESSAGE_DIALOG); },
      [](FolderDouble& pst, int times) { FailTimes(EXPECT_CALL(pst, CopyMessages), times); }},
     {"DeleteMessages", L"IMAPIFolder::DeleteMessages called on read-only folder; returning MAPI_E_NO_ACCESS: ",
