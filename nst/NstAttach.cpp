@@ -43,6 +43,7 @@ STDMETHODIMP CNstAttach::GetProps(LPSPropTagArray lpPropTagArray, ULONG ulFlags,
     constexpr auto function = L"Quillon::Nst::CNstAttach::GetProps";
     try
     {
+        const ATL::CComQIPtr<IAttach> self(this);
         const ATL::CComQIPtr<IAttach> attachment = com_wrap(m_attachment);
         const HRESULT hr = attachment->GetProps(lpPropTagArray, ulFlags, lpcValues, lppPropArray);
         CheckMapiCall<MAPI_W_ERRORS_RETURNED>(hr, attachment.p, function);

@@ -58,10 +58,12 @@ STDMETHODIMP CNstMapiFolder::GetProps(LPSPropTagArray lpPropTagArray, ULONG ulFl
     constexpr auto function = L"Quillon::Nst::CNstMapiFolder::GetProps";
     try
     {
+        const ATL::CComQIPtr<IMAPIFolder> self(this);
         const ATL::CComQIPtr<IMAPIFolder> folder = com_wrap(m_folder);
         const HRESULT hr = folder->GetProps(lpPropTagArray, ulFlags, lpcValues, lppPropArray);
         CheckMapiCall<MAPI_W_ERRORS_RETURNED>(hr, folder.p, function);
-        OverrideFolderProperties(*lppPropArray, *lpcValues);
+        if (lpcValues && lppPropArray)
+            OverrideFolderProperties(*lppPropArray, *lpcValues);
         return hr;
     }
     catch (const CException& exception)
@@ -124,30 +126,27 @@ STDMETHODIMP CNstMapiFolder::GetIDsFromNames(ULONG cPropNames, LPMAPINAMEID* lpp
 
 STDMETHODIMP CNstMapiFolder::GetContentsTable(ULONG ulFlags, LPMAPITABLE* lppTable)
 {
-    constexpr auto function = L"Quillon::Nst::CNstMapiFolder::GetContentsTable";
-    try
-    {
-        const ATL::CComQIPtr<IMAPIFolder> folder = com_wrap(m_folder);
-        ATL::CComQIPtr<IMAPITable> table;
-        CheckMapiCall(folder->GetContentsTable(ulFlags, &table), folder.p, function);
-        *lppTable = new CNstMapiTable(table);
-        return S_OK;
-    }
-    catch (const CException& exception)
-    {
-        return CaughtException(exception, function);
-    }
+    return GetTable(&IMAPIFolder::GetContentsTable, ulFlags, lppTable,
+                    L"Quillon::Nst::CNstMapiFolder::GetContentsTable");
 }
 
 STDMETHODIMP CNstMapiFolder::GetHierarchyTable(ULONG ulFlags, LPMAPITABLE* lppTable)
 {
-    constexpr auto function = L"Quillon::Nst::CNstMapiFolder::GetHierarchyTable";
+    return GetTable(&IMAPIFolder::GetHierarchyTable, ulFlags, lppTable,
+                    L"Quillon::Nst::CNstMapiFolder::GetHierarchyTable");
+}
+
+/// Either of the two tables, wrapped; `function` is the name of the one in event lines.
+HRESULT CNstMapiFolder::GetTable(TableMethod method, ULONG ulFlags, LPMAPITABLE* lppTable, const wchar_t* function)
+{
     try
     {
+        const ATL::CComQIPtr<IMAPIFolder> self(this);
         const ATL::CComQIPtr<IMAPIFolder> folder = com_wrap(m_folder);
         ATL::CComQIPtr<IMAPITable> table;
-        CheckMapiCall(folder->GetHierarchyTable(ulFlags, &table), folder.p, function);
-        *lppTable = new CNstMapiTable(table);
+        CheckMapiCall((folder.p->*method)(ulFlags, lppTable ? &table : nullptr), folder.p, function);
+        if (lppTable)
+            *lppTable = new CNstMapiTable(table);
         return S_OK;
     }
     catch (const CException& exception)
@@ -188,10 +187,12 @@ STDMETHODIMP CNstMapiFolder::CreateMessage(LPCIID lpInterface, ULONG ulFlags, LP
     constexpr auto function = L"Quillon::Nst::CNstMapiFolder::CreateMessage";
     try
     {
+        const ATL::CComQIPtr<IMAPIFolder> self(this);
         const ATL::CComQIPtr<IMAPIFolder> folder = com_wrap(m_folder);
         ATL::CComQIPtr<IMessage> message;
-        CheckMapiCall(folder->CreateMessage(lpInterface, ulFlags, &message), folder.p, function);
-        *lppMessage = new CNstMessage(message);
+        CheckMapiCall(folder->CreateMessage(lpInterface, ulFlags, lppMessage ? &message : nullptr), folder.p, function);
+        if (lppMessage)
+            *lppMessage = new CNstMessage(message);
         return S_OK;
     }
     catch (const CException& exception)
@@ -219,12 +220,14 @@ STDMETHODIMP CNstMapiFolder::CreateFolder(ULONG ulFolderType, LPTSTR lpszFolderN
     constexpr auto function = L"Quillon::Nst::CNstMapiFolder::CreateFolder";
     try
     {
+        const ATL::CComQIPtr<IMAPIFolder> self(this);
         const ATL::CComQIPtr<IMAPIFolder> folder = com_wrap(m_folder);
         ATL::CComQIPtr<IMAPIFolder> created;
-        CheckMapiCall(
-            folder->CreateFolder(ulFolderType, lpszFolderName, lpszFolderComment, lpInterface, ulFlags, &created),
-            folder.p, function);
-        *lppFolder = new CNstMapiFolder(created, m_store, m_support);
+        CheckMapiCall(folder->CreateFolder(ulFolderType, lpszFolderName, lpszFolderComment, lpInterface, ulFlags,
+                                           lppFolder ? &created : nullptr),
+                      folder.p, function);
+        if (lppFolder)
+            *lppFolder = new CNstMapiFolder(created, m_store, m_support);
         return S_OK;
     }
     catch (const CException& exception)
@@ -237,9 +240,11 @@ STDMETHODIMP CNstMapiFolder::CopyFolder(ULONG cbEntryID, LPENTRYID lpEntryID, LP
                                         LPTSTR lpszNewFolderName, Mapi::FolderUIParam ulUIParam,
                                         LPMAPIPROGRESS lpProgress, ULONG ulFlags)
 {
+    // What is handed over lives as long as the call.
+    const ATL::CComQIPtr<IMAPIFolder> self(this);
     // The support object copies, with this wrapper as the source. That the source is called a message is deliberate: it
     // is what the support object has always been told here.
-    return PASS_THROUGH(m_support, IMAPISupport::CopyFolder, S_OK, &IID_IMessage, static_cast<void*>(this), cbEntryID,
+    return PASS_THROUGH(m_support, IMAPISupport::CopyFolder, S_OK, &IID_IMessage, static_cast<void*>(self.p), cbEntryID,
                         lpEntryID, lpInterface, lpDestFolder, lpszNewFolderName, ulUIParam, lpProgress, ulFlags);
 }
 

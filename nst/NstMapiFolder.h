@@ -42,6 +42,9 @@ protected:
     virtual void OverrideFolderProperties(SPropValue* values, ULONG count);
 
 private:
+    using TableMethod = decltype(&IMAPIFolder::GetContentsTable);
+    HRESULT GetTable(TableMethod method, ULONG ulFlags, LPMAPITABLE* lppTable, const wchar_t* function);
+
     ATL::CComQIPtr<IMsgStore> m_store;
 
 protected:

@@ -45,9 +45,8 @@ CNstMapiSupport::~CNstMapiSupport() = default;
 
 STDMETHODIMP CNstMapiSupport::QueryInterface(REFIID riid, LPVOID* ppvObj)
 {
-    if (riid == IID_IMAPISup || riid == IID_IUnknown)
-        return AnswerWithSelf(this, riid, ppvObj, IID_IMAPISup, IID_IUnknown);
-    return PASS_THROUGH_COM(m_support, IMAPISupport::QueryInterface, E_NOINTERFACE, riid, ppvObj);
+    return AnswerElsePassOn(this, m_support.p, L"IMAPISupport::QueryInterface", riid, ppvObj, IID_IMAPISup,
+                            IID_IUnknown);
 }
 
 STDMETHODIMP_(ULONG) CNstMapiSupport::AddRef()
@@ -111,9 +110,10 @@ STDMETHODIMP CNstMapiSupport::OpenProfileSection(LPMAPIUID lpUid, ULONG ulFlags,
     if (lpUid && std::memcmp(lpUid, &globalProfileSectionUid, sizeof(MAPIUID)) == 0)
     {
         // A section is held whenever this UID is asked for; a broken promise is no reason to crash.
-        if (!m_profileSection)
-            return Detail::ReportNullObject(L"IMAPISupport::OpenProfileSection");
-        return m_profileSection->QueryInterface(IID_IProfSect, reinterpret_cast<void**>(lppProfileObj));
+        const ATL::CComQIPtr<IProfSect> section = m_profileSection;
+        if (!section)
+            return ReportNullObject(L"IMAPISupport::OpenProfileSection");
+        return section->QueryInterface(IID_IProfSect, reinterpret_cast<void**>(lppProfileObj));
     }
     return PASS_THROUGH(m_support, IMAPISupport::OpenProfileSection, MAPI_E_NOT_FOUND, lpUid, ulFlags, lppProfileObj);
 }

@@ -43,10 +43,12 @@ STDMETHODIMP CNstMessage::GetProps(LPSPropTagArray lpPropTagArray, ULONG ulFlags
     constexpr auto function = L"Quillon::Nst::CNstMessage::GetProps";
     try
     {
+        const ATL::CComQIPtr<IMessage> self(this);
         const ATL::CComQIPtr<IMessage> message = com_wrap(m_message);
         const HRESULT hr = message->GetProps(lpPropTagArray, ulFlags, lpcValues, lppPropArray);
         CheckMapiCall<MAPI_W_ERRORS_RETURNED>(hr, message.p, function);
-        OverrideMessageProperties(*lppPropArray, *lpcValues);
+        if (lpcValues && lppPropArray)
+            OverrideMessageProperties(*lppPropArray, *lpcValues);
         return hr;
     }
     catch (const CException& exception)

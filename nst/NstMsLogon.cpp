@@ -40,11 +40,11 @@ STDMETHODIMP CNstMsLogon::OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID
                                     ULONG* lpulObjType, LPUNKNOWN* lppUnk)
 {
     // Through the store, so that what is opened comes back wrapped; the extended error is still the logon's.
+    const ATL::CComQIPtr<IMSLogon> self(this);
     const ATL::CComQIPtr<IMSLogon> logon = m_logon;
-    const ATL::CComQIPtr<IMsgStore> store = m_store;
-    if (!store || !logon)
-        return Detail::ReportNullObject(L"IMSLogon::OpenEntry");
-    const HRESULT hr = store->OpenEntry(cbEntryID, lpEntryID, lpInterface, ulFlags, lpulObjType, lppUnk);
+    if (!m_store || !logon)
+        return ReportNullObject(L"IMSLogon::OpenEntry");
+    const HRESULT hr = m_store->OpenEntry(cbEntryID, lpEntryID, lpInterface, ulFlags, lpulObjType, lppUnk);
     return CheckPassThrough(hr, logon.p, L"IMSLogon::OpenEntry", S_OK);
 }
 

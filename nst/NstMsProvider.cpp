@@ -21,9 +21,8 @@ CNstMsProvider::~CNstMsProvider() = default;
 
 STDMETHODIMP CNstMsProvider::QueryInterface(REFIID riid, LPVOID* ppvObj)
 {
-    if (riid == IID_IMSProvider || riid == IID_IUnknown)
-        return AnswerWithSelf(this, riid, ppvObj, IID_IMSProvider, IID_IUnknown);
-    return PASS_THROUGH_COM(m_provider, IMSProvider::QueryInterface, E_NOINTERFACE, riid, ppvObj);
+    return AnswerElsePassOn(this, m_provider.p, L"IMSProvider::QueryInterface", riid, ppvObj, IID_IMSProvider,
+                            IID_IUnknown);
 }
 
 STDMETHODIMP_(ULONG) CNstMsProvider::AddRef()
@@ -49,29 +48,28 @@ STDMETHODIMP CNstMsProvider::Logon(LPMAPISUP lpMAPISup, Mapi::ProviderUIParam ul
     constexpr auto function = L"Quillon::Nst::CNstMsProvider::Logon";
     try
     {
-        if (!lppMSLogon || !lppMDB)
-            Throw(CComError(MAPI_E_INVALID_PARAMETER), function);
+        const ATL::CComQIPtr<IMSProvider> self(this);
         const ATL::CComQIPtr<IMSProvider> provider = com_wrap(m_provider);
-        const ATL::CComQIPtr<IMAPISupport> support(lpMAPISup);
-        const ATL::CComQIPtr<IProfSect> section = GetGlobalProfileSection(support);
-        const ATL::CComQIPtr<IMAPISupport> wrappedSupport = com_wrap(CreateMapiSupport(support, section));
+        const ATL::CComQIPtr<IMAPISupport> support = WrapSupport(lpMAPISup);
 
         // In this order, so that the logon is given back before its store.
         ATL::CComQIPtr<IMsgStore> pstStore;
         ATL::CComQIPtr<IMSLogon> pstLogon;
         // Whatever the caller asked for, the file is opened in Unicode format.
-        CheckCall(provider->Logon(wrappedSupport, ulUIParam, lpszProfileName, cbEntryID, lpEntryID,
+        CheckCall(provider->Logon(support, ulUIParam, lpszProfileName, cbEntryID, lpEntryID,
                                   (ulFlags & ~MDB_OST_LOGON_ANSI) | MDB_OST_LOGON_UNICODE, lpInterface,
-                                  lpcbSpoolSecurity, lppbSpoolSecurity, lppMAPIError, &pstLogon, &pstStore),
+                                  lpcbSpoolSecurity, lppbSpoolSecurity, lppMAPIError, lppMSLogon ? &pstLogon : nullptr,
+                                  lppMDB ? &pstStore : nullptr),
                   function);
-        SetOLFIInOST(pstStore);
+        SetOLFIInOST(pstStore); // throws when no store was given, so that there is a place for it from here on
 
-        ATL::CComQIPtr<IMsgStore> store = com_wrap(CreateMessageStore(pstStore, wrappedSupport));
+        ATL::CComQIPtr<IMsgStore> store = com_wrap(CreateMessageStore(pstStore, support));
         ATL::CComQIPtr<IMSLogon> logon;
         if (pstLogon)
             logon = com_wrap(CreateMsLogon(pstLogon, store));
         *lppMDB = store.Detach();
-        *lppMSLogon = logon.Detach();
+        if (lppMSLogon)
+            *lppMSLogon = logon.Detach();
         return S_OK;
     }
     catch (const CException& exception)
@@ -91,11 +89,10 @@ STDMETHODIMP CNstMsProvider::SpoolerLogon(LPMAPISUP lpMAPISup, Mapi::ProviderUIP
     constexpr auto function = L"Quillon::Nst::CNstMsProvider::SpoolerLogon";
     try
     {
+        const ATL::CComQIPtr<IMSProvider> self(this);
         const ATL::CComQIPtr<IMSProvider> provider = com_wrap(m_provider);
-        const ATL::CComQIPtr<IMAPISupport> support(lpMAPISup);
-        const ATL::CComQIPtr<IProfSect> section = GetGlobalProfileSection(support);
-        const ATL::CComQIPtr<IMAPISupport> wrappedSupport = com_wrap(CreateMapiSupport(support, section));
-        CheckCall(provider->SpoolerLogon(wrappedSupport, ulUIParam, lpszProfileName, cbEntryID, lpEntryID, ulFlags,
+        const ATL::CComQIPtr<IMAPISupport> support = WrapSupport(lpMAPISup);
+        CheckCall(provider->SpoolerLogon(support, ulUIParam, lpszProfileName, cbEntryID, lpEntryID, ulFlags,
                                          lpInterface, cbSpoolSecurity, lpbSpoolSecurity, lppMAPIError, lppMSLogon,
                                          lppMDB),
                   function);
@@ -112,6 +109,12 @@ STDMETHODIMP CNstMsProvider::CompareStoreIDs(ULONG cbEntryID1, LPENTRYID lpEntry
 {
     return PASS_THROUGH_COM(m_provider, IMSProvider::CompareStoreIDs, S_OK, cbEntryID1, lpEntryID1, cbEntryID2,
                             lpEntryID2, ulFlags, lpulResult);
+}
+
+/// The support object that the PST provider is given in place of MAPI's.
+ATL::CComQIPtr<IMAPISupport> CNstMsProvider::WrapSupport(const ATL::CComQIPtr<IMAPISupport>& support)
+{
+    return com_wrap(CreateMapiSupport(support, GetGlobalProfileSection(support)));
 }
 
 ATL::CComQIPtr<IMAPISupport> CNstMsProvider::CreateMapiSupport(const ATL::CComQIPtr<IMAPISupport>& support,
@@ -133,6 +136,13 @@ void CNstMsProvider::ConfigureNstSubtreeEntryId(const ATL::CComQIPtr<IMsgStore>&
         return;
 
     const Mapi::PropValuePointer subtree = Mapi::QueryItemProperty(store, PR_IPM_SUBTREE_ENTRYID);
+    // An entry ID of no bytes is the store's root folder, where the archive's would then lie for good.
+    if (subtree->ulPropTag != PR_IPM_SUBTREE_ENTRYID || subtree->Value.bin.cb == 0)
+    {
+        Throw(Mapi::CMapiError(MAPI_E_NOT_FOUND, Mapi::MapiErrorPointer(),
+                               Mapi::FormatMapiPropertyTag(PR_IPM_SUBTREE_ENTRYID)),
+              function);
+    }
     const Binary subtreeId(Mapi::GetValueFromMapiProperty(subtree.Get()));
     const auto parent = Mapi::OpenMapiObject<IMAPIFolder>(store, subtreeId.GetBuffer(), subtreeId.GetSize());
 

@@ -42,6 +42,8 @@ protected:
                                                    const ATL::CComQIPtr<IMsgStore>& store);
 
 private:
+    ATL::CComQIPtr<IMAPISupport> WrapSupport(const ATL::CComQIPtr<IMAPISupport>& support);
+
     ULONG m_references;
     ATL::CComQIPtr<IMSProvider> m_provider;
 };

@@ -46,6 +46,19 @@ ATL::CComQIPtr<I> AsPromised(const ATL::CComQIPtr<IUnknown>& object, const wchar
     return answer;
 }
 
+/// Puts the archive subtree root's entry ID in place of the top that `store` reports, in memory that goes with `props`.
+void ReplaceSubtreeEntryId(IMsgStore* store, SPropValue* props, SPropValue& property, const CallSite& site)
+{
+    const Binary entryId = GetNstSubtreeEntryId(store);
+    if (entryId.IsNull())
+        Throw(CRuntimeError(L"KIV TIS not configured"), site);
+    void* buffer = nullptr;
+    const auto size = static_cast<ULONG>(entryId.GetSize());
+    CheckCall(Mapi::MAPIAllocateMore(size, props, &buffer), site);
+    std::memcpy(buffer, entryId.GetBuffer(), size);
+    property.Value.bin = {size, static_cast<BYTE*>(buffer)};
+}
+
 } // namespace
 
 CNstMsgStore::CNstMsgStore(IMsgStore* store, IMAPISupport* support)
@@ -92,9 +105,12 @@ STDMETHODIMP CNstMsgStore::GetProps(LPSPropTagArray lpPropTagArray, ULONG ulFlag
     constexpr auto function = L"Quillon::Nst::CNstMsgStore::GetProps";
     try
     {
+        const ATL::CComQIPtr<IMsgStore> self(this);
         const ATL::CComQIPtr<IMsgStore> store = com_wrap(m_store);
         const HRESULT hr = store->GetProps(lpPropTagArray, ulFlags, lpcValues, lppPropArray);
         CheckMapiCall<MAPI_W_ERRORS_RETURNED>(hr, store.p, function);
+        if (!lpcValues || !lppPropArray)
+            return hr;
         if (GetModifyStores())
             OverrideModifiableStoreProperties(*lppPropArray, *lpcValues);
         else
@@ -207,9 +223,14 @@ STDMETHODIMP CNstMsgStore::CompareEntryIDs(ULONG cbEntryID1, LPENTRYID lpEntryID
 STDMETHODIMP CNstMsgStore::OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, ULONG ulFlags,
                                      ULONG* lpulObjType, LPUNKNOWN* lppUnk)
 {
+    // Without a place for the object there is nothing to wrap.
+    if (!lppUnk)
+        return PASS_THROUGH(m_store, IMsgStore::OpenEntry, S_OK, cbEntryID, lpEntryID, lpInterface, ulFlags,
+                            lpulObjType, lppUnk);
     constexpr auto function = L"Quillon::Nst::CNstMsgStore::OpenEntry";
     try
     {
+        const ATL::CComQIPtr<IMsgStore> self(this);
         const ATL::CComQIPtr<IMsgStore> store = com_wrap(m_store);
         ULONG objectType = 0;
         ATL::CComQIPtr<IUnknown> object;
@@ -333,7 +354,7 @@ void CNstMsgStore::OverrideStoreProperties(SPropValue* props, ULONG count)
         OverrideAccess(props[index]);
         OverrideSupportMask(props[index]);
         if (props[index].ulPropTag == PR_IPM_SUBTREE_ENTRYID)
-            ReplaceSubtreeEntryId(props, props[index], L"Quillon::Nst::CNstMsgStore::OverrideStoreProperties");
+            ReplaceSubtreeEntryId(m_store, props, props[index], L"Quillon::Nst::CNstMsgStore::OverrideStoreProperties");
     }
 }
 
@@ -348,26 +369,13 @@ void CNstMsgStore::OverrideModifiableStoreProperties(SPropValue* props, ULONG co
             props[index].Value.l &= ~static_cast<LONG>(STORE_ITEMPROC);
             break;
         case PR_IPM_SUBTREE_ENTRYID:
-            ReplaceSubtreeEntryId(props, props[index],
+            ReplaceSubtreeEntryId(m_store, props, props[index],
                                   L"Quillon::Nst::CNstMsgStore::OverrideModifiableStoreProperties");
             break;
         default:
             break;
         }
     }
-}
-
-/// Puts the archive subtree root's entry ID in place of the PST store's, in memory that goes with `props`.
-void CNstMsgStore::ReplaceSubtreeEntryId(SPropValue* props, SPropValue& property, const CallSite& site)
-{
-    const Binary entryId = GetNstSubtreeEntryId(m_store);
-    if (entryId.IsNull())
-        Throw(CRuntimeError(L"KIV TIS not configured"), site);
-    void* buffer = nullptr;
-    const auto size = static_cast<ULONG>(entryId.GetSize());
-    CheckCall(Mapi::MAPIAllocateMore(size, props, &buffer), site);
-    std::memcpy(buffer, entryId.GetBuffer(), size);
-    property.Value.bin = {size, static_cast<BYTE*>(buffer)};
 }
 
 } // namespace Quillon::Nst

@@ -5,11 +5,6 @@
 #include "support/ComPtr.h"
 #include "support/Export.h"
 
-namespace Quillon
-{
-struct CallSite;
-}
-
 namespace Quillon::Nst
 {
 
@@ -60,8 +55,6 @@ protected:
     virtual void OverrideModifiableStoreProperties(SPropValue* props, ULONG count);
 
 private:
-    void ReplaceSubtreeEntryId(SPropValue* props, SPropValue& property, const CallSite& site);
-
     ATL::CComQIPtr<IMsgStore> m_store;
     ATL::CComQIPtr<IMAPISupport> m_support;
     ULONG m_references;

@@ -169,13 +169,13 @@ void LogComResult(HRESULT hr, const wchar_t* callName) noexcept
     LogText(LevelOf(hr), callName, [&] { return FormatErrorWithContext(FormatComError(hr), StringW(callName)); });
 }
 
+} // namespace Detail
+
 HRESULT ReportNullObject(const wchar_t* callName) noexcept
 {
-    LogComResult(E_POINTER, callName);
+    Detail::LogComResult(E_POINTER, callName);
     return E_POINTER;
 }
-
-} // namespace Detail
 
 HRESULT CaughtException(const CException& exception, const CallSite& site) noexcept
 {

@@ -11,6 +11,9 @@
 //   PASS_THROUGH_COM(object, method, quiet, ...)   the same without an extended error and without an extra reference
 //   CheckPassThrough, CheckComResult               the result-logging rules behind the two
 //   AnswerWithSelf(...)                            QueryInterface's answer for the interfaces that are the object's own
+//   AnswerElsePassOn(...)                          the same; for any other interface the wrapped object is asked
+//   ReportNullObject(callName)                     logs a call that cannot be forwarded, its object being null:
+//   E_POINTER
 //
 // `function` is the function's qualified name as a literal; file and line are those of the statement, captured by
 // CallSite. On success each of them is a compare; all else is out of line. Everything here may be called on any thread.
@@ -88,7 +91,6 @@ KIVNST_COLD KIVNST_API void ReportMapiCall(HRESULT hr, const ErrorSource& object
                                            WarningForm warning);
 KIVNST_COLD KIVNST_API void LogMapiResult(HRESULT hr, const ErrorSource& object, const wchar_t* callName) noexcept;
 KIVNST_COLD KIVNST_API void LogComResult(HRESULT hr, const wchar_t* callName) noexcept;
-KIVNST_COLD KIVNST_API HRESULT ReportNullObject(const wchar_t* callName) noexcept;
 
 } // namespace Detail
 
@@ -102,6 +104,10 @@ template <class Exception>
 
 /// Logs "Caught exception" and gives the code that the COM method returns. Never throws.
 KIVNST_COLD KIVNST_API HRESULT CaughtException(const CException& exception, const CallSite& site) noexcept;
+
+/// Logs, as a COM call's failure, that the object to call is null; gives E_POINTER. A wrapper made over null, or over a
+/// companion that was null, must not take the mail client down.
+KIVNST_COLD KIVNST_API HRESULT ReportNullObject(const wchar_t* callName) noexcept;
 
 /// The checked call. A failure is logged and thrown as CComError; a warning is logged and the work goes on.
 inline void CheckCall(HRESULT hr, const CallSite& site)
@@ -148,27 +154,13 @@ inline HRESULT CheckComResult(HRESULT hr, const wchar_t* callName, HRESULT toler
 namespace Detail
 {
 
-/// A method's own reference on the wrapped object, so that it survives a last Release of the wrapper during the call.
-template <class I>
-class CallReference
-{
-public:
-    explicit CallReference(I* object) noexcept : m_object(object) { m_object->AddRef(); }
-    CallReference(const CallReference&) = delete;
-    CallReference& operator=(const CallReference&) = delete;
-    ~CallReference() { m_object->Release(); }
-
-private:
-    I* m_object;
-};
-
 template <auto Method, class I, class... Arguments>
 HRESULT PassThrough(I* object, const wchar_t* callName, HRESULT quiet, Arguments... arguments)
 {
-    // A wrapper made over null, or over a companion that was null, must not take the mail client down.
     if (!object) [[unlikely]]
         return ReportNullObject(callName);
-    const CallReference<I> reference(object);
+    // The object survives a last Release of the wrapper during the call.
+    const ATL::CComQIPtr<I> reference(object);
     return CheckPassThrough((object->*Method)(arguments...), object, callName, quiet);
 }
 
@@ -197,6 +189,16 @@ HRESULT AnswerWithSelf(Self* self, REFIID riid, void** ppv, const Iids&... own) 
     *ppv = self;
     self->AddRef();
     return S_OK;
+}
+
+/// QueryInterface's answer of a wrapper that asks the wrapped object for any interface that is not its own; `callName`
+/// is that call's name in the log.
+template <class Self, class I, class... Iids>
+HRESULT AnswerElsePassOn(Self* self, I* wrapped, const wchar_t* callName, REFIID riid, void** ppv, const Iids&... own)
+{
+    if (((riid == own) || ...))
+        return AnswerWithSelf(self, riid, ppv, own...);
+    return Detail::PassThroughCom<&I::QueryInterface>(wrapped, callName, E_NOINTERFACE, riid, ppv);
 }
 
 } // namespace Quillon

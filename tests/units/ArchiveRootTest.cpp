@@ -2,6 +2,7 @@
 #include "nst/NstMsProvider.h"
 #include "support/Exceptions.h"
 #include "support/MapiErrors.h"
+#include "support/MapiProperties.h"
 #include "tests/common/LogCapture.h"
 #include "tests/common/Properties.h"
 #include "tests/common/Setting.h"
@@ -12,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 using namespace Quillon;
 using testing::_;
@@ -152,6 +154,39 @@ TEST(ArchiveRoot, FailsOnAStoreWithoutAnIpmSubtree)
     Tests::GiveNoProperty(*setting.store, PR_IPM_SUBTREE_ENTRYID);
     EXPECT_CALL(*setting.store, OpenEntry).Times(0);
     EXPECT_EQ(setting.ThrownCode(), MAPI_E_NOT_FOUND);
+}
+
+TEST(ArchiveRoot, FailsAsWithoutAnIpmSubtreeWhenItsEntryIdIsNone)
+{
+    // Opened with no entry ID, a store gives its root folder.
+    for (const Tests::Property& none :
+         {BinaryValue(PR_IPM_SUBTREE_ENTRYID, {}),
+          Tests::NumberValue(CHANGE_PROP_TYPE(PR_IPM_SUBTREE_ENTRYID, PT_LONG), 3),
+          Tests::TextValue(CHANGE_PROP_TYPE(PR_IPM_SUBTREE_ENTRYID, PT_UNICODE), L"text"),
+          Tests::NarrowTextValue(CHANGE_PROP_TYPE(PR_IPM_SUBTREE_ENTRYID, PT_STRING8), "text"),
+          BinaryValue(PR_ENTRYID, {1, 2, 3})})
+    {
+        const LogCapture log;
+        const ArchiveSetting setting;
+        ON_CALL(*setting.store, GetProps(Tests::Tags(std::vector<ULONG>{PR_IPM_SUBTREE_ENTRYID}), _, _, _))
+            .WillByDefault(Tests::GiveProps(S_OK, {none}));
+        EXPECT_CALL(*setting.store, OpenEntry).Times(0);
+        EXPECT_CALL(*setting.store, SetProps).Times(0);
+        try
+        {
+            setting.Configure();
+            ADD_FAILURE() << "nothing was thrown";
+        }
+        catch (const Mapi::CMapiError& error)
+        {
+            EXPECT_EQ(error.GetHResult(), MAPI_E_NOT_FOUND);
+            EXPECT_THAT(log.Lines(),
+                        ElementsAre(Tests::Throwing(
+                            file, function,
+                            Text(Mapi::FormatMapiError(
+                                MAPI_E_NOT_FOUND, Mapi::FormatMapiPropertyTag(PR_IPM_SUBTREE_ENTRYID), nullptr)))));
+        }
+    }
 }
 
 TEST(ArchiveRoot, FailsWhenTheSubtreeIsNoFolder)

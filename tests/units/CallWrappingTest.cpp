@@ -418,6 +418,41 @@ TEST(AnswerWithSelf, AnswersForItsOwnInterfacesOnly)
     EXPECT_EQ(store->References(), 1u);
 }
 
+TEST(AnswerElsePassOn, AsksTheWrappedObjectForAnyOtherInterface)
+{
+    LogCapture log;
+    const auto wrapper = Tests::MakeNice<StoreDouble>();
+    const auto wrapped = Tests::MakeStrict<StoreDouble>();
+    constexpr auto callName = L"IMsgStore::QueryInterface";
+    const auto ask = [&](REFIID iid, void** object)
+    {
+        return AnswerElsePassOn(wrapper.Get(), static_cast<IMsgStore*>(wrapped.Get()), callName, iid, object,
+                                IID_IMsgStore, IID_IUnknown);
+    };
+    void* object = nullptr;
+    for (const IID& own : {IID_IMsgStore, IID_IUnknown})
+    {
+        EXPECT_EQ(ask(own, &object), S_OK);
+        EXPECT_EQ(object, wrapper.Get());
+        wrapper->Release();
+        EXPECT_EQ(ask(own, nullptr), E_POINTER);
+    }
+    EXPECT_CALL(*wrapped, QueryInterface(IID_IMAPIProp, &object))
+        .WillOnce(Return(S_OK))
+        .WillOnce(Return(E_NOINTERFACE))
+        .WillOnce(Return(E_FAIL));
+    EXPECT_EQ(ask(IID_IMAPIProp, &object), S_OK);
+    EXPECT_EQ(ask(IID_IMAPIProp, &object), E_NOINTERFACE);
+    EXPECT_THAT(log.Take(), IsEmpty());
+    EXPECT_EQ(ask(IID_IMAPIProp, &object), E_FAIL);
+    EXPECT_THAT(log.Take(),
+                ElementsAre(Entry(LogId::Error, std::wstring(callName) + L": " + Text(FormatComError(E_FAIL)))));
+    IMsgStore* const nothing = nullptr;
+    EXPECT_EQ(AnswerElsePassOn(wrapper.Get(), nothing, callName, IID_IMAPIProp, &object, IID_IUnknown), E_POINTER);
+    EXPECT_THAT(log.Take(),
+                ElementsAre(Entry(LogId::Error, std::wstring(callName) + L": " + Text(FormatComError(E_POINTER)))));
+}
+
 // The codes that may end the process, and the switches that make them do it.
 
 namespace

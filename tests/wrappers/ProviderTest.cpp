@@ -393,15 +393,53 @@ TEST_F(ProviderWrapper, HandsThePstProviderTheServicesSection)
     ExpectNothingGiven();
 }
 
-TEST_F(ProviderWrapper, RefusesMissingOutputs)
+TEST_F(ProviderWrapper, LeavesALogonWithoutAPlaceForItsObjectsToThePstProvider)
 {
-    EXPECT_CALL(*pst, Logon).Times(0);
-    EXPECT_EQ(provider->Logon(support, 0, nullptr, 0, nullptr, 0, nullptr, nullptr, nullptr, nullptr, nullptr, &store),
-              MAPI_E_INVALID_PARAMETER);
-    EXPECT_EQ(store, nullptr);
-    EXPECT_EQ(provider->Logon(support, 0, nullptr, 0, nullptr, 0, nullptr, nullptr, nullptr, nullptr, &logon, nullptr),
-              MAPI_E_INVALID_PARAMETER);
-    EXPECT_EQ(logon, Opaque<IMSLogon*>(1));
+    const auto logOn = [this](IMSLogon** logonPlace, IMsgStore** storePlace)
+    {
+        return provider->Logon(support, 0, nullptr, 0, nullptr, 0, nullptr, nullptr, nullptr, nullptr, logonPlace,
+                               storePlace);
+    };
+    const auto give = [this](IMAPISupport*, auto, wchar_t*, ULONG, ENTRYID*, ULONG, const IID*, ULONG*, BYTE**,
+                             MAPIERROR**, IMSLogon** givenLogon, IMsgStore** givenStore) -> HRESULT
+    {
+        if (givenLogon)
+        {
+            *givenLogon = pstLogon.Get();
+            pstLogon->AddRef();
+        }
+        if (givenStore)
+        {
+            *givenStore = pstStore.Get();
+            pstStore->AddRef();
+        }
+        return result;
+    };
+    using testing::IsNull;
+    using testing::NotNull;
+
+    EXPECT_CALL(*pst, Logon(_, _, _, _, _, _, _, _, _, _, IsNull(), NotNull()))
+        .WillOnce(Return(MAPI_E_INVALID_PARAMETER))
+        .WillOnce(give);
+    EXPECT_EQ(logOn(nullptr, &store), MAPI_E_INVALID_PARAMETER);
+    ExpectNothingGiven();
+    EXPECT_EQ(logOn(nullptr, &store), S_OK);
+    ASSERT_TRUE(IsExactly<CNstMsgStore>(store));
+    EXPECT_EQ(store->Release(), 0u);
+
+    store = nullptr;
+    EXPECT_CALL(*pst, Logon(_, _, _, _, _, _, _, _, _, _, NotNull(), IsNull()))
+        .WillOnce(Return(MAPI_E_INVALID_PARAMETER))
+        .WillOnce(give);
+    EXPECT_EQ(logOn(&logon, nullptr), MAPI_E_INVALID_PARAMETER);
+    EXPECT_EQ(logOn(&logon, nullptr), E_INVALIDARG) << "a logon needs a store";
+    ExpectNothingGiven();
+
+    EXPECT_CALL(*pst, SpoolerLogon(_, _, _, _, _, _, _, _, _, _, IsNull(), IsNull()))
+        .WillOnce(Return(MAPI_E_INVALID_PARAMETER));
+    EXPECT_EQ(
+        provider->SpoolerLogon(support, 0, nullptr, 0, nullptr, 0, nullptr, 0, nullptr, nullptr, nullptr, nullptr),
+        MAPI_E_INVALID_PARAMETER);
 }
 
 } // namespace

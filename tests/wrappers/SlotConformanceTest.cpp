@@ -25,6 +25,8 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 using namespace Quillon;
 using namespace Quillon::Nst;
@@ -486,6 +488,21 @@ protected:
         EXPECT_EQ(Release(m_wrapper), 1u);
     }
 
+    /// How many references on a wrapper are left when its client's last one goes in the middle of a call.
+    enum class Left : ULONG
+    {
+        None, ///< of a call that is only passed on: it needs the wrapped object alone
+        Own   ///< of a method that goes on with its wrapper afterwards, and keeps it
+    };
+    HRESULT CallReleased(Recorder& target, int slot, Left left, const CallArguments& arguments,
+                         const Recorder::Behaviour& behaviour);
+    void ExpectAllReleased()
+    {
+        for (const Recorder* const recorder : All())
+            EXPECT_EQ(recorder->References(), 1u);
+    }
+    void CheckMissingOutputs();
+
     void CheckQueryInterface();
     void CheckReferences();
     void CheckPass(ULONG clearedFlags);
@@ -667,8 +684,7 @@ void SlotConformance::CheckPass(ULONG clearedFlags)
                 arguments.raw[flags] &= ~static_cast<RawArgument>(clearedFlags);
             arguments.ExpectSeen(call.arguments);
             EXPECT_TRUE(arguments.InputsUntouched());
-            if (hr < 0 || kinds.find('o') == std::string::npos)
-                EXPECT_TRUE(arguments.OutputsUntouched());
+            EXPECT_TRUE(arguments.OutputsUntouched() || (hr >= 0 && kinds.find('o') != std::string::npos));
             ExpectOnlyCalled(&Wrapped());
             if (hr == S_OK || hr == m_slot.quiet)
             {
@@ -683,26 +699,81 @@ void SlotConformance::CheckPass(ULONG clearedFlags)
         }
     }
 
-    // The wrapped object outlives the call even if the wrapper's last reference goes while it is under way.
     if (kinds.find('o') != std::string::npos)
+    {
+        CheckMissingOutputs();
+        Recorder opened;
+        const CallArguments arguments(m_slot.arguments);
+        EXPECT_EQ(CallReleased(Wrapped(), m_slot.number, Left::Own, arguments,
+                               [&opened](const RawArguments& seen)
+                               {
+                                   *reinterpret_cast<ULONG*>(seen[4]) = MAPI_STORE;
+                                   *reinterpret_cast<void**>(seen[5]) = &opened;
+                                   opened.As<IUnknown>()->AddRef();
+                                   return S_OK;
+                               }),
+                  S_OK);
+        EXPECT_EQ(arguments.Output(5), reinterpret_cast<RawArgument>(&opened));
+        ExpectAllReleased();
         return;
+    }
+    const CallArguments arguments(m_slot.arguments);
+    EXPECT_EQ(CallReleased(Wrapped(), m_slot.number, Left::None, arguments,
+                           [this](const RawArguments&) { return m_slot.quiet; }),
+              m_slot.quiet);
+    ExpectAllReleased();
+}
+
+/// Makes the call, in the middle of which the wrapper loses its client's last reference: the object that is called
+/// outlives the call. `target` is the object that is called, in `slot`, and does as `behaviour` says.
+HRESULT SlotConformance::CallReleased(Recorder& target, int slot, Left left, const CallArguments& arguments,
+                                      const Recorder::Behaviour& behaviour)
+{
     const LogCapture log;
     ForgetAll();
-    SetResultOfAll(m_slot.quiet);
-    ULONG referencesAfter = 0;
-    Wrapped().SetBehaviour(m_slot.number,
-                           [&](const RawArguments&)
-                           {
-                               EXPECT_EQ(Release(m_wrapper), 0u);
-                               m_wrapper = nullptr;
-                               referencesAfter = Wrapped().References();
-                               return m_slot.quiet;
-                           });
-    const CallArguments arguments(m_slot.arguments);
-    EXPECT_EQ(Call(arguments), m_slot.quiet);
-    EXPECT_EQ(referencesAfter, 2u) << "the method's own reference and the test's";
-    for (const Recorder* const recorder : All())
-        EXPECT_EQ(recorder->References(), 1u);
+    SetResultOfAll(S_OK);
+    target.SetBehaviour(slot,
+                        [&](const RawArguments& seen)
+                        {
+                            EXPECT_EQ(Release(std::exchange(m_wrapper, nullptr)), static_cast<ULONG>(left));
+                            EXPECT_GE(target.References(), 2u) << "the method's own reference and the test's";
+                            return behaviour(seen);
+                        });
+    const HRESULT hr = Call(arguments);
+    EXPECT_EQ(m_wrapper, nullptr) << "the object was not called";
+    return hr;
+}
+
+/// Calls a method without a place for what it is to give: the wrapped object sees that there is none, and its answer is
+/// the method's.
+void SlotConformance::CheckMissingOutputs()
+{
+    const std::string kinds = m_slot.arguments;
+    for (std::size_t missing = 0; missing < kinds.size(); ++missing)
+    {
+        // The type of an opened object is one that the method needs itself.
+        if (kinds[missing] != 'O' && missing != kinds.rfind('o'))
+            continue;
+        for (const HRESULT hr : {S_OK, MAPI_E_INVALID_PARAMETER})
+        {
+            SCOPED_TRACE(testing::Message() << "argument " << missing + 1 << ", " << std::hex << hr);
+            const LogCapture log;
+            ForgetAll();
+            SetResultOfAll(hr);
+            Wrapped().SetBehaviour(m_slot.number,
+                                   [&](const RawArguments& seen)
+                                   {
+                                       EXPECT_EQ(seen[missing], 0u);
+                                       return hr;
+                                   });
+            CallArguments arguments(m_slot.arguments);
+            arguments.raw[missing] = 0;
+            EXPECT_EQ(Call(arguments), hr);
+            EXPECT_EQ(Wrapped().Calls().size(), 1u);
+            EXPECT_TRUE(arguments.OutputsUntouched());
+            ExpectOnlyCalled(&Wrapped());
+        }
+    }
 }
 
 void SlotConformance::CheckCom()
@@ -796,6 +867,30 @@ void SlotConformance::CheckChecked()
                                                  Caught(m_class.File(), m_class.Function(m_slot.name), text)));
         }
     }
+
+    CheckMissingOutputs();
+    Recorder created;
+    const CallArguments arguments(m_slot.arguments);
+    // GetProps needs its wrapper for the hook; CreateFolder gives the new wrapper what its own holds.
+    EXPECT_EQ(CallReleased(Wrapped(), m_slot.number, Left::Own, arguments,
+                           [&](const RawArguments& seen)
+                           {
+                               if (givesObject)
+                               {
+                                   created.As<IUnknown>()->AddRef();
+                                   *reinterpret_cast<void**>(seen[given]) = &created;
+                               }
+                               else
+                               {
+                                   *reinterpret_cast<ULONG*>(seen[2]) = 0;
+                                   *reinterpret_cast<void**>(seen[3]) = nullptr;
+                               }
+                               return S_OK;
+                           }),
+              S_OK);
+    EXPECT_EQ(givesObject ? Release(reinterpret_cast<void*>(arguments.Output(given))) : 0, 0u);
+    EXPECT_EQ(created.References(), 1u);
+    ExpectAllReleased();
 }
 
 void SlotConformance::CheckCompanion()
@@ -846,41 +941,49 @@ void SlotConformance::CheckCompanion()
             EXPECT_TRUE(recorder == &errorSource || recorder->ErrorRequests().empty());
         }
     }
+
+    // The copy is made of the wrapper itself, and the logon is asked for its error afterwards.
+    const CallArguments arguments(m_slot.arguments);
+    EXPECT_EQ(CallReleased(target, targetSlot, isCopy || isLogon ? Left::Own : Left::None, arguments,
+                           [](const RawArguments&) { return S_OK; }),
+              S_OK);
+    ExpectAllReleased();
 }
 
 void SlotConformance::CheckRefused()
 {
     static constexpr wchar_t displayName[] = L"100%s";
     const bool naming = m_slot.gate == Gate::RefusedNaming;
-    Wrapped().SetBehaviour(5,
-                           [](const RawArguments& arguments) -> HRESULT
-                           {
-                               *reinterpret_cast<ULONG*>(arguments[2]) = 1;
-                               *reinterpret_cast<SPropValue**>(arguments[3]) =
-                                   AllocateProps({TextValue(PR_DISPLAY_NAME_W, displayName)});
-                               return S_OK;
-                           });
+    const auto giveName = [](const RawArguments& arguments) -> HRESULT
+    {
+        *reinterpret_cast<ULONG*>(arguments[2]) = 1;
+        *reinterpret_cast<SPropValue**>(arguments[3]) = AllocateProps({TextValue(PR_DISPLAY_NAME_W, displayName)});
+        return S_OK;
+    };
+    Wrapped().SetBehaviour(5, giveName);
     const LogCapture log;
     const CallArguments arguments(m_slot.arguments);
     EXPECT_EQ(Call(arguments), MAPI_E_NO_ACCESS);
     EXPECT_TRUE(arguments.OutputsUntouched());
     EXPECT_TRUE(arguments.InputsUntouched());
     ASSERT_EQ(Wrapped().Calls().size(), naming ? 1u : 0u);
-    if (naming)
-        EXPECT_EQ(Wrapped().Calls()[0].slot, 5);
+    EXPECT_EQ(naming ? Wrapped().Calls()[0].slot : 5, 5);
     ExpectOnlyCalled(&Wrapped());
 
     const std::vector<LogLine> lines = log.Lines();
     const bool detailed = std::string_view(m_slot.arguments).find_first_of("VT") != std::string_view::npos;
-    ASSERT_EQ(lines.size(), detailed ? 2u : 1u);
+    ASSERT_FALSE(lines.empty());
     EXPECT_EQ(lines[0].level, LogId::Warning);
     EXPECT_FALSE(lines[0].isDetail);
     EXPECT_EQ(lines[0].text.find(Widen(CallName() + " called ")), 0u) << Narrow(lines[0].text);
     EXPECT_NE(lines[0].text.find(L"; returning MAPI_E_NO_ACCESS"), std::wstring::npos) << Narrow(lines[0].text);
-    if (naming)
-        EXPECT_TRUE(lines[0].text.ends_with(std::wstring(L": ") + displayName)) << Narrow(lines[0].text);
-    if (detailed)
-        EXPECT_THAT(lines[1], Detail(LogId::Warning, L"PR_SUBJECT_W"));
+    EXPECT_THAT(std::vector(lines.begin() + 1, lines.end()),
+                testing::ElementsAreArray(std::vector(detailed ? 1 : 0, Detail(LogId::Warning, L"PR_SUBJECT_W"))));
+    if (!naming)
+        return;
+    EXPECT_TRUE(lines[0].text.ends_with(std::wstring(L": ") + displayName)) << Narrow(lines[0].text);
+    EXPECT_EQ(CallReleased(Wrapped(), 5, Left::Own, arguments, giveName), MAPI_E_NO_ACCESS);
+    ExpectAllReleased();
 }
 
 void SlotConformance::CheckIgnored()
@@ -1019,6 +1122,29 @@ void SlotConformance::CheckLogon(bool spooler)
         EXPECT_EQ(s.section.References(), 1u);
         EXPECT_EQ(s.support.References(), 3u) << "the test's, the local pointer's, the sample's";
     }
+
+    // The factories are the wrapper's.
+    void* logonOutput = nullptr;
+    void* storeOutput = nullptr;
+    CallArguments arguments(m_slot.arguments);
+    arguments.raw[0] = reinterpret_cast<RawArgument>(&s.support);
+    arguments.raw[logonAt] = reinterpret_cast<RawArgument>(&logonOutput);
+    arguments.raw[storeAt] = reinterpret_cast<RawArgument>(&storeOutput);
+    EXPECT_EQ(CallReleased(Wrapped(), m_slot.number, Left::Own, arguments,
+                           [&](const RawArguments& seen)
+                           {
+                               logon.As<IUnknown>()->AddRef();
+                               s.store.As<IUnknown>()->AddRef();
+                               *reinterpret_cast<void**>(seen[logonAt]) = &logon;
+                               *reinterpret_cast<void**>(seen[storeAt]) = &s.store;
+                               return S_OK;
+                           }),
+              S_OK);
+    Release(logonOutput);
+    Release(storeOutput);
+    EXPECT_EQ(logon.References(), 1u);
+    EXPECT_EQ(s.store.References(), 1u);
+    EXPECT_EQ(Wrapped().References(), 1u);
 }
 
 void SlotConformance::CheckDestructor()

@@ -148,12 +148,19 @@ TEST_F(StoreWrapper, FailsWithTheCodeOfAMissingAllocation)
                 MapiModule::Get().FailAllocation(3); // the two are the read of the subtree root's entry ID
                 return hr;
             });
-    Values values;
-    EXPECT_EQ(values.Read(store), MAPI_E_NOT_ENOUGH_MEMORY);
-    EXPECT_EQ(BytesOf(values[0]), Bytes{9});
-    EXPECT_THAT(log.Lines(), ElementsAre(Throwing(file, L"Quillon::Nst::CNstMsgStore::OverrideStoreProperties",
-                                                  ComText(MAPI_E_NOT_ENOUGH_MEMORY)),
-                                         Caught(file, getProps, ComText(MAPI_E_NOT_ENOUGH_MEMORY))));
+    for (const bool modify : {false, true})
+    {
+        const ModifyStores setting(modify);
+        Values values;
+        EXPECT_EQ(values.Read(store), MAPI_E_NOT_ENOUGH_MEMORY);
+        EXPECT_EQ(BytesOf(values[0]), Bytes{9});
+        EXPECT_THAT(log.Take(),
+                    ElementsAre(Throwing(file,
+                                         modify ? L"Quillon::Nst::CNstMsgStore::OverrideModifiableStoreProperties"
+                                                : L"Quillon::Nst::CNstMsgStore::OverrideStoreProperties",
+                                         ComText(MAPI_E_NOT_ENOUGH_MEMORY)),
+                                Caught(file, getProps, ComText(MAPI_E_NOT_ENOUGH_MEMORY))));
+    }
 }
 
 TEST_F(StoreWrapper, HandsTheWarningOfMissingPropertiesOnAndLogsOnlyOthers)

@@ -107,6 +107,25 @@ TEST_F(SupportWrapper, GivesTheHeldSectionForTheSpecialUidWhateverTheFlags)
     EXPECT_THAT(log.Lines(), IsEmpty());
 }
 
+TEST_F(SupportWrapper, KeepsTheSectionWhileItIsAsked)
+{
+    MAPIUID uid = SpecialUid();
+    CNstMapiSupport* const wrapper = support.Get();
+    wrapper->AddRef();
+    support.Release();
+    EXPECT_CALL(*section, QueryInterface(IID_IProfSect, _))
+        .WillOnce(
+            [this, wrapper](REFIID, void**) -> HRESULT
+            {
+                EXPECT_EQ(wrapper->Release(), 0u);
+                EXPECT_EQ(section->References(), 2u);
+                return E_FAIL;
+            });
+    IProfSect* given = nullptr;
+    EXPECT_EQ(wrapper->OpenProfileSection(&uid, 0, &given), E_FAIL);
+    EXPECT_EQ(section->References(), 1u);
+}
+
 TEST_F(SupportWrapper, PassesEveryOtherUidOn)
 {
     IProfSect* output = nullptr;
