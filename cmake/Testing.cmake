@@ -41,3 +41,12 @@ function(kivnst_compile_quickly target)
     target_compile_options(${target} PRIVATE -O0 -g1)
   endif()
 endfunction()
+
+# kivnst_allow_bare_assertions(TARGET)
+#   For programs with an assertion that stands bare after an `if`: GoogleTest's hold an `else` of their own, guarded,
+#   which GCC warns of all the same.
+function(kivnst_allow_bare_assertions target)
+  if(NOT MSVC)
+    target_compile_options(${target} PRIVATE -Wno-dangling-else)
+  endif()
+endfunction()
