@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cwchar>
+#include <iterator>
 #include <utility>
 
 namespace Quillon::Mapi
@@ -117,8 +118,8 @@ bool ReadDllPath(HKEY client, const wchar_t* name, Path& path) noexcept
     }
     if (value.type != REG_SZ)
         return false;
-    std::wcsncpy(path, value.text, pathLength);
-    path[pathLength] = L'\0';
+    static_assert(sizeof(path) == sizeof(value.text));
+    std::wmemcpy(path, value.text, std::size(value.text));
     return true;
 }
 
@@ -165,10 +166,10 @@ HMODULE LoadFromSystemDirectory() noexcept
     const UINT length = GetSystemDirectoryW(directory, pathLength);
     if (length == 0 || length >= pathLength)
         return nullptr;
-    constexpr auto name = L"\\mapi32.dll";
-    wchar_t path[pathLength + 16] = {};
+    constexpr wchar_t name[] = L"\\mapi32.dll";
+    wchar_t path[pathLength + std::size(name)] = {};
     std::wmemcpy(path, directory, length);
-    std::wcscpy(path + length, name);
+    std::wmemcpy(path + length, name, std::size(name));
     return LoadLibraryW(path);
 }
 

@@ -14,7 +14,7 @@ ATL::CComQIPtr<I> OpenMapiObject(IMsgStore* store, const BYTE* entryId, std::siz
 {
     constexpr auto function = L"Quillon::Mapi::OpenMapiObject";
     ULONG objectType = 0;
-    ATL::CComQIPtr<IUnknown> unknown;
+    ATL::CComPtr<IUnknown> unknown;
     // The interface takes no const entry ID, but does not write to it either.
     auto* const id = reinterpret_cast<ENTRYID*>(const_cast<BYTE*>(entryId));
     const HRESULT hr =

@@ -35,7 +35,7 @@ constexpr auto noMessage =
 
 /// An opened object as the interface that its type promises; `line` is logged when it does not answer for it.
 template <class I>
-ATL::CComQIPtr<I> AsPromised(const ATL::CComQIPtr<IUnknown>& object, const wchar_t* line, const CallSite& site)
+ATL::CComQIPtr<I> AsPromised(const ATL::CComPtr<IUnknown>& object, const wchar_t* line, const CallSite& site)
 {
     ATL::CComQIPtr<I> answer(object.p);
     if (!answer)
@@ -233,7 +233,7 @@ STDMETHODIMP CNstMsgStore::OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCII
         const ATL::CComQIPtr<IMsgStore> self(this);
         const ATL::CComQIPtr<IMsgStore> store = com_wrap(m_store);
         ULONG objectType = 0;
-        ATL::CComQIPtr<IUnknown> object;
+        ATL::CComPtr<IUnknown> object;
         const HRESULT hr =
             CheckPassThrough(store->OpenEntry(cbEntryID, lpEntryID, lpInterface, ulFlags, &objectType, &object),
                              store.p, L"IMsgStore::OpenEntry", S_OK);

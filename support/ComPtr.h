@@ -1,5 +1,5 @@
-// The counted interface pointer ATL::CComQIPtr: the real one under Visual Studio, elsewhere an equivalent of the same
-// name, layout (one pointer) and behaviour, as far as this library and its hosts use it.
+// The counted interface pointers ATL::CComPtr and ATL::CComQIPtr: the real ones under Visual Studio, elsewhere
+// equivalents of the same names, layout (one pointer) and behaviour, as far as this library and its hosts use them.
 #pragma once
 
 #include "support/MapiHeaders.h"
@@ -18,33 +18,25 @@ namespace ATL
 
 /// Holds one counted reference on an interface, or null. A pointer is not to be used from two threads at once; copies
 /// of it may be.
-template <class T, const IID* piid = &__uuidof(T)>
-class CComQIPtr
+template <class T>
+class CComPtr
 {
 public:
-    CComQIPtr() noexcept = default;
-    CComQIPtr(decltype(nullptr)) noexcept {}
+    CComPtr() noexcept = default;
     /// Takes a reference of its own on `lp`, which may be null.
-    CComQIPtr(T* lp) noexcept : p(lp)
+    CComPtr(T* lp) noexcept : p(lp)
     {
         if (p)
             p->AddRef();
     }
-    CComQIPtr(const CComQIPtr& other) noexcept : CComQIPtr(other.p) {}
-    CComQIPtr(CComQIPtr&& other) noexcept : p(std::exchange(other.p, nullptr)) {}
-    /// Asks `lp` for T; null when `lp` is null or does not answer.
-    CComQIPtr(IUnknown* lp) noexcept
-        requires(!std::is_same_v<T, IUnknown>)
-    {
-        if (lp && FAILED(lp->QueryInterface(*piid, reinterpret_cast<void**>(&p))))
-            p = nullptr;
-    }
-    ~CComQIPtr()
+    CComPtr(const CComPtr& other) noexcept : CComPtr(other.p) {}
+    CComPtr(CComPtr&& other) noexcept : p(std::exchange(other.p, nullptr)) {}
+    ~CComPtr()
     {
         if (p)
             p->Release();
     }
-    CComQIPtr& operator=(CComQIPtr other) noexcept
+    CComPtr& operator=(CComPtr other) noexcept
     {
         std::swap(p, other.p);
         return *this;
@@ -77,6 +69,23 @@ public:
     }
 
     T* p = nullptr;
+};
+
+/// The same, which asks an object for T where it is given another interface. IUnknown has CComPtr alone: the two
+/// constructors from a pointer would be one.
+template <class T, const IID* piid = &__uuidof(T)>
+class CComQIPtr : public CComPtr<T>
+{
+public:
+    CComQIPtr() noexcept = default;
+    CComQIPtr(decltype(nullptr)) noexcept {}
+    CComQIPtr(T* lp) noexcept : CComPtr<T>(lp) {}
+    /// Asks `lp` for T; null when `lp` is null or does not answer.
+    CComQIPtr(IUnknown* lp) noexcept
+    {
+        if (lp && FAILED(lp->QueryInterface(*piid, reinterpret_cast<void**>(&this->p))))
+            this->p = nullptr;
+    }
 };
 
 } // namespace ATL

@@ -175,7 +175,7 @@ StringW& StringW::AppendFormatArguments(const wchar_t* format, va_list arguments
     // The arguments may point into this string, so the text is made in a buffer of its own.
     const auto count = static_cast<std::size_t>(length);
     Characters<wchar_t> text(count);
-    if (_vsnwprintf(text.Get(), count + 1, format, arguments) != length)
+    if (_vsnwprintf_s(text.Get(), count + 1, count, format, arguments) != length)
         Throw(CComError(E_INVALIDARG), L"Quillon::StringW::AppendFormatArguments");
     return Append(text.Get(), count);
 }

@@ -2,6 +2,7 @@
 #include "testbed/common/Table.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <numeric>
 
 namespace Testbed

@@ -182,10 +182,10 @@ std::wstring SampleMessage::Body() const
     return body;
 }
 
-std::wstring Names(const std::vector<const Person*>& people)
+std::wstring Names(const std::vector<const Person*>& persons)
 {
     std::wstring names;
-    for (const Person* person : people)
+    for (const Person* person : persons)
     {
         names += names.empty() ? L"" : L"; ";
         names += person->name;

@@ -232,7 +232,9 @@ struct FileCloser
 // Writes a file so that its contents are on disk when this returns.
 bool WriteFileThrough(const std::filesystem::path& path, const std::string& text)
 {
-    const std::unique_ptr<std::FILE, FileCloser> file(_wfopen(path.c_str(), L"wb"));
+    std::FILE* opened = nullptr;
+    _wfopen_s(&opened, path.c_str(), L"wb");
+    const std::unique_ptr<std::FILE, FileCloser> file(opened);
     return file && std::fwrite(text.data(), 1, text.size(), file.get()) == text.size() &&
            std::fflush(file.get()) == 0 && _commit(_fileno(file.get())) == 0;
 }

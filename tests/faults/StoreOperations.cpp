@@ -159,7 +159,7 @@ Operation ObjectGetProps(const char* name, const Site& site, Wrap wrap, const ch
 template <class Open>
 HRESULT OpenWith(Surroundings& surroundings, Open&& open)
 {
-    ATL::CComQIPtr<IUnknown> object;
+    ATL::CComPtr<IUnknown> object;
     ULONG type = 0xABCD;
     const HRESULT hr = surroundings.Run([&] { return open(&type, &object); });
     const bool nothing = Faults::Get().Planned().effect == Effect::Nothing;

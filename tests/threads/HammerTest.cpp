@@ -149,7 +149,7 @@ public:
     /// Takes the caller's reference; an object that was waiting is released here.
     void Put(IUnknown* object)
     {
-        ATL::CComQIPtr<IUnknown> old;
+        ATL::CComPtr<IUnknown> old;
         old.Attach(m_slots[m_next++ % m_slots.size()].exchange(object));
     }
     /// The object that waits longest or thereabouts, with its reference; null when there is none.
@@ -360,7 +360,7 @@ void ReadFolderAndMessage(World& world, const Objects& objects, Random&)
 {
     ReadProps(world, objects.folder);
     ReadProps(world, objects.message);
-    ATL::CComQIPtr<IUnknown> property;
+    ATL::CComPtr<IUnknown> property;
     const HRESULT hr = objects.message->OpenProperty(PR_BODY_W, &IID_IUnknown, 0, 0, &property);
     if (hr != MAPI_E_NOT_FOUND && hr != MAPI_E_CALL_FAILED)
         world.faults.Add("OpenProperty gave another result: " + std::to_string(hr));
@@ -430,11 +430,11 @@ void CountReferences(World& world, const Objects& objects, Random& random)
     {
         for (unsigned left = random() % 8; left > 0; --left)
         {
-            const ATL::CComQIPtr<IUnknown> reference(object);
-            ATL::CComQIPtr<IUnknown> self;
+            const ATL::CComPtr<IUnknown> reference(object);
+            ATL::CComPtr<IUnknown> self;
             if (object->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(&self)) != S_OK)
                 world.faults.Add("QueryInterface for IUnknown failed");
-            ATL::CComQIPtr<IUnknown> none;
+            ATL::CComPtr<IUnknown> none;
             if (object->QueryInterface(IID_IMSProvider, reinterpret_cast<void**>(&none)) != E_NOINTERFACE || none)
                 world.faults.Add("QueryInterface gave an interface that no object has");
         }
@@ -507,7 +507,7 @@ void ReleaseHandedOver(World& world)
 {
     while (!world.isOver)
     {
-        ATL::CComQIPtr<IUnknown> object;
+        ATL::CComPtr<IUnknown> object;
         object.Attach(world.mailbox.Take());
         if (!object)
         {

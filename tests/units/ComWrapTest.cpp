@@ -15,10 +15,10 @@ using Quillon::com_wrap;
 TEST(ComWrap, TakesTheReferenceOverThatThePointerCarries)
 {
     const Tests::LogCapture log;
-    auto object = Tests::MakeNice<Tests::UnknownDouble>();
+    auto object = Tests::MakeNice<Tests::StoreDouble>();
     object->AddRef();
     {
-        const ATL::CComQIPtr<IUnknown> wrapped = com_wrap<IUnknown>(object.Get());
+        const ATL::CComQIPtr<IMsgStore> wrapped = com_wrap<IMsgStore>(object.Get());
         EXPECT_EQ(wrapped.p, object.Get());
         EXPECT_EQ(object->References(), 2u);
     }

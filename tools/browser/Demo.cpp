@@ -96,7 +96,9 @@ private:
         std::error_code error;
         if (m_source.empty())
         {
-            if (const wchar_t* folder = _wgetenv(L"KIVNST_PST_DATA"))
+            wchar_t folder[MAX_PATH] = {};
+            const DWORD length = GetEnvironmentVariableW(L"KIVNST_PST_DATA", folder, MAX_PATH);
+            if (length != 0 && length < MAX_PATH)
             {
                 const std::filesystem::path file = std::filesystem::path(folder) / "enron.pst";
                 m_source = std::filesystem::exists(file, error) ? file : std::filesystem::path();
