@@ -7,10 +7,15 @@ if(KIVNST_BUILD_AROUND)
   execute_process(COMMAND "${PROJECT_SOURCE_DIR}/scripts/fetch-dependencies" "${KIVNST_DEPS_DIR}"
     COMMAND_ERROR_IS_FATAL ANY)
 
+  # Of what is C++ the MSVC ABI has a library of its own, which is named last; of what is C it links the same.
   function(kivnst_imported_static name folder library)
+    set(location "${KIVNST_DEPS_DIR}/${folder}/lib/${library}")
+    if(KIVNST_MSVC_ABI AND ARGC EQUAL 4)
+      set(location "${KIVNST_MSVC_ABI_DIR}/${ARGV3}")
+    endif()
     add_library(${name} STATIC IMPORTED GLOBAL)
     set_target_properties(${name} PROPERTIES
-      IMPORTED_LOCATION "${KIVNST_DEPS_DIR}/${folder}/lib/${library}"
+      IMPORTED_LOCATION "${location}"
       INTERFACE_INCLUDE_DIRECTORIES "${KIVNST_DEPS_DIR}/${folder}/include")
   endfunction()
 
@@ -19,10 +24,10 @@ if(KIVNST_BUILD_AROUND)
   kivnst_imported_static(sqlite3 sqlite libsqlite3.a)
   # Held to the values that the library was compiled with.
   target_compile_definitions(sqlite3 INTERFACE SQLITE_OMIT_LOAD_EXTENSION SQLITE_THREADSAFE=1 SQLITE_DQS=0)
-  kivnst_imported_static(gtest googletest libgtest.a)
+  kivnst_imported_static(gtest googletest libgtest.a gtest.lib)
   kivnst_imported_static(gtest_main googletest libgtest_main.a)
   target_link_libraries(gtest_main INTERFACE gtest)
-  kivnst_imported_static(gmock googletest libgmock.a)
+  kivnst_imported_static(gmock googletest libgmock.a gmock.lib)
   target_link_libraries(gmock INTERFACE gtest)
   kivnst_imported_static(gmock_main googletest libgmock_main.a)
   target_link_libraries(gmock_main INTERFACE gmock)
