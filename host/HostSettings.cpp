@@ -5,28 +5,10 @@
 #include "support/CallWrapping.h"
 #include "support/MapiProperties.h"
 
-#include <mutex>
-
 using namespace Quillon;
 
 namespace ArchiveHost
 {
-namespace
-{
-
-/// Sends the log to `path`, unless it goes there already: every logon comes through here.
-void UseLogFile(const StringW& path)
-{
-    static std::mutex lock;
-    static StringW current;
-    const std::lock_guard guard(lock);
-    if (current == path)
-        return;
-    Logging::LogToFile(path);
-    current = path;
-}
-
-} // namespace
 
 HostSettings ReadHostSettings(IProfSect* section)
 {
@@ -47,7 +29,8 @@ void ApplyProcessSettings(const HostSettings& settings)
     {
         try
         {
-            UseLogFile(settings.logFile);
+            // At every logon: nothing static is left to be destroyed at the end of the process.
+            Logging::LogToFile(settings.logFile);
         }
         catch (const CException& exception)
         {

@@ -139,8 +139,8 @@ HMODULE LoadFromDllPath(HKEY client) noexcept
 /// Loads what the mail client `clientName` registered; null names the default client.
 HMODULE LoadFromMailClient(const wchar_t* clientName) noexcept
 {
-    // The keys stay open on purpose: they are opened at most a few times in a process, and the modules that are loaded
-    // from here read the same keys.
+    // The keys stay open on purpose: the modules that are loaded from here read the same keys. They are opened once,
+    // unless no module is found; then each search opens them again.
     HKEY clients = nullptr;
     if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"Software\\Clients\\Mail", 0, KEY_READ, &clients) != ERROR_SUCCESS)
         return nullptr;

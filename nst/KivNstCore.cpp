@@ -32,23 +32,23 @@ bool g_modifyStores = false;
 /// file is there but cannot be loaded.
 HMODULE LoadPstModule(const StringW& directory)
 {
-    LogEntry(LogId::Trace, L"Trying to load mspst32.dll from directory: " + directory);
+    LogFormattedEntry(LogId::Trace, L"Trying to load mspst32.dll from directory: %s", directory.GetString());
     if (!Os::VerifyDirectoryExists(directory))
     {
-        LogEntry(LogId::Error, L"Directory does not exist: " + directory);
+        LogFormattedEntry(LogId::Error, L"Directory does not exist: %s", directory.GetString());
         return nullptr;
     }
     const StringW path = Os::AppendPaths(directory, pstModuleName);
     if (!Os::VerifyFileExists(path))
     {
-        LogEntry(LogId::Action, L"mspst32.dll not found in: " + directory);
+        LogFormattedEntry(LogId::Action, L"mspst32.dll not found in: %s", directory.GetString());
         return nullptr;
     }
-    LogEntry(LogId::Trace, L"Loading mspst32.dll: " + path);
+    LogFormattedEntry(LogId::Trace, L"Loading mspst32.dll: %s", path.GetString());
     const HMODULE module = LoadLibraryW(path);
     if (!module)
         Throw(CWinError(GetLastError()), L"LoadPstModule");
-    LogEntry(LogId::Action, L"Loaded mspst32.dll: " + path);
+    LogFormattedEntry(LogId::Action, L"Loaded mspst32.dll: %s", path.GetString());
     return module;
 }
 
@@ -79,8 +79,8 @@ HMODULE LoadPstModuleBeside(const StringW& path, const wchar_t* unknown)
     return LoadPstModule(Os::GetDirectoryFromPath(path));
 }
 
-/// One search through all places. Never throws a CException.
-HMODULE GetPstModuleImpl()
+/// One search through all places.
+HMODULE GetPstModuleImpl() noexcept
 {
     constexpr auto function = L"GetPstModuleImpl";
     LogEntry(LogId::Trace, L"Entered GetPstModule");
@@ -153,7 +153,7 @@ StringW EscapeStoreName(const StringW& storeName)
 
 } // namespace
 
-HMODULE GetPstModule()
+HMODULE GetPstModule() noexcept
 {
     if (const HMODULE module = GetPstModuleImpl())
         return module;
@@ -164,10 +164,8 @@ HMODULE GetPstModule()
     }
     // The second search is there for its trace lines, which tell why nothing was found.
     LogEntry(LogId::Error, L"Unable to load MSPST32.DLL; retrying with trace logging enabled");
-    const bool previous = Logging::EnableTraceLogging(true);
-    const HMODULE module = GetPstModuleImpl();
-    Logging::EnableTraceLogging(previous);
-    return module;
+    const Logging::TracedSearch traced;
+    return GetPstModuleImpl();
 }
 
 Binary CreateStoreEntryID(const wchar_t* path)
@@ -274,7 +272,7 @@ void ExcludeStoreFromIndexing(const Binary& storeId, const StringW& storeName)
 {
     constexpr auto function = L"Quillon::Nst::ExcludeStoreFromIndexing";
     const StringW url = GetStoreMapiUrl(storeId, storeName);
-    LogEntry(LogId::Action, L"Excluding store from indexing: " + url);
+    LogFormattedEntry(LogId::Action, L"Excluding store from indexing: %s", url.GetString());
 
     using ManagerPointer = ATL::CComQIPtr<Search::ISearchManager, &Search::iidSearchManager>;
     using CatalogPointer = ATL::CComQIPtr<Search::ISearchCatalogManager, &Search::iidSearchCatalogManager>;

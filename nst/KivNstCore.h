@@ -17,14 +17,14 @@ constexpr ULONG archiveSubtreeEntryIdTag = PROP_TAG(PT_BINARY, 0x7FE2);
 
 /// Finds and loads "mspst32.dll": resident in the process, else in the mail client's directory, else in the MAPI
 /// module's. Each success takes a further reference on the module, which is never given back. Null when there is none;
-/// GetLastError() is then as the search left it. Never throws. Any thread.
-KIVNST_API HMODULE GetPstModule();
+/// GetLastError() is then as the search left it. Any thread.
+KIVNST_API HMODULE GetPstModule() noexcept;
 
-/// The store's own entry ID for the file at `path`: 2n + 24 bytes for a path of n characters. Throws
-/// CComError(E_OUTOFMEMORY) only. Any thread.
+/// The store's own entry ID for the file at `path`: 2n + 24 bytes for a path of n characters. Any thread.
 KIVNST_API Binary CreateStoreEntryID(const wchar_t* path);
 
-/// A NOTIFKEY for an entry ID of `size` bytes: a 4-byte little-endian count, then the bytes. Any thread.
+/// A NOTIFKEY for an entry ID of `size` bytes: a 4-byte little-endian count, then the bytes. Throws
+/// CComError(E_INVALIDARG) for a null entry ID with a size. Any thread.
 KIVNST_API Binary CreateNotifyKeyFromEntryId(const unsigned char* entryId, std::size_t size);
 
 /// The entry ID of the archive subtree root, as the store records it; null when the store has none. Any thread.
@@ -42,7 +42,8 @@ KIVNST_API void SetModifyStores(bool on) noexcept;
 
 /// The profile section in which the archive store's message service keeps its configuration: the one that the
 /// provider's own section names in PR_SERVICE_UID, or the provider's own where it names none. Never null. Throws
-/// CComError for a null support object and Mapi::CMapiError when a section cannot be opened. Any thread.
+/// CComError for a null support object or section, Mapi::CMapiError when a section cannot be opened, CRuntimeError when
+/// PR_SERVICE_UID is no UID; ends the process for a code whose die-on switch is on. Any thread.
 KIVNST_API ATL::CComQIPtr<IProfSect> GetGlobalProfileSection(const ATL::CComQIPtr<IMAPISupport>& support);
 
 /// The scheme of a store's URL for the installed mail client: "mapi15", "mapi16", or "mapi" for any other known
@@ -54,8 +55,8 @@ KIVNST_API StringW GetMapiUrlScheme();
 /// the user cannot be determined. Any thread.
 KIVNST_API StringW GetStoreMapiUrl(const Binary& storeId, const StringW& storeName);
 
-/// Adds a user scope rule to Windows Search that excludes the store's URL, unless it is excluded already. Throws
-/// CComError when a step fails. The calling thread must have COM initialised.
+/// Adds a user scope rule to Windows Search that excludes the store's URL, unless it is excluded already. Throws as
+/// GetStoreMapiUrl, and CComError when a step fails. The calling thread must have COM initialised.
 KIVNST_API void ExcludeStoreFromIndexing(const Binary& storeId, const StringW& storeName);
 
 } // namespace Quillon::Nst

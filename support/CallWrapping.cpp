@@ -3,7 +3,10 @@
 
 #include "support/Die.h"
 #include "support/Format.h"
+#include "support/LastError.h"
+#include "support/LogText.h"
 #include "support/Os.h"
+#include "support/ThreadMark.h"
 
 namespace Quillon
 {
@@ -36,63 +39,26 @@ bool IsFatal(HRESULT hr) noexcept
     }
 }
 
-/// Formats and writes; when there is no memory left for the text, writes what needs none.
-template <class Text>
-void LogText(LogId level, const wchar_t* withoutMemory, Text&& makeText) noexcept
+/// The event line: the event word, the unit's file name, the function, the line and the description.
+StringW FormatEvent(const wchar_t* event, const CallSite& site, const StringW& description)
 {
-    try
-    {
-        const StringW text = makeText();
-        LogEntry(level, text);
-    }
-    catch (const CException&)
-    {
-        LogEntry(level, withoutMemory);
-    }
+    const StringW file = Os::GetNameFromPath(StringA(site.file).GetUnicode(CP_UTF8));
+    return FormatString(L"%s at %s, %s, line %d: %s", event, file.GetString(), site.function, site.line,
+                        description.GetString());
 }
-
-/// Marks, on its thread, that the text of an event "Throwing exception" is being made. An exception that this raises is
-/// not told in turn, which would raise the next, without end: the event is then logged without its text.
-class ThrowingMark
-{
-public:
-    ThrowingMark() noexcept : m_slot(GetSlot()), m_isNested(TlsGetValue(m_slot) != nullptr)
-    {
-        if (!m_isNested)
-            TlsSetValue(m_slot, this);
-    }
-    ThrowingMark(const ThrowingMark&) = delete;
-    ThrowingMark& operator=(const ThrowingMark&) = delete;
-    ~ThrowingMark()
-    {
-        if (!m_isNested)
-            TlsSetValue(m_slot, nullptr);
-    }
-    bool IsNested() const noexcept { return m_isNested; }
-
-private:
-    static DWORD GetSlot() noexcept
-    {
-        static const DWORD slot = TlsAlloc();
-        return slot;
-    }
-
-    DWORD m_slot;
-    bool m_isNested;
-};
 
 [[noreturn]] void Die(HRESULT hr, const Detail::ErrorSource& object, const CallSite& site)
 {
-    LogText(LogId::Error, exitingProcess,
-            [&] { return Mapi::FormatMapiError(hr, StringW(), object.GetError(hr).Get()); });
-    LogText(LogId::Error, exitingProcess,
-            [&]
-            {
-                const auto code = static_cast<unsigned>(hr);
-                return Detail::FormatEvent(exitingProcess, site,
+    Detail::LogText(LogId::Error, exitingProcess,
+                    [&] { return Mapi::FormatMapiError(hr, StringW(), object.GetError(hr).Get()); });
+    Detail::LogText(LogId::Error, exitingProcess,
+                    [&]
+                    {
+                        const auto code = static_cast<unsigned>(hr);
+                        return FormatEvent(exitingProcess, site,
                                            code == 0xFFFFFFFF ? StringW(L"Unknown reason")
                                                               : FormatSystemError(code, true));
-            });
+                    });
     OnDie(static_cast<unsigned>(hr));
     ExitProcess(static_cast<UINT>(hr));
 }
@@ -101,13 +67,6 @@ private:
 
 namespace Detail
 {
-
-StringW FormatEvent(const wchar_t* event, const CallSite& site, const StringW& description)
-{
-    const StringW file = Os::GetNameFromPath(StringA(site.file).GetUnicode(CP_UTF8));
-    return FormatString(L"%s at %s, %s, line %d: %s", event, file.GetString(), site.function, site.line,
-                        description.GetString());
-}
 
 Mapi::MapiErrorPointer ErrorSource::GetError(HRESULT hr) const
 {
@@ -121,17 +80,15 @@ Mapi::MapiErrorPointer ErrorSource::GetError(HRESULT hr) const
 
 void LogThrowing(const CException& exception, const CallSite& site) noexcept
 {
-    // To look at the mark disturbs the error code, which may be what the caller asks for next.
-    const DWORD lastError = GetLastError();
+    const KeepLastError lastError;
+    // An exception that making the text raises is not told in turn, which would raise the next, without end: the event
+    // is then logged without its text.
+    const ThreadMark mark(Doing::MakingText);
+    if (!mark.IsNested())
     {
-        const ThrowingMark mark;
-        if (!mark.IsNested())
-        {
-            LogText(LogId::Exception, throwingException,
-                    [&] { return FormatEvent(throwingException, site, exception.Format()); });
-        }
+        LogText(LogId::Exception, throwingException,
+                [&] { return FormatEvent(throwingException, site, exception.Format()); });
     }
-    SetLastError(lastError);
 }
 
 void ReportCall(HRESULT hr, const CallSite& site)
@@ -161,7 +118,8 @@ void ReportMapiCall(HRESULT hr, const ErrorSource& object, const CallSite& site,
 
 void LogMapiResult(HRESULT hr, const ErrorSource& object, const wchar_t* callName) noexcept
 {
-    LogText(LevelOf(hr), callName, [&] { return Mapi::FormatMapiError(hr, callName, object.GetError(hr).Get()); });
+    LogText(LevelOf(hr), *callName ? callName : nonSuccess,
+            [&] { return Mapi::FormatMapiError(hr, callName, object.GetError(hr).Get()); });
 }
 
 void LogComResult(HRESULT hr, const wchar_t* callName) noexcept
@@ -179,8 +137,8 @@ HRESULT ReportNullObject(const wchar_t* callName) noexcept
 
 HRESULT CaughtException(const CException& exception, const CallSite& site) noexcept
 {
-    LogText(LogId::Exception, caughtException,
-            [&] { return Detail::FormatEvent(caughtException, site, exception.Format()); });
+    Detail::LogText(LogId::Exception, caughtException,
+                    [&] { return FormatEvent(caughtException, site, exception.Format()); });
     return exception.GetHResult();
 }
 

@@ -68,7 +68,7 @@ public:
     }
 
     /// The object's extended error for `hr`; null when it has none. GetLastError is asked once.
-    KIVNST_API Mapi::MapiErrorPointer GetError(HRESULT hr) const;
+    Mapi::MapiErrorPointer GetError(HRESULT hr) const;
 
 private:
     void* m_object;
@@ -81,9 +81,6 @@ enum class WarningForm
     MapiError,
     EventLine
 };
-
-/// "%s at %s, %s, line %d: %s" from the event word, the unit's file name, the function, the line and the description.
-KIVNST_API StringW FormatEvent(const wchar_t* event, const CallSite& site, const StringW& description);
 
 KIVNST_COLD KIVNST_API void LogThrowing(const CException& exception, const CallSite& site) noexcept;
 KIVNST_COLD KIVNST_API void ReportCall(HRESULT hr, const CallSite& site);
@@ -102,7 +99,7 @@ template <class Exception>
     throw Exception(std::move(exception));
 }
 
-/// Logs "Caught exception" and gives the code that the COM method returns. Never throws.
+/// Logs "Caught exception" and gives the code that the COM method returns. Leaves the last error as it was.
 KIVNST_COLD KIVNST_API HRESULT CaughtException(const CException& exception, const CallSite& site) noexcept;
 
 /// Logs, as a COM call's failure, that the object to call is null; gives E_POINTER. A wrapper made over null, or over a

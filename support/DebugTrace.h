@@ -6,7 +6,7 @@
 namespace Quillon
 {
 
-/// Hands the text that `makeText` gives to the debugger, in debug builds only. Never throws.
+/// Hands the text that `makeText` gives to the debugger, in debug builds only. A text that cannot be made is left out.
 template <class MakeText>
 void DebugTrace([[maybe_unused]] MakeText&& makeText) noexcept
 {

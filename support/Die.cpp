@@ -10,7 +10,7 @@ namespace Quillon
 namespace
 {
 
-// Two plain words: set once by the host, before it logs on.
+// Set once by the host, before it logs on.
 std::atomic<DieHandler> g_handler = nullptr;
 std::atomic<void*> g_context = nullptr;
 

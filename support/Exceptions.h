@@ -1,5 +1,6 @@
 // The exceptions by which the library's functions report failure. A COM method of the library turns each into the code
-// that GetHResult gives; a host does the same at its own boundary.
+// that GetHResult gives; a host does the same at its own boundary. Besides what its comment names, every function of
+// the library that is not noexcept may throw CComError(E_OUTOFMEMORY).
 #pragma once
 
 #include "support/Export.h"

@@ -22,7 +22,8 @@ KIVNST_API void FreeObject(void* block) noexcept;
 } // namespace Quillon
 
 /// Stands in the public part of an exported class: its objects, and those of classes that a host derives from it, are
-/// allocated and freed by the library, so that the host's own runtime may be another one.
+/// allocated and freed by the library, so that the host's own heap may be another one. Its C++ ABI may not: a DLL built
+/// by one C++ compiler serves hosts that are built for the same C++ ABI.
 #define KIVNST_OWN_HEAP                                                                                                \
     static void* operator new(std::size_t size)                                                                        \
     {                                                                                                                  \

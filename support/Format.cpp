@@ -1,9 +1,9 @@
 // Texts of errors and codes.
 #include "support/Format.h"
 
-#include "support/CallWrapping.h"
-
-#include <cstdarg>
+#include "support/ArgumentList.h"
+#include "support/LocalText.h"
+#include "support/MapiHeaders.h"
 
 namespace Quillon
 {
@@ -107,35 +107,41 @@ constexpr ResultCodeName resultCodeNames[] = {
 };
 #undef KIVNST_CODE
 
-/// A text that the system allocates with LocalAlloc.
-class LocalText
+/// Puts the text in one line: each line break with the blanks around it becomes one blank, what lies at the end is left
+/// out. Gives the length that is left.
+DWORD JoinLines(wchar_t* text, DWORD length) noexcept
 {
-public:
-    LocalText() noexcept = default;
-    LocalText(const LocalText&) = delete;
-    LocalText& operator=(const LocalText&) = delete;
-    ~LocalText() { LocalFree(m_text); }
-    wchar_t** Put() noexcept { return &m_text; }
-    const wchar_t* Get() const noexcept { return m_text; }
+    DWORD kept = 0;
+    for (DWORD at = 0; at < length; ++at)
+    {
+        if (text[at] >= L' ')
+        {
+            text[kept++] = text[at];
+            continue;
+        }
+        while (kept > 0 && text[kept - 1] == L' ')
+            --kept;
+        while (at + 1 < length && text[at + 1] <= L' ')
+            ++at;
+        text[kept++] = L' ';
+    }
+    while (kept > 0 && text[kept - 1] == L' ')
+        --kept;
+    return kept;
+}
 
-private:
-    wchar_t* m_text = nullptr;
-};
-
-/// The system's message without the line end that it has; empty when there is none.
+/// The system's message in one line; empty when there is none.
 StringW GetSystemMessage(unsigned code)
 {
     // MAPI's own codes are of the facility that every interface uses for itself: the table's texts for them are of
     // other interfaces.
     if (HRESULT_FACILITY(code) == FACILITY_ITF && GetResultCodeName(static_cast<long>(code)))
         return StringW();
-    LocalText text;
-    DWORD length =
+    Detail::LocalText text;
+    const DWORD length =
         FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
                        nullptr, code, 0, reinterpret_cast<wchar_t*>(text.Put()), 0, nullptr);
-    while (length > 0 && (text.Get()[length - 1] <= L' '))
-        --length;
-    return StringW(text.Get(), length);
+    return StringW(text.Get(), JoinLines(text.Get(), length));
 }
 
 StringW FormatCode(unsigned code)
@@ -154,19 +160,10 @@ StringW JoinMessage(const StringW& code, const StringW& message)
 
 StringW FormatString(const wchar_t* format, ...)
 {
+    Detail::ArgumentList arguments;
+    va_start(arguments.list, format);
     StringW text;
-    va_list arguments;
-    va_start(arguments, format);
-    try
-    {
-        text.AppendFormatArguments(format, arguments);
-    }
-    catch (...)
-    {
-        va_end(arguments);
-        throw;
-    }
-    va_end(arguments);
+    text.AppendFormatArguments(format, arguments.list);
     return text;
 }
 

@@ -1,12 +1,15 @@
 // The log's sinks.
 #include "support/Log.h"
 
+#include "support/ArgumentList.h"
 #include "support/CallWrapping.h"
 #include "support/Format.h"
+#include "support/LastError.h"
+#include "support/ThreadMark.h"
 
 #include <atomic>
-#include <cstdarg>
-#include <cstdio>
+#include <cstdint>
+#include <new>
 #include <utility>
 
 namespace Quillon
@@ -47,9 +50,6 @@ struct Sink
     void* context = nullptr;
     File file;
     SRWLOCK fileTurn = SRWLOCK_INIT;
-    /// Marks the thread that is writing a line. What it logs meanwhile is dropped: a line that there is no memory for
-    /// would otherwise log that there is none, and so on.
-    DWORD writing = TlsAlloc();
 };
 
 Sink& GetSink() noexcept
@@ -83,20 +83,30 @@ private:
     SRWLOCK& m_lock;
 };
 
-/// The mark, as long as it lives.
-class WritingMark
+/// Whether trace lines are written, and for how many searches they are; in one word, so that it changes at once.
+struct Tracing
 {
-public:
-    explicit WritingMark(DWORD slot) noexcept : m_slot(slot) { TlsSetValue(m_slot, this); }
-    WritingMark(const WritingMark&) = delete;
-    WritingMark& operator=(const WritingMark&) = delete;
-    ~WritingMark() { TlsSetValue(m_slot, nullptr); }
-
-private:
-    DWORD m_slot;
+    bool isOn = false;
+    bool wasOn = false; ///< before the first of the searches
+    std::uint16_t searches = 0;
 };
 
-std::atomic<bool> g_traceLogging = false;
+std::atomic<Tracing> g_tracing = Tracing();
+static_assert(std::atomic<Tracing>::is_always_lock_free);
+
+/// Replaces the word by what `change` makes of it; gives what it was.
+template <class Change>
+Tracing ChangeTracing(Change&& change) noexcept
+{
+    Tracing old = g_tracing;
+    Tracing changed = change(old);
+    while (!g_tracing.compare_exchange_weak(old, changed))
+        changed = change(old);
+    return old;
+}
+
+/// The line for one that there is no memory for.
+constexpr char withoutMemory[] = "a line of the log is missing here: out of memory\r\n";
 
 void WriteToDebugger(const Logging::LogLine& line)
 {
@@ -104,7 +114,16 @@ void WriteToDebugger(const Logging::LogLine& line)
                                     line.isDetail ? L"    " : L"", line.text));
 }
 
-void WriteToFile(const File& file, SRWLOCK& turn, const Logging::LogLine& line)
+void WriteBytes(Sink& sink, const char* bytes, std::size_t size) noexcept
+{
+    // One call a line: with append access the lines of several processes do not mix. Those of this one take turns, for
+    // not every system finds the file's end and writes there in one step.
+    const ExclusiveLock lock(sink.fileTurn);
+    DWORD written = 0;
+    WriteFile(sink.file.Get(), bytes, static_cast<DWORD>(size), &written, nullptr);
+}
+
+void WriteToFile(Sink& sink, const Logging::LogLine& line)
 {
     const SYSTEMTIME& time = line.time;
     const StringW text =
@@ -112,11 +131,7 @@ void WriteToFile(const File& file, SRWLOCK& turn, const Logging::LogLine& line)
                      time.wHour, time.wMinute, time.wSecond, time.wMilliseconds, line.threadId,
                      Logging::GetLevelName(line.level), line.isDetail ? L"    " : L"", line.text);
     const StringA bytes(text, CP_UTF8);
-    // One call a line: with append access the lines of several processes do not mix. Those of this one take turns, for
-    // not every system finds the file's end and writes there in one step.
-    const ExclusiveLock lock(turn);
-    DWORD written = 0;
-    WriteFile(file.Get(), bytes.GetString(), static_cast<DWORD>(bytes.GetLength()), &written, nullptr);
+    WriteBytes(sink, bytes.GetString(), bytes.GetLength());
 }
 
 void WriteLine(LogId level, const wchar_t* text, bool isDetail) noexcept
@@ -124,28 +139,34 @@ void WriteLine(LogId level, const wchar_t* text, bool isDetail) noexcept
     if (!Logging::IsLogEnabled(level))
         return;
     // A line must not disturb the error code of the failure that it tells of.
-    const DWORD lastError = GetLastError();
-    Logging::LogLine line{level, isDetail, GetCurrentThreadId(), {}, text ? text : L""};
+    const Detail::KeepLastError lastError;
+    // What a thread logs while it writes a line is dropped: a line that there is no memory for would otherwise log that
+    // there is none, and so on.
+    const Detail::ThreadMark mark(Detail::Doing::WritingLine);
+    if (mark.IsNested())
+        return;
+    Logging::LogLine line{level, isDetail, GetCurrentThreadId(), {}, text && *text ? text : L"(no text)"};
     GetLocalTime(&line.time);
     Sink& sink = GetSink();
-    if (!TlsGetValue(sink.writing))
+    const SharedLock lock(sink.lock);
+    try
     {
-        const WritingMark mark(sink.writing);
-        try
-        {
-            const SharedLock lock(sink.lock);
-            if (sink.function)
-                sink.function(sink.context, line);
-            else if (sink.file.IsOpen())
-                WriteToFile(sink.file, sink.fileTurn, line);
-            else
-                WriteToDebugger(line);
-        }
-        catch (...) // NOLINT(bugprone-empty-catch): there is nowhere left to report to
-        {
-        }
+        if (sink.function)
+            sink.function(sink.context, line);
+        else if (sink.file.IsOpen())
+            WriteToFile(sink, line);
+        else
+            WriteToDebugger(line);
     }
-    SetLastError(lastError);
+    catch (...)
+    {
+        if (sink.function)
+            return; // a host's sink that throws: there is nowhere to report to
+        if (sink.file.IsOpen())
+            WriteBytes(sink, withoutMemory, sizeof(withoutMemory) - 1);
+        else
+            OutputDebugStringA(withoutMemory);
+    }
 }
 
 } // namespace
@@ -164,19 +185,18 @@ void LogFormattedEntry(LogId level, const wchar_t* format, ...) noexcept
 {
     if (!Logging::IsLogEnabled(level))
         return;
-    va_list arguments;
-    va_start(arguments, format);
+    Detail::ArgumentList arguments;
+    va_start(arguments.list, format);
     try
     {
         StringW text;
-        text.AppendFormatArguments(format, arguments);
+        text.AppendFormatArguments(format, arguments.list);
         WriteLine(level, text, false);
     }
     catch (const CException&)
     {
         WriteLine(level, format, false);
     }
-    va_end(arguments);
 }
 
 namespace Logging
@@ -225,12 +245,33 @@ const wchar_t* GetLevelName(LogId level) noexcept
 
 bool IsLogEnabled(LogId level) noexcept
 {
-    return level != LogId::Trace || g_traceLogging.load(std::memory_order_relaxed);
+    return level != LogId::Trace || g_tracing.load(std::memory_order_relaxed).isOn;
 }
 
 bool EnableTraceLogging(bool on) noexcept
 {
-    return g_traceLogging.exchange(on, std::memory_order_relaxed);
+    const Tracing old = ChangeTracing([on](Tracing tracing) { return Tracing{on, tracing.wasOn, tracing.searches}; });
+    return old.isOn;
+}
+
+TracedSearch::TracedSearch() noexcept
+{
+    ChangeTracing(
+        [](Tracing tracing)
+        {
+            const bool wasOn = tracing.searches == 0 ? tracing.isOn : tracing.wasOn;
+            return Tracing{true, wasOn, static_cast<std::uint16_t>(tracing.searches + 1)};
+        });
+}
+
+TracedSearch::~TracedSearch()
+{
+    ChangeTracing(
+        [](Tracing tracing)
+        {
+            const bool isOn = tracing.searches == 1 ? tracing.wasOn : tracing.isOn;
+            return Tracing{isOn, tracing.wasOn, static_cast<std::uint16_t>(tracing.searches - 1)};
+        });
 }
 
 void FlushLog() noexcept

@@ -19,14 +19,14 @@ enum class LogId : int
     Trace = 4      ///< step by step progress; written only while trace logging is on
 };
 
-/// Writes one line. Any thread; never throws. A null text writes an empty line.
+/// Writes one line; "(no text)" for a text that is null or empty. Leaves the last error as it was. Any thread.
 KIVNST_API void LogEntry(LogId level, const wchar_t* text) noexcept;
 
-/// Writes a detail line that belongs to the entry just written by the same thread. Any thread; never throws.
+/// The same for a detail line, which belongs to the entry just written by the same thread.
 KIVNST_API void LogDetails(LogId level, const wchar_t* text) noexcept;
 
-/// Formats (see StringW::AppendFormat) and writes one line. Any thread; never throws: a line that there is no memory
-/// for is written as its bare format. Nothing is formatted when the level is not written.
+/// Formats (see StringW::AppendFormat) and writes one line. A line that there is no memory for is written as its bare
+/// format. Nothing is formatted when the level is not written. Any thread.
 KIVNST_API void LogFormattedEntry(LogId level, const wchar_t* format, ...) noexcept;
 
 namespace Logging
@@ -51,7 +51,8 @@ using LogSink = void(CALLBACK*)(void* context, const LogLine& line);
 KIVNST_API void SetLogSink(LogSink sink, void* context) noexcept;
 
 /// Appends all lines to the file at `path`, in UTF-8, each with time, thread and level:
-/// "2026-01-31 09:05:07.125 [1a2c] error: text". The file may be read, renamed and appended to by others meanwhile.
+/// "2026-01-31 09:05:07.125 [1a2c] error: text". The file may be read, renamed and appended to by others meanwhile. It
+/// is closed when another sink is set or the library is unloaded.
 /// Throws CWinError when it cannot be opened, and leaves the old sink in place. Any thread.
 KIVNST_API void LogToFile(const wchar_t* path);
 
@@ -63,6 +64,17 @@ KIVNST_API bool IsLogEnabled(LogId level) noexcept;
 
 /// Switches trace lines on or off and returns the previous setting. Any thread.
 KIVNST_API bool EnableTraceLogging(bool on) noexcept;
+
+/// Has trace lines written while the PST module is sought once more, on any number of threads: when the last of them is
+/// through, trace logging is as it was before the first.
+class TracedSearch
+{
+public:
+    TracedSearch() noexcept;
+    TracedSearch(const TracedSearch&) = delete;
+    TracedSearch& operator=(const TracedSearch&) = delete;
+    ~TracedSearch();
+};
 
 /// Writes what the file sink may hold back to the disk. Any thread.
 KIVNST_API void FlushLog() noexcept;

@@ -1,4 +1,4 @@
-// Owning pointers to MAPI memory.
+// Owning pointers to MAPI memory. The two functions are defined beside the binding of the MAPI module, in mapi/.
 #pragma once
 
 #include "support/Export.h"
@@ -9,8 +9,8 @@
 namespace Quillon::Mapi
 {
 
-/// Frees a block that MAPI allocated, through the MAPI module in use; null is ignored. Never throws; a block that
-/// cannot be freed because there is no MAPI module is kept and logged at level 0. Any thread.
+/// Frees a block that MAPI allocated, through the MAPI module in use; null is ignored. A block that cannot be freed
+/// because there is no MAPI module is kept and logged at level 0. Any thread.
 KIVNST_API void FreeMapiBuffer(void* buffer) noexcept;
 
 /// Allocates `size` bytes of MAPI memory, which the receiver frees with MAPIFreeBuffer. Throws CComError on failure.

@@ -13,13 +13,15 @@ namespace Quillon::Mapi
 KIVNST_API PropValuePointer QueryItemProperty(IMAPIProp* object, ULONG tag);
 
 /// The same, but null instead of an exception. A property that is missing is not logged; any other failure is, at
-/// level 0. Never throws.
+/// level 0.
 KIVNST_API PropValuePointer TryQueryItemProperty(IMAPIProp* object, ULONG tag) noexcept;
 
-/// The property's value, empty when it is missing or is neither string nor binary. Never throws.
+/// The property's value, empty when it is missing, is neither string nor binary, or cannot be copied for want of
+/// memory.
 KIVNST_API Value TryQueryItemPropertyValue(IMAPIProp* object, ULONG tag) noexcept;
 
-/// Copies a PT_STRING8, PT_UNICODE or PT_BINARY value; throws CRuntimeError for another type, CComError(E_OUTOFMEMORY).
+/// Copies a PT_STRING8, PT_UNICODE or PT_BINARY value; throws CRuntimeError for another type, CComError(E_INVALIDARG)
+/// for bytes at a null address.
 KIVNST_API Value GetValueFromMapiProperty(const SPropValue* property);
 
 /// The object's PR_ENTRYID. Throws as QueryItemProperty, and CRuntimeError when the object gives another type.
@@ -45,6 +47,7 @@ KIVNST_API StringW FormatMapiPropertyTags(const SPropValue* values, ULONG count)
 KIVNST_API StringW FormatSetSearchCriteriaFlags(ULONG flags);
 
 /// Full path of the MAPI subsystem module in use, which is found and loaded if need be; empty when there is none.
+/// Throws CWinError when the system does not tell it. Defined beside the binding of the MAPI module, in mapi/.
 KIVNST_API StringW GetMapiPath();
 
 } // namespace Quillon::Mapi

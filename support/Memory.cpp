@@ -2,6 +2,7 @@
 #include "support/Memory.h"
 
 #include "support/CallWrapping.h"
+#include "support/LastError.h"
 
 #include <cstdint>
 #include <cstdlib>
@@ -39,6 +40,8 @@ void* AllocateObject(std::size_t size)
 
 void FreeObject(void* block) noexcept
 {
+    // The text of a failure is freed on the way to the caller who asks for its code.
+    const Detail::KeepLastError lastError;
     std::free(block);
 }
 

@@ -2,11 +2,9 @@
 #include "support/Os.h"
 
 #include "support/CallWrapping.h"
-#include "support/Format.h"
+#include "support/LocalText.h"
 
 #include <sddl.h>
-
-#include <cstring>
 
 namespace Quillon::Os
 {
@@ -149,17 +147,10 @@ StringW FormatSid(const Binary& sid)
     if (sid.GetSize() < smallest || sid.GetSize() < smallest + bytes[1] * sizeof(DWORD))
         Throw(CWinError(ERROR_INVALID_SID), function);
     Binary aligned(sid);
-    struct LocalText
-    {
-        wchar_t* text = nullptr;
-        LocalText() noexcept = default;
-        LocalText(const LocalText&) = delete;
-        LocalText& operator=(const LocalText&) = delete;
-        ~LocalText() { LocalFree(text); }
-    } result;
-    if (!ConvertSidToStringSidW(aligned.GetBuffer(), &result.text))
+    Detail::LocalText text;
+    if (!ConvertSidToStringSidW(aligned.GetBuffer(), text.Put()))
         Throw(CWinError(GetLastError()), function);
-    return StringW(result.text);
+    return StringW(text.Get());
 }
 
 } // namespace Quillon::Os

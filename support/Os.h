@@ -22,7 +22,7 @@ KIVNST_API StringW GetNameFromPath(const StringW& path);
 /// Joins two path parts with exactly one backslash between them. An empty part gives the other alone.
 KIVNST_API StringW AppendPaths(const StringW& left, const StringW& right);
 
-/// Whether there is a file (directory) at the path. Never throws. Any thread.
+/// Whether there is a file (directory) at the path. Any thread.
 KIVNST_API bool VerifyFileExists(const StringW& path) noexcept;
 KIVNST_API bool VerifyDirectoryExists(const StringW& path) noexcept;
 

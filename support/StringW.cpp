@@ -1,6 +1,7 @@
 // StringW and StringA.
 #include "support/StringW.h"
 
+#include "support/ArgumentList.h"
 #include "support/CallWrapping.h"
 #include "support/Memory.h"
 
@@ -152,24 +153,17 @@ StringW& StringW::operator+=(const wchar_t* text)
 
 StringW& StringW::AppendFormat(const wchar_t* format, ...)
 {
-    va_list arguments;
-    va_start(arguments, format);
-    // va_end must follow on every path, and appending may throw.
-    struct Ender
-    {
-        va_list& list;
-        ~Ender() { va_end(list); }
-    } const ender{arguments};
-    return AppendFormatArguments(format, arguments);
+    Detail::ArgumentList arguments;
+    va_start(arguments.list, format);
+    return AppendFormatArguments(format, arguments.list);
 }
 
 StringW& StringW::AppendFormatArguments(const wchar_t* format, va_list arguments)
 {
-    va_list counted;
-    va_copy(counted, arguments);
+    Detail::ArgumentList counted;
+    va_copy(counted.list, arguments);
     // The platform's own functions, whose "%s" is wide here; the compiler's replacements would take it as narrow.
-    const int length = _vscwprintf(format, counted);
-    va_end(counted);
+    const int length = _vscwprintf(format, counted.list);
     if (length < 0)
         Throw(CComError(E_INVALIDARG), L"Quillon::StringW::AppendFormatArguments");
     // The arguments may point into this string, so the text is made in a buffer of its own.

@@ -38,7 +38,8 @@ public:
     StringW& operator+=(wchar_t character);
     StringW& operator+=(const wchar_t* text);
     /// Appends the text that `format` gives, printf-style and wide: "%s" takes a `const wchar_t*`, "%hs" a narrow one,
-    /// "%Iu" a `size_t`. Text from outside is an argument, never the format.
+    /// "%Iu" a `size_t`. Text from outside is an argument, never the format. Throws CComError(E_INVALIDARG) when the
+    /// platform refuses the format or an argument.
     StringW& AppendFormat(const wchar_t* format, ...);
     StringW& AppendFormatArguments(const wchar_t* format, va_list arguments);
 
@@ -67,7 +68,8 @@ public:
     /// Copies `text`; null gives the empty string.
     StringA(const char* text);
     StringA(const char* text, std::size_t count);
-    /// Narrows to the system's ANSI code page; what it lacks becomes that code page's default character.
+    /// Narrows to the system's ANSI code page; what it lacks becomes that code page's default character. Throws
+    /// CWinError when the text cannot be converted.
     explicit StringA(const StringW& text);
     /// The same for the code page `codePage` (CP_UTF8, say).
     StringA(const StringW& text, unsigned codePage);

@@ -260,20 +260,34 @@ TEST(ArchiveRoot, FailsWhenTheStoreCannotBeSaved)
 
 TEST(ArchiveRoot, EndsTheProcessWhenACorruptStoreIsFatal)
 {
+    const auto open = []
+    {
+        Tests::LogToStandardError();
+        Mapi::GetDieOnCorruptStore() = true;
+        const ArchiveSetting setting;
+        ON_CALL(*setting.store, OpenEntry).WillByDefault(Return(MAPI_E_CORRUPT_STORE));
+        setting.Configure();
+    };
+    EXPECT_EXIT(open(), testing::ExitedWithCode(static_cast<int>(MAPI_E_CORRUPT_STORE)),
+                testing::HasSubstr("error: Exiting process at OpenMapiObject.h, Quillon::Mapi::OpenMapiObject, line "));
+    const std::string exiting = "error: Exiting process at NstMsProvider.cpp, "
+                                "Quillon::Nst::CNstMsProvider::ConfigureNstSubtreeEntryId, line ";
     const auto create = []
     {
+        Tests::LogToStandardError();
         Mapi::GetDieOnCorruptStore() = true;
         ArchiveSetting setting;
         setting.createResult = MAPI_E_CORRUPT_STORE;
         setting.Configure();
     };
-    EXPECT_EXIT(create(), testing::ExitedWithCode(static_cast<int>(MAPI_E_CORRUPT_STORE)), _);
+    EXPECT_EXIT(create(), testing::ExitedWithCode(static_cast<int>(MAPI_E_CORRUPT_STORE)), testing::HasSubstr(exiting));
     const auto save = []
     {
+        Tests::LogToStandardError();
         Mapi::GetDieOnCorruptStore() = true;
         const ArchiveSetting setting;
         ON_CALL(*setting.store, SaveChanges).WillByDefault(Return(MAPI_E_CORRUPT_STORE));
         setting.Configure();
     };
-    EXPECT_EXIT(save(), testing::ExitedWithCode(static_cast<int>(MAPI_E_CORRUPT_STORE)), _);
+    EXPECT_EXIT(save(), testing::ExitedWithCode(static_cast<int>(MAPI_E_CORRUPT_STORE)), testing::HasSubstr(exiting));
 }

@@ -119,10 +119,6 @@ TEST(EventLine, HasItsFixedForm)
     const std::wstring expected =
         L"Throwing exception at CallWrappingTest.cpp, Name::With %d, line " + std::to_wstring(line) + L": 100%s";
     EXPECT_THAT(log.Take(), ElementsAre(Entry(LogId::Exception, expected)));
-
-    CallSite site(L"Function");
-    EXPECT_EQ(Text(Detail::FormatEvent(L"Word", site, L"description")),
-              L"Word at CallWrappingTest.cpp, Function, line " + std::to_wstring(site.line) + L": description");
 }
 
 TEST(CheckMapiCall, SaysNothingOfSuccessAndAsksForNoExtendedError)
@@ -361,6 +357,21 @@ TEST(CaughtException, LogsTheEventLineAndGivesTheExceptionsResult)
     }
 }
 
+TEST(CaughtException, LeavesTheLastErrorAsItWas)
+{
+    const LogCapture log;
+    // The system has no text for it, which it tells by the last error.
+    const CWinError noText(0xBEEF);
+    SetLastError(4711);
+    CaughtException(noText, function);
+    EXPECT_EQ(GetLastError(), 4711u);
+    {
+        const CWinError freed(5, L"a context in the library's memory");
+        SetLastError(4711);
+    }
+    EXPECT_EQ(GetLastError(), 4711u);
+}
+
 TEST(CallWrapping, ReportsWithoutMemoryToo)
 {
     const LogCapture log;
@@ -372,11 +383,13 @@ TEST(CallWrapping, ReportsWithoutMemoryToo)
         EXPECT_EQ(CheckPassThrough(MAPI_E_NOT_FOUND, store.Get(), L"IMsgStore::Advise", S_OK), MAPI_E_NOT_FOUND);
         EXPECT_EQ(CaughtException(caught, function), E_FAIL);
         CheckCall(S_FALSE, function);
+        CheckMapiCall(MAPI_W_ERRORS_RETURNED, store.Get(), L"Tests::WithoutAName");
     }
     // Each leaves at least what can be said without memory.
-    EXPECT_THAT(log.Lines(), testing::IsSupersetOf(
-                                 {Entry(LogId::Exception, throwing), Entry(LogId::Error, L"IMsgStore::Advise"),
-                                  Entry(LogId::Exception, L"Caught exception"), Entry(LogId::Warning, nonSuccess)}));
+    EXPECT_THAT(log.Lines(),
+                testing::IsSupersetOf({Entry(LogId::Exception, throwing), Entry(LogId::Error, L"IMsgStore::Advise"),
+                                       Entry(LogId::Exception, L"Caught exception"), Entry(LogId::Warning, nonSuccess),
+                                       Entry(LogId::Warning, nonSuccess)}));
 }
 
 TEST(CallWrapping, ReportsWithoutItsTextWhatCannotBeFormatted)

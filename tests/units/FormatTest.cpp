@@ -2,15 +2,18 @@
 #include "support/Format.h"
 
 #include "support/MapiHeaders.h"
+#include "tests/common/ImportHook.h"
 #include "tests/common/Setting.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <cwchar>
 #include <iterator>
 #include <map>
 #include <string>
+#include <utility>
 
 using namespace Quillon;
 using testing::EndsWith;
@@ -130,6 +133,48 @@ TEST(FormatSystemError, GivesOneLine)
         EXPECT_EQ(text.find_first_of(L"\r\n"), std::wstring::npos) << code;
         EXPECT_FALSE(text.empty());
     }
+}
+
+namespace
+{
+
+/// What the system gives for the message of any code. (A list of arguments is a plain address here.)
+std::wstring givenMessage;
+
+DWORD WINAPI GiveMessage(DWORD, LPCVOID, DWORD, DWORD, LPWSTR buffer, DWORD, char**)
+{
+    const std::size_t size = (givenMessage.size() + 1) * sizeof(wchar_t);
+    void* const text = LocalAlloc(LMEM_FIXED, size);
+    std::memcpy(text, givenMessage.c_str(), size);
+    *reinterpret_cast<void**>(buffer) = text;
+    return static_cast<DWORD>(givenMessage.size());
+}
+
+} // namespace
+
+TEST(FormatSystemError, PutsAMessageOfSeveralLinesInOne)
+{
+    const Tests::ImportHook<DWORD(DWORD, LPCVOID, DWORD, DWORD, LPWSTR, DWORD, char**)> hook("FormatMessageW",
+                                                                                             GiveMessage);
+    const std::pair<const wchar_t*, const wchar_t*> table[] = {
+        {L"One.\r\n", L"One."},
+        {L"One. \r\n", L"One."},
+        {L"One.  ", L"One."},
+        {L"One", L"One"},
+        {L"One.\r\nTwo.\r\n", L"One. Two."},
+        {L"One. \r\n\r\n\t Two,\nthree  four. \r\n", L"One. Two, three  four."},
+    };
+    for (const auto& [given, expected] : table)
+    {
+        givenMessage = given;
+        EXPECT_EQ(Text(FormatSystemError(5, false)), expected);
+        EXPECT_EQ(Text(FormatSystemError(5, true)), std::wstring(L"Error 5 (0x00000005): ") + expected);
+        EXPECT_EQ(Text(FormatComError(E_ABORT)), std::wstring(L"E_ABORT (0x80004004): ") + expected);
+    }
+    // Nothing is left of it: the number stands alone.
+    givenMessage = L" \r\n";
+    EXPECT_EQ(Text(FormatSystemError(5, true)), L"Error 5 (0x00000005)");
+    EXPECT_EQ(Text(FormatSystemError(5, false)), L"Error 5 (0x00000005)");
 }
 
 TEST(FormatErrorWithContext, PutsTheContextInFrontWhenThereIsOne)

@@ -127,10 +127,21 @@ TEST(Log, WritesTextAsItStandsAndFormatsOnlyFormats)
     LogEntry(LogId::Warning, L"100%s %n");
     LogDetails(LogId::Warning, L"%d detail");
     LogFormattedEntry(LogId::Action, L"%s, %Iu of %d%%", L"50%s", static_cast<std::size_t>(7), 9);
-    LogEntry(LogId::Error, nullptr);
     EXPECT_THAT(log.Lines(),
                 ElementsAre(Tests::Entry(LogId::Warning, L"100%s %n"), Tests::Detail(LogId::Warning, L"%d detail"),
-                            Tests::Entry(LogId::Action, L"50%s, 7 of 9%"), Tests::Entry(LogId::Error, L"")));
+                            Tests::Entry(LogId::Action, L"50%s, 7 of 9%")));
+}
+
+TEST(Log, WritesNoEmptyLine)
+{
+    LogCapture log;
+    LogEntry(LogId::Error, nullptr);
+    LogEntry(LogId::Error, L"");
+    LogDetails(LogId::Warning, L"");
+    LogFormattedEntry(LogId::Action, L"%s", L"");
+    EXPECT_THAT(log.Lines(),
+                ElementsAre(Tests::Entry(LogId::Error, L"(no text)"), Tests::Entry(LogId::Error, L"(no text)"),
+                            Tests::Detail(LogId::Warning, L"(no text)"), Tests::Entry(LogId::Action, L"(no text)")));
 }
 
 TEST(Log, GivesTheSinkItsContextTheThreadAndTheTime)
@@ -217,7 +228,7 @@ TEST(Log, WritesTheBareFormatWhenThereIsNoMemory)
     EXPECT_THAT(log.Lines(), testing::Contains(Tests::Entry(LogId::Error, L"plain")));
 }
 
-TEST(Log, NeverThrowsWhenNoSinkHasMemory)
+TEST(LogFile, SaysWhereALineIsMissingForWantOfMemory)
 {
     const DefaultLog restore;
     const Tests::TempFolder folder;
@@ -225,13 +236,11 @@ TEST(Log, NeverThrowsWhenNoSinkHasMemory)
     {
         const Tests::NoMemory noMemory;
         LogEntry(LogId::Error, L"lost");
-        LogFormattedEntry(LogId::Error, L"%s", L"lost");
     }
     LogEntry(LogId::Error, L"kept");
     Logging::SetLogSink(nullptr, nullptr);
-    const std::vector<std::string> lines = LinesOf(folder / L"log.txt");
-    ASSERT_EQ(lines.size(), 1u);
-    EXPECT_THAT(lines[0], testing::EndsWith("error: kept\r"));
+    EXPECT_THAT(LinesOf(folder / L"log.txt"),
+                ElementsAre("a line of the log is missing here: out of memory\r", testing::EndsWith("error: kept\r")));
 }
 
 TEST(Log, GoesToTheDebuggerByItself)
@@ -245,6 +254,19 @@ TEST(Log, GoesToTheDebuggerByItself)
     EXPECT_THAT(debuggerLines, ElementsAre(L"KivNst warning: 100%s\r\n", L"KivNst warning:     detail\r\n"));
 }
 
+TEST(Log, TellsTheDebuggerOfALineThatThereIsNoMemoryFor)
+{
+    static std::vector<std::string> lines;
+    lines.clear();
+    const Tests::ImportHook<void(LPCSTR)> hook("OutputDebugStringA", [](LPCSTR text) { lines.emplace_back(text); });
+    Logging::SetLogSink(nullptr, nullptr);
+    {
+        const Tests::NoMemory noMemory;
+        LogEntry(LogId::Error, L"lost");
+    }
+    EXPECT_THAT(lines, ElementsAre("a line of the log is missing here: out of memory\r\n"));
+}
+
 TEST(LogFile, HoldsTimeThreadLevelAndTextInUtf8)
 {
     const DefaultLog restore;
@@ -253,7 +275,7 @@ TEST(LogFile, HoldsTimeThreadLevelAndTextInUtf8)
     Logging::LogToFile(path.c_str());
     LogEntry(LogId::Error, L"Gr\u00FC\u00DFe %s");
     LogDetails(LogId::Warning, L"detail");
-    LogEntry(LogId::Action, L"");
+    LogEntry(LogId::Action, L"last");
     Logging::FlushLog();
     const std::vector<std::string> lines = LinesOf(path);
     ASSERT_EQ(lines.size(), 3u);
@@ -268,7 +290,7 @@ TEST(LogFile, HoldsTimeThreadLevelAndTextInUtf8)
     }
     EXPECT_EQ(AfterTime(lines[0]), ThreadMark() + " error: Gr\xC3\xBC\xC3\x9F" + "e %s\r");
     EXPECT_EQ(AfterTime(lines[1]), ThreadMark() + " warning:     detail\r");
-    EXPECT_EQ(AfterTime(lines[2]), ThreadMark() + " action: \r");
+    EXPECT_EQ(AfterTime(lines[2]), ThreadMark() + " action: last\r");
 }
 
 TEST(LogFile, IsAppendedToAndCanBeReadAndRenamedMeanwhile)

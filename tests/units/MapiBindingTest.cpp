@@ -354,14 +354,15 @@ TEST_ALONE(MapiBinding, AsksTheStubForAComponentThatTheInstallerRegistered)
 {
     const TempFolder folder;
     ScratchRegistry registry;
-    CopyDouble(L"MapiDouble.dll", folder / L"component.dll");
+    // The stub gives the path in the ANSI code page.
+    CopyDouble(L"MapiDouble.dll", folder / L"component \u00FC\u00DF.dll");
     CopyDouble(L"MapiDouble.dll", folder / L"client.dll");
     const Stub stub(L"MapiDouble.dll", folder / L"stub.dll");
-    componentCall.path = NarrowPath(folder / L"component.dll");
+    componentCall.path = NarrowPath(folder / L"component \u00FC\u00DF.dll");
     SetMsiRegistration(registry, L"{FF1D0740-D227-11D1-A4B0-006008AF820E}", L"1033");
     registry.SetClientText(L"DllPathEx", folder / L"client.dll");
 
-    EXPECT_EQ(PathOf(GetMapiModule()), folder / L"component.dll") << "the component goes before the path";
+    EXPECT_EQ(PathOf(GetMapiModule()), folder / L"component \u00FC\u00DF.dll") << "the component goes before the path";
     EXPECT_EQ(componentCall.count, 1);
     EXPECT_EQ(componentCall.component, "{FF1D0740-D227-11D1-A4B0-006008AF820E}");
     EXPECT_EQ(componentCall.qualifier, "1033");

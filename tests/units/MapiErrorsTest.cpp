@@ -79,7 +79,16 @@ TEST(CreateMapiError, NarrowsTheTextsWithoutTheUnicodeFlag)
         EXPECT_STREQ(reinterpret_cast<const char*>(copy->lpszError), "text");
         EXPECT_STREQ(reinterpret_cast<const char*>(copy->lpszComponent), "component");
         EXPECT_EQ(copy->ulLowLevelError, 1u);
+        EXPECT_EQ(copy->ulContext, 2u);
+        EXPECT_EQ(copy->ulVersion, static_cast<ULONG>(MAPI_ERROR_VERSION));
     }
+}
+
+TEST(CreateMapiError, CopiesTheVersionThatItIsGiven)
+{
+    MAPIERROR source = Extended(L"text", L"component", 1, 2);
+    source.ulVersion = 0x12345;
+    EXPECT_EQ(CreateMapiError(MAPI_UNICODE, source)->ulVersion, 0x12345u);
 }
 
 TEST(CreateMapiError, GivesEmptyTextsForThoseThatAreMissing)

@@ -538,6 +538,35 @@ TEST_ALONE(NstServiceEntryAlone, ThrowsWhenThereIsNoPstModule)
     EXPECT_THAT(log.Lines().back(), Tests::Throwing(file, function, text));
 }
 
+TEST_ALONE(NstServiceEntryAlone, NamesTheErrorOfTheLastPstModuleThatCannotBeLoaded)
+{
+    const Tests::ScratchRegistry registry;
+    const Tests::TempFolder folder;
+    Tests::CopyDouble(L"MapiDouble.dll", folder / L"olmapi32.dll");
+    Tests::CopyDouble(L"PstDouble.dll", folder / L"mspst32.dll");
+    LoadLibraryW((folder / L"olmapi32.dll").c_str());
+    // A code that the system has no text for.
+    const Tests::ImportHook<HMODULE(LPCWSTR)> hook("LoadLibraryW",
+                                                   [](LPCWSTR) -> HMODULE
+                                                   {
+                                                       SetLastError(0xBEEF);
+                                                       return nullptr;
+                                                   });
+    const auto support = Tests::MakeNice<SupportDouble>();
+    const auto admin = Tests::MakeNice<ProviderAdminDouble>();
+    Host host;
+    const LogCapture log;
+    try
+    {
+        host.NstServiceEntry(nullptr, support.Get(), 0, 0, MSG_SERVICE_CREATE, 0, nullptr, admin.Get(), nullptr);
+        ADD_FAILURE() << "nothing was thrown";
+    }
+    catch (const CRuntimeError& error)
+    {
+        EXPECT_EQ(Text(error.Format()), L"Unable to load PST module: Error 48879 (0x0000BEEF)");
+    }
+}
+
 TEST_ALONE(NstServiceEntryAlone, ThrowsWhenThePstModuleLacksTheEntry)
 {
     const Tests::TempFolder folder;

@@ -197,6 +197,31 @@ TEST(Os, GivesTheCurrentUsersSid)
     EXPECT_EQ(use, SidTypeUser);
 }
 
+TEST(Os, ClosesTheTokenThatItAskedForTheUser)
+{
+    static HANDLE opened = nullptr;
+    static std::vector<HANDLE> closed;
+    opened = nullptr;
+    closed.clear();
+    const Tests::ImportHook<BOOL(HANDLE, DWORD, PHANDLE)> open("OpenProcessToken",
+                                                               [](HANDLE process, DWORD access, PHANDLE token) -> BOOL
+                                                               {
+                                                                   const BOOL done =
+                                                                       OpenProcessToken(process, access, token);
+                                                                   opened = *token;
+                                                                   return done;
+                                                               });
+    const Tests::ImportHook<BOOL(HANDLE)> close("CloseHandle",
+                                                [](HANDLE handle) -> BOOL
+                                                {
+                                                    closed.push_back(handle);
+                                                    return CloseHandle(handle);
+                                                });
+    EXPECT_FALSE(Os::GetCurrentUserSid().IsNull());
+    ASSERT_NE(opened, nullptr);
+    EXPECT_EQ(closed, std::vector<HANDLE>{opened});
+}
+
 TEST(Os, ThrowsWhatKeepsTheCurrentUsersSidFromIt)
 {
     const Tests::LogCapture log;

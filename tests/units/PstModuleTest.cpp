@@ -9,6 +9,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -321,6 +322,57 @@ TEST_ALONE(PstModule, IsSoughtOnDiskWhenTheResidentOneCannotBeLoadedAgain)
                                        Tests::Throwing(file, L"GetPstModuleImpl", text),
                                        Tests::Caught(file, L"GetPstModuleImpl", text)} +
                                  TryingOutlook() + LoadedFrom(client.outlook)));
+}
+
+TEST_ALONE(PstModule, ThatCannotBeLoadedLeavesTheErrorOfTheLastCandidate)
+{
+    const MailClient client;
+    CopyDouble(L"PstDouble.dll", client.OutlookModule());
+    CopyDouble(L"PstDouble.dll", client.MapiModule());
+    // The system has no text for it; to ask for one, and to free memory, disturbs the error.
+    static constexpr DWORD noText = 0xBEEF;
+    ASSERT_EQ(TextOfError(noText), L"Error 48879 (0x0000BEEF)");
+    hiddenPath = client.MapiModule();
+    const ImportHook<HMODULE(LPCWSTR)> load("LoadLibraryW",
+                                            [](LPCWSTR path) -> HMODULE
+                                            {
+                                                SetLastError(path == hiddenPath ? noText : DWORD(ERROR_FILE_INVALID));
+                                                return nullptr;
+                                            });
+    const ImportHook<void(void*)> release("free",
+                                          [](void* block)
+                                          {
+                                              std::free(block);
+                                              SetLastError(ERROR_INVALID_ADDRESS);
+                                          });
+    const LogCapture log;
+    EXPECT_EQ(GetPstModule(), nullptr);
+    EXPECT_EQ(GetLastError(), noText);
+    const std::wstring text = L"Error 48879 (0x0000BEEF)";
+    EXPECT_THAT(log.Lines().back(), Tests::Caught(file, L"GetPstModuleImpl", text));
+}
+
+TEST_ALONE(PstModule, ThatIsLoadedIsGivenThoughThereIsNoMemoryToTellOfIt)
+{
+    const MailClient client;
+    CopyDouble(L"PstDouble.dll", client.OutlookModule());
+    static bool isLoaded = false;
+    static int loads = 0;
+    const ImportHook<HMODULE(LPCWSTR)> load("LoadLibraryW",
+                                            [](LPCWSTR path) -> HMODULE
+                                            {
+                                                isLoaded = true;
+                                                ++loads;
+                                                return LoadLibraryW(path);
+                                            });
+    const ImportHook<void*(std::size_t)> allocate("malloc", [](std::size_t size) -> void*
+                                                  { return isLoaded ? nullptr : std::malloc(size); });
+    const LogCapture log;
+    const HMODULE module = GetPstModule();
+    isLoaded = false;
+    EXPECT_EQ(PathOf(module), client.OutlookModule());
+    EXPECT_EQ(loads, 1) << "one reference on the module";
+    EXPECT_THAT(log.Lines().back(), Entry(LogId::Action, L"Loaded mspst32.dll: %s"));
 }
 
 TEST_ALONE(PstModule, IsNowhereWithoutAMailClient)

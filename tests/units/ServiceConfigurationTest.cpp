@@ -260,12 +260,13 @@ TEST_F(ServiceConfiguration, TakesTheWidePathWhenThereAreBoth)
 TEST_F(ServiceConfiguration, WritesTheNarrowPathNarrowWhenThereIsNoOther)
 {
     const LogCapture log;
-    GiveSection({noWidePath, NarrowTextValue(0x6610001E, "C:\\narrow.pst"), BinaryValue(0x3D000102, providerSectionUid),
-                 noEntryId},
+    const std::wstring path = L"C:\\Gr\u00FC\u00DFe.pst";
+    const StringA narrow{StringW(path.c_str())}; // in the ANSI code page, as MAPI's narrow texts are
+    GiveSection({noWidePath, NarrowTextValue(0x6610001E, narrow.GetString()),
+                 BinaryValue(0x3D000102, providerSectionUid), noEntryId},
                 MAPI_W_ERRORS_RETURNED);
     Configure();
-    EXPECT_EQ(providerValues, FixedValues(L"C:\\narrow.pst", L"6700001E"))
-        << "the entry ID is of the path's wide conversion";
+    EXPECT_EQ(providerValues, FixedValues(path, L"6700001E")) << "the entry ID is of the path's wide conversion";
 }
 
 TEST_F(ServiceConfiguration, OnlyReadsASectionThatHasItsIdentityOrNoProviderYet)
