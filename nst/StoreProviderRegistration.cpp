@@ -4,9 +4,8 @@
 #include "support/CallWrapping.h"
 #include "support/DateTimeSpan.h"
 #include "support/Format.h"
+#include "support/LogText.h"
 #include "support/Os.h"
-
-#include <atomic>
 
 namespace Quillon::OutlookAddIn
 {
@@ -17,17 +16,6 @@ constexpr auto servicesSection = L"Services";
 
 /// How often a value is tried while another process has the file mapped.
 constexpr std::size_t mostAttempts = 10;
-
-std::atomic<RetryWait> g_retryWait = nullptr;
-
-void WaitBeforeRetry()
-{
-    const DWORD timeout = DateTimeSpan().seconds(10).ToWaitTimeout();
-    if (const RetryWait wait = g_retryWait)
-        wait(timeout);
-    else
-        Sleep(timeout);
-}
 
 /// Lets the file be written. A failure is told and otherwise ignored: the writes report theirs.
 void ClearReadOnlyFlag(const StringW& path)
@@ -55,9 +43,14 @@ void WriteValue(const StringW& section, const wchar_t* key, const StringW& value
         }
         catch (const CWinError& error)
         {
-            LogFormattedEntry(LogId::Error, L"Failed to write private profile value to file '%s', [%s].%s = '%s': %s",
-                              path.GetString(), section.GetString(), key, value.GetString(),
-                              error.Format().GetString());
+            Detail::LogText(LogId::Error, L"Failed to write private profile value",
+                            [&]
+                            {
+                                return FormatString(
+                                    L"Failed to write private profile value to file '%s', [%s].%s = '%s': %s",
+                                    path.GetString(), section.GetString(), key, value.GetString(),
+                                    error.Format().GetString());
+                            });
             if (error.GetError() != ERROR_USER_MAPPED_FILE || ++failures == mostAttempts)
                 throw;
         }
@@ -65,7 +58,7 @@ void WriteValue(const StringW& section, const wchar_t* key, const StringW& value
                           L"WritePrivateProfileString failed with ERROR_USER_MAPPED_FILE; retrying %Iu more time(s) "
                           L"after sleeping 10s",
                           mostAttempts - failures);
-        WaitBeforeRetry();
+        Sleep(DateTimeSpan().seconds(10).ToWaitTimeout());
     }
 }
 
@@ -77,11 +70,6 @@ void Remove(const StringW& section, const wchar_t* key, const StringW& path, con
 }
 
 } // namespace
-
-void SetRetryWait(RetryWait wait) noexcept
-{
-    g_retryWait = wait;
-}
 
 StringW GetStoreProviderNameFromServiceName(const StringW& serviceName)
 {

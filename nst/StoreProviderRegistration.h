@@ -7,13 +7,6 @@
 namespace Quillon::OutlookAddIn
 {
 
-/// Waits for as many milliseconds as it is told.
-using RetryWait = void(__stdcall*)(unsigned long milliseconds);
-
-/// Replaces the wait between two attempts at a value; null restores the shipped one, Sleep. It is here for tests, which
-/// would take minutes otherwise; a host leaves it alone. Any thread.
-KIVNST_API void SetRetryWait(RetryWait wait) noexcept;
-
 /// The name of the provider section that belongs to a service: the service's name followed by "_P".
 KIVNST_API StringW GetStoreProviderNameFromServiceName(const StringW& serviceName);
 

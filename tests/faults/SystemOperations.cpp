@@ -125,7 +125,7 @@ std::vector<Operation> SystemOperations()
             {"WritePrivateProfileStringW", Shape::System, {}, {}, S_OK, false, NotWritten(line)});
     registration.run = [](Surroundings& surroundings)
     {
-        OutlookAddIn::SetRetryWait([](unsigned long) {});
+        const ImportHook<void(DWORD)> noWait("Sleep", [](DWORD) {});
         const StringW service(L"ArchiveSvc");
         const StringW display(L"My Archive");
         const StringW dll(L"ArchiveHost.dll");
@@ -133,7 +133,6 @@ std::vector<Operation> SystemOperations()
         const StringW flags(L"SERVICE_SINGLE_COPY");
         const HRESULT hr =
             surroundings.Run([&] { OutlookAddIn::RegisterStoreProvider(service, display, dll, path, flags); });
-        OutlookAddIn::SetRetryWait(nullptr);
         return hr;
     };
     operations.push_back(registration);

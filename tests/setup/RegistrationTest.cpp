@@ -118,30 +118,23 @@ void PrintTo(const WriteWatcher::Call& call, std::ostream* stream)
 class Waits
 {
 public:
-    Waits()
-    {
-        s_current = this;
-        SetRetryWait(&Wait);
-    }
+    Waits() { s_current = this; }
     Waits(const Waits&) = delete;
     Waits& operator=(const Waits&) = delete;
-    ~Waits()
-    {
-        SetRetryWait(nullptr);
-        s_current = nullptr;
-    }
+    ~Waits() { s_current = nullptr; }
 
     std::function<void()> during = [] {};
     std::vector<unsigned long> times;
 
 private:
-    static void __stdcall Wait(unsigned long milliseconds)
+    static void WINAPI Wait(DWORD milliseconds)
     {
         s_current->times.push_back(milliseconds);
         s_current->during();
     }
 
     static inline Waits* s_current = nullptr;
+    Tests::ImportHook<decltype(Sleep)> m_hook{"Sleep", &Wait};
 };
 
 std::vector<WriteWatcher::Call> AsCalls(const std::vector<InfEntry>& entries, const std::wstring& path)
@@ -364,22 +357,28 @@ TEST_F(Registration, EndsWhenARetryFailsOtherwise)
     ExpectRegistered(0);
 }
 
-TEST_F(Registration, SleepsTenSecondsUnlessATestReplacedTheWait)
+TEST_F(Registration, TriesAgainThoughThereIsNoMemoryToTellOfTheFailure)
 {
-    static Tests::FileMapping* mapping = nullptr;
-    static std::vector<DWORD> times;
-    Tests::FileMapping held(path);
-    mapping = &held;
-    times.clear();
-    const Tests::ImportHook<decltype(Sleep)> hook("Sleep",
-                                                  [](DWORD milliseconds)
-                                                  {
-                                                      times.push_back(milliseconds);
-                                                      mapping->Close();
-                                                  });
+    Tests::FileMapping mapping(path);
+    WriteWatcher watcher;
+    std::optional<Tests::NoMemory> noMemory;
+    // From the first call, which fails, until the wait behind it.
+    watcher.before = [&](std::size_t n)
+    {
+        if (n == 1)
+            noMemory.emplace();
+    };
+    Waits waits;
+    waits.during = [&]
+    {
+        noMemory.reset();
+        mapping.Close();
+    };
+    Tests::LogCapture log;
     Register();
-    EXPECT_THAT(times, ElementsAre(10000u));
+    EXPECT_EQ(waits.times.size(), 1u);
     ExpectRegistered(14);
+    EXPECT_THAT(log.Lines(), testing::Contains(Entry(LogId::Error, L"Failed to write private profile value")));
 }
 
 TEST_F(Registration, ClearsTheReadOnlyFlag)

@@ -146,48 +146,33 @@ Object g_manager = {managerSlots.data(), L"ISearchManager", 0, 0};
 Object g_catalog = {catalogSlots.data(), L"ISearchCatalogManager", 0, 0};
 Object g_scope = {scopeSlots.data(), L"ISearchCrawlScopeManager", 0, 0};
 
-class ClassObject : public IClassFactory
-{
-public:
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** object) override
-    {
-        *object = riid == IID_IUnknown || riid == IID_IClassFactory ? this : nullptr;
-        return *object ? S_OK : E_NOINTERFACE;
-    }
-    // It lives as long as the process.
-    ULONG STDMETHODCALLTYPE AddRef() override { return 2; }
-    ULONG STDMETHODCALLTYPE Release() override { return 1; }
-    HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID riid, void** object) override
-    {
-        EXPECT_EQ(outer, nullptr);
-        if (riid != searchManagerInterface)
-        {
-            ADD_FAILURE() << "asked for another interface";
-            *object = nullptr;
-            return E_NOINTERFACE;
-        }
-        return Give(SearchStep::CreateInstance, L"CreateInstance", g_manager, object);
-    }
-    HRESULT STDMETHODCALLTYPE LockServer(BOOL) override { return S_OK; }
-};
+/// What a caller must ask for: the service may live in another process.
+constexpr DWORD anyServer = 0x15;
 
-ClassObject g_classObject;
+HRESULT WINAPI CreateInstance(REFCLSID classId, IUnknown* outer, DWORD context, REFIID riid, void** object)
+{
+    *object = nullptr;
+    if (!g_service || classId != searchManagerClass)
+        return REGDB_E_CLASSNOTREG;
+    EXPECT_EQ(outer, nullptr);
+    EXPECT_EQ(context, anyServer);
+    EXPECT_EQ(riid, searchManagerInterface);
+    return Give(SearchStep::CreateInstance, L"CreateInstance", g_manager, object);
+}
 
 } // namespace
+
+NoSearchService::NoSearchService() : m_hook("CoCreateInstance", &CreateInstance) {}
 
 SearchService::SearchService()
 {
     for (Object* const object : {&g_manager, &g_catalog, &g_scope})
         object->references = object->taken = 0;
     g_service = this;
-    EXPECT_EQ(
-        CoRegisterClassObject(searchManagerClass, &g_classObject, CLSCTX_INPROC_SERVER, REGCLS_MULTIPLEUSE, &m_cookie),
-        S_OK);
 }
 
 SearchService::~SearchService()
 {
-    CoRevokeClassObject(m_cookie);
     for (const Object* const object : {&g_manager, &g_catalog, &g_scope})
         EXPECT_EQ(object->references, 0) << "references are left";
     g_service = nullptr;

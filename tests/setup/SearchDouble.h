@@ -2,6 +2,8 @@
 // another slot in the library's declarations would not be found here.
 #pragma once
 
+#include "tests/common/ImportHook.h"
+
 #include <windows.h>
 
 #include <objbase.h>
@@ -24,8 +26,18 @@ enum class SearchStep
     Count
 };
 
-/// Registers the class object of the search service for this process as long as it lives. The calling thread has COM
-/// initialised. One at a time.
+/// Answers for the system when the library creates an object, as long as it lives: whatever this machine has, there is
+/// no search service but a SearchService.
+class NoSearchService
+{
+public:
+    NoSearchService();
+
+private:
+    ImportHook<HRESULT(REFCLSID, IUnknown*, DWORD, REFIID, void**)> m_hook;
+};
+
+/// What the library is given for the search service, as long as it lives. One at a time.
 class SearchService
 {
 public:
@@ -50,7 +62,7 @@ public:
     LONG ReferencesTaken() const;
 
 private:
-    DWORD m_cookie = 0;
+    NoSearchService m_noOther;
 };
 
 } // namespace Tests

@@ -1,4 +1,4 @@
-// Keeping a store out of the search index, against a class object registered in this process.
+// Keeping a store out of the search index, against a search service in this process.
 #include "nst/KivNstCore.h"
 
 #include "nst/SearchInterfaces.h"
@@ -28,11 +28,9 @@ class SearchExclusion : public testing::Test
 protected:
     SearchExclusion()
     {
-        EXPECT_EQ(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED), S_OK);
         m_registry.SetOutlookPath(Tests::OutlookProgram());
         url = Text(Nst::GetStoreMapiUrl(storeId, storeName));
     }
-    ~SearchExclusion() override { CoUninitialize(); }
 
     void Exclude() const { Nst::ExcludeStoreFromIndexing(storeId, storeName); }
 
@@ -74,6 +72,7 @@ protected:
 
 private:
     Tests::ScratchRegistry m_registry;
+    Tests::NoSearchService m_noService;
 };
 
 const auto excluded = Entry(LogId::Action, L"Store successfully excluded from indexing");
@@ -138,8 +137,7 @@ TEST_F(SearchExclusion, GoesOnAfterAWarning)
 {
     constexpr HRESULT warning = 0x00040D01;
     const std::wstring told = Text(FormatErrorWithContext(FormatSystemError(warning, true), L""));
-    // The system itself does not hand a warning of CreateInstance on, so the first step has none.
-    for (int step = 1; step < stepCount; ++step)
+    for (int step = 0; step < stepCount; ++step)
     {
         SCOPED_TRACE(step);
         Tests::SearchService service;
@@ -153,12 +151,12 @@ TEST_F(SearchExclusion, GoesOnAfterAWarning)
                                 excluded));
     }
     Tests::SearchService service;
-    for (int step = 1; step < stepCount; ++step)
-        service.results[step] = S_FALSE;
+    for (HRESULT& result : service.results)
+        result = S_FALSE;
     Tests::LogCapture log;
     Exclude();
     EXPECT_EQ(service.calls, Calls(stepCount));
-    EXPECT_EQ(log.Lines().size(), 7u);
+    EXPECT_EQ(log.Lines().size(), 8u);
     EXPECT_EQ(service.References(), 0);
 }
 
@@ -208,15 +206,11 @@ TEST(SearchInterfaces, HaveTheIdentifiersOfWindowsSearch)
 
 TEST(SearchExclusionWithoutMailClient, AsksNobody)
 {
-    ASSERT_EQ(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED), S_OK);
-    {
-        const Tests::ScratchRegistry registry;
-        Tests::SearchService service;
-        Tests::LogCapture log;
-        EXPECT_THROW(Nst::ExcludeStoreFromIndexing(Binary(), L"x"), CRuntimeError);
-        EXPECT_TRUE(service.calls.empty());
-        EXPECT_THAT(log.Lines(),
-                    ElementsAre(Tests::Throwing(file, L"GetMapiUrlScheme", L"Unable to determine Outlook version")));
-    }
-    CoUninitialize();
+    const Tests::ScratchRegistry registry;
+    Tests::SearchService service;
+    Tests::LogCapture log;
+    EXPECT_THROW(Nst::ExcludeStoreFromIndexing(Binary(), L"x"), CRuntimeError);
+    EXPECT_TRUE(service.calls.empty());
+    EXPECT_THAT(log.Lines(),
+                ElementsAre(Tests::Throwing(file, L"GetMapiUrlScheme", L"Unable to determine Outlook version")));
 }
