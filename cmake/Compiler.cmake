@@ -26,8 +26,8 @@ target_compile_definitions(kivnst_options INTERFACE
 
 if(MSVC)
   target_compile_options(kivnst_options INTERFACE /W4 /WX /utf-8 /permissive- /Zc:__cplusplus /Zc:preprocessor
-    # Exported classes derive from std::exception and hold counted pointers, both by design: the first has no data of
-    # its own to disagree about, the second is one pointer.
+    # Exported classes derive from std::exception and hold counted pointers, both by design: the first is the same for
+    # every host of the same C++ ABI, the second is one pointer.
     /wd4251 /wd4275)
 elseif(KIVNST_MSVC_ABI)
   # What Visual Studio warns of at /W4, where clang has an equal.

@@ -6,7 +6,8 @@
 namespace Quillon::Mapi
 {
 
-/// Opens the entry with the flags that GetOpenMapiObjectFlags holds. `size` is the entry ID's size in bytes.
+/// Opens the entry of `store`, which must not be null, with the flags that GetOpenMapiObjectFlags holds. `size` is the
+/// entry ID's size in bytes. Ends the process for a code whose die-on switch is on.
 /// Throws CMapiError: with the store's code and extended error when it cannot be opened, with E_FAIL when the store
 /// gives no object, with E_NOINTERFACE when the object does not answer for I. Never null.
 template <class I>

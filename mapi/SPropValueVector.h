@@ -9,8 +9,8 @@ namespace Quillon::Mapi
 
 /// A growable list of property values, contiguous as IMAPIProp::SetProps wants it, that owns the strings and bytes that
 /// its values point to. Values never lose their payload while the list grows. An object may be used by one thread at a
-/// time. Every operation that adds throws CRuntimeError for a tag of a wrong type and CComError(E_OUTOFMEMORY), and
-/// leaves the list unchanged then.
+/// time. Every operation that adds throws CRuntimeError for a tag of a wrong type, CComError(E_INVALIDARG) for a null
+/// address of bytes with a size, and CComError(E_OUTOFMEMORY), and leaves the list unchanged then.
 class KIVNST_API SPropValueVector
 {
 public:
