@@ -4,7 +4,7 @@
 
 #include <exception>
 
-BOOL WINAPI DllMain(HINSTANCE /*module*/, DWORD reason, void* processEnds)
+extern "C" BOOL WINAPI DllMain(HINSTANCE /*module*/, DWORD reason, void* processEnds)
 {
 #if defined(__GLIBCXX__)
     // The compiler's runtime is not made for being unloaded: it leaves a block of memory behind each time. It stays.

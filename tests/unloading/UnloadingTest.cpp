@@ -82,6 +82,15 @@ Function* Find(HMODULE module, const char* name)
     return function;
 }
 
+// Quillon::Logging::LogToFile and Quillon::LogEntry, as the two C++ ABIs call them.
+#if defined(_MSC_VER)
+constexpr auto logToFile = "?LogToFile@Logging@Quillon@@YAXPEB_W@Z";
+constexpr auto logEntry = "?LogEntry@Quillon@@YAXW4LogId@1@PEB_W@Z";
+#else
+constexpr auto logToFile = "_ZN7Quillon7Logging9LogToFileEPKw";
+constexpr auto logEntry = "_ZN7Quillon8LogEntryENS_5LogIdEPKw";
+#endif
+
 std::filesystem::path LogPath()
 {
     return std::filesystem::current_path() / L"unloading.log";
@@ -91,8 +100,8 @@ std::filesystem::path LogPath()
 void UseLog()
 {
     const HMODULE library = GetModuleHandleW(L"KivNst.dll");
-    Find<void(const wchar_t*)>(library, "_ZN7Quillon7Logging9LogToFileEPKw")(LogPath().c_str());
-    Find<void(int, const wchar_t*)>(library, "_ZN7Quillon8LogEntryENS_5LogIdEPKw")(0, L"a line");
+    Find<void(const wchar_t*)>(library, logToFile)(LogPath().c_str());
+    Find<void(int, const wchar_t*)>(library, logEntry)(0, L"a line");
 }
 
 /// Loads the module, has it work, throw, catch and log, and unloads it.
