@@ -1,7 +1,17 @@
 # What the programs around the library link, as targets: pff, sqlite3, gtest, gmock, CLI11::CLI11 and
 # nlohmann_json::nlohmann_json. The library itself depends on none of them. One folder serves all build folders.
+# KIVNST_MAPI_HEADERS_DIR in it has the corrected MAPI headers, in include/, and their notices.
 
 set(KIVNST_DEPS_DIR "${PROJECT_SOURCE_DIR}/build/deps" CACHE PATH "Fetched and built third-party code")
+
+# On Windows the 64-bit MAPI headers of the mail client are used, which need no correction. Elsewhere every compiler uses
+# mingw-w64's.
+if(NOT CMAKE_HOST_WIN32)
+  execute_process(COMMAND "${PROJECT_SOURCE_DIR}/scripts/correct-mapi-headers" "${KIVNST_DEPS_DIR}"
+    COMMAND_ERROR_IS_FATAL ANY)
+  set(KIVNST_MAPI_HEADERS_DIR "${KIVNST_DEPS_DIR}/mapi-headers")
+  target_include_directories(kivnst_options SYSTEM INTERFACE "${KIVNST_MAPI_HEADERS_DIR}/include")
+endif()
 
 if(KIVNST_BUILD_AROUND)
   execute_process(COMMAND "${PROJECT_SOURCE_DIR}/scripts/fetch-dependencies" "${KIVNST_DEPS_DIR}"

@@ -33,6 +33,13 @@ function(kivnst_add_check name target)
   kivnst_register_test(${name} ${target} CHECK ${ARGN})
 endfunction()
 
+# kivnst_add_compile_check(NAME EXPECTED COMPILER ARGUMENT...)
+#   Runs the compiler and expects this part of an error message, or no error where it is empty.
+function(kivnst_add_compile_check name expected)
+  add_test(NAME ${name} COMMAND "${PROJECT_SOURCE_DIR}/scripts/run-compile-check" "${PROJECT_BINARY_DIR}" ${name}
+    "${expected}" ${ARGN})
+endfunction()
+
 # kivnst_compile_quickly(TARGET)
 #   For programs of many tests over doubles: nobody waits for them to run, but for them to compile.
 function(kivnst_compile_quickly target)

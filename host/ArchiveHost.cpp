@@ -30,8 +30,8 @@ public:
     StringW GetProviderDllName() override { return moduleName; }
 
     /// Refuses settings that this host does not know before anything of the call is stored in the profile.
-    void NstServiceEntry(IMalloc* lpMalloc, IMAPISupport* lpMAPISup, Mapi::ProviderUIParam ulUIParam, ULONG ulFlags,
-                         ULONG ulContext, ULONG cValues, SPropValue* lpProps, IProviderAdmin* lpProviderAdmin,
+    void NstServiceEntry(IMalloc* lpMalloc, IMAPISupport* lpMAPISup, ULONG ulUIParam, ULONG ulFlags, ULONG ulContext,
+                         ULONG cValues, SPropValue* lpProps, IProviderAdmin* lpProviderAdmin,
                          MAPIERROR** lppMapiError) override
     {
         for (ULONG index = 0; lpProps && index < cValues; ++index)
@@ -136,7 +136,7 @@ HRESULT AtBoundary(const wchar_t* function, ULONG flags, MAPIERROR** lppMapiErro
 
 /// The message-service entry: MAPI and setup programs call it to create, configure and delete the service in a profile.
 extern "C" HRESULT WINAPI ServiceEntry(HINSTANCE /*hInstance*/, LPMALLOC lpMalloc, LPMAPISUP lpMAPISup,
-                                       Mapi::ProviderUIParam ulUIParam, ULONG ulFlags, ULONG ulContext, ULONG cValues,
+                                       ULONG_PTR ulUIParam, ULONG ulFlags, ULONG ulContext, ULONG cValues,
                                        LPSPropValue lpProps, LPPROVIDERADMIN lpProviderAdmin, LPMAPIERROR* lppMapiError)
 {
     if (lppMapiError)
@@ -144,8 +144,9 @@ extern "C" HRESULT WINAPI ServiceEntry(HINSTANCE /*hInstance*/, LPMALLOC lpMallo
     return AtBoundary(L"ServiceEntry", ulFlags, lppMapiError,
                       [&]
                       {
-                          CArchiveService().NstServiceEntry(lpMalloc, lpMAPISup, ulUIParam, ulFlags, ulContext, cValues,
-                                                            lpProps, lpProviderAdmin, lppMapiError);
+                          // Of a window handle Windows uses the lower 32 bits alone.
+                          CArchiveService().NstServiceEntry(lpMalloc, lpMAPISup, static_cast<ULONG>(ulUIParam), ulFlags,
+                                                            ulContext, cValues, lpProps, lpProviderAdmin, lppMapiError);
                       });
 }
 

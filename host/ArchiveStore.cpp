@@ -88,7 +88,7 @@ STDMETHODIMP CArchiveFolder::CreateMessage(LPCIID lpInterface, ULONG ulFlags, LP
 }
 
 STDMETHODIMP CArchiveFolder::CopyMessages(LPENTRYLIST lpMsgList, LPCIID lpInterface, LPVOID lpDestFolder,
-                                          Mapi::FolderUIParam ulUIParam, LPMAPIPROGRESS lpProgress, ULONG ulFlags)
+                                          ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress, ULONG ulFlags)
 {
     return RefuseOnException(
         [&]
@@ -96,8 +96,8 @@ STDMETHODIMP CArchiveFolder::CopyMessages(LPENTRYLIST lpMsgList, LPCIID lpInterf
         L"ArchiveHost::CArchiveFolder::CopyMessages");
 }
 
-STDMETHODIMP CArchiveFolder::DeleteMessages(LPENTRYLIST lpMsgList, Mapi::FolderUIParam ulUIParam,
-                                            LPMAPIPROGRESS lpProgress, ULONG ulFlags)
+STDMETHODIMP CArchiveFolder::DeleteMessages(LPENTRYLIST lpMsgList, ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress,
+                                            ULONG ulFlags)
 {
     return RefuseOnException([&] { return CReadOnlyFolder::DeleteMessages(lpMsgList, ulUIParam, lpProgress, ulFlags); },
                              L"ArchiveHost::CArchiveFolder::DeleteMessages");
@@ -115,7 +115,7 @@ STDMETHODIMP CArchiveFolder::CreateFolder(ULONG ulFolderType, LPTSTR lpszFolderN
         L"ArchiveHost::CArchiveFolder::CreateFolder");
 }
 
-STDMETHODIMP CArchiveFolder::DeleteFolder(ULONG cbEntryID, LPENTRYID lpEntryID, Mapi::FolderUIParam ulUIParam,
+STDMETHODIMP CArchiveFolder::DeleteFolder(ULONG cbEntryID, LPENTRYID lpEntryID, ULONG_PTR ulUIParam,
                                           LPMAPIPROGRESS lpProgress, ULONG ulFlags)
 {
     return RefuseOnException(
@@ -123,8 +123,8 @@ STDMETHODIMP CArchiveFolder::DeleteFolder(ULONG cbEntryID, LPENTRYID lpEntryID, 
         L"ArchiveHost::CArchiveFolder::DeleteFolder");
 }
 
-STDMETHODIMP CArchiveFolder::SetReadFlags(LPENTRYLIST lpMsgList, Mapi::FolderUIParam ulUIParam,
-                                          LPMAPIPROGRESS lpProgress, ULONG ulFlags)
+STDMETHODIMP CArchiveFolder::SetReadFlags(LPENTRYLIST lpMsgList, ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress,
+                                          ULONG ulFlags)
 {
     return RefuseOnException([&] { return CReadOnlyFolder::SetReadFlags(lpMsgList, ulUIParam, lpProgress, ulFlags); },
                              L"ArchiveHost::CArchiveFolder::SetReadFlags");
@@ -141,7 +141,7 @@ STDMETHODIMP CArchiveFolder::SetMessageStatus(ULONG cbEntryID, LPENTRYID lpEntry
         L"ArchiveHost::CArchiveFolder::SetMessageStatus");
 }
 
-STDMETHODIMP CArchiveFolder::EmptyFolder(Mapi::FolderUIParam ulUIParam, LPMAPIPROGRESS lpProgress, ULONG ulFlags)
+STDMETHODIMP CArchiveFolder::EmptyFolder(ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress, ULONG ulFlags)
 {
     return RefuseOnException([&] { return CReadOnlyFolder::EmptyFolder(ulUIParam, lpProgress, ulFlags); },
                              L"ArchiveHost::CArchiveFolder::EmptyFolder");

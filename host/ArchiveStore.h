@@ -33,20 +33,19 @@ public:
     ~CArchiveFolder() override;
 
     STDMETHODIMP CreateMessage(LPCIID lpInterface, ULONG ulFlags, LPMESSAGE* lppMessage) override;
-    STDMETHODIMP CopyMessages(LPENTRYLIST lpMsgList, LPCIID lpInterface, LPVOID lpDestFolder,
-                              Quillon::Mapi::FolderUIParam ulUIParam, LPMAPIPROGRESS lpProgress,
-                              ULONG ulFlags) override;
-    STDMETHODIMP DeleteMessages(LPENTRYLIST lpMsgList, Quillon::Mapi::FolderUIParam ulUIParam,
-                                LPMAPIPROGRESS lpProgress, ULONG ulFlags) override;
+    STDMETHODIMP CopyMessages(LPENTRYLIST lpMsgList, LPCIID lpInterface, LPVOID lpDestFolder, ULONG_PTR ulUIParam,
+                              LPMAPIPROGRESS lpProgress, ULONG ulFlags) override;
+    STDMETHODIMP DeleteMessages(LPENTRYLIST lpMsgList, ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress,
+                                ULONG ulFlags) override;
     STDMETHODIMP CreateFolder(ULONG ulFolderType, LPTSTR lpszFolderName, LPTSTR lpszFolderComment, LPCIID lpInterface,
                               ULONG ulFlags, LPMAPIFOLDER* lppFolder) override;
-    STDMETHODIMP DeleteFolder(ULONG cbEntryID, LPENTRYID lpEntryID, Quillon::Mapi::FolderUIParam ulUIParam,
-                              LPMAPIPROGRESS lpProgress, ULONG ulFlags) override;
-    STDMETHODIMP SetReadFlags(LPENTRYLIST lpMsgList, Quillon::Mapi::FolderUIParam ulUIParam, LPMAPIPROGRESS lpProgress,
+    STDMETHODIMP DeleteFolder(ULONG cbEntryID, LPENTRYID lpEntryID, ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress,
+                              ULONG ulFlags) override;
+    STDMETHODIMP SetReadFlags(LPENTRYLIST lpMsgList, ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress,
                               ULONG ulFlags) override;
     STDMETHODIMP SetMessageStatus(ULONG cbEntryID, LPENTRYID lpEntryID, ULONG ulNewStatus, ULONG ulNewStatusMask,
                                   ULONG* lpulOldStatus) override;
-    STDMETHODIMP EmptyFolder(Quillon::Mapi::FolderUIParam ulUIParam, LPMAPIPROGRESS lpProgress, ULONG ulFlags) override;
+    STDMETHODIMP EmptyFolder(ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress, ULONG ulFlags) override;
 };
 
 /// A read-only message that gives its attachments wrapped in the library's CNstAttach, where the library's own gives

@@ -78,15 +78,15 @@ STDMETHODIMP CNstAttach::DeleteProps(LPSPropTagArray lpPropTagArray, LPSPropProb
 }
 
 STDMETHODIMP CNstAttach::CopyTo(ULONG ciidExclude, LPCIID rgiidExclude, LPSPropTagArray lpExcludeProps,
-                                Mapi::MessageUIParam ulUIParam, LPMAPIPROGRESS lpProgress, LPCIID lpInterface,
-                                LPVOID lpDestObj, ULONG ulFlags, LPSPropProblemArray* lppProblems)
+                                ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress, LPCIID lpInterface, LPVOID lpDestObj,
+                                ULONG ulFlags, LPSPropProblemArray* lppProblems)
 {
     return PASS_THROUGH(m_attachment, IAttach::CopyTo, MAPI_E_DECLINE_COPY, ciidExclude, rgiidExclude, lpExcludeProps,
                         ulUIParam, lpProgress, lpInterface, lpDestObj, ulFlags, lppProblems);
 }
 
-STDMETHODIMP CNstAttach::CopyProps(LPSPropTagArray lpIncludeProps, Mapi::MessageUIParam ulUIParam,
-                                   LPMAPIPROGRESS lpProgress, LPCIID lpInterface, LPVOID lpDestObj, ULONG ulFlags,
+STDMETHODIMP CNstAttach::CopyProps(LPSPropTagArray lpIncludeProps, ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress,
+                                   LPCIID lpInterface, LPVOID lpDestObj, ULONG ulFlags,
                                    LPSPropProblemArray* lppProblems)
 {
     return PASS_THROUGH(m_attachment, IAttach::CopyProps, MAPI_E_DECLINE_COPY, lpIncludeProps, ulUIParam, lpProgress,

@@ -95,15 +95,15 @@ STDMETHODIMP CNstMapiFolder::DeleteProps(LPSPropTagArray lpPropTagArray, LPSProp
 }
 
 STDMETHODIMP CNstMapiFolder::CopyTo(ULONG ciidExclude, LPCIID rgiidExclude, LPSPropTagArray lpExcludeProps,
-                                    Mapi::FolderUIParam ulUIParam, LPMAPIPROGRESS lpProgress, LPCIID lpInterface,
+                                    ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress, LPCIID lpInterface,
                                     LPVOID lpDestObj, ULONG ulFlags, LPSPropProblemArray* lppProblems)
 {
     return PASS_THROUGH(m_folder, IMAPIFolder::CopyTo, S_OK, ciidExclude, rgiidExclude, lpExcludeProps, ulUIParam,
                         lpProgress, lpInterface, lpDestObj, ulFlags, lppProblems);
 }
 
-STDMETHODIMP CNstMapiFolder::CopyProps(LPSPropTagArray lpIncludeProps, Mapi::FolderUIParam ulUIParam,
-                                       LPMAPIPROGRESS lpProgress, LPCIID lpInterface, LPVOID lpDestObj, ULONG ulFlags,
+STDMETHODIMP CNstMapiFolder::CopyProps(LPSPropTagArray lpIncludeProps, ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress,
+                                       LPCIID lpInterface, LPVOID lpDestObj, ULONG ulFlags,
                                        LPSPropProblemArray* lppProblems)
 {
     return PASS_THROUGH(m_folder, IMAPIFolder::CopyProps, S_OK, lpIncludeProps, ulUIParam, lpProgress, lpInterface,
@@ -202,14 +202,14 @@ STDMETHODIMP CNstMapiFolder::CreateMessage(LPCIID lpInterface, ULONG ulFlags, LP
 }
 
 STDMETHODIMP CNstMapiFolder::CopyMessages(LPENTRYLIST lpMsgList, LPCIID lpInterface, LPVOID lpDestFolder,
-                                          Mapi::FolderUIParam ulUIParam, LPMAPIPROGRESS lpProgress, ULONG ulFlags)
+                                          ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress, ULONG ulFlags)
 {
     return PASS_THROUGH(m_folder, IMAPIFolder::CopyMessages, MAPI_E_DECLINE_COPY, lpMsgList, lpInterface, lpDestFolder,
                         ulUIParam, lpProgress, ulFlags);
 }
 
-STDMETHODIMP CNstMapiFolder::DeleteMessages(LPENTRYLIST lpMsgList, Mapi::FolderUIParam ulUIParam,
-                                            LPMAPIPROGRESS lpProgress, ULONG ulFlags)
+STDMETHODIMP CNstMapiFolder::DeleteMessages(LPENTRYLIST lpMsgList, ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress,
+                                            ULONG ulFlags)
 {
     return PASS_THROUGH(m_folder, IMAPIFolder::DeleteMessages, S_OK, lpMsgList, ulUIParam, lpProgress, ulFlags);
 }
@@ -237,8 +237,8 @@ STDMETHODIMP CNstMapiFolder::CreateFolder(ULONG ulFolderType, LPTSTR lpszFolderN
 }
 
 STDMETHODIMP CNstMapiFolder::CopyFolder(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, LPVOID lpDestFolder,
-                                        LPTSTR lpszNewFolderName, Mapi::FolderUIParam ulUIParam,
-                                        LPMAPIPROGRESS lpProgress, ULONG ulFlags)
+                                        LPTSTR lpszNewFolderName, ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress,
+                                        ULONG ulFlags)
 {
     // What is handed over lives as long as the call.
     const ATL::CComQIPtr<IMAPIFolder> self(this);
@@ -248,15 +248,15 @@ STDMETHODIMP CNstMapiFolder::CopyFolder(ULONG cbEntryID, LPENTRYID lpEntryID, LP
                         lpEntryID, lpInterface, lpDestFolder, lpszNewFolderName, ulUIParam, lpProgress, ulFlags);
 }
 
-STDMETHODIMP CNstMapiFolder::DeleteFolder(ULONG cbEntryID, LPENTRYID lpEntryID, Mapi::FolderUIParam ulUIParam,
+STDMETHODIMP CNstMapiFolder::DeleteFolder(ULONG cbEntryID, LPENTRYID lpEntryID, ULONG_PTR ulUIParam,
                                           LPMAPIPROGRESS lpProgress, ULONG ulFlags)
 {
     return PASS_THROUGH(m_folder, IMAPIFolder::DeleteFolder, S_OK, cbEntryID, lpEntryID, ulUIParam, lpProgress,
                         ulFlags);
 }
 
-STDMETHODIMP CNstMapiFolder::SetReadFlags(LPENTRYLIST lpMsgList, Mapi::FolderUIParam ulUIParam,
-                                          LPMAPIPROGRESS lpProgress, ULONG ulFlags)
+STDMETHODIMP CNstMapiFolder::SetReadFlags(LPENTRYLIST lpMsgList, ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress,
+                                          ULONG ulFlags)
 {
     return PASS_THROUGH(m_folder, IMAPIFolder::SetReadFlags, S_OK, lpMsgList, ulUIParam, lpProgress, ulFlags);
 }
@@ -280,7 +280,7 @@ STDMETHODIMP CNstMapiFolder::SaveContentsSort(LPSSortOrderSet lpSortCriteria, UL
     return PASS_THROUGH(m_folder, IMAPIFolder::SaveContentsSort, S_OK, lpSortCriteria, ulFlags);
 }
 
-STDMETHODIMP CNstMapiFolder::EmptyFolder(Mapi::FolderUIParam ulUIParam, LPMAPIPROGRESS lpProgress, ULONG ulFlags)
+STDMETHODIMP CNstMapiFolder::EmptyFolder(ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress, ULONG ulFlags)
 {
     return PASS_THROUGH(m_folder, IMAPIFolder::EmptyFolder, S_OK, ulUIParam, lpProgress, ulFlags);
 }

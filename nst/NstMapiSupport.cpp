@@ -184,22 +184,20 @@ STDMETHODIMP CNstMapiSupport::GetOneOffTable(ULONG ulFlags, LPMAPITABLE* lppTabl
     return PASS_THROUGH(m_support, IMAPISupport::GetOneOffTable, S_OK, ulFlags, lppTable);
 }
 
-STDMETHODIMP CNstMapiSupport::Address(Mapi::SupportUIParamPointer lpulUIParam, LPADRPARM lpAdrParms,
-                                      LPADRLIST* lppAdrList)
+STDMETHODIMP CNstMapiSupport::Address(ULONG_PTR* lpulUIParam, LPADRPARM lpAdrParms, LPADRLIST* lppAdrList)
 {
     return PASS_THROUGH(m_support, IMAPISupport::Address, S_OK, lpulUIParam, lpAdrParms, lppAdrList);
 }
 
-STDMETHODIMP CNstMapiSupport::Details(Mapi::SupportUIParamPointer lpulUIParam, LPFNDISMISS lpfnDismiss,
-                                      LPVOID lpvDismissContext, ULONG cbEntryID, LPENTRYID lpEntryID,
-                                      LPFNBUTTON lpfButtonCallback, LPVOID lpvButtonContext, LPTSTR lpszButtonText,
-                                      ULONG ulFlags)
+STDMETHODIMP CNstMapiSupport::Details(ULONG_PTR* lpulUIParam, LPFNDISMISS lpfnDismiss, LPVOID lpvDismissContext,
+                                      ULONG cbEntryID, LPENTRYID lpEntryID, LPFNBUTTON lpfButtonCallback,
+                                      LPVOID lpvButtonContext, LPTSTR lpszButtonText, ULONG ulFlags)
 {
     return PASS_THROUGH(m_support, IMAPISupport::Details, S_OK, lpulUIParam, lpfnDismiss, lpvDismissContext, cbEntryID,
                         lpEntryID, lpfButtonCallback, lpvButtonContext, lpszButtonText, ulFlags);
 }
 
-STDMETHODIMP CNstMapiSupport::NewEntry(Mapi::SupportUIParam ulUIParam, ULONG ulFlags, ULONG cbEIDContainer,
+STDMETHODIMP CNstMapiSupport::NewEntry(ULONG_PTR ulUIParam, ULONG ulFlags, ULONG cbEIDContainer,
                                        LPENTRYID lpEIDContainer, ULONG cbEIDNewEntryTpl, LPENTRYID lpEIDNewEntryTpl,
                                        ULONG* lpcbEIDNewEntry, LPENTRYID* lppEIDNewEntry)
 {
@@ -207,7 +205,7 @@ STDMETHODIMP CNstMapiSupport::NewEntry(Mapi::SupportUIParam ulUIParam, ULONG ulF
                         cbEIDNewEntryTpl, lpEIDNewEntryTpl, lpcbEIDNewEntry, lppEIDNewEntry);
 }
 
-STDMETHODIMP CNstMapiSupport::DoConfigPropsheet(Mapi::SupportUIParam ulUIParam, ULONG ulFlags, LPTSTR lpszTitle,
+STDMETHODIMP CNstMapiSupport::DoConfigPropsheet(ULONG_PTR ulUIParam, ULONG ulFlags, LPTSTR lpszTitle,
                                                 LPMAPITABLE lpDisplayTable, LPMAPIPROP lpCOnfigData, ULONG ulTopPage)
 {
     return PASS_THROUGH(m_support, IMAPISupport::DoConfigPropsheet, S_OK, ulUIParam, ulFlags, lpszTitle, lpDisplayTable,
@@ -215,7 +213,7 @@ STDMETHODIMP CNstMapiSupport::DoConfigPropsheet(Mapi::SupportUIParam ulUIParam, 
 }
 
 STDMETHODIMP CNstMapiSupport::CopyMessages(LPCIID lpSrcInterface, LPVOID lpSrcFolder, LPENTRYLIST lpMsgList,
-                                           LPCIID lpDestInterface, LPVOID lpDestFolder, Mapi::SupportUIParam ulUIParam,
+                                           LPCIID lpDestInterface, LPVOID lpDestFolder, ULONG_PTR ulUIParam,
                                            LPMAPIPROGRESS lpProgress, ULONG ulFlags)
 {
     return PASS_THROUGH(m_support, IMAPISupport::CopyMessages, S_OK, lpSrcInterface, lpSrcFolder, lpMsgList,
@@ -224,33 +222,31 @@ STDMETHODIMP CNstMapiSupport::CopyMessages(LPCIID lpSrcInterface, LPVOID lpSrcFo
 
 STDMETHODIMP CNstMapiSupport::CopyFolder(LPCIID lpSrcInterface, LPVOID lpSrcFolder, ULONG cbEntryID,
                                          LPENTRYID lpEntryID, LPCIID lpDestInterface, LPVOID lpDestFolder,
-                                         LPTSTR lszNewFolderName, Mapi::SupportUIParam ulUIParam,
-                                         LPMAPIPROGRESS lpProgress, ULONG ulFlags)
+                                         LPTSTR lszNewFolderName, ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress,
+                                         ULONG ulFlags)
 {
     return PASS_THROUGH(m_support, IMAPISupport::CopyFolder, S_OK, lpSrcInterface, lpSrcFolder, cbEntryID, lpEntryID,
                         lpDestInterface, lpDestFolder, lszNewFolderName, ulUIParam, lpProgress, ulFlags);
 }
 
 STDMETHODIMP CNstMapiSupport::DoCopyTo(LPCIID lpSrcInterface, LPVOID lpSrcObj, ULONG ciidExclude, LPCIID rgiidExclude,
-                                       LPSPropTagArray lpExcludeProps, Mapi::SupportUIParam ulUIParam,
-                                       LPMAPIPROGRESS lpProgress, LPCIID lpDestInterface, LPVOID lpDestObj,
-                                       ULONG ulFlags, LPSPropProblemArray* lppProblems)
+                                       LPSPropTagArray lpExcludeProps, ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress,
+                                       LPCIID lpDestInterface, LPVOID lpDestObj, ULONG ulFlags,
+                                       LPSPropProblemArray* lppProblems)
 {
     return PASS_THROUGH(m_support, IMAPISupport::DoCopyTo, S_OK, lpSrcInterface, lpSrcObj, ciidExclude, rgiidExclude,
                         lpExcludeProps, ulUIParam, lpProgress, lpDestInterface, lpDestObj, ulFlags, lppProblems);
 }
 
 STDMETHODIMP CNstMapiSupport::DoCopyProps(LPCIID lpSrcInterface, LPVOID lpSrcObj, LPSPropTagArray lpIncludeProps,
-                                          Mapi::SupportUIParam ulUIParam, LPMAPIPROGRESS lpProgress,
-                                          LPCIID lpDestInterface, LPVOID lpDestObj, ULONG ulFlags,
-                                          LPSPropProblemArray* lppProblems)
+                                          ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress, LPCIID lpDestInterface,
+                                          LPVOID lpDestObj, ULONG ulFlags, LPSPropProblemArray* lppProblems)
 {
     return PASS_THROUGH(m_support, IMAPISupport::DoCopyProps, S_OK, lpSrcInterface, lpSrcObj, lpIncludeProps, ulUIParam,
                         lpProgress, lpDestInterface, lpDestObj, ulFlags, lppProblems);
 }
 
-STDMETHODIMP CNstMapiSupport::DoProgressDialog(Mapi::SupportUIParam ulUIParam, ULONG ulFlags,
-                                               LPMAPIPROGRESS* lppProgress)
+STDMETHODIMP CNstMapiSupport::DoProgressDialog(ULONG_PTR ulUIParam, ULONG ulFlags, LPMAPIPROGRESS* lppProgress)
 {
     return PASS_THROUGH(m_support, IMAPISupport::DoProgressDialog, S_OK, ulUIParam, ulFlags, lppProgress);
 }

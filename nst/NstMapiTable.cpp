@@ -31,12 +31,12 @@ STDMETHODIMP CNstMapiTable::GetLastError(HRESULT hResult, ULONG ulFlags, LPMAPIE
     return PASS_THROUGH(m_table, IMAPITable::GetLastError, S_OK, hResult, ulFlags, lppMAPIError);
 }
 
-STDMETHODIMP CNstMapiTable::Advise(ULONG ulEventMask, LPMAPIADVISESINK lpAdviseSink, ULONG* lpulConnection)
+STDMETHODIMP CNstMapiTable::Advise(ULONG ulEventMask, LPMAPIADVISESINK lpAdviseSink, ULONG_PTR* lpulConnection)
 {
     return PASS_THROUGH(m_table, IMAPITable::Advise, S_OK, ulEventMask, lpAdviseSink, lpulConnection);
 }
 
-STDMETHODIMP CNstMapiTable::Unadvise(ULONG ulConnection)
+STDMETHODIMP CNstMapiTable::Unadvise(ULONG_PTR ulConnection)
 {
     return PASS_THROUGH(m_table, IMAPITable::Unadvise, S_OK, ulConnection);
 }

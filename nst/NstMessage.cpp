@@ -79,15 +79,15 @@ STDMETHODIMP CNstMessage::DeleteProps(LPSPropTagArray lpPropTagArray, LPSPropPro
 }
 
 STDMETHODIMP CNstMessage::CopyTo(ULONG ciidExclude, LPCIID rgiidExclude, LPSPropTagArray lpExcludeProps,
-                                 Mapi::MessageUIParam ulUIParam, LPMAPIPROGRESS lpProgress, LPCIID lpInterface,
-                                 LPVOID lpDestObj, ULONG ulFlags, LPSPropProblemArray* lppProblems)
+                                 ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress, LPCIID lpInterface, LPVOID lpDestObj,
+                                 ULONG ulFlags, LPSPropProblemArray* lppProblems)
 {
     return PASS_THROUGH(m_message, IMessage::CopyTo, MAPI_E_DECLINE_COPY, ciidExclude, rgiidExclude, lpExcludeProps,
                         ulUIParam, lpProgress, lpInterface, lpDestObj, ulFlags, lppProblems);
 }
 
-STDMETHODIMP CNstMessage::CopyProps(LPSPropTagArray lpIncludeProps, Mapi::MessageUIParam ulUIParam,
-                                    LPMAPIPROGRESS lpProgress, LPCIID lpInterface, LPVOID lpDestObj, ULONG ulFlags,
+STDMETHODIMP CNstMessage::CopyProps(LPSPropTagArray lpIncludeProps, ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress,
+                                    LPCIID lpInterface, LPVOID lpDestObj, ULONG ulFlags,
                                     LPSPropProblemArray* lppProblems)
 {
     return PASS_THROUGH(m_message, IMessage::CopyProps, MAPI_E_DECLINE_COPY, lpIncludeProps, ulUIParam, lpProgress,
@@ -123,7 +123,7 @@ STDMETHODIMP CNstMessage::CreateAttach(LPCIID lpInterface, ULONG ulFlags, ULONG*
     return PASS_THROUGH(m_message, IMessage::CreateAttach, S_OK, lpInterface, ulFlags, lpulAttachmentNum, lppAttach);
 }
 
-STDMETHODIMP CNstMessage::DeleteAttach(ULONG ulAttachmentNum, Mapi::MessageUIParam ulUIParam, LPMAPIPROGRESS lpProgress,
+STDMETHODIMP CNstMessage::DeleteAttach(ULONG ulAttachmentNum, ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress,
                                        ULONG ulFlags)
 {
     return PASS_THROUGH(m_message, IMessage::DeleteAttach, S_OK, ulAttachmentNum, ulUIParam, lpProgress, ulFlags);

@@ -167,8 +167,8 @@ void AddIdentity(Mapi::SPropValueVector& properties, const WrappedEntryId& wrapp
 
 } // namespace
 
-void CNstMessageService::NstServiceEntry(IMalloc* lpMalloc, IMAPISupport* lpMAPISup, Mapi::ProviderUIParam ulUIParam,
-                                         ULONG ulFlags, ULONG ulContext, ULONG cValues, SPropValue* lpProps,
+void CNstMessageService::NstServiceEntry(IMalloc* lpMalloc, IMAPISupport* lpMAPISup, ULONG ulUIParam, ULONG ulFlags,
+                                         ULONG ulContext, ULONG cValues, SPropValue* lpProps,
                                          IProviderAdmin* lpProviderAdmin, MAPIERROR** lppMapiError)
 {
     constexpr auto function = L"Quillon::Nst::CNstMessageService::NstServiceEntry";

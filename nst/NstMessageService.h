@@ -31,9 +31,9 @@ public:
     /// The message-service entry. Stores the caller's values in the service's profile section, calls the PST module's
     /// entry with a wrapped support object and, on MSG_SERVICE_CONFIGURE, gives the store its identity. `lppMapiError`
     /// may be null; what is stored there the caller frees with MAPIFreeBuffer.
-    virtual void NstServiceEntry(IMalloc* lpMalloc, IMAPISupport* lpMAPISup, Mapi::ProviderUIParam ulUIParam,
-                                 ULONG ulFlags, ULONG ulContext, ULONG cValues, SPropValue* lpProps,
-                                 IProviderAdmin* lpProviderAdmin, MAPIERROR** lppMapiError);
+    virtual void NstServiceEntry(IMalloc* lpMalloc, IMAPISupport* lpMAPISup, ULONG ulUIParam, ULONG ulFlags,
+                                 ULONG ulContext, ULONG cValues, SPropValue* lpProps, IProviderAdmin* lpProviderAdmin,
+                                 MAPIERROR** lppMapiError);
 
     /// The provider initialisation. Lets the PST module make its provider and gives MAPI, instead of it, what
     /// CreateMsProvider makes over it. On failure `*lppMSProvider` is null.

@@ -40,10 +40,10 @@ STDMETHODIMP CNstMsProvider::Shutdown(ULONG* lpulFlags)
     return PASS_THROUGH_COM(m_provider, IMSProvider::Shutdown, S_OK, lpulFlags);
 }
 
-STDMETHODIMP CNstMsProvider::Logon(LPMAPISUP lpMAPISup, Mapi::ProviderUIParam ulUIParam, LPTSTR lpszProfileName,
-                                   ULONG cbEntryID, LPENTRYID lpEntryID, ULONG ulFlags, LPCIID lpInterface,
-                                   ULONG* lpcbSpoolSecurity, LPBYTE* lppbSpoolSecurity, LPMAPIERROR* lppMAPIError,
-                                   LPMSLOGON* lppMSLogon, LPMDB* lppMDB)
+STDMETHODIMP CNstMsProvider::Logon(LPMAPISUP lpMAPISup, ULONG_PTR ulUIParam, LPTSTR lpszProfileName, ULONG cbEntryID,
+                                   LPENTRYID lpEntryID, ULONG ulFlags, LPCIID lpInterface, ULONG* lpcbSpoolSecurity,
+                                   LPBYTE* lppbSpoolSecurity, LPMAPIERROR* lppMAPIError, LPMSLOGON* lppMSLogon,
+                                   LPMDB* lppMDB)
 {
     constexpr auto function = L"Quillon::Nst::CNstMsProvider::Logon";
     try
@@ -81,7 +81,7 @@ STDMETHODIMP CNstMsProvider::Logon(LPMAPISUP lpMAPISup, Mapi::ProviderUIParam ul
     }
 }
 
-STDMETHODIMP CNstMsProvider::SpoolerLogon(LPMAPISUP lpMAPISup, Mapi::ProviderUIParam ulUIParam, LPTSTR lpszProfileName,
+STDMETHODIMP CNstMsProvider::SpoolerLogon(LPMAPISUP lpMAPISup, ULONG_PTR ulUIParam, LPTSTR lpszProfileName,
                                           ULONG cbEntryID, LPENTRYID lpEntryID, ULONG ulFlags, LPCIID lpInterface,
                                           ULONG cbSpoolSecurity, LPBYTE lpbSpoolSecurity, LPMAPIERROR* lppMAPIError,
                                           LPMSLOGON* lppMSLogon, LPMDB* lppMDB)

@@ -172,15 +172,15 @@ STDMETHODIMP CNstMsgStore::DeleteProps(LPSPropTagArray lpPropTagArray, LPSPropPr
 }
 
 STDMETHODIMP CNstMsgStore::CopyTo(ULONG ciidExclude, LPCIID rgiidExclude, LPSPropTagArray lpExcludeProps,
-                                  Mapi::FolderUIParam ulUIParam, LPMAPIPROGRESS lpProgress, LPCIID lpInterface,
-                                  LPVOID lpDestObj, ULONG ulFlags, LPSPropProblemArray* lppProblems)
+                                  ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress, LPCIID lpInterface, LPVOID lpDestObj,
+                                  ULONG ulFlags, LPSPropProblemArray* lppProblems)
 {
     return PASS_THROUGH(m_store, IMsgStore::CopyTo, S_OK, ciidExclude, rgiidExclude, lpExcludeProps, ulUIParam,
                         lpProgress, lpInterface, lpDestObj, ulFlags, lppProblems);
 }
 
-STDMETHODIMP CNstMsgStore::CopyProps(LPSPropTagArray lpIncludeProps, Mapi::FolderUIParam ulUIParam,
-                                     LPMAPIPROGRESS lpProgress, LPCIID lpInterface, LPVOID lpDestObj, ULONG ulFlags,
+STDMETHODIMP CNstMsgStore::CopyProps(LPSPropTagArray lpIncludeProps, ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress,
+                                     LPCIID lpInterface, LPVOID lpDestObj, ULONG ulFlags,
                                      LPSPropProblemArray* lppProblems)
 {
     return PASS_THROUGH(m_store, IMsgStore::CopyProps, S_OK, lpIncludeProps, ulUIParam, lpProgress, lpInterface,
@@ -202,13 +202,13 @@ STDMETHODIMP CNstMsgStore::GetIDsFromNames(ULONG cPropNames, LPMAPINAMEID* lppPr
 }
 
 STDMETHODIMP CNstMsgStore::Advise(ULONG cbEntryID, LPENTRYID lpEntryID, ULONG ulEventMask,
-                                  LPMAPIADVISESINK lpAdviseSink, ULONG* lpulConnection)
+                                  LPMAPIADVISESINK lpAdviseSink, ULONG_PTR* lpulConnection)
 {
     return PASS_THROUGH(m_store, IMsgStore::Advise, S_OK, cbEntryID, lpEntryID, ulEventMask, lpAdviseSink,
                         lpulConnection);
 }
 
-STDMETHODIMP CNstMsgStore::Unadvise(ULONG ulConnection)
+STDMETHODIMP CNstMsgStore::Unadvise(ULONG_PTR ulConnection)
 {
     return PASS_THROUGH(m_store, IMsgStore::Unadvise, S_OK, ulConnection);
 }

@@ -77,7 +77,7 @@ STDMETHODIMP CReadOnlyFolder::CreateMessage(LPCIID lpInterface, ULONG ulFlags, L
 }
 
 STDMETHODIMP CReadOnlyFolder::CopyMessages(LPENTRYLIST lpMsgList, LPCIID lpInterface, LPVOID lpDestFolder,
-                                           Mapi::FolderUIParam ulUIParam, LPMAPIPROGRESS lpProgress, ULONG ulFlags)
+                                           ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress, ULONG ulFlags)
 {
     // A copy changes nothing here; only a move does.
     if (GetModifyStores() || !(ulFlags & MESSAGE_MOVE))
@@ -86,8 +86,8 @@ STDMETHODIMP CReadOnlyFolder::CopyMessages(LPENTRYLIST lpMsgList, LPCIID lpInter
         L"IMAPIFolder::CopyMessages called with MESSAGE_MOVE on read-only folder; returning MAPI_E_NO_ACCESS: ");
 }
 
-STDMETHODIMP CReadOnlyFolder::DeleteMessages(LPENTRYLIST lpMsgList, Mapi::FolderUIParam ulUIParam,
-                                             LPMAPIPROGRESS lpProgress, ULONG ulFlags)
+STDMETHODIMP CReadOnlyFolder::DeleteMessages(LPENTRYLIST lpMsgList, ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress,
+                                             ULONG ulFlags)
 {
     if (GetModifyStores())
         return CNstMapiFolder::DeleteMessages(lpMsgList, ulUIParam, lpProgress, ulFlags);
@@ -105,7 +105,7 @@ STDMETHODIMP CReadOnlyFolder::CreateFolder(ULONG ulFolderType, LPTSTR lpszFolder
     return RefuseNamingFolder(L"IMAPIFolder::CreateFolder called on read-only folder; returning MAPI_E_NO_ACCESS: ");
 }
 
-STDMETHODIMP CReadOnlyFolder::DeleteFolder(ULONG cbEntryID, LPENTRYID lpEntryID, Mapi::FolderUIParam ulUIParam,
+STDMETHODIMP CReadOnlyFolder::DeleteFolder(ULONG cbEntryID, LPENTRYID lpEntryID, ULONG_PTR ulUIParam,
                                            LPMAPIPROGRESS lpProgress, ULONG ulFlags)
 {
     if (GetModifyStores())
@@ -113,8 +113,8 @@ STDMETHODIMP CReadOnlyFolder::DeleteFolder(ULONG cbEntryID, LPENTRYID lpEntryID,
     return RefuseNamingFolder(L"IMAPIFolder::DeleteFolder called on read-only folder; returning MAPI_E_NO_ACCESS: ");
 }
 
-STDMETHODIMP CReadOnlyFolder::SetReadFlags(LPENTRYLIST lpMsgList, Mapi::FolderUIParam ulUIParam,
-                                           LPMAPIPROGRESS lpProgress, ULONG ulFlags)
+STDMETHODIMP CReadOnlyFolder::SetReadFlags(LPENTRYLIST lpMsgList, ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress,
+                                           ULONG ulFlags)
 {
     if (GetModifyStores())
         return CNstMapiFolder::SetReadFlags(lpMsgList, ulUIParam, lpProgress, ulFlags);
@@ -130,7 +130,7 @@ STDMETHODIMP CReadOnlyFolder::SetMessageStatus(ULONG cbEntryID, LPENTRYID lpEntr
         L"IMAPIFolder::SetMessageStatus called on read-only folder; returning MAPI_E_NO_ACCESS: ");
 }
 
-STDMETHODIMP CReadOnlyFolder::EmptyFolder(Mapi::FolderUIParam ulUIParam, LPMAPIPROGRESS lpProgress, ULONG ulFlags)
+STDMETHODIMP CReadOnlyFolder::EmptyFolder(ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress, ULONG ulFlags)
 {
     if (GetModifyStores())
         return CNstMapiFolder::EmptyFolder(ulUIParam, lpProgress, ulFlags);

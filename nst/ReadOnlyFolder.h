@@ -25,19 +25,19 @@ public:
     STDMETHODIMP SetProps(ULONG cValues, LPSPropValue lpPropArray, LPSPropProblemArray* lppProblems) override;
     STDMETHODIMP DeleteProps(LPSPropTagArray lpPropTagArray, LPSPropProblemArray* lppProblems) override;
     STDMETHODIMP CreateMessage(LPCIID lpInterface, ULONG ulFlags, LPMESSAGE* lppMessage) override;
-    STDMETHODIMP CopyMessages(LPENTRYLIST lpMsgList, LPCIID lpInterface, LPVOID lpDestFolder,
-                              Mapi::FolderUIParam ulUIParam, LPMAPIPROGRESS lpProgress, ULONG ulFlags) override;
-    STDMETHODIMP DeleteMessages(LPENTRYLIST lpMsgList, Mapi::FolderUIParam ulUIParam, LPMAPIPROGRESS lpProgress,
+    STDMETHODIMP CopyMessages(LPENTRYLIST lpMsgList, LPCIID lpInterface, LPVOID lpDestFolder, ULONG_PTR ulUIParam,
+                              LPMAPIPROGRESS lpProgress, ULONG ulFlags) override;
+    STDMETHODIMP DeleteMessages(LPENTRYLIST lpMsgList, ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress,
                                 ULONG ulFlags) override;
     STDMETHODIMP CreateFolder(ULONG ulFolderType, LPTSTR lpszFolderName, LPTSTR lpszFolderComment, LPCIID lpInterface,
                               ULONG ulFlags, LPMAPIFOLDER* lppFolder) override;
-    STDMETHODIMP DeleteFolder(ULONG cbEntryID, LPENTRYID lpEntryID, Mapi::FolderUIParam ulUIParam,
-                              LPMAPIPROGRESS lpProgress, ULONG ulFlags) override;
-    STDMETHODIMP SetReadFlags(LPENTRYLIST lpMsgList, Mapi::FolderUIParam ulUIParam, LPMAPIPROGRESS lpProgress,
+    STDMETHODIMP DeleteFolder(ULONG cbEntryID, LPENTRYID lpEntryID, ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress,
+                              ULONG ulFlags) override;
+    STDMETHODIMP SetReadFlags(LPENTRYLIST lpMsgList, ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress,
                               ULONG ulFlags) override;
     STDMETHODIMP SetMessageStatus(ULONG cbEntryID, LPENTRYID lpEntryID, ULONG ulNewStatus, ULONG ulNewStatusMask,
                                   ULONG* lpulOldStatus) override;
-    STDMETHODIMP EmptyFolder(Mapi::FolderUIParam ulUIParam, LPMAPIPROGRESS lpProgress, ULONG ulFlags) override;
+    STDMETHODIMP EmptyFolder(ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress, ULONG ulFlags) override;
 
 protected:
     void OverrideFolderProperties(SPropValue* lpPropArray, ULONG cValues) override;

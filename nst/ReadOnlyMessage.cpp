@@ -64,8 +64,8 @@ STDMETHODIMP CReadOnlyMessage::CreateAttach(LPCIID lpInterface, ULONG ulFlags, U
     return Refuse(L"IMessage::CreateAttach called on read-only archive store message; returning MAPI_E_NO_ACCESS");
 }
 
-STDMETHODIMP CReadOnlyMessage::DeleteAttach(ULONG ulAttachmentNum, Mapi::MessageUIParam ulUIParam,
-                                            LPMAPIPROGRESS lpProgress, ULONG ulFlags)
+STDMETHODIMP CReadOnlyMessage::DeleteAttach(ULONG ulAttachmentNum, ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress,
+                                            ULONG ulFlags)
 {
     if (GetModifyStores())
         return CNstMessage::DeleteAttach(ulAttachmentNum, ulUIParam, lpProgress, ulFlags);

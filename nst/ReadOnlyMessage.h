@@ -25,7 +25,7 @@ public:
     STDMETHODIMP OpenAttach(ULONG ulAttachmentNum, LPCIID lpInterface, ULONG ulFlags, LPATTACH* lppAttach) override;
     STDMETHODIMP CreateAttach(LPCIID lpInterface, ULONG ulFlags, ULONG* lpulAttachmentNum,
                               LPATTACH* lppAttach) override;
-    STDMETHODIMP DeleteAttach(ULONG ulAttachmentNum, Mapi::MessageUIParam ulUIParam, LPMAPIPROGRESS lpProgress,
+    STDMETHODIMP DeleteAttach(ULONG ulAttachmentNum, ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress,
                               ULONG ulFlags) override;
     STDMETHODIMP ModifyRecipients(ULONG ulFlags, LPADRLIST lpMods) override;
     STDMETHODIMP SubmitMessage(ULONG ulFlags) override;

@@ -8,6 +8,9 @@
 
 // Not every method of the library keeps its exceptions in: the headers must not promise that COM methods do.
 #ifndef COM_STDMETHOD_CAN_THROW
+#ifdef COM_DECLSPEC_NOTHROW
+#error "The COM headers promise that no method throws: define COM_STDMETHOD_CAN_THROW before windows.h is included."
+#endif
 #define COM_STDMETHOD_CAN_THROW
 #endif
 
@@ -20,6 +23,12 @@
 #include <mapiguid.h>
 #include <mapispi.h>
 #include <mapitags.h>
+
+#include <type_traits>
+
+#if defined(__MINGW64_VERSION_MAJOR) && !defined(MAPI_TYPES_ARE_64_BIT)
+#error "mingw-w64's MAPI headers cut window handles and bookmarks to 32 bits: put the corrected copies before them."
+#endif
 
 // Property tags that the MAPI headers do not define.
 #ifndef PR_STORE_UNICODE_MASK
@@ -64,28 +73,18 @@
 #define MDB_OST_LOGON_ANSI (static_cast<ULONG>(0x00001000))
 #endif
 
-namespace Quillon::Mapi
-{
-
-template <class Method>
-struct ParametersOf;
-template <class Result, class Object, class First, class Second, class... Rest, bool NeverThrows>
-struct ParametersOf<Result (STDMETHODCALLTYPE Object::*)(First, Second, Rest...) noexcept(NeverThrows)>
-{
-    using FirstType = First;
-    using SecondType = Second;
-};
-
-/// The type of a `ulUIParam` argument: the headers of 64-bit mail clients declare it ULONG_PTR, others ULONG. It is
-/// taken from the header in use, so that a window handle is never cut short where the header gives it 64 bits. Not
-/// every method agrees with the others, so each group of methods has a name of its own.
-using ProviderUIParam = ParametersOf<decltype(&IMSProvider::Logon)>::SecondType;
-using SupportUIParam = ParametersOf<decltype(&IMAPISupport::DoConfigPropsheet)>::FirstType;
-using SupportUIParamPointer = ParametersOf<decltype(&IMAPISupport::Address)>::FirstType;
-using FolderUIParam = ParametersOf<decltype(&IMAPIFolder::DeleteMessages)>::SecondType;
-using MessageUIParam = ParametersOf<decltype(&IMessage::DeleteAttach)>::SecondType;
-
-} // namespace Quillon::Mapi
+// Whatever the headers are, and whatever was defined after the first of them.
+#define KIVNST_TEXT(...) #__VA_ARGS__
+#define KIVNST_EXPANDED_TEXT(...) KIVNST_TEXT(__VA_ARGS__)
+static_assert(sizeof(KIVNST_EXPANDED_TEXT(COM_DECLSPEC_NOTHROW)) == 1,
+              "The COM headers promise that no method throws: define COM_STDMETHOD_CAN_THROW for the whole build.");
+#undef KIVNST_EXPANDED_TEXT
+#undef KIVNST_TEXT
+static_assert(std::is_same_v<BOOKMARK, ULONG_PTR> &&
+                  std::is_same_v<decltype(&IMsgStore::Unadvise), HRESULT (STDMETHODCALLTYPE IMsgStore::*)(ULONG_PTR)> &&
+                  std::is_same_v<decltype(&IMAPISupport::DoProgressDialog),
+                                 HRESULT (STDMETHODCALLTYPE IMAPISupport::*)(ULONG_PTR, ULONG, LPMAPIPROGRESS*)>,
+              "The MAPI headers have the types of 32-bit clients: use those of 64-bit ones.");
 
 // The MAPI headers attach no identifier to their interfaces; counted interface pointers want one.
 #if defined(_MSC_VER)

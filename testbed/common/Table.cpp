@@ -1,6 +1,8 @@
 // The table engine: columns, order, filter, position and bookmarks over a source of rows.
 #include "testbed/common/Table.h"
 
+#include "testbed/common/AddressNumbers.h"
+
 #include <algorithm>
 #include <cstdlib>
 #include <numeric>
@@ -9,9 +11,6 @@ namespace Testbed
 {
 namespace
 {
-// The first bookmark number behind MAPI's predefined ones.
-constexpr BOOKMARK firstBookmark = BOOKMARK_END + 1;
-
 template <class T>
 void CheckOutput(T* place)
 {
@@ -247,9 +246,9 @@ private:
     std::uint64_t m_generation;
     Mark m_position;
     std::map<BOOKMARK, Mark> m_bookmarks;
-    BOOKMARK m_nextBookmark = firstBookmark;
-    std::map<ULONG, Sink> m_sinks;
-    ULONG m_nextConnection = 1;
+    ULONG m_bookmarksMade = 0;
+    std::map<ULONG_PTR, Sink> m_sinks;
+    ULONG m_connectionsMade = 0;
 };
 
 STDMETHODIMP Table::GetLastError(HRESULT hResult, ULONG ulFlags, LPMAPIERROR* lppMAPIError)
@@ -257,7 +256,7 @@ STDMETHODIMP Table::GetLastError(HRESULT hResult, ULONG ulFlags, LPMAPIERROR* lp
     return m_lastError.Get(m_memory, hResult, ulFlags, lppMAPIError);
 }
 
-STDMETHODIMP Table::Advise(ULONG ulEventMask, LPMAPIADVISESINK lpAdviseSink, ULONG* lpulConnection)
+STDMETHODIMP Table::Advise(ULONG ulEventMask, LPMAPIADVISESINK lpAdviseSink, ULONG_PTR* lpulConnection)
 {
     return Call(
         [&]
@@ -265,14 +264,14 @@ STDMETHODIMP Table::Advise(ULONG ulEventMask, LPMAPIADVISESINK lpAdviseSink, ULO
             CheckOutput(lpulConnection);
             if (!lpAdviseSink || !(ulEventMask & fnevTableModified))
                 Fail(MAPI_E_INVALID_PARAMETER, L"A table tells a sink of table changes only.");
-            const ULONG connection = m_nextConnection++;
+            const ULONG_PTR connection = AddressNumbers::Of(m_connectionsMade++);
             m_sinks[connection] = {ulEventMask, ComPtr<IMAPIAdviseSink>(lpAdviseSink)};
             *lpulConnection = connection;
             return S_OK;
         });
 }
 
-STDMETHODIMP Table::Unadvise(ULONG ulConnection)
+STDMETHODIMP Table::Unadvise(ULONG_PTR ulConnection)
 {
     // Released only after the lock is, for the sink may call back.
     ComPtr<IMAPIAdviseSink> dropped;
@@ -428,7 +427,7 @@ STDMETHODIMP Table::CreateBookmark(BOOKMARK* lpbkPosition)
         [&]
         {
             CheckOutput(lpbkPosition);
-            const BOOKMARK bookmark = m_nextBookmark++;
+            const BOOKMARK bookmark = AddressNumbers::Of(m_bookmarksMade++);
             m_bookmarks[bookmark] = m_position;
             *lpbkPosition = bookmark;
             return S_OK;
@@ -440,7 +439,7 @@ STDMETHODIMP Table::FreeBookmark(BOOKMARK bkPosition)
     return Call(
         [&]
         {
-            if (bkPosition >= firstBookmark && m_bookmarks.erase(bkPosition) == 0)
+            if (bkPosition > BOOKMARK_END && m_bookmarks.erase(bkPosition) == 0)
                 Fail(MAPI_E_INVALID_BOOKMARK, L"The table has no such bookmark.");
             return S_OK;
         });

@@ -228,7 +228,7 @@ STDMETHODIMP Message::CreateAttach(LPCIID lpInterface, ULONG ulFlags, ULONG* lpu
         });
 }
 
-STDMETHODIMP Message::DeleteAttach(ULONG ulAttachmentNum, ULONG, LPMAPIPROGRESS, ULONG ulFlags)
+STDMETHODIMP Message::DeleteAttach(ULONG ulAttachmentNum, ULONG_PTR, LPMAPIPROGRESS, ULONG ulFlags)
 {
     return Run(
         [&]() -> HRESULT

@@ -194,7 +194,7 @@ HRESULT PropertyHost::OpenPropertyBody(ULONG tag, LPCIID iid, ULONG options, ULO
     return S_OK;
 }
 
-HRESULT PropertyHost::CopyToBody(ULONG excludedCount, LPCIID excluded, LPSPropTagArray excludedTags, ULONG uiParam,
+HRESULT PropertyHost::CopyToBody(ULONG excludedCount, LPCIID excluded, LPSPropTagArray excludedTags, ULONG_PTR uiParam,
                                  LPMAPIPROGRESS progress, LPCIID iid, LPVOID destination, ULONG flags,
                                  LPSPropProblemArray* problems)
 {
@@ -205,7 +205,7 @@ HRESULT PropertyHost::CopyToBody(ULONG excludedCount, LPCIID excluded, LPSPropTa
                                          destination, flags, problems);
 }
 
-HRESULT PropertyHost::CopyPropsBody(LPSPropTagArray tags, ULONG uiParam, LPMAPIPROGRESS progress, LPCIID iid,
+HRESULT PropertyHost::CopyPropsBody(LPSPropTagArray tags, ULONG_PTR uiParam, LPMAPIPROGRESS progress, LPCIID iid,
                                     LPVOID destination, ULONG flags, LPSPropProblemArray* problems)
 {
     if (!destination || !tags)

@@ -79,11 +79,11 @@ protected:
     HRESULT DeletePropsBody(LPSPropTagArray tags, LPSPropProblemArray* problems);
     HRESULT OpenPropertyBody(ULONG tag, LPCIID iid, ULONG options, ULONG flags, LPUNKNOWN* object);
     HRESULT SaveChangesBody(ULONG flags);
-    HRESULT CopyToBody(ULONG excludedCount, LPCIID excluded, LPSPropTagArray excludedTags, ULONG uiParam,
+    HRESULT CopyToBody(ULONG excludedCount, LPCIID excluded, LPSPropTagArray excludedTags, ULONG_PTR uiParam,
                        LPMAPIPROGRESS progress, LPCIID iid, LPVOID destination, ULONG flags,
                        LPSPropProblemArray* problems);
-    HRESULT CopyPropsBody(LPSPropTagArray tags, ULONG uiParam, LPMAPIPROGRESS progress, LPCIID iid, LPVOID destination,
-                          ULONG flags, LPSPropProblemArray* problems);
+    HRESULT CopyPropsBody(LPSPropTagArray tags, ULONG_PTR uiParam, LPMAPIPROGRESS progress, LPCIID iid,
+                          LPVOID destination, ULONG flags, LPSPropProblemArray* problems);
     HRESULT GetNamesBody(LPSPropTagArray* tags, LPGUID set, ULONG flags, ULONG* count, LPMAPINAMEID** names);
     HRESULT GetIdsBody(ULONG count, LPMAPINAMEID* names, ULONG flags, LPSPropTagArray* tags);
 
@@ -131,7 +131,7 @@ public:
         return Run([&] { return DeletePropsBody(lpPropTagArray, lppProblems); });
     }
     // Copying calls back into this object and into the destination, so it must not hold the lock.
-    STDMETHODIMP CopyTo(ULONG ciidExclude, LPCIID rgiidExclude, LPSPropTagArray lpExcludeProps, ULONG ulUIParam,
+    STDMETHODIMP CopyTo(ULONG ciidExclude, LPCIID rgiidExclude, LPSPropTagArray lpExcludeProps, ULONG_PTR ulUIParam,
                         LPMAPIPROGRESS lpProgress, LPCIID lpInterface, LPVOID lpDestObj, ULONG ulFlags,
                         LPSPropProblemArray* lppProblems) override
     {
@@ -142,7 +142,7 @@ public:
                                              lpInterface, lpDestObj, ulFlags, lppProblems);
                        });
     }
-    STDMETHODIMP CopyProps(LPSPropTagArray lpIncludeProps, ULONG ulUIParam, LPMAPIPROGRESS lpProgress,
+    STDMETHODIMP CopyProps(LPSPropTagArray lpIncludeProps, ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress,
                            LPCIID lpInterface, LPVOID lpDestObj, ULONG ulFlags,
                            LPSPropProblemArray* lppProblems) override
     {

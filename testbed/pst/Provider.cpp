@@ -144,8 +144,8 @@ STDMETHODIMP Provider::Shutdown(ULONG*)
     return S_OK;
 }
 
-STDMETHODIMP Provider::Logon(LPMAPISUP lpMAPISup, ULONG, LPTSTR, ULONG cbEntryID, LPENTRYID lpEntryID, ULONG ulFlags,
-                             LPCIID lpInterface, ULONG* lpcbSpoolSecurity, LPBYTE* lppbSpoolSecurity,
+STDMETHODIMP Provider::Logon(LPMAPISUP lpMAPISup, ULONG_PTR, LPTSTR, ULONG cbEntryID, LPENTRYID lpEntryID,
+                             ULONG ulFlags, LPCIID lpInterface, ULONG* lpcbSpoolSecurity, LPBYTE* lppbSpoolSecurity,
                              LPMAPIERROR* lppMAPIError, LPMSLOGON* lppMSLogon, LPMDB* lppMDB)
 {
     if (lpcbSpoolSecurity && lppbSpoolSecurity)
@@ -157,7 +157,7 @@ STDMETHODIMP Provider::Logon(LPMAPISUP lpMAPISup, ULONG, LPTSTR, ULONG cbEntryID
     return LogOn({lpMAPISup, cbEntryID, lpEntryID, ulFlags, lpInterface, true, lppMAPIError, lppMSLogon, lppMDB});
 }
 
-STDMETHODIMP Provider::SpoolerLogon(LPMAPISUP lpMAPISup, ULONG, LPTSTR, ULONG cbEntryID, LPENTRYID lpEntryID,
+STDMETHODIMP Provider::SpoolerLogon(LPMAPISUP lpMAPISup, ULONG_PTR, LPTSTR, ULONG cbEntryID, LPENTRYID lpEntryID,
                                     ULONG ulFlags, LPCIID lpInterface, ULONG, LPBYTE, LPMAPIERROR* lppMAPIError,
                                     LPMSLOGON* lppMSLogon, LPMDB* lppMDB)
 {
@@ -279,7 +279,7 @@ HRESULT RunService(LPMAPISUP support, ULONG flags, ULONG context, ULONG count, L
 
 /// The message-service entry. Copes without an administration object (its caller then keeps the settings) and without a
 /// support object. MSG_SERVICE_CONFIGURE without a path, in the values or in the profile, gives MAPI_E_UNCONFIGURED.
-extern "C" HRESULT WINAPI NSTServiceEntry(HINSTANCE, LPMALLOC, LPMAPISUP lpMAPISup, ULONG, ULONG ulFlags,
+extern "C" HRESULT WINAPI NSTServiceEntry(HINSTANCE, LPMALLOC, LPMAPISUP lpMAPISup, ULONG_PTR, ULONG ulFlags,
                                           ULONG ulContext, ULONG cValues, LPSPropValue lpProps,
                                           LPPROVIDERADMIN lpProviderAdmin, LPMAPIERROR* lppMapiError)
 {

@@ -2,6 +2,7 @@
 // can be written, and its property changes take effect at once.
 #include "testbed/pst/Store.h"
 
+#include "testbed/common/AddressNumbers.h"
 #include "testbed/common/Table.h"
 #include "testbed/common/Text.h"
 
@@ -153,21 +154,28 @@ std::vector<Store::ReceiveFolder> Store::ReceiveFolders() const
 }
 
 STDMETHODIMP Store::Advise(ULONG cbEntryID, LPENTRYID lpEntryID, ULONG ulEventMask, LPMAPIADVISESINK lpAdviseSink,
-                           ULONG* lpulConnection)
+                           ULONG_PTR* lpulConnection)
 {
     return Run(
         [&]() -> HRESULT
         {
             if (!lpulConnection)
                 return MAPI_E_INVALID_PARAMETER;
-            *lpulConnection = m_session->Advise(cbEntryID, lpEntryID, ulEventMask, lpAdviseSink);
+            *lpulConnection = AddressNumbers::Of(m_session->Advise(cbEntryID, lpEntryID, ulEventMask, lpAdviseSink));
             return S_OK;
         });
 }
 
-STDMETHODIMP Store::Unadvise(ULONG ulConnection)
+STDMETHODIMP Store::Unadvise(ULONG_PTR ulConnection)
 {
-    return Run([&] { return m_session->Unadvise(ulConnection); });
+    return Run(
+        [&]
+        {
+            const auto subscription = AddressNumbers::CountOf(ulConnection);
+            if (!subscription)
+                Fail(MAPI_E_NOT_FOUND, L"The store has no such connection.");
+            return m_session->Unadvise(*subscription);
+        });
 }
 
 STDMETHODIMP Store::CompareEntryIDs(ULONG cbEntryID1, LPENTRYID lpEntryID1, ULONG cbEntryID2, LPENTRYID lpEntryID2,

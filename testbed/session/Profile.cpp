@@ -397,7 +397,7 @@ STDMETHODIMP ProfileSection::DeleteProps(LPSPropTagArray lpPropTagArray, LPSProp
         });
 }
 
-STDMETHODIMP ProfileSection::CopyTo(ULONG ciidExclude, LPCIID rgiidExclude, LPSPropTagArray lpExcludeProps, ULONG,
+STDMETHODIMP ProfileSection::CopyTo(ULONG ciidExclude, LPCIID rgiidExclude, LPSPropTagArray lpExcludeProps, ULONG_PTR,
                                     LPMAPIPROGRESS lpProgress, LPCIID lpInterface, LPVOID lpDestObj, ULONG ulFlags,
                                     LPSPropProblemArray* lppProblems)
 {
@@ -422,7 +422,7 @@ STDMETHODIMP ProfileSection::CopyTo(ULONG ciidExclude, LPCIID rgiidExclude, LPSP
                    });
 }
 
-STDMETHODIMP ProfileSection::CopyProps(LPSPropTagArray lpIncludeProps, ULONG, LPMAPIPROGRESS lpProgress,
+STDMETHODIMP ProfileSection::CopyProps(LPSPropTagArray lpIncludeProps, ULONG_PTR, LPMAPIPROGRESS lpProgress,
                                        LPCIID lpInterface, LPVOID lpDestObj, ULONG ulFlags,
                                        LPSPropProblemArray* lppProblems)
 {

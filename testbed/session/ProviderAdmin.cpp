@@ -48,7 +48,7 @@ public:
                        });
     }
 
-    STDMETHODIMP CreateProvider(LPTSTR lpszProvider, ULONG cValues, LPSPropValue lpProps, ULONG, ULONG ulFlags,
+    STDMETHODIMP CreateProvider(LPTSTR lpszProvider, ULONG cValues, LPSPropValue lpProps, ULONG_PTR, ULONG ulFlags,
                                 MAPIUID* lpUID) override
     {
         return Guarded(m_lastError,

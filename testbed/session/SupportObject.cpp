@@ -231,29 +231,30 @@ STDMETHODIMP SupportObject::GetOneOffTable(ULONG, LPMAPITABLE*)
     return MAPI_E_NO_SUPPORT;
 }
 
-STDMETHODIMP SupportObject::Address(ULONG*, LPADRPARM, LPADRLIST*)
+STDMETHODIMP SupportObject::Address(ULONG_PTR*, LPADRPARM, LPADRLIST*)
 {
     return MAPI_E_NO_SUPPORT;
 }
 
-STDMETHODIMP SupportObject::Details(ULONG*, LPFNDISMISS, LPVOID, ULONG, LPENTRYID, LPFNBUTTON, LPVOID, LPTSTR, ULONG)
+STDMETHODIMP SupportObject::Details(ULONG_PTR*, LPFNDISMISS, LPVOID, ULONG, LPENTRYID, LPFNBUTTON, LPVOID, LPTSTR,
+                                    ULONG)
 {
     return MAPI_E_NO_SUPPORT;
 }
 
-STDMETHODIMP SupportObject::NewEntry(ULONG, ULONG, ULONG, LPENTRYID, ULONG, LPENTRYID, ULONG*, LPENTRYID*)
+STDMETHODIMP SupportObject::NewEntry(ULONG_PTR, ULONG, ULONG, LPENTRYID, ULONG, LPENTRYID, ULONG*, LPENTRYID*)
 {
     return MAPI_E_NO_SUPPORT;
 }
 
-STDMETHODIMP SupportObject::DoConfigPropsheet(ULONG, ULONG, LPTSTR, LPMAPITABLE, LPMAPIPROP, ULONG)
+STDMETHODIMP SupportObject::DoConfigPropsheet(ULONG_PTR, ULONG, LPTSTR, LPMAPITABLE, LPMAPIPROP, ULONG)
 {
     return MAPI_E_NO_SUPPORT;
 }
 
 STDMETHODIMP SupportObject::CopyMessages(LPCIID lpSrcInterface, LPVOID lpSrcFolder, LPENTRYLIST lpMsgList,
-                                         LPCIID lpDestInterface, LPVOID lpDestFolder, ULONG, LPMAPIPROGRESS lpProgress,
-                                         ULONG ulFlags)
+                                         LPCIID lpDestInterface, LPVOID lpDestFolder, ULONG_PTR,
+                                         LPMAPIPROGRESS lpProgress, ULONG ulFlags)
 {
     return Guarded(m_lastError,
                    [&]
@@ -265,7 +266,7 @@ STDMETHODIMP SupportObject::CopyMessages(LPCIID lpSrcInterface, LPVOID lpSrcFold
 }
 
 STDMETHODIMP SupportObject::CopyFolder(LPCIID lpSrcInterface, LPVOID lpSrcFolder, ULONG cbEntryID, LPENTRYID lpEntryID,
-                                       LPCIID lpDestInterface, LPVOID lpDestFolder, LPTSTR lszNewFolderName, ULONG,
+                                       LPCIID lpDestInterface, LPVOID lpDestFolder, LPTSTR lszNewFolderName, ULONG_PTR,
                                        LPMAPIPROGRESS lpProgress, ULONG ulFlags)
 {
     return Guarded(m_lastError,
@@ -277,7 +278,7 @@ STDMETHODIMP SupportObject::CopyFolder(LPCIID lpSrcInterface, LPVOID lpSrcFolder
 }
 
 STDMETHODIMP SupportObject::DoCopyTo(LPCIID lpSrcInterface, LPVOID lpSrcObj, ULONG ciidExclude, LPCIID rgiidExclude,
-                                     LPSPropTagArray lpExcludeProps, ULONG, LPMAPIPROGRESS lpProgress,
+                                     LPSPropTagArray lpExcludeProps, ULONG_PTR, LPMAPIPROGRESS lpProgress,
                                      LPCIID lpDestInterface, LPVOID lpDestObj, ULONG ulFlags,
                                      LPSPropProblemArray* lppProblems)
 {
@@ -298,8 +299,8 @@ STDMETHODIMP SupportObject::DoCopyTo(LPCIID lpSrcInterface, LPVOID lpSrcObj, ULO
                 });
 }
 
-STDMETHODIMP SupportObject::DoCopyProps(LPCIID lpSrcInterface, LPVOID lpSrcObj, LPSPropTagArray lpIncludeProps, ULONG,
-                                        LPMAPIPROGRESS lpProgress, LPCIID lpDestInterface, LPVOID lpDestObj,
+STDMETHODIMP SupportObject::DoCopyProps(LPCIID lpSrcInterface, LPVOID lpSrcObj, LPSPropTagArray lpIncludeProps,
+                                        ULONG_PTR, LPMAPIPROGRESS lpProgress, LPCIID lpDestInterface, LPVOID lpDestObj,
                                         ULONG ulFlags, LPSPropProblemArray* lppProblems)
 {
     return Copy(lppProblems,
@@ -316,7 +317,7 @@ STDMETHODIMP SupportObject::DoCopyProps(LPCIID lpSrcInterface, LPVOID lpSrcObj, 
                 });
 }
 
-STDMETHODIMP SupportObject::DoProgressDialog(ULONG, ULONG, LPMAPIPROGRESS*)
+STDMETHODIMP SupportObject::DoProgressDialog(ULONG_PTR, ULONG, LPMAPIPROGRESS*)
 {
     return MAPI_E_NO_SUPPORT;
 }

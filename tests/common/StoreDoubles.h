@@ -21,13 +21,13 @@
     MOCK_METHOD(HRESULT, DeleteProps, (LPSPropTagArray lpPropTagArray, LPSPropProblemArray * lppProblems),             \
                 (override, Calltype(STDMETHODCALLTYPE)));                                                              \
     MOCK_METHOD(HRESULT, CopyTo,                                                                                       \
-                (ULONG ciidExclude, LPCIID rgiidExclude, LPSPropTagArray lpExcludeProps,                               \
-                 Quillon::Mapi::FolderUIParam ulUIParam, LPMAPIPROGRESS lpProgress, LPCIID lpInterface,                \
-                 LPVOID lpDestObj, ULONG ulFlags, LPSPropProblemArray * lppProblems),                                  \
+                (ULONG ciidExclude, LPCIID rgiidExclude, LPSPropTagArray lpExcludeProps, ULONG_PTR ulUIParam,          \
+                 LPMAPIPROGRESS lpProgress, LPCIID lpInterface, LPVOID lpDestObj, ULONG ulFlags,                       \
+                 LPSPropProblemArray * lppProblems),                                                                   \
                 (override, Calltype(STDMETHODCALLTYPE)));                                                              \
     MOCK_METHOD(HRESULT, CopyProps,                                                                                    \
-                (LPSPropTagArray lpIncludeProps, Quillon::Mapi::FolderUIParam ulUIParam, LPMAPIPROGRESS lpProgress,    \
-                 LPCIID lpInterface, LPVOID lpDestObj, ULONG ulFlags, LPSPropProblemArray * lppProblems),              \
+                (LPSPropTagArray lpIncludeProps, ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress, LPCIID lpInterface,   \
+                 LPVOID lpDestObj, ULONG ulFlags, LPSPropProblemArray * lppProblems),                                  \
                 (override, Calltype(STDMETHODCALLTYPE)));                                                              \
     MOCK_METHOD(HRESULT, GetNamesFromIDs,                                                                              \
                 (LPSPropTagArray * lppPropTags, LPGUID lpPropSetGuid, ULONG ulFlags, ULONG * lpcPropNames,             \
@@ -57,13 +57,13 @@ public:
 
     MOCK_METHOD(HRESULT, Shutdown, (ULONG * lpulFlags), (override, Calltype(STDMETHODCALLTYPE)));
     MOCK_METHOD(HRESULT, Logon,
-                (LPMAPISUP lpMAPISup, Quillon::Mapi::ProviderUIParam ulUIParam, LPTSTR lpszProfileName, ULONG cbEntryID,
-                 LPENTRYID lpEntryID, ULONG ulFlags, LPCIID lpInterface, ULONG* lpcbSpoolSecurity,
-                 LPBYTE* lppbSpoolSecurity, LPMAPIERROR* lppMAPIError, LPMSLOGON* lppMSLogon, LPMDB* lppMDB),
+                (LPMAPISUP lpMAPISup, ULONG_PTR ulUIParam, LPTSTR lpszProfileName, ULONG cbEntryID, LPENTRYID lpEntryID,
+                 ULONG ulFlags, LPCIID lpInterface, ULONG* lpcbSpoolSecurity, LPBYTE* lppbSpoolSecurity,
+                 LPMAPIERROR* lppMAPIError, LPMSLOGON* lppMSLogon, LPMDB* lppMDB),
                 (override, Calltype(STDMETHODCALLTYPE)));
     MOCK_METHOD(HRESULT, SpoolerLogon,
-                (LPMAPISUP lpMAPISup, Quillon::Mapi::ProviderUIParam ulUIParam, LPTSTR lpszProfileName, ULONG cbEntryID,
-                 LPENTRYID lpEntryID, ULONG ulFlags, LPCIID lpInterface, ULONG cbSpoolSecurity, LPBYTE lpbSpoolSecurity,
+                (LPMAPISUP lpMAPISup, ULONG_PTR ulUIParam, LPTSTR lpszProfileName, ULONG cbEntryID, LPENTRYID lpEntryID,
+                 ULONG ulFlags, LPCIID lpInterface, ULONG cbSpoolSecurity, LPBYTE lpbSpoolSecurity,
                  LPMAPIERROR* lppMAPIError, LPMSLOGON* lppMSLogon, LPMDB* lppMDB),
                 (override, Calltype(STDMETHODCALLTYPE)));
     MOCK_METHOD(HRESULT, CompareStoreIDs,
@@ -110,9 +110,9 @@ public:
     TESTS_MOCK_IMAPIPROP_METHODS
     MOCK_METHOD(HRESULT, Advise,
                 (ULONG cbEntryID, LPENTRYID lpEntryID, ULONG ulEventMask, LPMAPIADVISESINK lpAdviseSink,
-                 ULONG* lpulConnection),
+                 ULONG_PTR* lpulConnection),
                 (override, Calltype(STDMETHODCALLTYPE)));
-    MOCK_METHOD(HRESULT, Unadvise, (ULONG ulConnection), (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, Unadvise, (ULONG_PTR ulConnection), (override, Calltype(STDMETHODCALLTYPE)));
     MOCK_METHOD(HRESULT, CompareEntryIDs,
                 (ULONG cbEntryID1, LPENTRYID lpEntryID1, ULONG cbEntryID2, LPENTRYID lpEntryID2, ULONG ulFlags,
                  ULONG* lpulResult),
@@ -167,12 +167,11 @@ public:
     MOCK_METHOD(HRESULT, CreateMessage, (LPCIID lpInterface, ULONG ulFlags, LPMESSAGE* lppMessage),
                 (override, Calltype(STDMETHODCALLTYPE)));
     MOCK_METHOD(HRESULT, CopyMessages,
-                (LPENTRYLIST lpMsgList, LPCIID lpInterface, LPVOID lpDestFolder, Quillon::Mapi::FolderUIParam ulUIParam,
+                (LPENTRYLIST lpMsgList, LPCIID lpInterface, LPVOID lpDestFolder, ULONG_PTR ulUIParam,
                  LPMAPIPROGRESS lpProgress, ULONG ulFlags),
                 (override, Calltype(STDMETHODCALLTYPE)));
     MOCK_METHOD(HRESULT, DeleteMessages,
-                (LPENTRYLIST lpMsgList, Quillon::Mapi::FolderUIParam ulUIParam, LPMAPIPROGRESS lpProgress,
-                 ULONG ulFlags),
+                (LPENTRYLIST lpMsgList, ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress, ULONG ulFlags),
                 (override, Calltype(STDMETHODCALLTYPE)));
     MOCK_METHOD(HRESULT, CreateFolder,
                 (ULONG ulFolderType, LPTSTR lpszFolderName, LPTSTR lpszFolderComment, LPCIID lpInterface, ULONG ulFlags,
@@ -180,16 +179,13 @@ public:
                 (override, Calltype(STDMETHODCALLTYPE)));
     MOCK_METHOD(HRESULT, CopyFolder,
                 (ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, LPVOID lpDestFolder,
-                 LPTSTR lpszNewFolderName, Quillon::Mapi::FolderUIParam ulUIParam, LPMAPIPROGRESS lpProgress,
-                 ULONG ulFlags),
+                 LPTSTR lpszNewFolderName, ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress, ULONG ulFlags),
                 (override, Calltype(STDMETHODCALLTYPE)));
     MOCK_METHOD(HRESULT, DeleteFolder,
-                (ULONG cbEntryID, LPENTRYID lpEntryID, Quillon::Mapi::FolderUIParam ulUIParam,
-                 LPMAPIPROGRESS lpProgress, ULONG ulFlags),
+                (ULONG cbEntryID, LPENTRYID lpEntryID, ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress, ULONG ulFlags),
                 (override, Calltype(STDMETHODCALLTYPE)));
     MOCK_METHOD(HRESULT, SetReadFlags,
-                (LPENTRYLIST lpMsgList, Quillon::Mapi::FolderUIParam ulUIParam, LPMAPIPROGRESS lpProgress,
-                 ULONG ulFlags),
+                (LPENTRYLIST lpMsgList, ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress, ULONG ulFlags),
                 (override, Calltype(STDMETHODCALLTYPE)));
     MOCK_METHOD(HRESULT, GetMessageStatus,
                 (ULONG cbEntryID, LPENTRYID lpEntryID, ULONG ulFlags, ULONG* lpulMessageStatus),
@@ -199,8 +195,7 @@ public:
                 (override, Calltype(STDMETHODCALLTYPE)));
     MOCK_METHOD(HRESULT, SaveContentsSort, (LPSSortOrderSet lpSortCriteria, ULONG ulFlags),
                 (override, Calltype(STDMETHODCALLTYPE)));
-    MOCK_METHOD(HRESULT, EmptyFolder,
-                (Quillon::Mapi::FolderUIParam ulUIParam, LPMAPIPROGRESS lpProgress, ULONG ulFlags),
+    MOCK_METHOD(HRESULT, EmptyFolder, (ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress, ULONG ulFlags),
                 (override, Calltype(STDMETHODCALLTYPE)));
 };
 
@@ -213,9 +208,9 @@ public:
 
     MOCK_METHOD(HRESULT, GetLastError, (HRESULT hResult, ULONG ulFlags, LPMAPIERROR* lppMAPIError),
                 (override, Calltype(STDMETHODCALLTYPE)));
-    MOCK_METHOD(HRESULT, Advise, (ULONG ulEventMask, LPMAPIADVISESINK lpAdviseSink, ULONG* lpulConnection),
+    MOCK_METHOD(HRESULT, Advise, (ULONG ulEventMask, LPMAPIADVISESINK lpAdviseSink, ULONG_PTR* lpulConnection),
                 (override, Calltype(STDMETHODCALLTYPE)));
-    MOCK_METHOD(HRESULT, Unadvise, (ULONG ulConnection), (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, Unadvise, (ULONG_PTR ulConnection), (override, Calltype(STDMETHODCALLTYPE)));
     MOCK_METHOD(HRESULT, GetStatus, (ULONG * lpulTableStatus, ULONG* lpulTableType),
                 (override, Calltype(STDMETHODCALLTYPE)));
     MOCK_METHOD(HRESULT, SetColumns, (LPSPropTagArray lpPropTagArray, ULONG ulFlags),
@@ -274,8 +269,7 @@ public:
                 (LPCIID lpInterface, ULONG ulFlags, ULONG* lpulAttachmentNum, LPATTACH* lppAttach),
                 (override, Calltype(STDMETHODCALLTYPE)));
     MOCK_METHOD(HRESULT, DeleteAttach,
-                (ULONG ulAttachmentNum, Quillon::Mapi::MessageUIParam ulUIParam, LPMAPIPROGRESS lpProgress,
-                 ULONG ulFlags),
+                (ULONG ulAttachmentNum, ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress, ULONG ulFlags),
                 (override, Calltype(STDMETHODCALLTYPE)));
     MOCK_METHOD(HRESULT, GetRecipientTable, (ULONG ulFlags, LPMAPITABLE* lppTable),
                 (override, Calltype(STDMETHODCALLTYPE)));

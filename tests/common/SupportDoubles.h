@@ -59,44 +59,41 @@ public:
                 (override, Calltype(STDMETHODCALLTYPE)));
     MOCK_METHOD(HRESULT, GetOneOffTable, (ULONG ulFlags, LPMAPITABLE* lppTable),
                 (override, Calltype(STDMETHODCALLTYPE)));
-    MOCK_METHOD(HRESULT, Address,
-                (Quillon::Mapi::SupportUIParamPointer lpulUIParam, LPADRPARM lpAdrParms, LPADRLIST* lppAdrList),
+    MOCK_METHOD(HRESULT, Address, (ULONG_PTR * lpulUIParam, LPADRPARM lpAdrParms, LPADRLIST* lppAdrList),
                 (override, Calltype(STDMETHODCALLTYPE)));
     MOCK_METHOD(HRESULT, Details,
-                (Quillon::Mapi::SupportUIParamPointer lpulUIParam, LPFNDISMISS lpfnDismiss, LPVOID lpvDismissContext,
-                 ULONG cbEntryID, LPENTRYID lpEntryID, LPFNBUTTON lpfButtonCallback, LPVOID lpvButtonContext,
-                 LPTSTR lpszButtonText, ULONG ulFlags),
+                (ULONG_PTR * lpulUIParam, LPFNDISMISS lpfnDismiss, LPVOID lpvDismissContext, ULONG cbEntryID,
+                 LPENTRYID lpEntryID, LPFNBUTTON lpfButtonCallback, LPVOID lpvButtonContext, LPTSTR lpszButtonText,
+                 ULONG ulFlags),
                 (override, Calltype(STDMETHODCALLTYPE)));
     MOCK_METHOD(HRESULT, NewEntry,
-                (Quillon::Mapi::SupportUIParam ulUIParam, ULONG ulFlags, ULONG cbEIDContainer, LPENTRYID lpEIDContainer,
+                (ULONG_PTR ulUIParam, ULONG ulFlags, ULONG cbEIDContainer, LPENTRYID lpEIDContainer,
                  ULONG cbEIDNewEntryTpl, LPENTRYID lpEIDNewEntryTpl, ULONG* lpcbEIDNewEntry, LPENTRYID* lppEIDNewEntry),
                 (override, Calltype(STDMETHODCALLTYPE)));
     MOCK_METHOD(HRESULT, DoConfigPropsheet,
-                (Quillon::Mapi::SupportUIParam ulUIParam, ULONG ulFlags, LPTSTR lpszTitle, LPMAPITABLE lpDisplayTable,
+                (ULONG_PTR ulUIParam, ULONG ulFlags, LPTSTR lpszTitle, LPMAPITABLE lpDisplayTable,
                  LPMAPIPROP lpCOnfigData, ULONG ulTopPage),
                 (override, Calltype(STDMETHODCALLTYPE)));
     MOCK_METHOD(HRESULT, CopyMessages,
                 (LPCIID lpSrcInterface, LPVOID lpSrcFolder, LPENTRYLIST lpMsgList, LPCIID lpDestInterface,
-                 LPVOID lpDestFolder, Quillon::Mapi::SupportUIParam ulUIParam, LPMAPIPROGRESS lpProgress,
-                 ULONG ulFlags),
+                 LPVOID lpDestFolder, ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress, ULONG ulFlags),
                 (override, Calltype(STDMETHODCALLTYPE)));
     MOCK_METHOD(HRESULT, CopyFolder,
                 (LPCIID lpSrcInterface, LPVOID lpSrcFolder, ULONG cbEntryID, LPENTRYID lpEntryID,
-                 LPCIID lpDestInterface, LPVOID lpDestFolder, LPTSTR lszNewFolderName,
-                 Quillon::Mapi::SupportUIParam ulUIParam, LPMAPIPROGRESS lpProgress, ULONG ulFlags),
+                 LPCIID lpDestInterface, LPVOID lpDestFolder, LPTSTR lszNewFolderName, ULONG_PTR ulUIParam,
+                 LPMAPIPROGRESS lpProgress, ULONG ulFlags),
                 (override, Calltype(STDMETHODCALLTYPE)));
     MOCK_METHOD(HRESULT, DoCopyTo,
                 (LPCIID lpSrcInterface, LPVOID lpSrcObj, ULONG ciidExclude, LPCIID rgiidExclude,
-                 LPSPropTagArray lpExcludeProps, Quillon::Mapi::SupportUIParam ulUIParam, LPMAPIPROGRESS lpProgress,
-                 LPCIID lpDestInterface, LPVOID lpDestObj, ULONG ulFlags, LPSPropProblemArray* lppProblems),
-                (override, Calltype(STDMETHODCALLTYPE)));
-    MOCK_METHOD(HRESULT, DoCopyProps,
-                (LPCIID lpSrcInterface, LPVOID lpSrcObj, LPSPropTagArray lpIncludeProps,
-                 Quillon::Mapi::SupportUIParam ulUIParam, LPMAPIPROGRESS lpProgress, LPCIID lpDestInterface,
+                 LPSPropTagArray lpExcludeProps, ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress, LPCIID lpDestInterface,
                  LPVOID lpDestObj, ULONG ulFlags, LPSPropProblemArray* lppProblems),
                 (override, Calltype(STDMETHODCALLTYPE)));
-    MOCK_METHOD(HRESULT, DoProgressDialog,
-                (Quillon::Mapi::SupportUIParam ulUIParam, ULONG ulFlags, LPMAPIPROGRESS* lppProgress),
+    MOCK_METHOD(HRESULT, DoCopyProps,
+                (LPCIID lpSrcInterface, LPVOID lpSrcObj, LPSPropTagArray lpIncludeProps, ULONG_PTR ulUIParam,
+                 LPMAPIPROGRESS lpProgress, LPCIID lpDestInterface, LPVOID lpDestObj, ULONG ulFlags,
+                 LPSPropProblemArray* lppProblems),
+                (override, Calltype(STDMETHODCALLTYPE)));
+    MOCK_METHOD(HRESULT, DoProgressDialog, (ULONG_PTR ulUIParam, ULONG ulFlags, LPMAPIPROGRESS* lppProgress),
                 (override, Calltype(STDMETHODCALLTYPE)));
     MOCK_METHOD(HRESULT, ReadReceipt, (ULONG ulFlags, LPMESSAGE lpReadMessage, LPMESSAGE* lppEmptyMessage),
                 (override, Calltype(STDMETHODCALLTYPE)));
@@ -148,7 +145,7 @@ public:
     MOCK_METHOD(HRESULT, GetProviderTable, (ULONG ulFlags, LPMAPITABLE* lppTable),
                 (override, Calltype(STDMETHODCALLTYPE)));
     MOCK_METHOD(HRESULT, CreateProvider,
-                (LPTSTR lpszProvider, ULONG cValues, LPSPropValue lpProps, ULONG ulUIParam, ULONG ulFlags,
+                (LPTSTR lpszProvider, ULONG cValues, LPSPropValue lpProps, ULONG_PTR ulUIParam, ULONG ulFlags,
                  MAPIUID* lpUID),
                 (override, Calltype(STDMETHODCALLTYPE)));
     MOCK_METHOD(HRESULT, DeleteProvider, (LPMAPIUID lpUID), (override, Calltype(STDMETHODCALLTYPE)));

@@ -5,6 +5,7 @@
 #include "host/HostSettings.h"
 #include "nst/KivNstCore.h"
 #include "nst/NstMapiFolder.h"
+#include "testbed/common/ComObject.h"
 #include "testbed/common/Text.h"
 #include "tools/browser/ArchiveSession.h"
 #include "tools/browser/LogRecorder.h"
@@ -110,6 +111,61 @@ TEST(HostTest, TheSettingsChooseWrappersAndModification)
         ASSERT_TRUE(store.has_value());
         EXPECT_EQ(store->AsLong() == 0, !setting.modify) << setting.Name();
     }
+}
+
+class IdleSink : public ComObject<IMAPIAdviseSink, &IID_IMAPIAdviseSink>
+{
+public:
+    STDMETHODIMP_(ULONG) OnNotify(ULONG, LPNOTIFICATION) override { return 0; }
+};
+
+// The PST provider takes no number back of which a bit is missing.
+TEST(HostTest, BookmarksAndConnectionsThatAreAddressesComeBackWhole)
+{
+    const std::filesystem::path folder = NewFolder();
+    LogRecorder log(false);
+    ArchiveSession archive(Profile::InMemory(L"host"));
+    archive.Configure(SampleInto(folder, 3, 1), {});
+    archive.Logon({false, false});
+    const auto root = OpenFolder(archive.Store(), {});
+    const auto table = Hierarchy(*root);
+    ULONG rows = 0;
+    ASSERT_EQ(table->GetRowCount(0, &rows), S_OK);
+    ASSERT_GE(rows, 2u);
+
+    LONG sought = 0;
+    BOOKMARK last = 0;
+    BOOKMARK end = 0;
+    ASSERT_EQ(table->SeekRow(BOOKMARK_BEGINNING, static_cast<LONG>(rows) - 1, nullptr), S_OK);
+    ASSERT_EQ(table->CreateBookmark(&last), S_OK);
+    ASSERT_EQ(table->SeekRow(BOOKMARK_END, 0, nullptr), S_OK);
+    ASSERT_EQ(table->CreateBookmark(&end), S_OK);
+    EXPECT_NE(last >> 32, 0u);
+    EXPECT_NE(last >> 32, end >> 32);
+    EXPECT_EQ(table->SeekRow(last, 1, &sought), S_OK);
+    EXPECT_EQ(sought, 1);
+    EXPECT_EQ(table->SeekRow(end, -1, &sought), S_OK);
+    EXPECT_EQ(sought, -1);
+    SRestriction any = {};
+    any.rt = RES_EXIST;
+    any.res.resExist.ulPropTag = PR_ENTRYID;
+    EXPECT_EQ(table->FindRow(&any, last, 0), S_OK);
+    EXPECT_EQ(table->FindRow(&any, last & MAXDWORD, 0), MAPI_E_INVALID_BOOKMARK);
+    EXPECT_EQ(table->SeekRow(last & MAXDWORD, 0, nullptr), MAPI_E_INVALID_BOOKMARK);
+    EXPECT_EQ(table->FreeBookmark(last), S_OK);
+    EXPECT_EQ(table->FreeBookmark(last), MAPI_E_INVALID_BOOKMARK);
+    EXPECT_EQ(table->FreeBookmark(end), S_OK);
+
+    const auto sink = MakeObject<IdleSink>();
+    ULONG_PTR connection = 0;
+    ASSERT_EQ(table->Advise(fnevTableModified, sink.Get(), &connection), S_OK);
+    EXPECT_NE(connection >> 32, 0u);
+    EXPECT_EQ(table->Unadvise(connection), S_OK);
+    EXPECT_EQ(table->Unadvise(connection), MAPI_E_INVALID_PARAMETER);
+    ASSERT_EQ(archive.Store().Advise(0, nullptr, fnevObjectModified, sink.Get(), &connection), S_OK);
+    EXPECT_NE(connection >> 32, 0u);
+    EXPECT_EQ(archive.Store().Unadvise(connection), S_OK);
+    EXPECT_EQ(archive.Store().Unadvise(connection), MAPI_E_NOT_FOUND);
 }
 
 // A folder of which nothing can be read.

@@ -63,7 +63,7 @@ Bytes Uid(BYTE first)
 
 // Functions of the PST module and of the MAPI module.
 
-HRESULT WINAPI PstServiceEntry(HINSTANCE, LPMALLOC, LPMAPISUP, Mapi::ProviderUIParam, ULONG, ULONG, ULONG, LPSPropValue,
+HRESULT WINAPI PstServiceEntry(HINSTANCE, LPMALLOC, LPMAPISUP, ULONG_PTR, ULONG, ULONG, ULONG, LPSPropValue,
                                LPPROVIDERADMIN, LPMAPIERROR*)
 {
     return Faults::Get().Pass("NSTServiceEntry", [] {});

@@ -419,7 +419,7 @@ TEST_F(WritingTest, TellsThoseWhoSubscribed)
     const auto folder = store.Folder(L"Sample1");
     const auto sink = MakeObject<Sink>();
     Bytes id = store.EntryId(*folder);
-    ULONG connection = 0;
+    ULONG_PTR connection = 0;
     ASSERT_EQ(store.Object().Advise(static_cast<ULONG>(id.size()), reinterpret_cast<LPENTRYID>(id.data()),
                                     fnevObjectCreated | fnevObjectModified, sink.Get(), &connection),
               S_OK);
@@ -427,7 +427,10 @@ TEST_F(WritingTest, TellsThoseWhoSubscribed)
     ASSERT_EQ(store.Set(*message, {PropValue::Long(PR_IMPORTANCE, 2)}), S_OK);
     ASSERT_EQ(message->SaveChanges(0), S_OK);
     EXPECT_EQ(sink->events, (std::vector<ULONG>{fnevObjectCreated, fnevObjectModified}));
+    EXPECT_NE(connection >> 32, 0u);
+    EXPECT_EQ(store.Object().Unadvise(connection & MAXDWORD), MAPI_E_NOT_FOUND);
     EXPECT_EQ(store.Object().Unadvise(connection), S_OK);
+    EXPECT_EQ(store.Object().Unadvise(connection), MAPI_E_NOT_FOUND);
 }
 
 TEST_F(WritingTest, KeepsReceiveFolders)

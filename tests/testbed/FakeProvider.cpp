@@ -90,12 +90,13 @@ STDMETHODIMP FakeStore::DeleteProps(LPSPropTagArray, LPSPropProblemArray*)
 {
     return MAPI_E_NO_SUPPORT;
 }
-STDMETHODIMP FakeStore::CopyTo(ULONG, LPCIID, LPSPropTagArray, ULONG, LPMAPIPROGRESS, LPCIID, LPVOID, ULONG,
+STDMETHODIMP FakeStore::CopyTo(ULONG, LPCIID, LPSPropTagArray, ULONG_PTR, LPMAPIPROGRESS, LPCIID, LPVOID, ULONG,
                                LPSPropProblemArray*)
 {
     return MAPI_E_NO_SUPPORT;
 }
-STDMETHODIMP FakeStore::CopyProps(LPSPropTagArray, ULONG, LPMAPIPROGRESS, LPCIID, LPVOID, ULONG, LPSPropProblemArray*)
+STDMETHODIMP FakeStore::CopyProps(LPSPropTagArray, ULONG_PTR, LPMAPIPROGRESS, LPCIID, LPVOID, ULONG,
+                                  LPSPropProblemArray*)
 {
     return MAPI_E_NO_SUPPORT;
 }
@@ -107,11 +108,11 @@ STDMETHODIMP FakeStore::GetIDsFromNames(ULONG, LPMAPINAMEID*, ULONG, LPSPropTagA
 {
     return MAPI_E_NO_SUPPORT;
 }
-STDMETHODIMP FakeStore::Advise(ULONG, LPENTRYID, ULONG, LPMAPIADVISESINK, ULONG*)
+STDMETHODIMP FakeStore::Advise(ULONG, LPENTRYID, ULONG, LPMAPIADVISESINK, ULONG_PTR*)
 {
     return MAPI_E_NO_SUPPORT;
 }
-STDMETHODIMP FakeStore::Unadvise(ULONG)
+STDMETHODIMP FakeStore::Unadvise(ULONG_PTR)
 {
     return MAPI_E_NO_SUPPORT;
 }
@@ -171,7 +172,7 @@ public:
         return S_OK;
     }
 
-    STDMETHODIMP Logon(LPMAPISUP lpMAPISup, ULONG, LPTSTR lpszProfileName, ULONG cbEntryID, LPENTRYID lpEntryID,
+    STDMETHODIMP Logon(LPMAPISUP lpMAPISup, ULONG_PTR, LPTSTR lpszProfileName, ULONG cbEntryID, LPENTRYID lpEntryID,
                        ULONG ulFlags, LPCIID, ULONG* lpcbSpoolSecurity, LPBYTE* lppbSpoolSecurity,
                        LPMAPIERROR* lppMAPIError, LPMSLOGON* lppMSLogon, LPMDB* lppMDB) override
     {
@@ -192,7 +193,7 @@ public:
         return g_state.logonResult;
     }
 
-    STDMETHODIMP SpoolerLogon(LPMAPISUP, ULONG, LPTSTR, ULONG, LPENTRYID, ULONG, LPCIID, ULONG cbSpoolSecurity,
+    STDMETHODIMP SpoolerLogon(LPMAPISUP, ULONG_PTR, LPTSTR, ULONG, LPENTRYID, ULONG, LPCIID, ULONG cbSpoolSecurity,
                               LPBYTE lpbSpoolSecurity, LPMAPIERROR*, LPMSLOGON* lppMSLogon, LPMDB* lppMDB) override
     {
         Record("spooler logon");

@@ -309,6 +309,23 @@ TEST_F(Table, KeepsBookmarks)
     EXPECT_EQ(table->SeekRow(bookmark, 0, nullptr), MAPI_E_INVALID_BOOKMARK);
 }
 
+TEST_F(Table, RefusesABookmarkThatIsCutTo32Bits)
+{
+    BOOKMARK first = 0;
+    BOOKMARK second = 0;
+    ASSERT_EQ(table->CreateBookmark(&first), S_OK);
+    ASSERT_EQ(table->CreateBookmark(&second), S_OK);
+    EXPECT_NE(first >> 32, 0u);
+    EXPECT_NE(first >> 32, second >> 32);
+    for (const BOOKMARK cut : {first & MAXDWORD, (second & ~BOOKMARK{MAXDWORD}) | (first & MAXDWORD)})
+    {
+        EXPECT_EQ(table->SeekRow(cut, 0, nullptr), MAPI_E_INVALID_BOOKMARK);
+        EXPECT_EQ(Find(L"bravo", cut), MAPI_E_INVALID_BOOKMARK);
+        EXPECT_EQ(table->FreeBookmark(cut), MAPI_E_INVALID_BOOKMARK);
+    }
+    EXPECT_EQ(table->SeekRow(first, 0, nullptr), S_OK);
+}
+
 TEST_F(Table, FindsForwardsAndBackwards)
 {
     EXPECT_EQ(Find(L"CHARLIE", BOOKMARK_BEGINNING), S_OK);
@@ -343,13 +360,15 @@ TEST_F(Table, FollowsChangesOfItsRows)
 TEST_F(Table, TellsItsSinksOfChanges)
 {
     const auto sink = MakeObject<Sink>();
-    ULONG connection = 0;
+    ULONG_PTR connection = 0;
     EXPECT_EQ(table->Advise(fnevTableModified, nullptr, &connection), MAPI_E_INVALID_PARAMETER);
     EXPECT_EQ(table->Advise(fnevNewMail, sink.Get(), &connection), MAPI_E_INVALID_PARAMETER);
     ASSERT_EQ(table->Advise(fnevTableModified, sink.Get(), &connection), S_OK);
     rows->Erase(L"delta");
     EXPECT_EQ(Names().size(), 3u);
     EXPECT_EQ(sink->events, std::vector<ULONG>{TABLE_CHANGED});
+    EXPECT_NE(connection >> 32, 0u);
+    EXPECT_EQ(table->Unadvise(connection & MAXDWORD), MAPI_E_INVALID_PARAMETER);
     EXPECT_EQ(table->Unadvise(connection), S_OK);
     EXPECT_EQ(table->Unadvise(connection), MAPI_E_INVALID_PARAMETER);
     rows->Erase(L"Alpha");

@@ -60,9 +60,8 @@ struct PstCall
 std::vector<PstCall> pstCalls;
 HRESULT pstResult = S_OK;
 
-HRESULT WINAPI RecordEntry(HINSTANCE instance, IMalloc* malloc, IMAPISupport* support, Mapi::ProviderUIParam uiParam,
-                           ULONG flags, ULONG context, ULONG count, SPropValue* values, IProviderAdmin* admin,
-                           MAPIERROR** error)
+HRESULT WINAPI RecordEntry(HINSTANCE instance, IMalloc* malloc, IMAPISupport* support, ULONG_PTR uiParam, ULONG flags,
+                           ULONG context, ULONG count, SPropValue* values, IProviderAdmin* admin, MAPIERROR** error)
 {
     PstCall call = {instance, malloc, support, uiParam, flags, context, {}, {}, admin, error};
     for (ULONG index = 0; index < count; ++index)

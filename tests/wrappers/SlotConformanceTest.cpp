@@ -331,11 +331,11 @@ std::wstring ComText(HRESULT hr, const std::string& callName)
     return FormatErrorWithContext(FormatComError(hr), Widen(callName).c_str()).GetString();
 }
 
-/// What an out-of-the-way argument holds: a value of its own in every position. A 32-bit one has rubbish in its upper
-/// half, as real callers leave it there, and all low bits set, so that flags that are cleared are seen.
+/// What an out-of-the-way argument holds: a value of its own in every position, in its upper half too. A 32-bit one has
+/// rubbish there, as real callers leave it, and all low bits set, so that flags that are cleared are seen.
 RawArgument DistinctValue(char kind, std::size_t index)
 {
-    return kind == 'u' ? 0xDEADBEEF00000000 | (0x005A00FF + (index << 8)) : 0x7100000000000000 + (index + 1) * 0x1111;
+    return kind == 'u' ? 0xDEADBEEF00000000 | (0x005A00FF + (index << 8)) : (index + 1) * 0x0710003200001111;
 }
 
 /// The arguments of one call, with the memory behind those that are looked into.

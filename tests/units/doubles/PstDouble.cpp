@@ -5,10 +5,9 @@ extern "C"
 {
     PstDouble pstDouble = {};
 
-    HRESULT WINAPI NSTServiceEntry(HINSTANCE hInstance, LPMALLOC lpMalloc, LPMAPISUP lpMAPISup,
-                                   Quillon::Mapi::ProviderUIParam ulUIParam, ULONG ulFlags, ULONG ulContext,
-                                   ULONG cValues, LPSPropValue lpProps, LPPROVIDERADMIN lpProviderAdmin,
-                                   LPMAPIERROR* lppMapiError)
+    HRESULT WINAPI NSTServiceEntry(HINSTANCE hInstance, LPMALLOC lpMalloc, LPMAPISUP lpMAPISup, ULONG_PTR ulUIParam,
+                                   ULONG ulFlags, ULONG ulContext, ULONG cValues, LPSPropValue lpProps,
+                                   LPPROVIDERADMIN lpProviderAdmin, LPMAPIERROR* lppMapiError)
     {
         return pstDouble.serviceEntry
                    ? pstDouble.serviceEntry(hInstance, lpMalloc, lpMAPISup, ulUIParam, ulFlags, ulContext, cValues,
