@@ -1,6 +1,7 @@
 // The main of the test programs.
 #include "tests/common/Alone.h"
 #include "tests/common/LeakListener.h"
+#include "tests/common/TestName.h"
 
 #include <gmock/gmock.h>
 
@@ -14,6 +15,9 @@ int main(int argc, char** argv)
     if (argc == 2 && std::string_view(argv[1]) == "--alone")
         Tests::SetAlone();
     else
+    {
         Tests::InstallLeakListener();
+        Tests::InstallTestName();
+    }
     return RUN_ALL_TESTS();
 }

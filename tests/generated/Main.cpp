@@ -2,6 +2,7 @@
 #include "support/Log.h"
 #include "tests/common/Alone.h"
 #include "tests/common/LeakListener.h"
+#include "tests/common/TestName.h"
 #include "tests/generated/Cases.h"
 
 #include <gmock/gmock.h>
@@ -67,7 +68,10 @@ int main(int argc, char** argv)
     if (isAlone)
         Tests::SetAlone();
     else
+    {
         Tests::InstallLeakListener();
+        Tests::InstallTestName();
+    }
     const int result = RUN_ALL_TESTS();
     if (!isAlone)
     {
