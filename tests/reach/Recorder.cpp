@@ -9,7 +9,8 @@
 #include <cstdio>
 #include <cstring>
 
-extern "C" IMAGE_DOS_HEADER __ImageBase;
+// The linker's name for the module's beginning.
+extern "C" IMAGE_DOS_HEADER __ImageBase; // NOLINT(bugprone-reserved-identifier)
 
 namespace
 {
@@ -70,7 +71,8 @@ struct Recording
 
 } // namespace
 
-extern "C" void __sanitizer_cov_trace_pc()
+// The compiler's name for it.
+extern "C" void __sanitizer_cov_trace_pc() // NOLINT(bugprone-reserved-identifier)
 {
     const ULONG_PTR offset =
         reinterpret_cast<ULONG_PTR>(__builtin_return_address(0)) - reinterpret_cast<ULONG_PTR>(&__ImageBase);
