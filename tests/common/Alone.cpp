@@ -59,7 +59,8 @@ std::pair<std::string, DWORD> Run(std::wstring commandLine)
     startup.hStdOutput = input.Get();
     startup.hStdError = input.Get();
     PROCESS_INFORMATION started = {};
-    if (!StartProcess(nullptr, commandLine.data(), true, nullptr, startup, started))
+    // With a console of its own, too.
+    if (!StartProcess(nullptr, commandLine.data(), true, nullptr, startup, started, CREATE_NO_WINDOW))
         return {"the process cannot be started", GetLastError()};
     const Handle process(started.hProcess);
     const Handle thread(started.hThread);

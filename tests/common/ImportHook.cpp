@@ -1,4 +1,4 @@
-// The library's import table.
+// A module's import table.
 #include "tests/common/ImportHook.h"
 
 #include <cstdio>
@@ -8,9 +8,9 @@
 namespace Tests
 {
 
-void** FindImport(const char* name)
+void** FindImport(const char* name, const wchar_t* importing)
 {
-    auto* const base = reinterpret_cast<BYTE*>(GetModuleHandleW(L"KivNst.dll"));
+    auto* const base = reinterpret_cast<BYTE*>(GetModuleHandleW(importing));
     const auto* const dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(base);
     const auto* const headers = reinterpret_cast<const IMAGE_NT_HEADERS*>(base + dos->e_lfanew);
     const DWORD imports = headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT].VirtualAddress;
@@ -28,7 +28,7 @@ void** FindImport(const char* name)
                 return reinterpret_cast<void**>(&functions->u1.Function);
         }
     }
-    std::fprintf(stderr, "tests: KivNst.dll does not import %s\n", name);
+    std::fprintf(stderr, "tests: %ls does not import %s\n", importing, name);
     std::exit(2);
 }
 

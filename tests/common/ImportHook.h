@@ -1,4 +1,4 @@
-// Replacing what the library calls of the system.
+// Replacing what the library, or another module, calls of the system.
 #pragma once
 
 #include <windows.h>
@@ -6,17 +6,17 @@
 namespace Tests
 {
 
-/// The address in KivNst.dll's import table that holds the function `name`. Ends the test program when the library does
+/// The address in a module's import table that holds the function `name`. Ends the test program when the module does
 /// not import it: a hook that hooks nothing would make its test worthless.
-void** FindImport(const char* name);
+void** FindImport(const char* name, const wchar_t* module = L"KivNst.dll");
 
-/// Lets KivNst.dll, and it alone, call `replacement` instead of the function `name` of the system, as long as it lives.
+/// Lets `module`, and it alone, call `replacement` instead of the function `name` of the system, as long as it lives.
 template <class Function>
 class ImportHook
 {
 public:
-    ImportHook(const char* name, Function* replacement)
-        : m_slot(FindImport(name)),
+    ImportHook(const char* name, Function* replacement, const wchar_t* module = L"KivNst.dll")
+        : m_slot(FindImport(name, module)),
           m_original(Exchange(reinterpret_cast<void*>(replacement)))
     {
     }

@@ -112,6 +112,29 @@ TEST_F(ToolTest, WrongArgumentsGiveTwoAndHelpGivesNought)
     EXPECT_EQ(RunBrowser(m_folder, {L"--help"}).exitCode, 0u);
 }
 
+TEST_F(ToolTest, AnUnknownCommandIsNamed)
+{
+    ExpectOneSentence(RunBrowser(m_folder, {L"frobnicate"}), 2, "There is no command \"frobnicate\"");
+    ExpectOneSentence(RunBrowser(m_folder, {L"--json", L"frobnicate", L"x"}), 2, "There is no command \"frobnicate\"");
+    ExpectOneSentence(RunBrowser(m_folder, {L"tree", L"x"}), 2, "x");
+}
+
+TEST_F(ToolTest, CommonOptionsStandBeforeTheCommandAndBehindIt)
+{
+    Import();
+    EXPECT_EQ(Json::parse(RunBrowser(m_folder, {L"--json", L"tree"}).output),
+              Json::parse(RunBrowser(m_folder, {L"tree", L"--json"}).output));
+    for (const std::vector<std::wstring>& arguments :
+         {std::vector<std::wstring>{L"--version"}, {L"list", L"--version"}, {L"--version", L"tree"}})
+    {
+        const BrowserRun run = RunBrowser(m_folder, arguments);
+        EXPECT_EQ(run.exitCode, 0u);
+        EXPECT_EQ(run.output.find("archive-browser "), 0u) << run.output;
+        EXPECT_EQ(run.errors, "");
+    }
+    EXPECT_NE(RunBrowserJson(m_folder, {L"tree", L"--version"})["version"], "");
+}
+
 TEST_F(ToolTest, FoldersAndMessagesThatAreNotThereAreNamed)
 {
     Import();
@@ -204,6 +227,63 @@ TEST_F(ToolTest, TheDemonstrationTellsTheWholeStory)
     EXPECT_EQ(run.output.find("FAILED"), std::string::npos);
     // It does not take somebody's profile for its own.
     ExpectOneSentence(RunBrowser(m_folder, {L"demo"}), 1, "exists already");
+}
+
+// The folders below a tree's top, and what all of it shows and hides.
+void AddUp(const Json& node, Json& counts)
+{
+    counts["messages"] = counts["messages"].get<size_t>() + node["messages"].get<size_t>();
+    counts["hiddenMessages"] = counts["hiddenMessages"].get<size_t>() + node["hidden"].get<size_t>();
+    for (const Json& child : node["folders"])
+    {
+        counts["folders"] = counts["folders"].get<size_t>() + 1;
+        AddUp(child, counts);
+    }
+}
+
+// What is said of a file at its import, its comparison and in its folder table.
+void ExpectOneCount(const std::filesystem::path& folder, const std::filesystem::path& file)
+{
+    SCOPED_TRACE(file.filename().string());
+    const Json demo = RunBrowserJson(folder, {L"demo", L"--source", file.wstring()});
+    const Json& imported = demo["imported"];
+    for (const char* const kind : {"folders", "messages", "hiddenMessages", "embeddedMessages", "attachments"})
+        EXPECT_EQ(imported[kind], demo["verify"][kind]) << kind;
+    Json shown{{"folders", 0}, {"messages", 0}, {"hiddenMessages", 0}};
+    AddUp(demo["tree"], shown);
+    for (const char* const kind : {"folders", "messages", "hiddenMessages"})
+        EXPECT_EQ(imported[kind], shown[kind]) << kind;
+    EXPECT_GT(imported["messages"].get<size_t>() + imported["hiddenMessages"].get<size_t>(), 0u);
+}
+
+TEST_F(ToolTest, TheDemonstrationCountsOneNumberOfEachKind)
+{
+    ExpectOneCount(m_folder, SampleInto(m_folder, 3, 7));
+    for (const std::filesystem::path& file : SmallFiles())
+        ExpectOneCount(NewFolder(), file);
+}
+
+TEST_F(ToolTest, TheDemonstrationCountsTheFetchedMailTheSame)
+{
+    for (const wchar_t* const name :
+         {L"enron.pst", L"pstextractortest@outlook.com.ost", L"pstextractortestpdf@outlook.com.ost"})
+    {
+        const std::filesystem::path file = FetchedFile(name);
+        REQUIRE_FETCHED(file);
+        ExpectOneCount(NewFolder(), file);
+    }
+}
+
+// What it prints is what it counted; a message in a message is no message of a folder.
+TEST_F(ToolTest, TheDemonstrationNamesAnEmbeddedMessageOne)
+{
+    const std::filesystem::path source = CopyInto(m_folder, SmallFiles()[2]);
+    const std::string output = RunBrowser(m_folder, {L"demo", L"--source", source.wstring()}).output;
+    const std::string inFolders = "1 message, 0 hidden messages";
+    const std::string all = inFolders + ", 1 embedded message, 1 attachment";
+    EXPECT_NE(output.find(all + " imported\n"), std::string::npos) << output;
+    EXPECT_NE(output.find(all + ", "), std::string::npos) << output;
+    EXPECT_NE(output.find(inFolders + "\n"), std::string::npos) << output;
 }
 } // namespace
 } // namespace Tests

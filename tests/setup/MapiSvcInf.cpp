@@ -106,4 +106,10 @@ void FileMapping::Close() noexcept
         CloseHandle(std::exchange(m_file, INVALID_HANDLE_VALUE));
 }
 
+UnwritableFile::UnwritableFile(const std::wstring& path)
+    : m_file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr))
+{
+    EXPECT_NE(m_file, INVALID_HANDLE_VALUE) << "the file cannot be opened, error " << GetLastError();
+}
+
 } // namespace Tests

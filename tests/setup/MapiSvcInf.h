@@ -56,4 +56,17 @@ private:
     void* m_view = nullptr;
 };
 
+/// Holds a file open so that everybody can read it and nobody write it.
+class UnwritableFile
+{
+public:
+    explicit UnwritableFile(const std::wstring& path);
+    UnwritableFile(const UnwritableFile&) = delete;
+    UnwritableFile& operator=(const UnwritableFile&) = delete;
+    ~UnwritableFile() { CloseHandle(m_file); }
+
+private:
+    HANDLE m_file;
+};
+
 } // namespace Tests

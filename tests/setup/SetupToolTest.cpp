@@ -1,21 +1,24 @@
 // archive-setup.exe, run as a process.
 #include "nst/StoreProviderRegistration.h"
-#include "tests/common/LogCapture.h"
 #include "tests/common/Setting.h"
-#include "tests/common/StartProcess.h"
 #include "tests/setup/MapiSvcInf.h"
+#include "tests/setup/Tool.h"
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
 #include <chrono>
-#include <thread>
 #include <utility>
 
 using nlohmann::json;
 using testing::HasSubstr;
 using Tests::InfEntry;
+using Tests::ProgramFolder;
 using Tests::ReadInf;
+using Tests::Result;
+using Tests::RunTool;
+using Tests::Tool;
+using Tests::Utf8;
 
 namespace
 {
@@ -25,146 +28,6 @@ constexpr int failure = 1;
 constexpr int usage = 2;
 constexpr int notRegistered = 3;
 constexpr int faulty = 4;
-
-std::filesystem::path ProgramFolder()
-{
-    wchar_t path[MAX_PATH] = {};
-    GetModuleFileNameW(nullptr, path, MAX_PATH);
-    return std::filesystem::path(path).parent_path();
-}
-
-std::string Utf8(const std::wstring& text)
-{
-    return Tests::Narrow(text);
-}
-
-/// A handle that closes itself.
-class Handle
-{
-public:
-    Handle() noexcept = default;
-    Handle(const Handle&) = delete;
-    Handle& operator=(const Handle&) = delete;
-    ~Handle() { Close(); }
-    HANDLE* Put() noexcept { return &m_handle; }
-    HANDLE Get() const noexcept { return m_handle; }
-    void Close() noexcept
-    {
-        if (m_handle)
-            CloseHandle(std::exchange(m_handle, nullptr));
-    }
-
-private:
-    HANDLE m_handle = nullptr;
-};
-
-/// What comes out of one end of a pipe, read by a thread of its own.
-class PipeReader
-{
-public:
-    PipeReader()
-    {
-        SECURITY_ATTRIBUTES inherited = {sizeof(inherited), nullptr, TRUE};
-        EXPECT_TRUE(CreatePipe(m_output.Put(), m_input.Put(), &inherited, 0));
-        SetHandleInformation(m_output.Get(), HANDLE_FLAG_INHERIT, 0);
-    }
-    HANDLE Input() const noexcept { return m_input.Get(); }
-
-    void Start()
-    {
-        m_input.Close();
-        m_thread = std::thread(
-            [this]
-            {
-                char buffer[4096];
-                DWORD count = 0;
-                while (ReadFile(m_output.Get(), buffer, sizeof(buffer), &count, nullptr) && count != 0)
-                {
-                    const std::lock_guard lock(m_lock);
-                    m_text.append(buffer, count);
-                }
-            });
-    }
-    std::string Text() const
-    {
-        const std::lock_guard lock(m_lock);
-        return m_text;
-    }
-    std::string Finish()
-    {
-        m_thread.join();
-        return m_text;
-    }
-
-private:
-    Handle m_output;
-    Handle m_input;
-    std::thread m_thread;
-    mutable std::mutex m_lock;
-    std::string m_text;
-};
-
-struct Result
-{
-    DWORD exitCode = 0;
-    std::string output;
-    std::string errors;
-};
-
-std::wstring Quoted(const std::wstring& argument)
-{
-    // No argument here has a quotation mark, or a backslash at its end.
-    return L" \"" + argument + L"\"";
-}
-
-/// The tool, running.
-class Tool
-{
-public:
-    explicit Tool(const std::vector<std::wstring>& arguments)
-    {
-        std::wstring commandLine = L"\"" + (ProgramFolder() / L"archive-setup.exe").make_preferred().wstring() + L"\"";
-        for (const std::wstring& argument : arguments)
-            commandLine += Quoted(argument);
-        STARTUPINFOW startup = {};
-        startup.cb = sizeof(startup);
-        startup.dwFlags = STARTF_USESTDHANDLES;
-        startup.hStdOutput = m_output.Input();
-        startup.hStdError = m_errors.Input();
-        PROCESS_INFORMATION started = {};
-        EXPECT_TRUE(Tests::StartProcess(nullptr, commandLine.data(), true, nullptr, startup, started))
-            << "archive-setup.exe cannot be started, error " << GetLastError();
-        *m_process.Put() = started.hProcess;
-        *m_thread.Put() = started.hThread;
-        m_output.Start();
-        m_errors.Start();
-    }
-
-    std::string ErrorsSoFar() const { return m_errors.Text(); }
-
-    Result Finish()
-    {
-        Result result;
-        WaitForSingleObject(m_process.Get(), INFINITE);
-        GetExitCodeProcess(m_process.Get(), &result.exitCode);
-        result.output = m_output.Finish();
-        result.errors = m_errors.Finish();
-        std::erase(result.output, '\r');
-        std::erase(result.errors, '\r');
-        return result;
-    }
-
-private:
-    PipeReader m_output;
-    PipeReader m_errors;
-    Handle m_process;
-    Handle m_thread;
-};
-
-Result RunTool(const std::vector<std::wstring>& arguments)
-{
-    return Tool(arguments).Finish();
-}
 
 /// One line that begins with the tool's name.
 void ExpectOneSentence(const std::string& errors)
@@ -212,7 +75,12 @@ protected:
     {
         ASSERT_TRUE(WritePrivateProfileStringW(section, key, value, path.c_str()));
     }
-    void MakeDll() const { Tests::WriteFileBytes(dll, "not empty"); }
+    /// A host that can be loaded; what else it needs is in the mail client's folder.
+    void MakeDll(const wchar_t* name = L"ArchiveHost.dll") const
+    {
+        for (const auto& [from, to] : {std::pair(L"ArchiveHost.dll", name), {L"KivNst.dll", L"KivNst.dll"}})
+            EXPECT_TRUE(CopyFileW((ProgramFolder() / from).c_str(), (folder / to).c_str(), FALSE));
+    }
     void RegisterByTheLibrary() const
     {
         Quillon::OutlookAddIn::RegisterStoreProvider(L"ArchiveSvc", L"My Archive", dll.c_str(), path.c_str(), L"");
@@ -316,8 +184,10 @@ TEST_F(SetupTool, RegistersChecksAndRemoves)
 
 TEST_F(SetupTool, OnlyTellsInADryRun)
 {
+    RegisterByTheLibrary();
+    Write(L"ArchiveSvc", nullptr, nullptr);
+    Write(L"Services", L"ArchiveSvc", nullptr);
     Write(L"ArchiveSvc", L"PR_DISPLAY_NAME", L"Old name");
-    Write(L"ArchiveSvc", L"PR_SERVICE_ENTRY_NAME", L"ServiceEntry");
     const std::string before = Tests::ReadFileBytes(path);
 
     const Result planned = Register({L"--dry-run", L"--json", L"--flags", L"SERVICE_SINGLE_COPY"});
@@ -333,7 +203,7 @@ TEST_F(SetupTool, OnlyTellsInADryRun)
         EXPECT_EQ(change["section"], Utf8(entries[index].section));
         EXPECT_EQ(change["key"], Utf8(entries[index].key));
         EXPECT_EQ(change["value"], Utf8(entries[index].value));
-        EXPECT_EQ(change["change"], index == 6 ? "replace" : index == 8 ? "keep" : "add");
+        EXPECT_EQ(change["change"], index < 6 ? "keep" : index == 6 ? "replace" : "add");
     }
     EXPECT_EQ(plan["changes"][6]["previous"], "Old name");
     EXPECT_THAT(Register({L"--dry-run"}).output,
@@ -426,7 +296,7 @@ TEST_F(SetupTool, FindsAMissingDll)
     ASSERT_EQ(Register().exitCode, static_cast<DWORD>(success));
     EXPECT_EQ(Problems(), json::array({{{"problem", "missing file"}, {"file", Utf8(dll)}}}));
 
-    Tests::WriteFileBytes(folder / L"ArchiveHost32.dll", "not empty");
+    MakeDll(L"ArchiveHost32.dll");
     const Result result = Status();
     EXPECT_EQ(result.exitCode, static_cast<DWORD>(success)) << "MAPI puts 32 behind the name";
     EXPECT_EQ(json::parse(result.output)["services"][0]["dllPath"], Utf8(folder / L"ArchiveHost32.dll"));
@@ -489,6 +359,13 @@ TEST_F(SetupTool, RefusesTextsThatTheFileCannotHold)
         {L"A", L"'x'", L"x.dll", L""},
         {L"A", L"x", L"", L""},
         {L"A", L"x", L"x.dll", L"F\nPR_SERVICE_DLL_NAME=evil.dll"},
+        {L"A", L"x", L"x.dll", L"SERVICE_SINGLECOPY"},
+        {L"A", L"x", L"x.dll", L"service_single_copy"},
+        {L"A", L"x", L"x.dll", L"STATUS_DEFAULT_STORE"},
+        {L"A", L"x", L"x.dll", L"SERVICE_SINGLE_COPY|"},
+        {L"A", L"x", L"x.dll", L"|SERVICE_SINGLE_COPY"},
+        {L"A", L"x", L"x.dll", L"SERVICE_SINGLE_COPY |SERVICE_DEFAULT_STORE"},
+        {L"A", L"x", L"x.dll", L"SERVICE_SINGLE_COPY|SERVICE_PRIMARY_IDENTITY"},
         {L"A", L"\u6F22\u5B57", L"x.dll", L""},
         {L"A", L"x", L"\u6F22.dll", L""},
     };
@@ -524,13 +401,65 @@ TEST_F(SetupTool, RefusesFilesThatItCannotUse)
     EXPECT_EQ(Tests::ReadFileBytes(unmarked), bytes);
 }
 
-TEST_F(SetupTool, RegistersInAReadOnlyFile)
+TEST_F(SetupTool, AReadOnlyFileStaysOne)
 {
-    ASSERT_TRUE(SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_READONLY));
+    constexpr DWORD attributes = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN;
+    const auto expectKept = [&] { EXPECT_EQ(GetFileAttributesW(path.c_str()) & attributes, attributes); };
+    ASSERT_TRUE(SetFileAttributesW(path.c_str(), attributes));
     EXPECT_EQ(Register({L"--dry-run"}).exitCode, static_cast<DWORD>(success));
-    EXPECT_NE(GetFileAttributesW(path.c_str()) & FILE_ATTRIBUTE_READONLY, 0u);
+    expectKept();
     EXPECT_EQ(Register().exitCode, static_cast<DWORD>(success));
     EXPECT_EQ(ReadInf(path, L"Services", L"ArchiveSvc"), L"My Archive");
+    expectKept();
+    {
+        const Tests::UnwritableFile unwritable(path);
+        EXPECT_EQ(Register({L"--flags", L"SERVICE_SINGLE_COPY"}).exitCode, static_cast<DWORD>(failure));
+        expectKept();
+    }
+    EXPECT_EQ(Unregister().exitCode, static_cast<DWORD>(success));
+    EXPECT_EQ(ReadInf(path, L"Services", L"ArchiveSvc"), std::nullopt);
+    expectKept();
+}
+
+TEST_F(SetupTool, TellsWhatIsWrongWithTheDll)
+{
+    ASSERT_EQ(Register().exitCode, static_cast<DWORD>(success));
+    Tests::WriteFileBytes(dll, "not empty");
+    const json problems = Problems();
+    ASSERT_EQ(problems.size(), 1u);
+    EXPECT_EQ(problems[0]["problem"], "not a module");
+    EXPECT_EQ(problems[0]["file"], Utf8(dll));
+    const Result text = RunTool({L"status", L"--inf", path});
+    EXPECT_EQ(text.exitCode, static_cast<DWORD>(faulty));
+    EXPECT_THAT(text.output, HasSubstr("  not a module: " + problems[0]["detail"].get<std::string>() + "\n"));
+}
+
+TEST_F(SetupTool, TakesItsCommonOptionsBeforeAndBehindTheCommand)
+{
+    for (const std::vector<std::wstring>& arguments :
+         {std::vector<std::wstring>{L"--json", L"status", L"--inf", path}, {L"status", L"--inf", path, L"--json"}})
+        EXPECT_EQ(json::parse(RunTool(arguments).output)["command"], "status");
+    for (const std::vector<std::wstring>& arguments :
+         {std::vector<std::wstring>{L"--version"}, {L"register", L"--version"}, {L"--version", L"status"}})
+    {
+        const Result result = RunTool(arguments);
+        EXPECT_EQ(result.exitCode, static_cast<DWORD>(success));
+        EXPECT_THAT(result.output, testing::MatchesRegex("archive-setup [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+        EXPECT_EQ(result.errors, "");
+    }
+    const json version = json::parse(RunTool({L"url", L"--version", L"--json"}).output);
+    EXPECT_THAT(version["version"].get<std::string>(), testing::MatchesRegex("[0-9]+\\.[0-9]+\\.[0-9]+"));
+}
+
+TEST_F(SetupTool, NamesAnUnknownCommand)
+{
+    for (const std::vector<std::wstring>& arguments :
+         {std::vector<std::wstring>{L"frobnicate"}, {L"--json", L"frobnicate", L"--inf", path}})
+    {
+        const Result result = RunTool(arguments);
+        EXPECT_EQ(result.exitCode, static_cast<DWORD>(usage));
+        EXPECT_THAT(result.errors, HasSubstr("There is no command \"frobnicate\""));
+    }
 }
 
 // The one test in which the shipped wait really passes.
@@ -665,7 +594,7 @@ TEST_F(MailClientRegistration, LeadsToTheFileBesideTheMapiModule)
               static_cast<DWORD>(success));
     EXPECT_EQ(ReadInf(inf, L"Services", L"A"), L"B");
     // The module is looked for in the mail client's folder, too.
-    Tests::WriteFileBytes(folder / L"own.dll", "not empty");
+    EXPECT_TRUE(CopyFileW((ProgramFolder() / L"ArchiveHost.dll").c_str(), (folder / L"own.dll").c_str(), TRUE));
     const Result status = RunTool({L"status", L"--json"});
     EXPECT_EQ(status.exitCode, static_cast<DWORD>(success)) << status.output;
     EXPECT_EQ(json::parse(status.output)["services"][0]["dllPath"], Utf8(folder / L"own.dll"));

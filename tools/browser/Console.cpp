@@ -3,8 +3,6 @@
 
 #include "testbed/common/Text.h"
 
-#include <windows.h>
-
 #include <fcntl.h>
 #include <io.h>
 
@@ -72,7 +70,6 @@ std::string Pad(const std::string& text, size_t width, bool right)
 
 void PrepareConsole()
 {
-    SetConsoleOutputCP(CP_UTF8);
     // Line ends go out as they are, so that what is piped on is the same everywhere.
     _setmode(_fileno(stdout), _O_BINARY);
     _setmode(_fileno(stderr), _O_BINARY);

@@ -11,7 +11,7 @@ namespace Browser
 {
 using Json = nlohmann::ordered_json;
 
-/// Prepares the standard streams for UTF-8; a console shows it as it is meant. Once, before anything is printed.
+/// Has line ends go out as they are. Once, before anything is printed.
 void PrepareConsole();
 
 /// Writes a line of UTF-8 text, characters that would steer a terminal shown as spaces.

@@ -198,6 +198,7 @@ void ObjectCopier::CopyAttachment(IMessage& source, ULONG number, IMessage& targ
         const auto copy = OpenEmbedded(*to, MAPI_CREATE | MAPI_MODIFY);
         CopyMessage(*embedded, *copy, label + " > message");
         Check(copy->SaveChanges(0), L"A message that is attached to an imported message cannot be saved.");
+        ++m_embedded;
     }
     else if (method && method->AsLong() == ATTACH_OLE)
     {

@@ -46,6 +46,7 @@ public:
     void CopyProperties(ObjectKind kind, IMAPIProp& source, IMAPIProp& target, const std::string& label);
 
     size_t Attachments() const noexcept { return m_attachments; }
+    size_t EmbeddedMessages() const noexcept { return m_embedded; }
     const std::vector<CopyProblem>& Problems() const noexcept { return m_problems; }
 
 private:
@@ -56,6 +57,7 @@ private:
     PropertyNames& m_sourceNames;
     PropertyNames& m_targetNames;
     size_t m_attachments = 0;
+    size_t m_embedded = 0;
     std::vector<CopyProblem> m_problems;
 };
 

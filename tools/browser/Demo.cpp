@@ -134,9 +134,7 @@ private:
         Step("The mail of " + Utf8(m_source.filename().wstring()) + " is imported, with store modification on");
         archive.Logon(writable);
         const ImportReport imported = Import(archive, source, false, progress);
-        Say("    " + Count(imported.newFolders, "folder", "folders") + ", " +
-            Count(imported.newMessages, "message", "messages") + ", " +
-            Count(imported.newAttachments, "attachment", "attachments") + " imported");
+        Say("    " + CountsText(imported.added) + " imported");
         Require(imported.problems.empty(), Count(imported.problems.size(), "property", "properties") +
                                                " could not be copied (\"archive-browser import\" lists them)");
 
@@ -144,13 +142,13 @@ private:
         archive.Logon(m_options.setting);
         const VerifyReport verified = Verify(archive, source, false, [](const std::string&) {});
         Say("  " + verified.Summary());
+        Require(verified.counts == imported.added, "what was compared is not what was imported");
         Require(verified.Same(), "the archive is not what was imported (\"archive-browser verify\" says where)");
         m_json["source"] = Utf8(m_source.wstring());
         m_json["archive"] = Utf8(path.wstring());
-        m_json["imported"] = {{"folders", imported.newFolders},
-                              {"messages", imported.newMessages},
-                              {"attachments", imported.newAttachments},
-                              {"problems", imported.problems.size()}};
+        m_imported = imported.added;
+        m_json["imported"] = CountsJson(m_imported);
+        m_json["imported"]["problems"] = imported.problems.size();
         m_json["verify"] = verified.ToJson();
         return path;
     }
@@ -165,9 +163,11 @@ private:
             const FolderNode tree = ReadTree(client.Memory(), client.Store(), false);
             if (!m_options.json)
                 PrintTree(tree, 2);
-            Say("");
-            Say("  " + Count(CountFolders(tree), "folder", "folders") + ", " +
-                Count(CountMessages(tree), "message", "messages"));
+            ObjectCounts shown = CountTree(tree);
+            // A folder's table does not show what is attached to its messages.
+            shown.embedded = m_imported.embedded;
+            shown.attachments = m_imported.attachments;
+            Require(shown == m_imported, "the folders do not show what was imported");
             m_json["tree"] = TreeJson(tree);
 
             const FolderNode* folder = FullestFolder(tree, {});
@@ -239,6 +239,7 @@ private:
     const Options& m_options;
     std::filesystem::path m_source;
     std::string m_folderPath = "/";
+    ObjectCounts m_imported;
     Json m_json;
     int m_step = 0;
     bool m_ok = true;

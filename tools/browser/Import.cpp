@@ -33,13 +33,15 @@ public:
 
     void ImportFolder(IMAPIFolder& source, IMAPIFolder& target, const std::wstring& name)
     {
-        size_t messages = 0;
-        const size_t before = m_report.newMessages;
-        for (const bool associated : {false, true})
-            messages += ImportMessages(source, target, associated, name);
-        m_report.messages += messages;
-        m_progress("  " + Utf8(name) + ": " + Count(messages, "message", "messages") + ", " +
-                   std::to_string(m_report.newMessages - before) + " new");
+        const Imported messages = ImportMessages(source, target, false, name);
+        const Imported hidden = ImportMessages(source, target, true, name);
+        m_report.source.messages += messages.all;
+        m_report.source.hidden += hidden.all;
+        m_report.added.messages += messages.added;
+        m_report.added.hidden += hidden.added;
+        m_progress("  " + Utf8(name) + ": " + Count(messages.all, "message", "messages") +
+                   (hidden.all != 0 ? ", " + Count(hidden.all, "hidden message", "hidden messages") : "") + ", " +
+                   std::to_string(messages.added + hidden.added) + " new");
         std::set<Bytes> taken;
         for (const FolderRow& row : SubFolders(m_memory, source))
         {
@@ -50,19 +52,26 @@ public:
             }
             const auto from = OpenFolder(m_source, row.entryId);
             const auto to = TargetFolder(row, *from, target, taken);
-            ++m_report.folders;
+            ++m_report.source.folders;
             ImportFolder(*from, *to, name + L"/" + row.name);
         }
     }
 
     ImportReport Report()
     {
-        m_report.newAttachments = m_copier.Attachments();
+        m_report.added.embedded = m_report.source.embedded = m_copier.EmbeddedMessages();
+        m_report.added.attachments = m_report.source.attachments = m_copier.Attachments();
         m_report.problems = m_copier.Problems();
         return m_report;
     }
 
 private:
+    struct Imported
+    {
+        size_t all = 0;
+        size_t added = 0;
+    };
+
     PropValue Mark(const Bytes& entryId) const { return PropValue::Binary(m_markTag, m_marks.Of(entryId)); }
 
     void SetMark(IMAPIProp& object, const Bytes& entryId)
@@ -71,7 +80,7 @@ private:
         Check(object.SetProps(1, array.Get(), nullptr), L"An imported object cannot be marked.");
     }
 
-    size_t ImportMessages(IMAPIFolder& source, IMAPIFolder& target, bool associated, const std::wstring& name)
+    Imported ImportMessages(IMAPIFolder& source, IMAPIFolder& target, bool associated, const std::wstring& name)
     {
         // A message is saved as a whole and with its mark, so what is there is complete.
         std::set<Bytes> present;
@@ -79,7 +88,7 @@ private:
             if (!row[0].IsError())
                 present.insert(row[0].AsBytes());
         const auto rows = ReadTable(m_memory, *Contents(source, associated), {PR_ENTRYID, PR_SUBJECT_W});
-        size_t done = 0;
+        Imported done;
         for (const Row& row : rows)
         {
             const Bytes& entryId = row[0].AsBytes();
@@ -92,13 +101,13 @@ private:
                 m_copier.CopyMessage(*from, *to, Utf8(name) + " > \"" + Utf8(row[1].AsText()) + "\"");
                 SetMark(*to, entryId);
                 Check(to->SaveChanges(0), L"An imported message cannot be saved.");
-                ++m_report.newMessages;
+                ++done.added;
             }
-            ++done;
-            if (done % messagesPerReport == 0 && done != rows.size())
-                m_progress("  " + Utf8(name) + ": " + std::to_string(done) + " of " + std::to_string(rows.size()));
+            ++done.all;
+            if (done.all % messagesPerReport == 0 && done.all != rows.size())
+                m_progress("  " + Utf8(name) + ": " + std::to_string(done.all) + " of " + std::to_string(rows.size()));
         }
-        return rows.size();
+        return done;
     }
 
     // The folder of the archive that stands for the source's: the one with its mark, else one of its name that a run
@@ -136,7 +145,7 @@ private:
         {
             m_copier.CopyProperties(ObjectKind::Folder, source, *folder, Utf8(row.name));
             SetMark(*folder, row.entryId);
-            ++m_report.newFolders;
+            ++m_report.added.folders;
         }
         if (const auto entryId = ReadProp(m_memory, *folder, PR_ENTRYID))
             taken.insert(entryId->AsBytes());
@@ -216,20 +225,21 @@ int RunImport(const Options& options, const std::filesystem::path& file, bool al
     {
         PrintLine(Json{{"source", Utf8(file.wstring())},
                        {"archive", Utf8(archive.ArchivePath().wstring())},
-                       {"folders", report.folders},
-                       {"newFolders", report.newFolders},
-                       {"messages", report.messages},
-                       {"newMessages", report.newMessages},
-                       {"newAttachments", report.newAttachments},
+                       {"folders", report.source.folders},
+                       {"newFolders", report.added.folders},
+                       {"messages", report.source.messages},
+                       {"newMessages", report.added.messages},
+                       {"hiddenMessages", report.source.hidden},
+                       {"newHiddenMessages", report.added.hidden},
+                       {"newEmbeddedMessages", report.added.embedded},
+                       {"newAttachments", report.added.attachments},
                        {"searchFoldersLeftOut", report.searchFolders},
                        {"problems", std::move(problems)}}
                       .dump(2));
     }
     else
     {
-        PrintLine(Count(report.folders, "folder", "folders") + " (" + std::to_string(report.newFolders) + " new), " +
-                  Count(report.messages, "message", "messages") + " (" + std::to_string(report.newMessages) +
-                  " new), " + Count(report.newAttachments, "new attachment", "new attachments") +
+        PrintLine(FolderCountsText(report.source) + "; new: " + CountsText(report.added) +
                   (report.searchFolders != 0
                        ? "; " + Count(report.searchFolders, "search folder", "search folders") + " left out"
                        : ""));

@@ -3,6 +3,7 @@
 
 #include "tools/browser/ArchiveSession.h"
 #include "tools/browser/Copy.h"
+#include "tools/browser/Counts.h"
 #include "tools/browser/SourceMark.h"
 
 #include <functional>
@@ -12,11 +13,10 @@ namespace Browser
 /// What an import did.
 struct ImportReport
 {
-    size_t folders = 0;
-    size_t newFolders = 0;
-    size_t messages = 0;
-    size_t newMessages = 0;
-    size_t newAttachments = 0;
+    /// What the source has; of the attachments, and of the messages among them, only those of new messages.
+    ObjectCounts source;
+    /// What was not in the archive yet.
+    ObjectCounts added;
     /// Search folders show messages of other folders and are left out.
     size_t searchFolders = 0;
     std::vector<CopyProblem> problems;

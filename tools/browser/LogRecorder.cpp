@@ -25,7 +25,7 @@ std::vector<LogRecorder::Line> LogRecorder::Take()
     return std::exchange(m_lines, {});
 }
 
-void __stdcall LogRecorder::Receive(void* context, const Quillon::Logging::LogLine& line)
+void __stdcall LogRecorder::Receive(void* context, const Quillon::Logging::LogLine& line) noexcept
 {
     auto& recorder = *static_cast<LogRecorder*>(context);
     try
@@ -39,7 +39,7 @@ void __stdcall LogRecorder::Receive(void* context, const Quillon::Logging::LogLi
         }
         recorder.m_lines.push_back({static_cast<int>(line.level), line.isDetail, text});
     }
-    catch (const std::exception&)
+    catch (...)
     {
         // A line that there is no memory for is not worth the call that logged it.
     }

@@ -33,7 +33,7 @@ public:
     std::vector<Line> Take();
 
 private:
-    static void __stdcall Receive(void* context, const Quillon::Logging::LogLine& line);
+    static void __stdcall Receive(void* context, const Quillon::Logging::LogLine& line) noexcept;
 
     std::mutex m_lock;
     std::vector<Line> m_lines;

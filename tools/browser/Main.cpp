@@ -4,10 +4,9 @@
 #include "tools/browser/Commands.h"
 #include "tools/browser/Console.h"
 #include "tools/browser/MapiTools.h"
+#include "tools/common/Program.h"
 
 #include <CLI/CLI.hpp>
-
-#include <objbase.h>
 
 #include <optional>
 
@@ -15,23 +14,6 @@ using namespace Browser;
 
 namespace
 {
-// COM for this thread, as every program that uses MAPI has it.
-class ComApartment
-{
-public:
-    ComApartment() : m_result(CoInitializeEx(nullptr, COINIT_MULTITHREADED)) {}
-    ~ComApartment()
-    {
-        if (SUCCEEDED(m_result))
-            CoUninitialize();
-    }
-    ComApartment(const ComApartment&) = delete;
-    ComApartment& operator=(const ComApartment&) = delete;
-
-private:
-    HRESULT m_result;
-};
-
 // What is common to all commands, before it is turned into `Options`.
 struct GlobalArguments
 {
@@ -88,6 +70,8 @@ int Run(int argc, wchar_t** argv)
     bool readOnly = false;
     app.add_flag("--read-only", readOnly, "Have the host give its read-only wrappers (the default)")->excludes(plain);
     app.add_flag("--modify", global.modify, "Switch store modification on");
+
+    app.set_version_flag("--version", KIVNST_VERSION, "Print the version and exit");
 
     std::function<int(const Options&)> command;
 
@@ -157,12 +141,25 @@ int Run(int argc, wchar_t** argv)
     {
         app.parse(std::move(arguments));
     }
+    catch (const CLI::CallForVersion&)
+    {
+        PrintLine(global.json ? Json{{"version", KIVNST_VERSION}}.dump(2) : "archive-browser " KIVNST_VERSION);
+        return exitOk;
+    }
+    catch (const CLI::Success& help)
+    {
+        return app.exit(help);
+    }
     catch (const CLI::ParseError& error)
     {
-        return app.exit(error) == 0 ? exitOk : exitUsage;
+        PrintError("archive-browser: " + Tools::ExplainUsage(app, error) +
+                   " (archive-browser --help tells what there "
+                   "is).");
+        return exitUsage;
     }
 
-    const ComApartment com;
+    const Tools::ComApartment com;
+    Testbed::Check(com.Result(), L"COM cannot be used.");
     LogRecorder log(global.log);
     return command(MakeOptions(global, log));
 }
@@ -171,6 +168,7 @@ int Run(int argc, wchar_t** argv)
 // The C runtime calls it by its name.
 int wmain(int argc, wchar_t** argv) // NOLINT(misc-use-internal-linkage)
 {
+    const Tools::Utf8Console console;
     PrepareConsole();
     try
     {
@@ -179,5 +177,10 @@ int wmain(int argc, wchar_t** argv) // NOLINT(misc-use-internal-linkage)
     catch (const std::exception& error)
     {
         return Report(error);
+    }
+    catch (...)
+    {
+        PrintError("archive-browser: Something unknown went wrong.");
+        return exitFailed;
     }
 }

@@ -49,20 +49,19 @@ FolderNode ReadTree(const MapiMemory& memory, IMsgStore& store, bool all)
     return Node(memory, store, row, 0);
 }
 
-size_t CountFolders(const FolderNode& node)
+ObjectCounts CountTree(const FolderNode& node)
 {
-    size_t count = 1;
+    ObjectCounts counts;
+    counts.messages = static_cast<size_t>(node.messages);
+    counts.hidden = static_cast<size_t>(node.hidden);
     for (const FolderNode& child : node.children)
-        count += CountFolders(child);
-    return count;
-}
-
-size_t CountMessages(const FolderNode& node)
-{
-    auto count = static_cast<size_t>(node.messages);
-    for (const FolderNode& child : node.children)
-        count += CountMessages(child);
-    return count;
+    {
+        const ObjectCounts below = CountTree(child);
+        counts.folders += below.folders + 1;
+        counts.messages += below.messages;
+        counts.hidden += below.hidden;
+    }
+    return counts;
 }
 
 void PrintTree(const FolderNode& tree, size_t indent)
@@ -70,6 +69,8 @@ void PrintTree(const FolderNode& tree, size_t indent)
     TextTable table({{"folder"}, {"messages", true}, {"unread", true}, {"hidden", true}});
     AddRows(table, tree, 0);
     table.Print(indent);
+    PrintLine();
+    PrintLine(std::string(indent, ' ') + "In the first: " + FolderCountsText(CountTree(tree)));
 }
 
 Json TreeJson(const FolderNode& node)
@@ -93,9 +94,6 @@ int RunTree(const Options& options, bool all)
         return exitOk;
     }
     PrintTree(tree, 0);
-    PrintLine();
-    PrintLine(Count(CountFolders(tree), "folder", "folders") + ", " +
-              Count(CountMessages(tree), "message", "messages"));
     return exitOk;
 }
 } // namespace Browser

@@ -1,6 +1,7 @@
 // A store's folders as a tree, for the commands that show or count them.
 #pragma once
 
+#include "tools/browser/Counts.h"
 #include "tools/browser/MapiTools.h"
 
 namespace Browser
@@ -18,8 +19,9 @@ struct FolderNode
 
 /// Reads the tree below the top of the information store, or (`all`) below the root folder.
 FolderNode ReadTree(const Testbed::MapiMemory& memory, IMsgStore& store, bool all);
-size_t CountFolders(const FolderNode& node);
-size_t CountMessages(const FolderNode& node);
+/// The folders below the tree's top, and the messages that all of them show and hide.
+ObjectCounts CountTree(const FolderNode& node);
+/// Prints the folders as a table, and their number.
 void PrintTree(const FolderNode& tree, size_t indent);
 Json TreeJson(const FolderNode& node);
 } // namespace Browser

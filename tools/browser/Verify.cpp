@@ -51,7 +51,7 @@ public:
         {
             if (row.type == FOLDER_SEARCH)
                 continue;
-            ++m_report.folders;
+            ++m_report.counts.folders;
             const std::string name = label + "/" + Utf8(row.name);
             const auto from = OpenFolder(m_source, row.entryId);
             const auto found = folders.find(m_marks.Of(row.entryId));
@@ -86,7 +86,7 @@ private:
         size_t done = 0;
         for (const Row& row : ReadTable(m_memory, *Contents(source, associated), {PR_ENTRYID, PR_SUBJECT_W}))
         {
-            ++m_report.messages;
+            ++(associated ? m_report.counts.hidden : m_report.counts.messages);
             const std::string name = label + " > \"" + Utf8(row[1].AsText()) + "\"";
             const auto found = present.find(m_marks.Of(row[0].AsBytes()));
             if (found == present.end())
@@ -121,12 +121,12 @@ private:
 
     void CompareAttachment(IAttach& source, IAttach& target, const std::string& label)
     {
-        ++m_report.attachments;
+        ++m_report.counts.attachments;
         CompareProperties(ObjectKind::Attachment, source, target, label);
         const auto method = ReadProp(m_memory, source, PR_ATTACH_METHOD);
         if (method && method->AsLong() == ATTACH_EMBEDDED_MSG)
         {
-            ++m_report.messages;
+            ++m_report.counts.embedded;
             CompareMessage(*OpenEmbedded(source), *OpenEmbedded(target), label + " > message");
         }
     }
@@ -206,17 +206,17 @@ private:
 
 Json VerifyReport::ToJson() const
 {
-    return {{"folders", folders},       {"messages", messages},     {"attachments", attachments},
-            {"recipients", recipients}, {"properties", properties}, {"missing", missing},
-            {"different", different}};
+    Json json = CountsJson(counts);
+    json.update(
+        {{"recipients", recipients}, {"properties", properties}, {"missing", missing}, {"different", different}});
+    return json;
 }
 
 std::string VerifyReport::Summary() const
 {
     const auto count = [](size_t number) { return number == 0 ? std::string("nothing") : std::to_string(number); };
-    return Count(folders, "folder", "folders") + ", " + Count(messages, "message", "messages") + ", " +
-           Count(attachments, "attachment", "attachments") + ", " + Count(recipients, "recipient", "recipients") +
-           ", " + Count(properties, "property", "properties") + " compared: " + count(missing.size()) + " missing, " +
+    return CountsText(counts) + ", " + Count(recipients, "recipient", "recipients") + ", " +
+           Count(properties, "property", "properties") + " compared: " + count(missing.size()) + " missing, " +
            count(different.size()) + " different";
 }
 

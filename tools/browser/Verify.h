@@ -2,7 +2,7 @@
 #pragma once
 
 #include "tools/browser/ArchiveSession.h"
-#include "tools/browser/Console.h"
+#include "tools/browser/Counts.h"
 
 #include <functional>
 #include <string>
@@ -13,9 +13,7 @@ namespace Browser
 /// What a comparison found.
 struct VerifyReport
 {
-    size_t folders = 0;
-    size_t messages = 0;
-    size_t attachments = 0;
+    ObjectCounts counts;
     size_t recipients = 0;
     size_t properties = 0;
     /// One line for each object that is not in the archive, and for each value that is another one there.

@@ -4,13 +4,13 @@
 #include "nst/KivNstCore.h"
 #include "support/Exceptions.h"
 #include "support/Log.h"
+#include "tools/common/Program.h"
 #include "tools/setup/Locations.h"
 #include "tools/setup/Text.h"
 
-#include <objbase.h>
-
 #include <algorithm>
 #include <cstdio>
+#include <cwchar>
 
 namespace Setup
 {
@@ -22,32 +22,23 @@ using nlohmann::ordered_json;
 bool g_showAll = false;
 bool g_wasExcluded = false;
 
-void CALLBACK ShowLine(void*, const Quillon::Logging::LogLine& line)
+void CALLBACK ShowLine(void*, const Quillon::Logging::LogLine& line) noexcept
 {
-    const std::wstring text = line.text;
-    if (text == L"Store was already excluded from indexing")
+    if (std::wcscmp(line.text, L"Store was already excluded from indexing") == 0)
         g_wasExcluded = true;
-    const bool isRetry = text.find(L"ERROR_USER_MAPPED_FILE; retrying") != std::wstring::npos;
-    if (!g_showAll && !isRetry)
+    if (!g_showAll && !std::wcsstr(line.text, L"ERROR_USER_MAPPED_FILE; retrying"))
         return;
-    std::fprintf(stderr, "%s: %s\n", ToUtf8(Quillon::Logging::GetLevelName(line.level)).c_str(), ToUtf8(text).c_str());
+    try
+    {
+        const std::string text = ToUtf8(Quillon::Logging::GetLevelName(line.level)) + ": " + ToUtf8(line.text) + "\n";
+        std::fwrite(text.data(), 1, text.size(), stderr);
+    }
+    catch (...)
+    {
+        std::fputs("(there is no memory for this line of the log)\n", stderr);
+    }
     std::fflush(stderr);
 }
-
-/// The calling thread's use of COM.
-class ComApartment
-{
-public:
-    ComApartment()
-    {
-        const HRESULT hr = CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-        if (FAILED(hr))
-            throw SetupError(std::wstring(L"COM cannot be used: ") + Quillon::CComError(hr).Format().GetString());
-    }
-    ComApartment(const ComApartment&) = delete;
-    ComApartment& operator=(const ComApartment&) = delete;
-    ~ComApartment() { CoUninitialize(); }
-};
 
 Location Locate(const std::optional<std::wstring>& inf)
 {
@@ -140,6 +131,8 @@ std::wstring FormatProblem(const Problem& problem)
         return L"  missing entry: " + FormatEntry(problem.entry) + L"\n";
     case Problem::Kind::WrongValue:
         return L"  wrong value: " + FormatEntry(problem.entry) + L" expected, found: " + problem.actual + L"\n";
+    case Problem::Kind::UnusableDll:
+        return L"  " + problem.dll.kind + L": " + problem.dll.detail + L"\n";
     case Problem::Kind::MissingDll:
         break;
     }
@@ -150,6 +143,12 @@ ordered_json ToJson(const Problem& problem)
 {
     if (problem.kind == Problem::Kind::MissingDll)
         return {{"problem", "missing file"}, {"file", ToUtf8(problem.entry.value)}};
+    if (problem.kind == Problem::Kind::UnusableDll)
+    {
+        return {{"problem", ToUtf8(problem.dll.kind)},
+                {"file", ToUtf8(problem.actual)},
+                {"detail", ToUtf8(problem.dll.detail)}};
+    }
     ordered_json item = {{"problem", problem.kind == Problem::Kind::MissingEntry ? "missing entry" : "wrong value"},
                          {"section", ToUtf8(problem.entry.section)},
                          {"key", ToUtf8(problem.entry.key)},
@@ -161,22 +160,26 @@ ordered_json ToJson(const Problem& problem)
 
 ExitCode GetCode(const Status& status)
 {
-    if (!status.isRegistered)
+    if (status.state != Status::State::Registered)
         return ExitCode::NotRegistered;
     return status.problems.empty() ? ExitCode::Success : ExitCode::Faulty;
 }
 
-const char* GetStateName(ExitCode code)
+const char* GetStateName(const Status& status)
 {
-    if (code == ExitCode::NotRegistered)
+    if (status.state == Status::State::Foreign)
+        return "not an archive store";
+    if (status.state == Status::State::NotRegistered)
         return "not registered";
-    return code == ExitCode::Faulty ? "faulty" : "registered";
+    return status.problems.empty() ? "registered" : "faulty";
 }
 
 std::wstring FormatStatus(const Status& status)
 {
     const Service& service = status.service;
-    if (!status.isRegistered)
+    if (status.state == Status::State::Foreign)
+        return L"\"" + service.name + L"\" is in the file, but is no registration of an archive store.\n";
+    if (status.state == Status::State::NotRegistered)
         return L"\"" + service.name + L"\" is not registered.\n";
     std::wstring text = L"\"" + service.name + L"\", shown as \"" + service.displayName + L"\": " +
                         (status.problems.empty() ? L"registered, nothing is wrong"
@@ -191,8 +194,8 @@ std::wstring FormatStatus(const Status& status)
 
 ordered_json ToJson(const Status& status)
 {
-    ordered_json item = {{"service", ToUtf8(status.service.name)}, {"state", GetStateName(GetCode(status))}};
-    if (!status.isRegistered)
+    ordered_json item = {{"service", ToUtf8(status.service.name)}, {"state", GetStateName(status)}};
+    if (status.state != Status::State::Registered)
         return item;
     item["provider"] = ToUtf8(GetProviderSection(status.service.name));
     item["displayName"] = ToUtf8(status.service.displayName);
@@ -257,7 +260,7 @@ Outcome RegisterCommand(const std::optional<std::wstring>& inf, const Service& s
     RequireSound(service);
     const Location location = Locate(inf);
     const InfFile file(location.path);
-    RequireOwn(file, service.name);
+    RequireOwn(file, service.name, service.dllName);
     const std::vector<Change> changes = PlanRegistration(file, service);
     if (!dryRun)
         Register(file, service);
@@ -279,14 +282,15 @@ Outcome RegisterCommand(const std::optional<std::wstring>& inf, const Service& s
     return outcome;
 }
 
-Outcome UnregisterCommand(const std::optional<std::wstring>& inf, const std::wstring& serviceName, bool dryRun)
+Outcome UnregisterCommand(const std::optional<std::wstring>& inf, const std::wstring& serviceName,
+                          const std::optional<std::wstring>& dllName, bool dryRun)
 {
     RequireSoundName(serviceName);
     const Location location = Locate(inf);
     const InfFile file(location.path);
-    RequireOwn(file, serviceName);
+    RequireOwn(file, serviceName, dllName);
     const std::vector<Change> changes = PlanRemoval(file, serviceName);
-    if (!dryRun)
+    if (!dryRun && !changes.empty())
         Unregister(file, serviceName);
 
     Outcome outcome;
@@ -354,7 +358,12 @@ Outcome UrlCommand(const Store& store)
 Outcome ExcludeCommand(const Store& store)
 {
     const std::wstring url = GetUrl(store);
-    const ComApartment apartment;
+    const Tools::ComApartment apartment;
+    if (FAILED(apartment.Result()))
+    {
+        throw SetupError(std::wstring(L"COM cannot be used: ") +
+                         Quillon::CComError(apartment.Result()).Format().GetString());
+    }
     try
     {
         Quillon::Nst::ExcludeStoreFromIndexing(ParseId(store.id), ToString(store.name));

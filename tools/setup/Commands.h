@@ -31,7 +31,9 @@ struct Outcome
 
 /// The commands take `inf` as the user gave it; without it MAPISVC.INF is looked for. They throw SetupError.
 Outcome RegisterCommand(const std::optional<std::wstring>& inf, const Service& service, bool dryRun);
-Outcome UnregisterCommand(const std::optional<std::wstring>& inf, const std::wstring& serviceName, bool dryRun);
+/// With `dllName` only the registration of the host whose DLL it is.
+Outcome UnregisterCommand(const std::optional<std::wstring>& inf, const std::wstring& serviceName,
+                          const std::optional<std::wstring>& dllName, bool dryRun);
 /// Without a name in `expectation`: every registration of the file.
 Outcome StatusCommand(const std::optional<std::wstring>& inf, const Expectation& expectation);
 

@@ -67,6 +67,14 @@ std::wstring GetFullPath(const std::wstring& path)
     return full;
 }
 
+std::wstring GetProgramFolder()
+{
+    // Of a path that is cut short the function gives the buffer's length.
+    std::wstring path(32768, L'\0');
+    path.resize(GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size())));
+    return GetFolder(path.c_str());
+}
+
 Location FindMapiSvcInf()
 {
     const Quillon::StringW mapiPath = Quillon::Mapi::GetMapiPath();

@@ -17,6 +17,9 @@ struct Location
 /// The full form of a path given by the user. Throws SetupError when it is none.
 std::wstring GetFullPath(const std::wstring& path);
 
+/// The folder of this program.
+std::wstring GetProgramFolder();
+
 /// MAPISVC.INF where the mail client has it: beside its MAPI module, which is the one that the mail client's
 /// registration names (by FGetComponentPath, else by DllPathEx or DllPath), else in the system folder. Throws
 /// SetupError with the places when it is in neither.

@@ -1,6 +1,7 @@
 // archive-setup: registers a host in MAPISVC.INF, checks the registration and removes it. It is what a host's installer
 // calls; all changes are made by the library's own functions.
 #include "support/Exceptions.h"
+#include "tools/common/Program.h"
 #include "tools/setup/Commands.h"
 #include "tools/setup/Text.h"
 
@@ -8,11 +9,8 @@
 
 #include <windows.h>
 
-#include <shellapi.h>
-
 #include <algorithm>
 #include <cstdio>
-#include <memory>
 #include <new>
 
 namespace
@@ -46,7 +44,7 @@ public:
     CommandLine()
     {
         m_app.require_subcommand(1);
-        m_app.footer(exitCodes);
+        AddCommon(&m_app);
 
         m_register = Add("register", "Write the service's entries and its provider's into MAPISVC.INF");
         AddInf(m_register);
@@ -60,6 +58,8 @@ public:
         m_unregister = Add("unregister", "Remove the service and its provider from MAPISVC.INF");
         AddInf(m_unregister);
         AddService(m_unregister)->required();
+        m_dllToRemove = m_unregister->add_option(
+            "--dll", m_arguments.dll, "The host's module: the service is removed only where it is this host's");
         AddDryRun(m_unregister);
 
         m_status = Add("status", "Tell what is registered, where, and what is wrong with it");
@@ -98,7 +98,7 @@ public:
                 m_arguments.dryRun);
         }
         if (m_unregister->parsed())
-            return UnregisterCommand(inf, service, m_arguments.dryRun);
+            return UnregisterCommand(inf, service, Given(m_dllToRemove, m_arguments.dll), m_arguments.dryRun);
         if (m_status->parsed())
         {
             return StatusCommand(inf, {service, Given(m_display, m_arguments.display), Given(m_dll, m_arguments.dll),
@@ -119,10 +119,17 @@ private:
     CLI::App* Add(const char* name, const char* description)
     {
         CLI::App* const command = m_app.add_subcommand(name, description);
-        command->add_flag("--json", m_arguments.json, "Answer in JSON, errors too");
-        command->add_flag("--verbose", m_arguments.verbose, "Show the library's log on standard error");
-        command->footer(exitCodes);
+        AddCommon(command);
         return command;
+    }
+
+    /// What may stand before the command and behind it.
+    void AddCommon(CLI::App* app)
+    {
+        app->add_flag("--json", m_arguments.json, "Answer in JSON, errors too");
+        app->add_flag("--verbose", m_arguments.verbose, "Show the library's log on standard error");
+        app->set_version_flag("--version", KIVNST_VERSION, "Print the version and exit");
+        app->footer(exitCodes);
     }
 
     void AddInf(CLI::App* command)
@@ -156,6 +163,7 @@ private:
     CLI::App* m_status = nullptr;
     CLI::App* m_exclude = nullptr;
     CLI::App* m_url = nullptr;
+    CLI::Option* m_dllToRemove = nullptr;
     CLI::Option* m_service = nullptr;
     CLI::Option* m_display = nullptr;
     CLI::Option* m_dll = nullptr;
@@ -177,22 +185,12 @@ ExitCode Fail(const std::wstring& sentence, bool json, ExitCode code)
     return code;
 }
 
-/// The program's arguments in UTF-8, its own name not among them.
-std::vector<std::string> GetArguments()
-{
-    int count = 0;
-    const std::unique_ptr<wchar_t*, decltype(&LocalFree)> list(CommandLineToArgvW(GetCommandLineW(), &count),
-                                                               &LocalFree);
-    std::vector<std::string> arguments;
-    for (int index = 1; list && index < count; ++index)
-        arguments.push_back(ToUtf8(list.get()[index]));
-    return arguments;
-}
-
 ExitCode Run()
 {
     CommandLine commandLine;
-    std::vector<std::string> arguments = GetArguments();
+    std::vector<std::string> arguments;
+    for (const std::wstring& argument : GetArguments())
+        arguments.push_back(ToUtf8(argument));
     const bool wantsJson = std::find(arguments.begin(), arguments.end(), "--json") != arguments.end();
     try
     {
@@ -204,9 +202,17 @@ ExitCode Run()
         Print(stdout, commandLine.App().help());
         return ExitCode::Success;
     }
+    catch (const CLI::CallForVersion&)
+    {
+        Print(stdout, wantsJson ? nlohmann::ordered_json{{"version", KIVNST_VERSION}}.dump(2) + "\n"
+                                : "archive-setup " KIVNST_VERSION "\n");
+        return ExitCode::Success;
+    }
     catch (const CLI::ParseError& error)
     {
-        return Fail(ToWide(error.what()) + L" (archive-setup --help tells what there is)", wantsJson, ExitCode::Usage);
+        return Fail(ToWide(Tools::ExplainUsage(commandLine.App(), error)) +
+                        L" (archive-setup --help tells what there is)",
+                    wantsJson, ExitCode::Usage);
     }
 
     const Arguments& values = commandLine.Values();
@@ -235,7 +241,7 @@ ExitCode Run()
 
 int main()
 {
-    SetConsoleOutputCP(CP_UTF8);
+    const Tools::Utf8Console console;
     try
     {
         return static_cast<int>(Run());

@@ -4,7 +4,10 @@
 #include "nst/StoreProviderRegistration.h"
 #include "support/Exceptions.h"
 #include "tools/setup/Locations.h"
+#include "tools/setup/Probe.h"
 #include "tools/setup/Text.h"
+
+#include <windows.h>
 
 #include <algorithm>
 #include <iterator>
@@ -19,8 +22,9 @@ using Quillon::StringW;
 constexpr auto servicesSection = L"Services";
 constexpr auto ownFlags = L"SERVICE_NO_PRIMARY_IDENTITY";
 
-/// The provider's private property that no provider but an archive store's has.
+/// The provider's private property by which registration marks an archive store's provider.
 constexpr auto providerMark = L"0x67020003";
+constexpr auto providerMarkValue = L"00000010";
 
 /// What stands before the names of provider sections is the service's; this stands behind.
 std::wstring GetProviderSuffix()
@@ -78,6 +82,22 @@ void RequireSoundText(const std::wstring& text, const std::wstring& what)
         throw SetupError(what + L" must not begin or end with a blank or a quotation mark.");
 }
 
+/// Throws SetupError unless the text is empty or consists of names of service flags, joined by |.
+void RequireKnownFlags(const std::wstring& flags)
+{
+    for (std::size_t begin = 0; !flags.empty() && begin <= flags.size();)
+    {
+        const std::size_t end = std::min(flags.find(L'|', begin), flags.size());
+        const std::wstring flag = flags.substr(begin, end - begin);
+        if (flag == L"SERVICE_PRIMARY_IDENTITY")
+            throw SetupError(Quote(flag) + L" contradicts " + ownFlags + L", which every archive store's service has.");
+        if (flag != L"SERVICE_SINGLE_COPY" && flag != L"SERVICE_DEFAULT_STORE" &&
+            flag != L"SERVICE_CREATE_WITH_STORE" && flag != ownFlags)
+            throw SetupError(Quote(flag) + L" is no flag of a message service.");
+        begin = end + 1;
+    }
+}
+
 void RequireGiven(const std::wstring& text, const std::wstring& what)
 {
     if (text.empty())
@@ -131,6 +151,104 @@ Service Complete(const InfFile& file, const Expectation& known)
     return service;
 }
 
+/// What stands in a path behind its folders.
+std::wstring GetFileName(const std::wstring& path)
+{
+    return path.substr(path.find_last_of(L"\\/") + 1);
+}
+
+/// Whether the DLLs that the service and its provider name, and the expected one, are one: a host is known by its
+/// module's name, wherever it lies.
+bool NamesOneDll(const InfFile& file, const std::wstring& serviceName, const std::optional<std::wstring>& dllName)
+{
+    auto known = dllName;
+    for (const auto& actual : {file.Read(GetProviderSection(serviceName), L"PR_PROVIDER_DLL_NAME"),
+                               file.Read(serviceName, L"PR_SERVICE_DLL_NAME")})
+    {
+        if (known && actual && !EqualNames(GetFileName(*known), GetFileName(*actual)))
+            return false;
+        if (!known)
+            known = actual;
+    }
+    return true;
+}
+
+bool Exists(const InfFile& file, const std::wstring& serviceName)
+{
+    return file.Read(servicesSection, serviceName) || file.HasSection(serviceName) ||
+           file.HasSection(GetProviderSection(serviceName));
+}
+
+/// Whether `file` has of a service nothing but the first of the entries, as a registration leaves it that failed before
+/// it came to the provider's mark.
+bool IsBeginning(const InfFile& file, const std::wstring& serviceName, const std::vector<Entry>& entries)
+{
+    const std::vector<Entry> written = file.Entries(GetProviderSection(serviceName));
+    if (written.empty() || written.size() > entries.size() || file.HasSection(serviceName) ||
+        file.Read(servicesSection, serviceName))
+        return false;
+    return std::equal(written.begin(), written.end(), entries.begin(), [](const Entry& actual, const Entry& entry)
+                      { return EqualNames(actual.key, entry.key) && actual.value == entry.value; });
+}
+
+/// Whether what the file has under a service's name was written by registering it: all of it but one entry is what
+/// registration writes; or the provider has registration's mark, and the DLLs agree. Where the host's DLL is known, the
+/// beginning of a registration is its own, too.
+bool IsOwn(const InfFile& file, const std::wstring& serviceName, const std::optional<std::wstring>& dllName)
+{
+    if (file.Read(GetProviderSection(serviceName), providerMark) == providerMarkValue &&
+        NamesOneDll(file, serviceName, dllName))
+        return true;
+    // Otherwise there are both sections, or the beginning of one.
+    if (!file.HasSection(GetProviderSection(serviceName)) || (!file.HasSection(serviceName) && !dllName))
+        return false;
+    const std::vector<Entry> entries = ListEntries(Complete(file, {serviceName, {}, dllName, {}}));
+    const auto differs = [&](const Entry& entry) { return file.Read(entry.section, entry.key) != entry.value; };
+    return std::count_if(entries.begin(), entries.end(), differs) <= 1 ||
+           (dllName && IsBeginning(file, serviceName, entries));
+}
+
+/// While it lives, a file's attributes may be cleared: afterwards they are there again.
+class KeptAttributes
+{
+public:
+    explicit KeptAttributes(const std::wstring& path) : m_path(path), m_attributes(GetFileAttributesW(path.c_str())) {}
+    KeptAttributes(const KeptAttributes&) = delete;
+    KeptAttributes& operator=(const KeptAttributes&) = delete;
+    ~KeptAttributes() { Restore(); }
+
+    bool Restore() const noexcept
+    {
+        constexpr DWORD kept = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
+        const DWORD now = GetFileAttributesW(m_path.c_str());
+        if (m_attributes == INVALID_FILE_ATTRIBUTES || now == INVALID_FILE_ATTRIBUTES ||
+            (m_attributes & kept & ~now) == 0)
+            return true;
+        return SetFileAttributesW(m_path.c_str(), (now & ~DWORD{FILE_ATTRIBUTE_NORMAL}) | (m_attributes & kept)) != 0;
+    }
+
+private:
+    const std::wstring m_path;
+    const DWORD m_attributes;
+};
+
+/// Changes the file by the library, which clears its attributes, and sets them again.
+template <class Work>
+void ChangeFile(const InfFile& file, const std::wstring& task, Work work)
+{
+    const KeptAttributes attributes(file.Path());
+    try
+    {
+        work();
+    }
+    catch (const Quillon::CException& exception)
+    {
+        ThrowAsSetupError(task, file, exception);
+    }
+    if (!attributes.Restore())
+        throw SetupError(task + L" is done, but " + Quote(file.Path()) + L" cannot get its attributes back.");
+}
+
 } // namespace
 
 std::wstring GetProviderSection(const std::wstring& serviceName)
@@ -154,10 +272,10 @@ void RequireSound(const Service& service)
     RequireSoundText(service.displayName, L"The display name");
     RequireGiven(service.dllName, L"The DLL's name");
     RequireSoundText(service.dllName, L"The DLL's name");
-    RequireSoundText(service.extraFlags, L"The service's flags");
+    RequireKnownFlags(service.extraFlags);
 }
 
-void RequireOwn(const InfFile& file, const std::wstring& serviceName)
+void RequireOwn(const InfFile& file, const std::wstring& serviceName, const std::optional<std::wstring>& dllName)
 {
     for (const wchar_t* const section :
          {servicesSection, L"Default Services", L"Default Providers", L"Help File Mappings"})
@@ -165,13 +283,16 @@ void RequireOwn(const InfFile& file, const std::wstring& serviceName)
         if (EqualNames(serviceName, section))
             throw SetupError(Quote(serviceName) + L" is a section of MAPISVC.INF itself and no service's name.");
     }
-    const std::wstring provider = GetProviderSection(serviceName);
-    const auto providers = file.Read(serviceName, L"Providers");
-    if (providers && !EqualNames(*providers, provider) && !file.Read(provider, providerMark))
+    if (!Exists(file, serviceName) || IsOwn(file, serviceName, dllName))
+        return;
+    if (dllName && IsOwn(file, serviceName, std::nullopt))
     {
-        throw SetupError(L"The service " + Quote(serviceName) + L" in " + Quote(file.Path()) +
-                         L" is not an archive store's: its provider is " + Quote(*providers) + L".");
+        throw SetupError(Quote(serviceName) + L" in " + Quote(file.Path()) + L" is another host's: its DLL is " +
+                         Quote(Complete(file, {serviceName, {}, {}, {}}).dllName) + L" and not " + Quote(*dllName) +
+                         L".");
     }
+    throw SetupError(L"What " + Quote(file.Path()) + L" has under the name " + Quote(serviceName) +
+                     L" is no registration of an archive store; it is left as it is.");
 }
 
 std::vector<Change> PlanRegistration(const InfFile& file, const Service& service)
@@ -219,47 +340,37 @@ std::vector<Change> PlanRemoval(const InfFile& file, const std::wstring& service
 
 void Register(const InfFile& file, const Service& service)
 {
-    try
-    {
-        WriteEntries(file.Path(), service);
-    }
-    catch (const Quillon::CException& exception)
-    {
-        ThrowAsSetupError(L"Registering " + Quote(service.name), file, exception);
-    }
+    ChangeFile(file, L"Registering " + Quote(service.name), [&] { WriteEntries(file.Path(), service); });
 }
 
 void Unregister(const InfFile& file, const std::wstring& serviceName)
 {
-    try
-    {
-        Quillon::OutlookAddIn::UnregisterStoreProvider(ToString(serviceName), ToString(file.Path()));
-    }
-    catch (const Quillon::CException& exception)
-    {
-        ThrowAsSetupError(L"Removing " + Quote(serviceName), file, exception);
-    }
+    ChangeFile(file, L"Removing " + Quote(serviceName),
+               [&] { Quillon::OutlookAddIn::UnregisterStoreProvider(ToString(serviceName), ToString(file.Path())); });
 }
 
 Status GetStatus(const InfFile& file, const Expectation& expectation)
 {
-    const std::wstring provider = GetProviderSection(expectation.name);
     Status status;
     status.service = Complete(file, expectation);
-    status.isRegistered =
-        file.Read(servicesSection, expectation.name) || file.HasSection(expectation.name) || file.HasSection(provider);
-    if (!status.isRegistered)
+    if (!Exists(file, expectation.name))
         return status;
+    if (!IsOwn(file, expectation.name, std::nullopt))
+    {
+        status.state = Status::State::Foreign;
+        return status;
+    }
 
+    status.state = Status::State::Registered;
     try
     {
         for (Entry& entry : ListEntries(status.service))
         {
             auto actual = file.Read(entry.section, entry.key);
             if (!actual)
-                status.problems.push_back({Problem::Kind::MissingEntry, std::move(entry), {}});
+                status.problems.push_back({Problem::Kind::MissingEntry, std::move(entry), {}, {}});
             else if (*actual != entry.value)
-                status.problems.push_back({Problem::Kind::WrongValue, std::move(entry), std::move(*actual)});
+                status.problems.push_back({Problem::Kind::WrongValue, std::move(entry), std::move(*actual), {}});
         }
     }
     catch (const Quillon::CException& exception)
@@ -267,12 +378,14 @@ Status GetStatus(const InfFile& file, const Expectation& expectation)
         ThrowAsSetupError(L"Checking " + Quote(expectation.name), file, exception);
     }
 
-    status.dllPath = FindProviderDll(status.service.dllName);
-    if (!status.dllPath && !status.service.dllName.empty())
-    {
-        status.problems.push_back(
-            {Problem::Kind::MissingDll, {expectation.name, L"PR_SERVICE_DLL_NAME", status.service.dllName}, {}});
-    }
+    const std::wstring& dllName = status.service.dllName;
+    status.dllPath = FindProviderDll(dllName);
+    const Entry named = {expectation.name, L"PR_SERVICE_DLL_NAME", dllName};
+    if (!status.dllPath && !dllName.empty())
+        status.problems.push_back({Problem::Kind::MissingDll, named, {}, {}});
+    if (status.dllPath)
+        for (DllProblem& problem : ProbeDll(*status.dllPath))
+            status.problems.push_back({Problem::Kind::UnusableDll, named, *status.dllPath, std::move(problem)});
     return status;
 }
 
@@ -283,7 +396,7 @@ std::vector<std::wstring> FindServices(const InfFile& file)
     const auto add = [&](const std::wstring& name)
     {
         const auto isSame = [&](const std::wstring& known) { return EqualNames(known, name); };
-        if (std::none_of(names.begin(), names.end(), isSame))
+        if (std::none_of(names.begin(), names.end(), isSame) && IsOwn(file, name, std::nullopt))
             names.push_back(name);
     };
     for (const std::wstring& section : file.Sections())
@@ -291,8 +404,7 @@ std::vector<std::wstring> FindServices(const InfFile& file)
         const auto providers = file.Read(section, L"Providers");
         if (providers && EqualNames(*providers, GetProviderSection(section)))
             add(section);
-        if (section.size() > suffix.size() && EqualNames(section.substr(section.size() - suffix.size()), suffix) &&
-            file.Read(section, providerMark))
+        if (section.size() > suffix.size() && EqualNames(section.substr(section.size() - suffix.size()), suffix))
             add(section.substr(0, section.size() - suffix.size()));
     }
     return names;

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "tools/setup/InfFile.h"
+#include "tools/setup/Probe.h"
 
 #include <optional>
 #include <string>
@@ -25,14 +26,14 @@ struct Service
 std::wstring GetProviderSection(const std::wstring& serviceName);
 
 /// Throws SetupError when a text cannot stand in an INI file as it is: line ends and other control characters, blanks
-/// or quotation marks around it, and in the service's name what ends a section's or a key's name.
+/// or quotation marks around it, and in the service's name what ends a section's or a key's name; and when a flag is
+/// none of a message service.
 void RequireSound(const Service& service);
 void RequireSoundName(const std::wstring& serviceName);
 
-/// Throws SetupError when `serviceName` is a service of the file that is not an archive store's (its "Providers" names
-/// another provider section than its own, and its own, with the library's mark in it, is not there), or when it is one
-/// of the file's own sections.
-void RequireOwn(const InfFile& file, const std::wstring& serviceName);
+/// Throws SetupError when the file has anything under the service's name or its provider's that registering an archive
+/// store did not write, or that names another DLL than `dllName`; or when the name is one of the file's own sections.
+void RequireOwn(const InfFile& file, const std::wstring& serviceName, const std::optional<std::wstring>& dllName);
 
 /// What a change does to one entry.
 struct Change
@@ -57,10 +58,10 @@ std::vector<Change> PlanRegistration(const InfFile& file, const Service& service
 /// What unregistering would remove. The file is not changed.
 std::vector<Change> PlanRemoval(const InfFile& file, const std::wstring& serviceName);
 
-/// Registers, by the library. Throws SetupError.
+/// Registers, by the library; a read-only file is one afterwards, too. Throws SetupError.
 void Register(const InfFile& file, const Service& service);
 
-/// Unregisters, by the library. Throws SetupError.
+/// The same for unregistering.
 void Unregister(const InfFile& file, const std::wstring& serviceName);
 
 /// One thing that is wrong with a registration.
@@ -70,21 +71,30 @@ struct Problem
     {
         MissingEntry,
         WrongValue,
-        MissingDll
+        MissingDll,
+        UnusableDll
     };
     Kind kind;
-    /// The entry as it should be; for a missing DLL, the one that names it.
+    /// The entry as it should be; of a DLL, the one that names it.
     Entry entry;
-    /// What stands there instead of it, for a wrong value.
+    /// What stands there instead of it, for a wrong value; the path of an unusable DLL.
     std::wstring actual;
+    /// What is wrong with an unusable DLL.
+    DllProblem dll;
 };
 
 /// The state of one registration.
 struct Status
 {
+    enum class State
+    {
+        NotRegistered,
+        /// Something else has the name.
+        Foreign,
+        Registered
+    };
     Service service;
-    /// Whether anything of it is in the file.
-    bool isRegistered = false;
+    State state = State::NotRegistered;
     /// The DLL that MAPI would load.
     std::optional<std::wstring> dllPath;
     std::vector<Problem> problems;
@@ -101,8 +111,7 @@ struct Expectation
 
 Status GetStatus(const InfFile& file, const Expectation& expectation);
 
-/// The names of the services whose "Providers" is their own provider section, and of those of which only the provider
-/// section, with the library's mark in it, is left.
+/// The names of the services that registration wrote, whole or in part.
 std::vector<std::wstring> FindServices(const InfFile& file);
 
 } // namespace Setup

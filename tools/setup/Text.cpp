@@ -3,7 +3,10 @@
 
 #include <windows.h>
 
+#include <shellapi.h>
+
 #include <climits>
+#include <memory>
 
 namespace Setup
 {
@@ -37,6 +40,16 @@ std::wstring ToWide(const std::string& text)
     std::wstring wide(static_cast<std::size_t>(length), L'\0');
     MultiByteToWideChar(CP_UTF8, 0, text.data(), size, wide.data(), length);
     return wide;
+}
+
+std::vector<std::wstring> GetArguments()
+{
+    int count = 0;
+    const std::unique_ptr<wchar_t*, decltype(&LocalFree)> list(CommandLineToArgvW(GetCommandLineW(), &count),
+                                                               &LocalFree);
+    if (!list || count == 0)
+        return {};
+    return {list.get() + 1, list.get() + count};
 }
 
 bool EqualNames(const std::wstring& left, const std::wstring& right) noexcept

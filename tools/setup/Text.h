@@ -4,6 +4,7 @@
 #include <exception>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace Setup
 {
@@ -26,6 +27,9 @@ std::string ToUtf8(const std::wstring& text);
 
 /// The text in UTF-16; what is no UTF-8 becomes U+FFFD.
 std::wstring ToWide(const std::string& text);
+
+/// The program's arguments, its own name not among them.
+std::vector<std::wstring> GetArguments();
 
 /// Compares as the INI functions compare names: without regard to case.
 bool EqualNames(const std::wstring& left, const std::wstring& right) noexcept;
