@@ -159,10 +159,9 @@ TEST_F(OwnSections, EveryForeignNameIsRefusedByEveryCommand)
 
 TEST_F(OwnSections, ForeignNamesAreRefusedBesideARegistration)
 {
-    const std::vector<std::wstring> names = ForeignNames();
     const std::string leftByThePlatform = Tests::AsThePlatformLeavesIt(path);
     Register(L"ArchiveSvc");
-    for (const std::wstring& name : names)
+    for (const wchar_t* const name : {L"MSEMS", L"MSPST MSP", L"CRMLINK", L"LISTED", L"STRAY"})
         ExpectRefused(name);
     // Its sections are none of a service of that name.
     ExpectRefused(L"ArchiveSvc_P");

@@ -136,8 +136,9 @@ TEST_F(DllProbe, FindsAModuleForOtherProcessors)
 TEST_F(DllProbe, FindsEachMissingExport)
 {
     PutLibraryBeside(BytesOf(L"KivNst.dll"));
-    ExpectProblem(Replaced(sound, "ServiceEntry", "SurviceEntry"), L"missing export", "does not export ServiceEntry");
-    ExpectProblem(Replaced(sound, "MSProviderInit", "MSProviderExit"), L"missing export",
+    ExpectProblem(Replaced(sound, {"\0ServiceEntry", 13}, {"\0SurviceEntry", 13}), L"missing export",
+                  "does not export ServiceEntry");
+    ExpectProblem(Replaced(sound, {"\0MSProviderInit", 15}, {"\0MSProviderExit", 15}), L"missing export",
                   "does not export MSProviderInit");
 }
 
