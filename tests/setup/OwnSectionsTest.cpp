@@ -266,7 +266,9 @@ TEST_F(OwnSections, ARegistrationThatWasCutShortIsFinishedAndRemoved)
         EXPECT_TRUE(Bytes() == leftByThePlatform);
         begin();
         const std::string cutShort = Bytes();
-        EXPECT_THROW(Register(L"ArchiveSvc", L"OtherHost.dll"), Setup::SetupError);
+        // The very first entry names no DLL yet.
+        if (count > 1)
+            EXPECT_THROW(Register(L"ArchiveSvc", L"OtherHost.dll"), Setup::SetupError);
         // Before the mark is there, only the DLL tells whose it is.
         const bool isMarked = count >= 6;
         if (isMarked)

@@ -444,11 +444,11 @@ TEST_F(SetupTool, TakesItsCommonOptionsBeforeAndBehindTheCommand)
     {
         const Result result = RunTool(arguments);
         EXPECT_EQ(result.exitCode, static_cast<DWORD>(success));
-        EXPECT_THAT(result.output, testing::MatchesRegex("archive-setup [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+        EXPECT_THAT(result.output, testing::MatchesRegex("archive-setup \\d+\\.\\d+\\.\\d+\n"));
         EXPECT_EQ(result.errors, "");
     }
     const json version = json::parse(RunTool({L"url", L"--version", L"--json"}).output);
-    EXPECT_THAT(version["version"].get<std::string>(), testing::MatchesRegex("[0-9]+\\.[0-9]+\\.[0-9]+"));
+    EXPECT_THAT(version["version"].get<std::string>(), testing::MatchesRegex("\\d+\\.\\d+\\.\\d+"));
 }
 
 TEST_F(SetupTool, NamesAnUnknownCommand)

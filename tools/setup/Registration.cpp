@@ -272,6 +272,7 @@ void RequireSound(const Service& service)
     RequireSoundText(service.displayName, L"The display name");
     RequireGiven(service.dllName, L"The DLL's name");
     RequireSoundText(service.dllName, L"The DLL's name");
+    RequireSoundText(service.extraFlags, L"The service's flags");
     RequireKnownFlags(service.extraFlags);
 }
 
