@@ -6,6 +6,7 @@
 // message class of a form are narrow. Two slips of its pages are not followed: the byte count of DeleteFolder is no
 // ULONG_PTR, and the connection that Advise of a store and of a session gives is a pointer. The methods of IMAPISupport
 // and IMAPISession that are missing here have no documented arguments.
+#include "nst/NstMessageService.h"
 #include "support/MapiHeaders.h"
 
 #include <mapix.h>
@@ -24,6 +25,12 @@ static_assert(sizeof(ULONG_PTR) == 8 && sizeof(ULONG) == 4);
 static_assert(std::is_same_v<MSGSERVICEENTRY, HRESULT WINAPI(HINSTANCE, LPMALLOC, LPMAPISUP, ULONG_PTR, ULONG, ULONG,
                                                              ULONG, LPSPropValue, LPPROVIDERADMIN, LPMAPIERROR*)>);
 static_assert(std::is_same_v<MAPILOGONEX, HRESULT WINAPI(ULONG_PTR, LPTSTR, LPTSTR, ULONG, LPMAPISESSION*)>);
+// The library's own part in a service entry has no room for the upper half of a window handle, which Windows never
+// uses.
+static_assert(
+    std::is_same_v<decltype(&Quillon::Nst::CNstMessageService::NstServiceEntry),
+                   void (Quillon::Nst::CNstMessageService::*)(IMalloc*, IMAPISupport*, ULONG, ULONG, ULONG, ULONG,
+                                                              SPropValue*, IProviderAdmin*, MAPIERROR**)>);
 
 SIGNATURE(IMAPIProp, CopyProps, LPSPropTagArray, ULONG_PTR, LPMAPIPROGRESS, LPCIID, LPVOID, ULONG, LPSPropProblemArray*)
 SIGNATURE(IMAPIProp, CopyTo, ULONG, LPCIID, LPSPropTagArray, ULONG_PTR, LPMAPIPROGRESS, LPCIID, LPVOID, ULONG,
