@@ -202,10 +202,19 @@ bool IsOwn(const InfFile& file, const std::wstring& serviceName, const std::opti
     // Otherwise there are both sections, or the beginning of one.
     if (!file.HasSection(GetProviderSection(serviceName)) || (!file.HasSection(serviceName) && !dllName))
         return false;
-    const std::vector<Entry> entries = ListEntries(Complete(file, {serviceName, {}, dllName, {}}));
+    std::vector<std::optional<std::wstring>> dlls = {dllName};
+    // Of two that differ, either may be the one that is wrong.
+    if (!dllName)
+        dlls = {file.Read(serviceName, L"PR_SERVICE_DLL_NAME"),
+                file.Read(GetProviderSection(serviceName), L"PR_PROVIDER_DLL_NAME")};
     const auto differs = [&](const Entry& entry) { return file.Read(entry.section, entry.key) != entry.value; };
-    return std::count_if(entries.begin(), entries.end(), differs) <= 1 ||
-           (dllName && IsBeginning(file, serviceName, entries));
+    return std::any_of(dlls.begin(), dlls.end(),
+                       [&](const std::optional<std::wstring>& dll)
+                       {
+                           const auto entries = ListEntries(Complete(file, {serviceName, {}, dll, {}}));
+                           return std::count_if(entries.begin(), entries.end(), differs) <= 1 ||
+                                  (dllName && IsBeginning(file, serviceName, entries));
+                       });
 }
 
 /// While it lives, a file's attributes may be cleared: afterwards they are there again.
