@@ -7,9 +7,11 @@
 namespace Tests
 {
 
-#if !defined(_MSC_VER)
+#if defined(__GNUC__)
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wunused-parameter"
+// The macros end each method with a semicolon, which a body does not need.
+#pragma GCC diagnostic ignored "-Wextra-semi"
 #endif
 
 #define TESTS_NO_SUPPORT                                                                                               \
@@ -47,7 +49,7 @@ public:
 };
 
 #undef TESTS_NO_SUPPORT
-#if !defined(_MSC_VER)
+#if defined(__GNUC__)
 #pragma GCC diagnostic pop
 #endif
 
