@@ -95,7 +95,7 @@ TEST(Exceptions, ThrownWithinTheLibraryAreCaughtByItsHost)
     EXPECT_TRUE(CaughtAs<CWinError>(winError));
     EXPECT_TRUE(CaughtAs<CException>(winError));
     EXPECT_TRUE(CaughtAs<std::exception>(winError));
-    const auto comError = [] { com_wrap<IUnknown>(nullptr); };
+    const auto comError = [] { com_wrap<IMessage>(nullptr); };
     EXPECT_TRUE(CaughtAs<CComError>(comError));
     EXPECT_TRUE(CaughtAs<std::exception>(comError));
 }
