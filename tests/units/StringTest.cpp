@@ -236,11 +236,11 @@ TEST(StringW, RefusesWhatTheSystemCannotFormatAndStaysAsItWas)
     }
     {
         // Another length than was counted: the arguments changed meanwhile.
-        using Write = int(wchar_t*, std::size_t, const wchar_t*, char*);
+        using Write = int(wchar_t*, std::size_t, std::size_t, const wchar_t*, char*);
         static Write* write;
-        const Tests::ImportHook<Write> hook("_vsnwprintf",
-                                            [](wchar_t* made, std::size_t size, const wchar_t* format, char* arguments)
-                                            { return calls++ ? write(made, size, format, arguments) : 3; });
+        const Tests::ImportHook<Write> hook("_vsnwprintf_s", [](wchar_t* made, std::size_t size, std::size_t count,
+                                                                const wchar_t* format, char* arguments)
+                                            { return calls++ ? write(made, size, count, format, arguments) : 3; });
         write = hook.Original();
         calls = 0;
         expectRefused();
