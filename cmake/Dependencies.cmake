@@ -10,7 +10,13 @@ if(NOT CMAKE_HOST_WIN32)
   execute_process(COMMAND "${PROJECT_SOURCE_DIR}/scripts/correct-mapi-headers" "${KIVNST_DEPS_DIR}"
     COMMAND_ERROR_IS_FATAL ANY)
   set(KIVNST_MAPI_HEADERS_DIR "${KIVNST_DEPS_DIR}/mapi-headers")
-  target_include_directories(kivnst_options SYSTEM INTERFACE "${KIVNST_MAPI_HEADERS_DIR}/include")
+  if(KIVNST_MSVC_ABI)
+    # System headers as well, in front of those that clang.cfg names.
+    target_include_directories(kivnst_options INTERFACE "${KIVNST_MAPI_HEADERS_DIR}/include")
+    target_compile_options(kivnst_options INTERFACE --system-header-prefix=mapi --no-system-header-prefix=mapi/)
+  else()
+    target_include_directories(kivnst_options SYSTEM INTERFACE "${KIVNST_MAPI_HEADERS_DIR}/include")
+  endif()
 endif()
 
 if(KIVNST_BUILD_AROUND)

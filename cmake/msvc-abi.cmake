@@ -8,10 +8,10 @@ set(CMAKE_CXX_COMPILER clang++-19)
 set(CMAKE_RC_COMPILER x86_64-w64-mingw32-windres)
 set(CMAKE_AR llvm-ar-19 CACHE STRING "")
 set(CMAKE_RANLIB llvm-ranlib-19 CACHE STRING "")
-# Windows' resources as an object file, which GCC's tool makes as well; named so early, CMake looks for no other.
+# GCC's tool makes Windows' resources in the form that lld joins with the manifest's; named so early, CMake looks for no
+# other.
 set(CMAKE_RC_COMPILER_INIT x86_64-w64-mingw32-windres)
-set(CMAKE_RC_OUTPUT_EXTENSION .obj)
-set(CMAKE_RC_COMPILE_OBJECT "<CMAKE_RC_COMPILER> -O coff <DEFINES> <INCLUDES> <FLAGS> <SOURCE> <OBJECT>")
+set(CMAKE_RC_FLAGS_INIT "-O res")
 
 # The flags of clang itself. The compiler cannot link before the runtime is built, so nothing is linked to try it.
 cmake_path(GET CMAKE_CURRENT_LIST_DIR PARENT_PATH kivnst_source_dir)

@@ -33,11 +33,6 @@ extern "C"
     __declspec(allocate(".CRT$XCA")) extern const Constructor firstConstructor = nullptr;
     __declspec(allocate(".CRT$XCZ")) extern const Constructor lastConstructor = nullptr;
 
-    _onexit_t __cdecl _onexit(_onexit_t function)
-    {
-        return _register_onexit_function(&g_exitFunctions, function) == 0 ? function : nullptr;
-    }
-
     int __cdecl atexit(void(__cdecl* function)())
     {
         return _register_onexit_function(&g_exitFunctions, reinterpret_cast<_onexit_t>(function));

@@ -5,11 +5,14 @@
 #include <stdint.h>
 #include <stdlib.h>
 
-// The C runtime's list of one: the handler that new_handler functions of any module set there.
-extern "C" int __cdecl _callnewh(size_t size);
+// A program may define its own in place of any of these.
+#define KIVNST_REPLACEABLE __attribute__((weak))
 
 namespace
 {
+
+// The module's own.
+std::new_handler g_handler = nullptr;
 
 template <class Allocate>
 void* AllocateOrThrow(size_t size, Allocate allocate)
@@ -18,12 +21,12 @@ void* AllocateOrThrow(size_t size, Allocate allocate)
     {
         if (void* const block = allocate())
             return block;
-        if (_callnewh(size) == 0)
-        {
-            if (size == SIZE_MAX)
-                throw std::bad_array_new_length();
+        if (const std::new_handler handler = std::get_new_handler())
+            handler();
+        else if (size == SIZE_MAX)
+            throw std::bad_array_new_length();
+        else
             throw std::bad_alloc();
-        }
     }
 }
 
@@ -42,102 +45,117 @@ void* AllocateOrNull(Allocate allocate) noexcept
 
 } // namespace
 
-void* operator new(size_t size)
+namespace std
+{
+
+new_handler __cdecl set_new_handler(new_handler handler) noexcept
+{
+    return __atomic_exchange_n(&g_handler, handler, __ATOMIC_SEQ_CST);
+}
+
+new_handler __cdecl get_new_handler() noexcept
+{
+    return __atomic_load_n(&g_handler, __ATOMIC_SEQ_CST);
+}
+
+} // namespace std
+
+KIVNST_REPLACEABLE void* operator new(size_t size)
 {
     return AllocateOrThrow(size, [=] { return malloc(size ? size : 1); });
 }
 
-void* operator new(size_t size, std::align_val_t alignment)
+KIVNST_REPLACEABLE void* operator new(size_t size, std::align_val_t alignment)
 {
     return AllocateOrThrow(size, [=] { return _aligned_malloc(size ? size : 1, static_cast<size_t>(alignment)); });
 }
 
-void* operator new(size_t size, const std::nothrow_t&) noexcept
+KIVNST_REPLACEABLE void* operator new(size_t size, const std::nothrow_t&) noexcept
 {
     return AllocateOrNull([=] { return operator new(size); });
 }
 
-void* operator new(size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept
+KIVNST_REPLACEABLE void* operator new(size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept
 {
     return AllocateOrNull([=] { return operator new(size, alignment); });
 }
 
-void* operator new[](size_t size)
+KIVNST_REPLACEABLE void* operator new[](size_t size)
 {
     return operator new(size);
 }
 
-void* operator new[](size_t size, std::align_val_t alignment)
+KIVNST_REPLACEABLE void* operator new[](size_t size, std::align_val_t alignment)
 {
     return operator new(size, alignment);
 }
 
-void* operator new[](size_t size, const std::nothrow_t&) noexcept
+KIVNST_REPLACEABLE void* operator new[](size_t size, const std::nothrow_t&) noexcept
 {
     return AllocateOrNull([=] { return operator new[](size); });
 }
 
-void* operator new[](size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept
+KIVNST_REPLACEABLE void* operator new[](size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept
 {
     return AllocateOrNull([=] { return operator new[](size, alignment); });
 }
 
-void operator delete(void* block) noexcept
+KIVNST_REPLACEABLE void operator delete(void* block) noexcept
 {
     free(block);
 }
 
-void operator delete(void* block, std::align_val_t) noexcept
+KIVNST_REPLACEABLE void operator delete(void* block, std::align_val_t) noexcept
 {
     _aligned_free(block);
 }
 
-void operator delete(void* block, size_t) noexcept
+KIVNST_REPLACEABLE void operator delete(void* block, size_t) noexcept
 {
     operator delete(block);
 }
 
-void operator delete(void* block, const std::nothrow_t&) noexcept
+KIVNST_REPLACEABLE void operator delete(void* block, const std::nothrow_t&) noexcept
 {
     operator delete(block);
 }
 
-void operator delete(void* block, size_t, std::align_val_t alignment) noexcept
+KIVNST_REPLACEABLE void operator delete(void* block, size_t, std::align_val_t alignment) noexcept
 {
     operator delete(block, alignment);
 }
 
-void operator delete(void* block, std::align_val_t alignment, const std::nothrow_t&) noexcept
+KIVNST_REPLACEABLE void operator delete(void* block, std::align_val_t alignment, const std::nothrow_t&) noexcept
 {
     operator delete(block, alignment);
 }
 
-void operator delete[](void* block) noexcept
+KIVNST_REPLACEABLE void operator delete[](void* block) noexcept
 {
     operator delete(block);
 }
 
-void operator delete[](void* block, std::align_val_t alignment) noexcept
+KIVNST_REPLACEABLE void operator delete[](void* block, std::align_val_t alignment) noexcept
 {
     operator delete(block, alignment);
 }
 
-void operator delete[](void* block, size_t) noexcept
+KIVNST_REPLACEABLE void operator delete[](void* block, size_t) noexcept
 {
     operator delete[](block);
 }
 
-void operator delete[](void* block, const std::nothrow_t&) noexcept
+KIVNST_REPLACEABLE void operator delete[](void* block, const std::nothrow_t&) noexcept
 {
     operator delete[](block);
 }
 
-void operator delete[](void* block, size_t, std::align_val_t alignment) noexcept
+KIVNST_REPLACEABLE void operator delete[](void* block, size_t, std::align_val_t alignment) noexcept
 {
     operator delete[](block, alignment);
 }
 
-void operator delete[](void* block, std::align_val_t alignment, const std::nothrow_t&) noexcept
+KIVNST_REPLACEABLE void operator delete[](void* block, std::align_val_t alignment, const std::nothrow_t&) noexcept
 {
     operator delete[](block, alignment);
 }

@@ -4,6 +4,7 @@
 #include "testbed/common/Boundary.h"
 #include "tests/common/StartProcess.h"
 #include "tests/e2e/Environment.h"
+#include "tools/browser/ArchiveSession.h"
 
 #include <cstdlib>
 
@@ -71,8 +72,7 @@ public:
           m_output(CreateInheritable(m_outputFile)),
           m_errors(CreateInheritable(m_errorFile))
     {
-        const wchar_t* const bin = _wgetenv(L"KIVNST_BIN");
-        const std::filesystem::path program = std::filesystem::path(bin ? bin : L".") / "archive-browser.exe";
+        const std::filesystem::path program = Browser::ProgramFolder() / "archive-browser.exe";
         std::wstring line = Quoted(program.wstring()) + L" --profile " + Quoted((folder / "test.profile").wstring());
         for (const std::wstring& argument : arguments)
             line += L" " + Quoted(argument);

@@ -15,10 +15,17 @@ namespace Tests
 {
 namespace
 {
+std::wstring Variable(const wchar_t* name)
+{
+    std::wstring value(32767, L'\0');
+    value.resize(GetEnvironmentVariableW(name, value.data(), static_cast<DWORD>(value.size())));
+    return value;
+}
+
 std::filesystem::path FolderOf(const wchar_t* variable)
 {
-    const wchar_t* const path = _wgetenv(variable);
-    if (!path)
+    const std::wstring path = Variable(variable);
+    if (path.empty())
         Fail(MAPI_E_NOT_FOUND, std::wstring(variable) + L" is not set; the tests are started by ctest.");
     return path;
 }
@@ -74,10 +81,10 @@ std::vector<std::filesystem::path> SmallFiles()
 
 std::filesystem::path FetchedFile(const wchar_t* name)
 {
-    const wchar_t* const folder = _wgetenv(L"KIVNST_PST_DATA");
+    const std::wstring folder = Variable(L"KIVNST_PST_DATA");
     std::error_code error;
-    const std::filesystem::path file = folder ? std::filesystem::path(folder) / name : std::filesystem::path();
-    return folder && std::filesystem::exists(file, error) ? file : std::filesystem::path();
+    const std::filesystem::path file = folder.empty() ? std::filesystem::path() : std::filesystem::path(folder) / name;
+    return std::filesystem::exists(file, error) ? file : std::filesystem::path();
 }
 
 std::filesystem::path NewFolder()

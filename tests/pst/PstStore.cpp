@@ -22,12 +22,19 @@ std::unique_ptr<MailSession> MakeSession(std::shared_ptr<MapiModule> mapi)
     options.mapi = std::move(mapi);
     return std::make_unique<MailSession>(std::move(options));
 }
+
+std::wstring Variable(const wchar_t* name)
+{
+    std::wstring value(32767, L'\0');
+    value.resize(GetEnvironmentVariableW(name, value.data(), static_cast<DWORD>(value.size())));
+    return value;
+}
 } // namespace
 
 std::filesystem::path Location(const wchar_t* variable)
 {
-    const wchar_t* value = _wgetenv(variable);
-    if (!value || !*value)
+    const std::wstring value = Variable(variable);
+    if (value.empty())
     {
         std::wcerr << L"The environment variable " << variable << L" is not set.\n";
         std::exit(3);

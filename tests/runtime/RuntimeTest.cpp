@@ -5,9 +5,12 @@
 #include <windows.h>
 
 #include <cstdint>
+#include <exception>
+#include <future>
 #include <limits>
 #include <memory>
 #include <new>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <typeinfo>
@@ -251,8 +254,8 @@ TEST(EndOfProcess, IsTerminationForAnExceptionThatNobodyCatches)
 TEST(New, ThrowsWhatTheLanguageSays)
 {
     volatile std::size_t tooMuch = std::numeric_limits<std::size_t>::max() / 2;
-    EXPECT_THROW(delete[] new char[tooMuch], std::bad_alloc);
-    EXPECT_EQ(new (std::nothrow) char[tooMuch], nullptr);
+    EXPECT_THROW(operator delete[](operator new[](tooMuch)), std::bad_alloc);
+    EXPECT_EQ(operator new[](tooMuch, std::nothrow), nullptr);
     EXPECT_THROW(operator delete(operator new(tooMuch, std::align_val_t(64)), std::align_val_t(64)), std::bad_alloc);
     EXPECT_EQ(operator new(tooMuch, std::align_val_t(64), std::nothrow), nullptr);
     volatile std::size_t allOfIt = std::numeric_limits<std::size_t>::max();
@@ -284,6 +287,55 @@ TEST(New, AsksTheHandlerFirst)
     EXPECT_THROW(operator delete(operator new(tooMuch)), std::bad_alloc);
     std::set_new_handler(old);
     EXPECT_EQ(calls, 2);
+}
+
+TEST(ExceptionPointer, KeepsAnExceptionOfItsOwnType)
+{
+    std::exception_ptr kept;
+    EXPECT_EQ(std::current_exception(), nullptr);
+    try
+    {
+        throw std::runtime_error("a text that is kept");
+    }
+    catch (...)
+    {
+        kept = std::current_exception();
+    }
+    const std::exception_ptr copy = kept;
+    EXPECT_EQ(copy, kept);
+    for (int round = 0; round < 3; ++round)
+    {
+        try
+        {
+            std::rethrow_exception(copy);
+        }
+        catch (const std::runtime_error& error)
+        {
+            EXPECT_STREQ(error.what(), "a text that is kept");
+        }
+    }
+    kept = std::make_exception_ptr(17);
+    EXPECT_NE(copy, kept);
+    EXPECT_THROW(std::rethrow_exception(kept), int);
+}
+
+TEST(ExceptionPointer, BringsAnExceptionToAnotherThread)
+{
+    std::promise<int> promise;
+    std::thread(
+        [&]
+        {
+            try
+            {
+                throw std::runtime_error("of the thread");
+            }
+            catch (...)
+            {
+                promise.set_exception(std::current_exception());
+            }
+        })
+        .join();
+    EXPECT_THROW(promise.get_future().get(), std::runtime_error);
 }
 
 TEST(TypeInfo, NamesAndComparesTypes)

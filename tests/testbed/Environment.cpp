@@ -12,7 +12,9 @@ namespace
 {
 std::filesystem::path Folder(const wchar_t* variable, const wchar_t* besideProgram)
 {
-    if (const wchar_t* const path = _wgetenv(variable))
+    wchar_t path[MAX_PATH] = {};
+    const DWORD length = GetEnvironmentVariableW(variable, path, MAX_PATH);
+    if (length != 0 && length < MAX_PATH)
         return path;
     wchar_t program[MAX_PATH];
     GetModuleFileNameW(nullptr, program, MAX_PATH);

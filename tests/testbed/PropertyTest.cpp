@@ -268,10 +268,11 @@ TEST(SetProps, TellsOfSingleProblems)
     EXPECT_EQ(SetProps(bag, Memory(), 4, values, problems.Put()), S_OK);
     ASSERT_TRUE(problems);
     ASSERT_EQ(problems->cProblem, 2u);
-    EXPECT_EQ(problems->aProblem[0].ulIndex, 0u);
-    EXPECT_EQ(problems->aProblem[0].scode, MAPI_E_COMPUTED);
-    EXPECT_EQ(problems->aProblem[1].ulIndex, 2u);
-    EXPECT_EQ(problems->aProblem[1].scode, MAPI_E_INVALID_TYPE);
+    const SPropProblem* const problem = problems->aProblem;
+    EXPECT_EQ(problem[0].ulIndex, 0u);
+    EXPECT_EQ(problem[0].scode, MAPI_E_COMPUTED);
+    EXPECT_EQ(problem[1].ulIndex, 2u);
+    EXPECT_EQ(problem[1].scode, MAPI_E_INVALID_TYPE);
     EXPECT_EQ(bag.Find(0x3602)->AsLong(), 8);
     EXPECT_EQ(bag.Find(PROP_ID(PR_ENTRYID))->AsBytes(), (Bytes{1, 2, 3}));
 }

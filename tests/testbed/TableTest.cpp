@@ -226,7 +226,8 @@ TEST_F(Table, SortsUpAndDownWithMissingValuesLast)
     MapiBlock<SSortOrderSet> order(Memory());
     EXPECT_EQ(table->QuerySortOrder(order.Put()), S_OK);
     ASSERT_EQ(order->cSorts, 2u);
-    EXPECT_EQ(order->aSort[1].ulOrder, TABLE_SORT_DESCEND);
+    const SSortOrder* const sorts = order->aSort;
+    EXPECT_EQ(sorts[1].ulOrder, TABLE_SORT_DESCEND);
 
     EXPECT_EQ(Sort({}), S_OK);
     EXPECT_EQ(Names(), (Strings{L"delta", L"Alpha", L"charlie", L"bravo"}));

@@ -128,7 +128,7 @@ BOOL STDAPICALLTYPE GiveComponentPath(LPSTR component, LPSTR qualifier, LPSTR pa
     ++componentCall.count;
     if (componentCall.path.empty())
         return FALSE;
-    std::strcpy(path, componentCall.path.c_str());
+    std::memcpy(path, componentCall.path.c_str(), componentCall.path.size() + 1);
     return TRUE;
 }
 
