@@ -59,3 +59,12 @@ function(kivnst_allow_bare_assertions target)
     target_compile_options(${target} PRIVATE -Wno-dangling-else)
   endif()
 endfunction()
+
+# kivnst_has_joining_threads(FILE...)
+#   For sources with std::jthread, which libc++ 19 counts among what is experimental.
+function(kivnst_has_joining_threads)
+  if(KIVNST_MSVC_ABI)
+    set_source_files_properties(${ARGN} PROPERTIES SKIP_PRECOMPILE_HEADERS ON
+      COMPILE_DEFINITIONS _LIBCPP_ENABLE_EXPERIMENTAL)
+  endif()
+endfunction()

@@ -51,7 +51,7 @@ TEST(CComQIPtr, CountsEachCopy)
         first = nullptr;
         EXPECT_EQ(store->References(), 3u);
         EXPECT_EQ(static_cast<IMsgStore*>(moved), store.Get());
-        EXPECT_EQ(moved.operator->(), store.Get());
+        EXPECT_EQ(&*moved, store.Get());
     }
     EXPECT_EQ(store->References(), 1u);
 }

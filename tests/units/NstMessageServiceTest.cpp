@@ -104,8 +104,8 @@ TEST(CNstMessageService, MakesAWrappedSupportObjectOverBoth)
         EXPECT_EQ(support->References(), 2u);
         EXPECT_EQ(section->References(), 2u);
         // It is the object whose count starts at one.
-        EXPECT_EQ(wrapped->AddRef(), 2u);
-        EXPECT_EQ(wrapped->Release(), 1u);
+        EXPECT_EQ(wrapped.p->AddRef(), 2u);
+        EXPECT_EQ(wrapped.p->Release(), 1u);
         // And it gives the section for the UID by which the PST provider asks for it.
         MAPIUID uid = Nst::globalProfileSectionUid;
         ATL::CComQIPtr<IProfSect> given;
