@@ -23,6 +23,9 @@ TEST(DateTimeSpan, GivesMillisecondsForAWait)
         // A span never becomes an endless wait.
         {4'294'968, INFINITE - 1},
         {LLONG_MAX, INFINITE - 1},
+        // What has more milliseconds than can be counted.
+        {LLONG_MAX / 1000 + 1, INFINITE - 1},
+        {LLONG_MIN / 1000 - 1, 0},
     };
     for (const auto& row : table)
         EXPECT_EQ(DateTimeSpan().seconds(row.seconds).ToWaitTimeout(), row.expected) << row.seconds << " s";

@@ -113,6 +113,8 @@ TEST(FormatSystemError, TellsWin32ErrorsByNumberAndMessage)
     EXPECT_EQ(Text(FormatSystemError(ERROR_MOD_NOT_FOUND, false)), SystemMessage(ERROR_MOD_NOT_FOUND));
     EXPECT_EQ(Text(FormatSystemError(65000, true)), L"Error 65000 (0x0000FDE8)");
     EXPECT_EQ(Text(FormatSystemError(65000, false)), L"Error 65000 (0x0000FDE8)");
+    // The largest that there can be.
+    EXPECT_EQ(Text(FormatSystemError(0xFFFF, true)), L"Error 65535 (0x0000FFFF)");
 }
 
 TEST(FormatSystemError, TellsResultCodesByName)

@@ -342,15 +342,23 @@ TEST_F(ServiceConfiguration, ThrowsForUidsThatHaveACountButNoBytes)
 
 TEST_F(ServiceConfiguration, ThrowsForASectionWithoutAPathOrWithAShortProviderList)
 {
-    for (const std::vector<Property>& values :
-         {std::vector<Property>{noWidePath, noNarrowPath, BinaryValue(0x3D000102, providerSectionUid), noEntryId},
-          {TextValue(0x6610001F, L"C:\\a.pst"), noNarrowPath, BinaryValue(0x3D000102, Bytes(15, 1)), noEntryId}})
+    const struct
+    {
+        std::vector<Property> values;
+        std::wstring text;
+    } table[] = {
+        {{noWidePath, noNarrowPath, BinaryValue(0x3D000102, providerSectionUid), noEntryId},
+         L"The profile section holds no path of the store"},
+        {{TextValue(0x6610001F, L"C:\\a.pst"), noNarrowPath, BinaryValue(0x3D000102, Bytes(15, 1)), noEntryId},
+         L"PR_STORE_PROVIDERS was of an unexpected length"},
+    };
+    for (const auto& row : table)
     {
         const LogCapture log;
-        GiveSection(values);
+        GiveSection(row.values);
         EXPECT_CALL(*section, SetProps).Times(0);
-        EXPECT_EQ(Thrown().first, E_FAIL);
-        EXPECT_EQ(log.Lines().size(), 1u);
+        EXPECT_EQ(Thrown(), std::pair(E_FAIL, row.text));
+        EXPECT_THAT(log.Lines(), ElementsAre(Tests::Throwing(file, function, row.text)));
     }
 }
 
