@@ -89,14 +89,14 @@ protected:
         ON_CALL(*pst, Logon)
             .WillByDefault(
                 [this](IMAPISupport* given, auto, wchar_t*, ULONG, ENTRYID*, ULONG flags, const IID*, ULONG*, BYTE**,
-                       MAPIERROR**, IMSLogon** logon, IMsgStore** store)
+                       MAPIERROR**, IMSLogon** givenLogon, IMsgStore** givenStore)
                 {
                     EXPECT_TRUE(IsExactly<CNstMapiSupport>(given));
                     seenFlags = flags;
                     if (FAILED(result))
                         return result;
-                    *logon = givesLogon ? pstLogon.Get() : nullptr;
-                    *store = givesStore ? pstStore.Get() : nullptr;
+                    *givenLogon = givesLogon ? pstLogon.Get() : nullptr;
+                    *givenStore = givesStore ? pstStore.Get() : nullptr;
                     if (givesLogon)
                         pstLogon->AddRef();
                     if (givesStore)
@@ -106,10 +106,10 @@ protected:
     }
 
     /// Logs on with flags of its own; `logon` and `store` receive the outputs.
-    HRESULT Logon(IMSProvider* provider, ULONG flags = 0)
+    HRESULT Logon(IMSProvider* called, ULONG flags = 0)
     {
-        return provider->Logon(support.Get(), 0, nullptr, 0, nullptr, flags, nullptr, nullptr, nullptr, nullptr, &logon,
-                               &store);
+        return called->Logon(support.Get(), 0, nullptr, 0, nullptr, flags, nullptr, nullptr, nullptr, nullptr, &logon,
+                             &store);
     }
 
     /// Expects what a failed logon leaves.
