@@ -111,10 +111,12 @@ public:
     void TearDown() override
     {
         std::size_t total = 0;
+        // A few of the tests alone may be just those in which an operation has nothing to fail.
+        const bool isWhole = testing::GTEST_FLAG(filter) == "*";
         for (const auto& [name, count] : g_injected)
         {
             std::printf("faults injected into %s: %zu\n", name.c_str(), count);
-            EXPECT_GT(count, 0u) << name;
+            EXPECT_TRUE(count > 0 || !isWhole) << name;
             total += count;
         }
         std::printf("faults injected: %zu\n", total);

@@ -240,7 +240,8 @@ TEST(LogFile, SaysWhereALineIsMissingForWantOfMemory)
     LogEntry(LogId::Error, L"kept");
     Logging::SetLogSink(nullptr, nullptr);
     EXPECT_THAT(LinesOf(folder / L"log.txt"),
-                ElementsAre("a line of the log is missing here: out of memory\r", testing::EndsWith("error: kept\r")));
+                ElementsAre("a line of the log is missing here: out of memory\r",
+                            testing::AllOf(testing::StartsWith("20"), testing::EndsWith("error: kept\r"))));
 }
 
 TEST(Log, GoesToTheDebuggerByItself)

@@ -114,6 +114,7 @@ TEST(SPropValueVector, RefusesEveryOtherTypeAndStaysAsItWas)
             catch (const CRuntimeError& error)
             {
                 EXPECT_EQ(Text(error.Format()), text);
+                EXPECT_FALSE(error.IsForUser());
             }
             const std::string name = adder.name;
             EXPECT_THAT(log.Lines(),
