@@ -478,6 +478,10 @@ TEST_ALONE(MapiBinding, FailsWithoutAnyMapiAndSearchesAgainLater)
     EXPECT_TRUE(Mapi::GetMapiPath().IsEmpty());
     EXPECT_THROW(Mapi::AllocateMapiBuffer(8), CComError);
     EXPECT_THROW(Mapi::CreateMapiError(MAPI_UNICODE, MAPIERROR()), CComError);
+    Mapi::FreeMapiBuffer(name);
+    ASSERT_FALSE(log.Lines().empty());
+    EXPECT_EQ(log.Lines().back().level, LogId::Error);
+    EXPECT_EQ(log.Lines().back().text, L"MAPIFreeBuffer: no MAPI module; the block is kept");
 
     // The mail client starts MAPI.
     const HMODULE module = LoadMapiDouble(folder / L"olmapi32.dll");
