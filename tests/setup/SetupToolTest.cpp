@@ -2,7 +2,10 @@
 #include "nst/StoreProviderRegistration.h"
 #include "tests/common/Setting.h"
 #include "tests/setup/MapiSvcInf.h"
+#include "tests/setup/SearchDouble.h"
 #include "tests/setup/Tool.h"
+#include "tools/setup/Commands.h"
+#include "tools/setup/Text.h"
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
@@ -641,18 +644,18 @@ TEST_F(MailClientRegistration, GivesTheUrlItsScheme)
                 HasSubstr("Unable to determine Outlook version"));
 }
 
+// In this process, where the system has no search service whatever the machine has.
 TEST_F(MailClientRegistration, DoesNotMakeUpForTheSearchService)
 {
-    HKEY service = nullptr;
-    if (RegOpenKeyExW(HKEY_CLASSES_ROOT, L"CLSID\\{7D096C5F-AC08-4F1F-BEB7-5C22C517CE39}", 0, KEY_READ, &service) ==
-        ERROR_SUCCESS)
+    const Tests::NoSearchService none;
+    try
     {
-        RegCloseKey(service);
-        GTEST_SKIP() << "this machine has a search service, which the tool would change";
+        Setup::ExcludeCommand({L"00", L"x"});
+        ADD_FAILURE() << "nothing was thrown";
     }
-    const Result result = RunTool({L"exclude", L"--store-id", L"00", L"--store-name", L"x"});
-    EXPECT_EQ(result.exitCode, static_cast<DWORD>(failure));
-    ExpectOneSentence(result.errors);
-    EXPECT_THAT(result.errors, HasSubstr("cannot be excluded from the search index: "));
-    EXPECT_EQ(result.output, "");
+    catch (const Setup::SetupError& error)
+    {
+        EXPECT_THAT(error.what(), HasSubstr("cannot be excluded from the search index: "));
+        EXPECT_EQ(error.Text().find(L'\n'), std::wstring::npos);
+    }
 }
