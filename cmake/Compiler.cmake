@@ -66,6 +66,9 @@ else()
     -Wno-non-virtual-dtor
     # No path of the building machine gets into a binary or a log line.
     "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=" "-ffile-prefix-map=${PROJECT_BINARY_DIR}/=build/")
+  # As the linker does by itself, but for the time of linking, which would make each build another one.
+  target_link_options(kivnst_options INTERFACE
+    LINKER:--dynamicbase,--high-entropy-va,--nxcompat,--no-insert-timestamp)
   # What is instrumented is the library alone: how much of a test runs tells nothing.
   set(instrumented "$<IN_LIST:$<TARGET_PROPERTY:NAME>,kivnst_support;kivnst_mapi;KivNst>")
   if(KIVNST_COVERAGE)

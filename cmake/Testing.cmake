@@ -40,6 +40,12 @@ function(kivnst_add_compile_check name expected)
     "${expected}" ${ARGN})
 endfunction()
 
+# kivnst_add_script_check(NAME COMMAND ARGUMENT...)
+#   Runs a script of this machine, not under Wine, whose exit code is the one result.
+function(kivnst_add_script_check name)
+  kivnst_add_compile_check(${name} "" ${ARGN})
+endfunction()
+
 # kivnst_compile_quickly(TARGET)
 #   For programs of many tests over doubles: nobody waits for them to run, but for them to compile.
 function(kivnst_compile_quickly target)

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "mapi/SPropValueVector.h"
+#include "nst/Version.h"
 #include "support/ComPtr.h"
 #include "support/Export.h"
 #include "support/StringW.h"
