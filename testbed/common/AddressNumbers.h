@@ -1,7 +1,8 @@
 // Numbers for bookmarks and connections that look like addresses.
 #pragma once
 
-#include "testbed/common/Mapi.h"
+#include "common/Mapi.h"
+#include "testbed/common/Namespace.h"
 
 #include <optional>
 

@@ -1,7 +1,8 @@
 // The property methods of IMAPIProp, written once for every object that has properties.
 #include "testbed/common/PropertyBag.h"
 
-#include "testbed/common/Boundary.h"
+#include "common/Boundary.h"
+#include "testbed/common/Namespace.h"
 
 #include <algorithm>
 

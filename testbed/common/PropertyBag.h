@@ -1,7 +1,8 @@
 // The property half of IMAPIProp, over any source of properties, and a plain bag of properties.
 #pragma once
 
-#include "testbed/common/PropValue.h"
+#include "common/PropValue.h"
+#include "testbed/common/Namespace.h"
 
 #include <functional>
 #include <map>

@@ -1,8 +1,9 @@
 // MAPI restrictions as a tree of checked, owned nodes.
 #include "testbed/common/Restriction.h"
 
-#include "testbed/common/Boundary.h"
-#include "testbed/common/Text.h"
+#include "common/Boundary.h"
+#include "common/Text.h"
+#include "testbed/common/Namespace.h"
 
 #include <algorithm>
 

@@ -1,8 +1,9 @@
 // An IMAPITable over rows that are fetched as they are needed.
 #pragma once
 
-#include "testbed/common/Boundary.h"
-#include "testbed/common/ComObject.h"
+#include "common/Boundary.h"
+#include "common/ComObject.h"
+#include "testbed/common/Namespace.h"
 #include "testbed/common/Restriction.h"
 
 namespace Testbed

@@ -1,9 +1,10 @@
 // The exported functions of the MAPI module.
 #include "testbed/mapi/Olmapi.h"
 
+#include "common/StoreEntryId.h"
+#include "common/Text.h"
+#include "testbed/common/Namespace.h"
 #include "testbed/common/RegistryKey.h"
-#include "testbed/common/StoreEntryId.h"
-#include "testbed/common/Text.h"
 #include "testbed/mapi/Blocks.h"
 
 #include <cstring>

@@ -2,7 +2,8 @@
 // Nothing links against the module; everybody finds these by name with GetProcAddress, as with the mail client's own.
 #pragma once
 
-#include "testbed/common/Mapi.h"
+#include "common/Mapi.h"
+#include "testbed/common/Namespace.h"
 
 namespace Testbed
 {

@@ -2,8 +2,9 @@
 // open flag, say what a client may do, and property changes take effect at once.
 #include "testbed/pst/Store.h"
 
+#include "common/Text.h"
+#include "testbed/common/Namespace.h"
 #include "testbed/common/Table.h"
-#include "testbed/common/Text.h"
 
 #include <algorithm>
 

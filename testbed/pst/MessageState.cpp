@@ -1,7 +1,8 @@
 // An open message, and its attachments, as their objects share them.
 #include "testbed/pst/MessageState.h"
 
-#include "testbed/common/Text.h"
+#include "common/Text.h"
+#include "testbed/common/Namespace.h"
 #include "testbed/pst/PropertyObject.h"
 
 #include <objbase.h>

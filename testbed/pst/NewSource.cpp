@@ -1,8 +1,9 @@
 // The contents of a new, empty store: the root folder and the special folders that a store cannot do without.
 #include "testbed/pst/NewSource.h"
 
-#include "testbed/common/Boundary.h"
-#include "testbed/common/MapiMemory.h"
+#include "common/Boundary.h"
+#include "common/MapiMemory.h"
+#include "testbed/common/Namespace.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,8 +1,9 @@
 // The file beside a PST that holds all that was changed.
 #include "testbed/pst/Overlay.h"
 
-#include "testbed/common/Boundary.h"
-#include "testbed/common/Text.h"
+#include "common/Boundary.h"
+#include "common/Text.h"
+#include "testbed/common/Namespace.h"
 
 #include <sqlite3.h>
 

@@ -1,8 +1,9 @@
 // The contents of a PST or OST file, read with libpff.
 #include "testbed/pst/PffSource.h"
 
-#include "testbed/common/Boundary.h"
-#include "testbed/common/Text.h"
+#include "common/Boundary.h"
+#include "common/Text.h"
+#include "testbed/common/Namespace.h"
 #include "testbed/pst/NewSource.h"
 #include "testbed/pst/PropCodec.h"
 

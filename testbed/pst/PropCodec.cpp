@@ -1,7 +1,8 @@
 // Property values as bytes: as PST files hold them, and as the overlay keeps them.
 #include "testbed/pst/PropCodec.h"
 
-#include "testbed/common/Boundary.h"
+#include "common/Boundary.h"
+#include "testbed/common/Namespace.h"
 
 #include <cstring>
 #include <limits>

@@ -1,7 +1,8 @@
 // The IMAPIProp half that the store, its folders, messages and attachments have in common.
 #include "testbed/pst/PropertyObject.h"
 
-#include "testbed/common/Text.h"
+#include "common/Text.h"
+#include "testbed/common/Namespace.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,8 +1,9 @@
 // The IMAPIProp half that the store, its folders, messages and attachments have in common.
 #pragma once
 
-#include "testbed/common/ComObject.h"
-#include "testbed/common/MemoryStream.h"
+#include "common/ComObject.h"
+#include "common/MemoryStream.h"
+#include "testbed/common/Namespace.h"
 #include "testbed/pst/Session.h"
 
 namespace Testbed::Pst

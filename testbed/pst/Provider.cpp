@@ -2,7 +2,8 @@
 #include "testbed/pst/Store.h"
 #include "testbed/pst/StoreIdentity.h"
 
-#include "testbed/common/StoreEntryId.h"
+#include "common/StoreEntryId.h"
+#include "testbed/common/Namespace.h"
 
 #include <cstring>
 

@@ -1,8 +1,9 @@
 // Sample mail, generated in code: a store of any size that takes no room.
 #include "testbed/pst/SampleSource.h"
 
-#include "testbed/common/Boundary.h"
-#include "testbed/common/Text.h"
+#include "common/Boundary.h"
+#include "common/Text.h"
+#include "testbed/common/Namespace.h"
 #include "testbed/pst/NewSource.h"
 
 #include <algorithm>

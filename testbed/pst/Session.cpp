@@ -1,8 +1,9 @@
 // What all objects of one logon share.
 #include "testbed/pst/Session.h"
 
-#include "testbed/common/StoreEntryId.h"
-#include "testbed/common/Text.h"
+#include "common/StoreEntryId.h"
+#include "common/Text.h"
+#include "testbed/common/Namespace.h"
 #include "testbed/pst/NewSource.h"
 
 #include <algorithm>

@@ -1,8 +1,9 @@
 // What all objects of one logon share.
 #pragma once
 
-#include "testbed/common/Boundary.h"
-#include "testbed/common/ComPtr.h"
+#include "common/Boundary.h"
+#include "common/ComPtr.h"
+#include "testbed/common/Namespace.h"
 #include "testbed/pst/StoreCore.h"
 
 namespace Testbed::Pst

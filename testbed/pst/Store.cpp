@@ -2,9 +2,10 @@
 // can be written, and its property changes take effect at once.
 #include "testbed/pst/Store.h"
 
+#include "common/Text.h"
 #include "testbed/common/AddressNumbers.h"
+#include "testbed/common/Namespace.h"
 #include "testbed/common/Table.h"
-#include "testbed/common/Text.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,8 +1,9 @@
 // One store as its sessions see it: a source with the overlay's changes on top.
 #include "testbed/pst/StoreCore.h"
 
-#include "testbed/common/Boundary.h"
-#include "testbed/common/Text.h"
+#include "common/Boundary.h"
+#include "common/Text.h"
+#include "testbed/common/Namespace.h"
 #include "testbed/pst/NewSource.h"
 #include "testbed/pst/PffSource.h"
 #include "testbed/pst/SampleSource.h"

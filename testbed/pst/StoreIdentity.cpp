@@ -1,8 +1,9 @@
 // How a store is named in profiles.
 #include "testbed/pst/StoreIdentity.h"
 
-#include "testbed/common/Boundary.h"
-#include "testbed/common/StoreEntryId.h"
+#include "common/Boundary.h"
+#include "common/StoreEntryId.h"
+#include "testbed/common/Namespace.h"
 #include "testbed/pst/PropCodec.h"
 #include "testbed/pst/StoreCore.h"
 

@@ -1,7 +1,8 @@
 // How a store is named in profiles: its path, its provider, and the store entry ID that is made of the two.
 #pragma once
 
-#include "testbed/common/PropValue.h"
+#include "common/PropValue.h"
+#include "testbed/common/Namespace.h"
 
 #include <string>
 

@@ -5,10 +5,10 @@
 //     abi-client HOST.DLL FOLDER
 //
 // FOLDER must be there and empty; the library's log is left in it as library.log.
+#include "common/Boundary.h"
+#include "common/Text.h"
 #include "host/HostSettings.h"
-#include "testbed/common/Boundary.h"
-#include "testbed/common/Text.h"
-#include "testbed/session/MailSession.h"
+#include "testbed/mapi/MailSession.h"
 
 #include <windows.h>
 

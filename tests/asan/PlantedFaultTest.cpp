@@ -1,9 +1,9 @@
 // A fault planted in each layer: what AddressSanitizer says of it shows that the layer is watched. The layer's own code
 // is given memory that was freed, or less of it than it is told, and touches it.
+#include "common/PropValue.h"
 #include "mapi/SPropValueVector.h"
 #include "nst/NstMsgStore.h"
 #include "support/Binary.h"
-#include "testbed/common/PropValue.h"
 #include "tests/common/InertObjects.h"
 #include "tests/common/MapiModule.h"
 
@@ -110,7 +110,7 @@ TEST_F(PlantedFaultDeathTest, IsReportedInTheHost)
 
 TEST_F(PlantedFaultDeathTest, IsReportedInTheTestbed)
 {
-    EXPECT_EXIT(Testbed::PropValue::From(*Freed<SPropValue>()), testing::ExitedWithCode(reported),
+    EXPECT_EXIT(Common::PropValue::From(*Freed<SPropValue>()), testing::ExitedWithCode(reported),
                 Reports("heap-use-after-free", "PropValue.cpp"));
 }
 

@@ -1,7 +1,7 @@
 // The browser as a process.
 #include "tests/e2e/Browser.h"
 
-#include "testbed/common/Boundary.h"
+#include "common/Boundary.h"
 #include "tests/common/StartProcess.h"
 #include "tests/e2e/Environment.h"
 #include "tools/browser/ArchiveSession.h"

@@ -1,9 +1,9 @@
 // The environment of the end-to-end tests.
 #include "tests/e2e/Environment.h"
 
+#include "common/ComObject.h"
+#include "common/Text.h"
 #include "nst/KivNstCore.h"
-#include "testbed/common/ComObject.h"
-#include "testbed/common/Text.h"
 
 #include <cstdlib>
 #include <fstream>

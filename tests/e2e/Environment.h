@@ -1,8 +1,8 @@
 // What the end-to-end tests share: the mail that they read, a folder to write in, and a watch for what is left behind.
 #pragma once
 
-#include "testbed/common/Boundary.h"
-#include "testbed/session/MapiModule.h"
+#include "common/Boundary.h"
+#include "testbed/mapi/MapiModule.h"
 
 #include <gtest/gtest.h>
 

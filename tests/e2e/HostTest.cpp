@@ -1,12 +1,12 @@
 // The sample host's own code: its settings, its boundary, and the read-only folder that is safe to be called.
 #include "tests/e2e/Environment.h"
 
+#include "common/ComObject.h"
+#include "common/Text.h"
 #include "host/ArchiveStore.h"
 #include "host/HostSettings.h"
 #include "nst/KivNstCore.h"
 #include "nst/NstMapiFolder.h"
-#include "testbed/common/ComObject.h"
-#include "testbed/common/Text.h"
 #include "tools/browser/ArchiveSession.h"
 #include "tools/browser/LogRecorder.h"
 #include "tools/browser/MapiTools.h"
@@ -31,14 +31,14 @@ TEST(HostTest, UnknownOptionsAreRefusedWithATextAndNothingIsStored)
     session.CreateService();
     std::wstring text;
     EXPECT_EQ(session.CallEntry(MSG_SERVICE_CONFIGURE,
-                                {PropValue::String(Testbed::Tags::offlineStorePathW, L"C:\\somewhere.pst"),
+                                {PropValue::String(Common::Tags::offlineStorePathW, L"C:\\somewhere.pst"),
                                  PropValue::Long(PR_ARCHIVE_HOST_OPTIONS, 0x40)},
                                 &text),
               MAPI_E_INVALID_PARAMETER);
     EXPECT_NE(text.find(L"0x00000040"), std::wstring::npos) << Utf8FromWide(text);
     const PropertyBag section = profile->Section(session.ServiceSection());
     EXPECT_EQ(section.Find(PROP_ID(PR_ARCHIVE_HOST_OPTIONS)), nullptr);
-    EXPECT_EQ(section.Find(PROP_ID(Testbed::Tags::offlineStorePathW)), nullptr);
+    EXPECT_EQ(section.Find(PROP_ID(Common::Tags::offlineStorePathW)), nullptr);
 }
 
 TEST(HostTest, FailuresOfTheLibraryComeAsCodesWithATextAndALogLine)
@@ -81,7 +81,7 @@ TEST(HostTest, TheLogFileSettingSendsTheLogThere)
     {
         MailSession session(HostOptions(profile));
         session.CreateService();
-        session.Configure({PropValue::String(Testbed::Tags::offlineStorePathW, (folder / "archive.pst").wstring()),
+        session.Configure({PropValue::String(Common::Tags::offlineStorePathW, (folder / "archive.pst").wstring()),
                            PropValue::String(PR_ARCHIVE_HOST_LOG_FILE, (folder / "host.log").wstring())});
         session.Logon();
         EXPECT_EQ(session.Store()->SetReceiveFolder(nullptr, 0, 0, nullptr), MAPI_E_NO_ACCESS);

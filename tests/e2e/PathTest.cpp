@@ -2,9 +2,9 @@
 // logon, listing, reading, refusals, and a second logon.
 #include "tests/e2e/Environment.h"
 
+#include "common/StoreEntryId.h"
 #include "host/HostSettings.h"
 #include "nst/KivNstCore.h"
-#include "testbed/common/StoreEntryId.h"
 #include "tools/browser/ArchiveSession.h"
 #include "tools/browser/Copy.h"
 #include "tools/browser/Tree.h"

@@ -1,7 +1,7 @@
 // A store of the bare PST provider for tests.
 #include "tests/pst/PstStore.h"
 
-#include "testbed/common/Text.h"
+#include "common/Text.h"
 
 #include <cstdlib>
 #include <fstream>

@@ -1,9 +1,9 @@
 // A store of the bare PST provider for tests: a session on a file, and short ways to what a test looks at.
 #pragma once
 
-#include "testbed/common/MemoryStream.h"
+#include "common/MemoryStream.h"
 #include "testbed/common/PropertyBag.h"
-#include "testbed/session/MailSession.h"
+#include "testbed/mapi/MailSession.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // What real PST files hold, compared with what independent readers (pffexport, readpst) give for them.
 #include "tests/pst/PstStore.h"
 
-#include "testbed/common/Text.h"
+#include "common/Text.h"
 
 #include <algorithm>
 #include <atomic>

@@ -1,7 +1,7 @@
 // Generated sample stores and new, empty ones.
 #include "tests/pst/PstStore.h"
 
-#include "testbed/common/Text.h"
+#include "common/Text.h"
 
 #include <chrono>
 #include <iostream>

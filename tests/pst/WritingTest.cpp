@@ -1,7 +1,7 @@
 // What is written is there at the next logon, and only what was saved; the PST file itself stays as it is.
 #include "tests/pst/PstStore.h"
 
-#include "testbed/common/Text.h"
+#include "common/Text.h"
 #include "tests/common/StartProcess.h"
 
 #include <algorithm>

@@ -1,10 +1,10 @@
 // Copying between stores over MAPI's interfaces, with the PST provider as both ends.
 #include "tests/testbed/Environment.h"
 
-#include "testbed/common/MemoryStream.h"
-#include "testbed/common/Text.h"
-#include "testbed/session/CopyEngine.h"
-#include "testbed/session/MailSession.h"
+#include "common/MemoryStream.h"
+#include "common/Text.h"
+#include "testbed/mapi/CopyEngine.h"
+#include "testbed/mapi/MailSession.h"
 
 #include <cstring>
 #include <fstream>

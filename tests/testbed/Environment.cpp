@@ -1,8 +1,8 @@
 // The environment of the testbed's tests.
 #include "tests/testbed/Environment.h"
 
-#include "testbed/common/ComObject.h"
-#include "testbed/common/Text.h"
+#include "common/ComObject.h"
+#include "common/Text.h"
 
 #include <cstdlib>
 
@@ -27,14 +27,14 @@ public:
     void OnTestStart(const testing::TestInfo&) override
     {
         m_serial = Mapi()->Statistics().cAllocated + 1;
-        m_objects = Testbed::LiveObjects();
+        m_objects = Common::LiveObjects();
     }
 
     void OnTestEnd(const testing::TestInfo&) override
     {
         Mapi()->FailAllocation(0);
-        EXPECT_EQ(Testbed::Utf8FromWide(Mapi()->LiveBlocks(m_serial)), "") << "MAPI blocks are left";
-        EXPECT_EQ(Testbed::LiveObjects(), m_objects) << "COM objects are left";
+        EXPECT_EQ(Common::Utf8FromWide(Mapi()->LiveBlocks(m_serial)), "") << "MAPI blocks are left";
+        EXPECT_EQ(Common::LiveObjects(), m_objects) << "COM objects are left";
     }
 
 private:
@@ -49,7 +49,7 @@ const std::shared_ptr<Testbed::MapiModule>& Mapi()
     return module;
 }
 
-const Testbed::MapiMemory& Memory()
+const Common::MapiMemory& Memory()
 {
     return Mapi()->Memory();
 }

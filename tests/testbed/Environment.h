@@ -1,7 +1,7 @@
 // What the testbed's tests share: the MAPI module, a folder to write in, and a watch for what is left behind.
 #pragma once
 
-#include "testbed/session/MapiModule.h"
+#include "testbed/mapi/MapiModule.h"
 
 #include <gtest/gtest.h>
 
@@ -13,7 +13,7 @@ namespace Tests
 /// The MAPI module of the build's mail client folder, loaded by the first call.
 const std::shared_ptr<Testbed::MapiModule>& Mapi();
 /// Its memory.
-const Testbed::MapiMemory& Memory();
+const Common::MapiMemory& Memory();
 
 /// A path in the test's own folder; nothing is there by that name.
 std::filesystem::path TempPath(const std::wstring& name);
@@ -30,7 +30,7 @@ void ExpectFailure(HRESULT result, F&& body)
         body();
         ADD_FAILURE() << "no failure was thrown";
     }
-    catch (const Testbed::Failure& failure)
+    catch (const Common::Failure& failure)
     {
         EXPECT_EQ(failure.Result(), result) << failure.what();
         EXPECT_FALSE(failure.Text().empty());

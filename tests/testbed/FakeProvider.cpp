@@ -1,10 +1,10 @@
 // FakeProvider.dll.
 #include "tests/testbed/FakeProvider.h"
 
-#include "testbed/common/Boundary.h"
-#include "testbed/common/ComObject.h"
+#include "common/Boundary.h"
+#include "common/ComObject.h"
+#include "common/Text.h"
 #include "testbed/common/PropertyBag.h"
-#include "testbed/common/Text.h"
 
 using namespace Testbed;
 
@@ -71,7 +71,7 @@ STDMETHODIMP FakeStore::GetProps(LPSPropTagArray lpPropTagArray, ULONG ulFlags, 
                    [&]
                    {
                        const PropertyBag bag({PropValue::String(PR_DISPLAY_NAME_W, L"Fake store")});
-                       return Testbed::GetProps(bag, g_memory, lpPropTagArray, ulFlags, lpcValues, lppPropArray);
+                       return Common::GetProps(bag, g_memory, lpPropTagArray, ulFlags, lpcValues, lppPropArray);
                    });
 }
 STDMETHODIMP FakeStore::GetPropList(ULONG, LPSPropTagArray*)

@@ -1,8 +1,8 @@
 // A provider module for tests of the session: it records how it was called and answers as it is told.
 #pragma once
 
-#include "testbed/common/ComPtr.h"
-#include "testbed/common/PropValue.h"
+#include "common/ComPtr.h"
+#include "common/PropValue.h"
 
 #include <string>
 #include <vector>
@@ -23,14 +23,14 @@ struct FakeProviderState
 
     // What it was asked, in order: "entry 2", "init", "logon"...
     std::vector<std::string> calls;
-    std::vector<Testbed::PropValue> entryValues;
+    std::vector<Common::PropValue> entryValues;
     bool entryHadAdmin = false;
     bool entryHadSupport = false;
-    Testbed::Bytes logonEntryId;
+    Common::Bytes logonEntryId;
     std::wstring logonProfile;
     ULONG logonFlags = 0;
-    Testbed::Bytes spoolerSecurity;
-    Testbed::ComPtr<IMAPISupport> support;
+    Common::Bytes spoolerSecurity;
+    Common::ComPtr<IMAPISupport> support;
 };
 
 /// "GetFakeProviderState".

@@ -1,7 +1,7 @@
 // The MAPI module: allocation, and how it ends a process that misuses it.
 #include "tests/testbed/Environment.h"
 
-#include "testbed/common/StoreEntryId.h"
+#include "common/StoreEntryId.h"
 
 #include <cstring>
 #include <thread>

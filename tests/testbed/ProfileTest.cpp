@@ -1,8 +1,8 @@
 // Profiles, their sections and their administration.
 #include "tests/testbed/Environment.h"
 
-#include "testbed/session/Profile.h"
-#include "testbed/session/ProviderAdmin.h"
+#include "testbed/mapi/Profile.h"
+#include "testbed/mapi/ProviderAdmin.h"
 
 #include <fstream>
 

@@ -1,8 +1,8 @@
 // Property values and the property half of IMAPIProp.
 #include "tests/testbed/Environment.h"
 
+#include "common/Text.h"
 #include "testbed/common/PropertyBag.h"
-#include "testbed/common/Text.h"
 
 #include <tuple>
 

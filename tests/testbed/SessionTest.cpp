@@ -2,9 +2,9 @@
 #include "tests/testbed/Environment.h"
 #include "tests/testbed/FakeProvider.h"
 
-#include "testbed/common/MemoryStream.h"
-#include "testbed/common/StoreEntryId.h"
-#include "testbed/session/MailSession.h"
+#include "common/MemoryStream.h"
+#include "common/StoreEntryId.h"
+#include "testbed/mapi/MailSession.h"
 
 using namespace Testbed;
 using Tests::ExpectFailure;

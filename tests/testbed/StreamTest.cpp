@@ -1,7 +1,7 @@
 // Streams in memory.
 #include "tests/testbed/Environment.h"
 
-#include "testbed/common/MemoryStream.h"
+#include "common/MemoryStream.h"
 
 using namespace Testbed;
 

@@ -1,11 +1,12 @@
 // Sessions with the archive and with bare PST files.
 #include "tools/browser/ArchiveSession.h"
 
+#include "common/Text.h"
 #include "host/HostSettings.h"
-#include "testbed/common/Text.h"
 
 #include <system_error>
 
+using namespace Common;
 using namespace Testbed;
 
 namespace Browser

@@ -1,7 +1,7 @@
 // The two ways in which the browser opens stores: an archive through the sample host, and a PST file unwrapped.
 #pragma once
 
-#include "testbed/session/MailSession.h"
+#include "testbed/mapi/MailSession.h"
 
 #include <filesystem>
 #include <memory>
@@ -28,7 +28,7 @@ std::filesystem::path ProgramFolder();
 /// The profile that is used where none is named: in the folder "demo" beside the program's own.
 std::filesystem::path DefaultProfile();
 
-/// The archive of a profile, opened through ArchiveHost.dll as MAPI does. Methods throw `Testbed::Failure`.
+/// The archive of a profile, opened through ArchiveHost.dll as MAPI does. Methods throw `Common::Failure`.
 class ArchiveSession
 {
 public:
@@ -46,14 +46,14 @@ public:
     void Logoff() { m_session.Logoff(); }
 
     Testbed::MailSession& Session() noexcept { return m_session; }
-    const Testbed::MapiMemory& Memory() const { return m_session.Memory(); }
+    const Common::MapiMemory& Memory() const { return m_session.Memory(); }
     IMsgStore& Store() const { return *m_session.Store(); }
 
 private:
     Testbed::MailSession m_session;
 };
 
-/// A PST file opened with the mail client's provider alone. Throws `Testbed::Failure` when there is no such file, or
+/// A PST file opened with the mail client's provider alone. Throws `Common::Failure` when there is no such file, or
 /// none that is a PST.
 class PstSession
 {
@@ -62,14 +62,14 @@ public:
     explicit PstSession(const std::filesystem::path& file, bool mustExist = true, bool writable = false);
 
     Testbed::MailSession& Session() noexcept { return m_session; }
-    const Testbed::MapiMemory& Memory() const { return m_session.Memory(); }
+    const Common::MapiMemory& Memory() const { return m_session.Memory(); }
     IMsgStore& Store() const { return *m_session.Store(); }
 
 private:
     Testbed::MailSession m_session;
 };
 
-/// Throws `Testbed::Failure`, with a sentence that names the file, unless there is a file that can be read.
+/// Throws `Common::Failure`, with a sentence that names the file, unless there is a file that can be read.
 void RequireFile(const std::filesystem::path& file);
 
 /// A folder of its own in the temporary folder, removed with all that is in it at the end.

@@ -1,8 +1,8 @@
-// The browser's commands. Each gives the program's exit code; each throws `Testbed::Failure` (or another exception) for
+// The browser's commands. Each gives the program's exit code; each throws `Common::Failure` (or another exception) for
 // what ends it with one sentence on the error stream.
 #pragma once
 
-#include "testbed/session/Profile.h"
+#include "testbed/mapi/Profile.h"
 #include "tools/browser/ArchiveSession.h"
 #include "tools/browser/LogRecorder.h"
 

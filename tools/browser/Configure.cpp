@@ -1,5 +1,5 @@
 // The command "configure", and the profile that all commands use.
-#include "testbed/common/Boundary.h"
+#include "common/Boundary.h"
 #include "tools/browser/Commands.h"
 #include "tools/browser/MapiTools.h"
 
@@ -17,7 +17,7 @@ int RunConfigure(const Options& options, const std::filesystem::path& archive)
     std::error_code error;
     const auto folder = std::filesystem::absolute(archive).parent_path();
     if (!std::filesystem::is_directory(folder, error))
-        Testbed::Fail(MAPI_E_NOT_FOUND, L"There is no folder \"" + folder.wstring() + L"\" for an archive to lie in.");
+        Common::Fail(MAPI_E_NOT_FOUND, L"There is no folder \"" + folder.wstring() + L"\" for an archive to lie in.");
     std::filesystem::create_directories(std::filesystem::absolute(options.profile).parent_path());
     ArchiveSession session(options.OpenProfile());
     session.Configure(archive, options.setting);

@@ -1,7 +1,7 @@
 // UTF-8 output and aligned tables.
 #include "tools/browser/Console.h"
 
-#include "testbed/common/Text.h"
+#include "common/Text.h"
 
 #include <fcntl.h>
 #include <io.h>

@@ -1,14 +1,14 @@
 // Copying of messages.
 #include "tools/browser/Copy.h"
 
+#include "common/Boundary.h"
+#include "common/MemoryStream.h"
 #include "support/MapiHeaders.h"
-#include "testbed/common/Boundary.h"
-#include "testbed/common/MemoryStream.h"
 #include "tools/browser/SourceMark.h"
 
 #include <algorithm>
 
-using namespace Testbed;
+using namespace Common;
 
 namespace Browser
 {

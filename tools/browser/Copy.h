@@ -29,7 +29,7 @@ class ObjectCopier
 {
 public:
     /// Named properties keep their names: `source` and `target` are the stores' own.
-    ObjectCopier(const Testbed::MapiMemory& memory, PropertyNames& source, PropertyNames& target)
+    ObjectCopier(const Common::MapiMemory& memory, PropertyNames& source, PropertyNames& target)
         : m_memory(memory),
           m_sourceNames(source),
           m_targetNames(target)
@@ -53,7 +53,7 @@ private:
     void CopyRecipients(IMessage& source, IMessage& target);
     void CopyAttachment(IMessage& source, ULONG number, IMessage& target, const std::string& label);
 
-    Testbed::MapiMemory m_memory;
+    Common::MapiMemory m_memory;
     PropertyNames& m_sourceNames;
     PropertyNames& m_targetNames;
     size_t m_attachments = 0;
@@ -62,7 +62,7 @@ private:
 };
 
 /// A message's recipients, without what a store makes of a row.
-std::vector<Row> Recipients(const Testbed::MapiMemory& memory, IMessage& message);
+std::vector<Row> Recipients(const Common::MapiMemory& memory, IMessage& message);
 /// The numbers of a message's attachments, in their table's order.
-std::vector<ULONG> AttachmentNumbers(const Testbed::MapiMemory& memory, IMessage& message);
+std::vector<ULONG> AttachmentNumbers(const Common::MapiMemory& memory, IMessage& message);
 } // namespace Browser

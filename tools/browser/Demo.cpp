@@ -1,5 +1,5 @@
 // The command "demo": the whole path from a PST to an archive that a mail client reads, told step by step.
-#include "testbed/common/Boundary.h"
+#include "common/Boundary.h"
 #include "tools/browser/Commands.h"
 #include "tools/browser/Diff.h"
 #include "tools/browser/Import.h"
@@ -11,7 +11,7 @@
 #include <fstream>
 #include <system_error>
 
-using namespace Testbed;
+using namespace Common;
 
 namespace Browser
 {

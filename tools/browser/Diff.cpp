@@ -1,16 +1,17 @@
 // The command "diff".
 #include "tools/browser/Diff.h"
 
+#include "common/Boundary.h"
+#include "common/StoreEntryId.h"
 #include "nst/KivNstCore.h"
 #include "support/MapiHeaders.h"
-#include "testbed/common/Boundary.h"
-#include "testbed/common/StoreEntryId.h"
 #include "tools/browser/Commands.h"
 #include "tools/browser/Copy.h"
 
 #include <cstring>
 #include <functional>
 
+using namespace Common;
 using namespace Testbed;
 
 namespace Browser

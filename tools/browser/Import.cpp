@@ -1,13 +1,13 @@
 // The command "import".
 #include "tools/browser/Import.h"
 
-#include "testbed/common/Boundary.h"
+#include "common/Boundary.h"
 #include "tools/browser/Commands.h"
 
 #include <set>
 #include <system_error>
 
-using namespace Testbed;
+using namespace Common;
 
 namespace Browser
 {

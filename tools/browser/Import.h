@@ -26,7 +26,7 @@ struct ImportReport
 using Progress = std::function<void(const std::string&)>;
 
 /// Imports what lies below the source's top, folder by folder; what an earlier run imported is left as it is. The
-/// archive has to be logged on with modification on. Throws `Testbed::Failure`.
+/// archive has to be logged on with modification on. Throws `Common::Failure`.
 ImportReport Import(ArchiveSession& archive, PstSession& source, bool all, const Progress& progress);
 
 /// Sees to it that the profile has an archive: by default beside the profile, with its name.

@@ -1,8 +1,8 @@
 // The sink that records the library's log.
 #include "tools/browser/LogRecorder.h"
 
+#include "common/Text.h"
 #include "support/Log.h"
-#include "testbed/common/Text.h"
 #include "tools/browser/Console.h"
 
 #include <utility>
@@ -31,10 +31,10 @@ void __stdcall LogRecorder::Receive(void* context, const Quillon::Logging::LogLi
     try
     {
         const std::lock_guard lock(recorder.m_lock);
-        const std::string text = Testbed::Utf8FromWide(line.text);
+        const std::string text = Common::Utf8FromWide(line.text);
         if (recorder.m_show)
         {
-            const std::string level = Testbed::Utf8FromWide(Quillon::Logging::GetLevelName(line.level));
+            const std::string level = Common::Utf8FromWide(Quillon::Logging::GetLevelName(line.level));
             PrintError((line.isDetail ? std::string(level.size() + 3, ' ') + "  " : "[" + level + "] ") + text);
         }
         recorder.m_lines.push_back({static_cast<int>(line.level), line.isDetail, text});

@@ -1,6 +1,6 @@
 // archive-browser: a console client that drives the sample host as MAPI would.
-#include "testbed/common/Boundary.h"
-#include "testbed/common/Text.h"
+#include "common/Boundary.h"
+#include "common/Text.h"
 #include "tools/browser/Commands.h"
 #include "tools/browser/Console.h"
 #include "tools/browser/MapiTools.h"
@@ -159,7 +159,7 @@ int Run(int argc, wchar_t** argv)
     }
 
     const Tools::ComApartment com;
-    Testbed::Check(com.Result(), L"COM cannot be used.");
+    Common::Check(com.Result(), L"COM cannot be used.");
     LogRecorder log(global.log);
     return command(MakeOptions(global, log));
 }

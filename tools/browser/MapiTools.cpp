@@ -1,18 +1,18 @@
 // Reading MAPI objects.
 #include "tools/browser/MapiTools.h"
 
+#include "common/Boundary.h"
+#include "common/MemoryStream.h"
+#include "common/Text.h"
 #include "support/Format.h"
 #include "support/MapiProperties.h"
-#include "testbed/common/Boundary.h"
-#include "testbed/common/MemoryStream.h"
-#include "testbed/common/Text.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <cwctype>
 
-using namespace Testbed;
+using namespace Common;
 
 namespace Browser
 {

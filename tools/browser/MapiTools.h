@@ -1,8 +1,8 @@
 // Reading MAPI objects as a client does: properties, tables, folders by path; and how values are shown.
 #pragma once
 
-#include "testbed/common/ComPtr.h"
-#include "testbed/common/PropValue.h"
+#include "common/ComPtr.h"
+#include "common/PropValue.h"
 #include "tools/browser/Console.h"
 
 #include <functional>
@@ -16,58 +16,58 @@ namespace Browser
 struct ObjectProperties
 {
     /// In the object's order, strings wide; an entry that came as an error is one here.
-    std::vector<Testbed::PropValue> values;
+    std::vector<Common::PropValue> values;
     /// For an error entry of the same index, the tag that the object lists; the value's own tag otherwise.
     std::vector<ULONG> tags;
 };
 
 /// Reads all properties that the object lists. With `streams` those that are too large to come inline are read through
-/// OpenProperty; what cannot be read stays an error entry. Throws `Testbed::Failure`.
-ObjectProperties ReadProperties(const Testbed::MapiMemory& memory, IMAPIProp& object, bool streams);
+/// OpenProperty; what cannot be read stays an error entry. Throws `Common::Failure`.
+ObjectProperties ReadProperties(const Common::MapiMemory& memory, IMAPIProp& object, bool streams);
 
 /// Reads the properties of `tags`, in their order.
-std::vector<Testbed::PropValue> ReadProps(const Testbed::MapiMemory& memory, IMAPIProp& object,
-                                          const std::vector<ULONG>& tags, ULONG flags = MAPI_UNICODE);
+std::vector<Common::PropValue> ReadProps(const Common::MapiMemory& memory, IMAPIProp& object,
+                                         const std::vector<ULONG>& tags, ULONG flags = MAPI_UNICODE);
 /// One property, or nothing when the object does not have it.
-std::optional<Testbed::PropValue> ReadProp(const Testbed::MapiMemory& memory, IMAPIProp& object, ULONG tag);
+std::optional<Common::PropValue> ReadProp(const Common::MapiMemory& memory, IMAPIProp& object, ULONG tag);
 /// A text property of any size; empty when it is missing.
-std::string ReadText(const Testbed::MapiMemory& memory, IMAPIProp& object, ULONG tag);
+std::string ReadText(const Common::MapiMemory& memory, IMAPIProp& object, ULONG tag);
 
 /// A row of a table: a cell for each of the columns that were asked for, or of all that the table has.
-using Row = std::vector<Testbed::PropValue>;
+using Row = std::vector<Common::PropValue>;
 
 /// Reads a table in portions, from its beginning: with `columns`, or with all that it offers.
-std::vector<Row> ReadTable(const Testbed::MapiMemory& memory, IMAPITable& table, const std::vector<ULONG>& columns);
+std::vector<Row> ReadTable(const Common::MapiMemory& memory, IMAPITable& table, const std::vector<ULONG>& columns);
 /// The columns that a table offers.
-std::vector<ULONG> AllColumns(const Testbed::MapiMemory& memory, IMAPITable& table);
+std::vector<ULONG> AllColumns(const Common::MapiMemory& memory, IMAPITable& table);
 
-Testbed::ComPtr<IMAPITable> Contents(IMAPIFolder& folder, bool associated);
-Testbed::ComPtr<IMAPITable> Hierarchy(IMAPIFolder& folder);
+Common::ComPtr<IMAPITable> Contents(IMAPIFolder& folder, bool associated);
+Common::ComPtr<IMAPITable> Hierarchy(IMAPIFolder& folder);
 
-/// Opens a folder or message; an empty entry ID is the root folder. Throws `Testbed::Failure`.
-Testbed::ComPtr<IMAPIFolder> OpenFolder(IMsgStore& store, const Testbed::Bytes& entryId, ULONG flags = 0);
-Testbed::ComPtr<IMessage> OpenMessage(IMsgStore& store, const Testbed::Bytes& entryId, ULONG flags = 0);
-Testbed::ComPtr<IAttach> OpenAttachment(IMessage& message, ULONG number, ULONG flags = 0);
+/// Opens a folder or message; an empty entry ID is the root folder. Throws `Common::Failure`.
+Common::ComPtr<IMAPIFolder> OpenFolder(IMsgStore& store, const Common::Bytes& entryId, ULONG flags = 0);
+Common::ComPtr<IMessage> OpenMessage(IMsgStore& store, const Common::Bytes& entryId, ULONG flags = 0);
+Common::ComPtr<IAttach> OpenAttachment(IMessage& message, ULONG number, ULONG flags = 0);
 /// The message embedded in an attachment.
-Testbed::ComPtr<IMessage> OpenEmbedded(IAttach& attachment, ULONG flags = 0);
+Common::ComPtr<IMessage> OpenEmbedded(IAttach& attachment, ULONG flags = 0);
 /// The entry ID of the top of the information store; empty when the store has none.
-Testbed::Bytes TopOfStore(const Testbed::MapiMemory& memory, IMsgStore& store);
+Common::Bytes TopOfStore(const Common::MapiMemory& memory, IMsgStore& store);
 
 /// A folder as its parent's hierarchy table shows it.
 struct FolderRow
 {
-    Testbed::Bytes entryId;
+    Common::Bytes entryId;
     std::wstring name;
     LONG type = FOLDER_GENERIC;
     LONG messages = 0;
     LONG unread = 0;
 };
-std::vector<FolderRow> SubFolders(const Testbed::MapiMemory& memory, IMAPIFolder& folder);
+std::vector<FolderRow> SubFolders(const Common::MapiMemory& memory, IMAPIFolder& folder);
 
 /// The entry ID of the folder that a path names, parts separated by "/" or "\" (which may also stand in a folder's
 /// name), from the top of the information store or else from the root folder; an empty path and "/" are the top. Throws
-/// `Testbed::Failure` with a sentence that names the part that is not there.
-Testbed::Bytes FindFolder(const Testbed::MapiMemory& memory, IMsgStore& store, const std::wstring& path);
+/// `Common::Failure` with a sentence that names the part that is not there.
+Common::Bytes FindFolder(const Common::MapiMemory& memory, IMsgStore& store, const std::wstring& path);
 
 /// The names of a store's named properties.
 class PropertyNames
@@ -82,7 +82,7 @@ public:
         bool operator<(const Name& other) const;
     };
 
-    PropertyNames(const Testbed::MapiMemory& memory, IMAPIProp& object) : m_memory(memory), m_object(&object) {}
+    PropertyNames(const Common::MapiMemory& memory, IMAPIProp& object) : m_memory(memory), m_object(&object) {}
 
     /// The name of an identifier of 0x8000 or above, or null when the store knows none.
     const Name* NameOf(ULONG id);
@@ -90,8 +90,8 @@ public:
     ULONG IdOf(const Name& name, bool create);
 
 private:
-    Testbed::MapiMemory m_memory;
-    Testbed::ComPtr<IMAPIProp> m_object;
+    Common::MapiMemory m_memory;
+    Common::ComPtr<IMAPIProp> m_object;
     std::map<ULONG, std::optional<Name>> m_names;
     std::map<Name, ULONG> m_ids;
 };
@@ -101,15 +101,15 @@ std::string TagName(ULONG tag, PropertyNames* names = nullptr);
 /// "MAPI_E_NO_ACCESS", "S_OK", or the number.
 std::string ResultName(HRESULT result);
 /// A value for people; with `limit`, long binaries and lists are cut to about that many characters.
-std::string ValueText(const Testbed::PropValue& value, size_t limit = 200);
+std::string ValueText(const Common::PropValue& value, size_t limit = 200);
 /// The whole value for programs: numbers, booleans and texts as such, binaries in hexadecimal digits, times in ISO
 /// form.
-Json ValueJson(const Testbed::PropValue& value);
+Json ValueJson(const Common::PropValue& value);
 /// A PT_SYSTIME as "2001-10-31 09:05".
-std::string TimeText(const Testbed::PropValue& value);
+std::string TimeText(const Common::PropValue& value);
 
 /// Shorter names for what is used on every line.
 std::string Utf8(std::wstring_view text);
 std::wstring Wide(std::string_view text);
-LPENTRYID EntryIdOf(const Testbed::Bytes& bytes) noexcept;
+LPENTRYID EntryIdOf(const Common::Bytes& bytes) noexcept;
 } // namespace Browser

@@ -1,13 +1,13 @@
 // Observing calls by way of the method tables.
 #include "tools/browser/Observer.h"
 
-#include "testbed/common/Boundary.h"
+#include "common/Boundary.h"
 
 #include <cstring>
 #include <mutex>
 #include <utility>
 
-using namespace Testbed;
+using namespace Common;
 
 namespace Browser
 {

@@ -1,7 +1,7 @@
 // Sees which calls reach the objects of a provider, whoever makes them.
 #pragma once
 
-#include "testbed/common/Mapi.h"
+#include "common/Mapi.h"
 
 #include <string>
 #include <vector>

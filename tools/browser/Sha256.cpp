@@ -1,15 +1,15 @@
 // SHA-256 by the system's own means.
 #include "tools/browser/Sha256.h"
 
-#include "testbed/common/Boundary.h"
-#include "testbed/common/Text.h"
+#include "common/Boundary.h"
+#include "common/Text.h"
 
 #include <bcrypt.h>
 
 #include <fstream>
 #include <vector>
 
-using namespace Testbed;
+using namespace Common;
 
 namespace Browser
 {

@@ -1,8 +1,8 @@
 // The commands "list", "show" and "props".
 #include "tools/browser/Show.h"
 
-#include "testbed/common/Boundary.h"
-#include "testbed/common/Text.h"
+#include "common/Boundary.h"
+#include "common/Text.h"
 #include "tools/browser/Commands.h"
 #include "tools/browser/Copy.h"
 
@@ -10,7 +10,7 @@
 #include <cwctype>
 #include <variant>
 
-using namespace Testbed;
+using namespace Common;
 
 namespace Browser
 {

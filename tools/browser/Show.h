@@ -6,5 +6,5 @@
 namespace Browser
 {
 /// Prints the first `limit` messages of a folder as a table; gives how many the folder has.
-size_t PrintMessages(const Testbed::MapiMemory& memory, IMAPIFolder& folder, size_t limit, size_t indent);
+size_t PrintMessages(const Common::MapiMemory& memory, IMAPIFolder& folder, size_t limit, size_t indent);
 } // namespace Browser

@@ -1,11 +1,11 @@
 // Marks of imported objects.
 #include "tools/browser/SourceMark.h"
 
-#include "testbed/common/Boundary.h"
+#include "common/Boundary.h"
 
 #include <cstring>
 
-using namespace Testbed;
+using namespace Common;
 
 namespace Browser
 {

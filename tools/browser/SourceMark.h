@@ -8,13 +8,13 @@ namespace Browser
 /// Where an import takes a store's mail from.
 struct ImportTop
 {
-    Testbed::ComPtr<IMAPIFolder> folder;
+    Common::ComPtr<IMAPIFolder> folder;
     std::wstring name;
 };
 
 /// The folder whose contents are imported: the top of the information store, or with `all`, or when the store has no
 /// such folder, its root.
-ImportTop SourceTop(const Testbed::MapiMemory& memory, IMsgStore& source, bool all);
+ImportTop SourceTop(const Common::MapiMemory& memory, IMsgStore& source, bool all);
 
 /// The property of an archive's folders and messages that names their source, as a tag of type PT_BINARY; made when the
 /// archive has none yet and `create`, else 0 then. It is a named property, so that it cannot meet one of the mail's
@@ -28,10 +28,10 @@ bool IsMark(const PropertyNames::Name& name);
 class SourceMarks
 {
 public:
-    SourceMarks(const Testbed::MapiMemory& memory, IMsgStore& source);
-    Testbed::Bytes Of(const Testbed::Bytes& entryId) const;
+    SourceMarks(const Common::MapiMemory& memory, IMsgStore& source);
+    Common::Bytes Of(const Common::Bytes& entryId) const;
 
 private:
-    Testbed::Bytes m_recordKey;
+    Common::Bytes m_recordKey;
 };
 } // namespace Browser

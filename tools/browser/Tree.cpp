@@ -3,7 +3,7 @@
 #include "tools/browser/Commands.h"
 #include "tools/browser/MapiTools.h"
 
-using namespace Testbed;
+using namespace Common;
 
 namespace Browser
 {

@@ -9,7 +9,7 @@ namespace Browser
 /// A folder with what lies below it.
 struct FolderNode
 {
-    Testbed::Bytes entryId;
+    Common::Bytes entryId;
     std::wstring name;
     LONG messages = 0;
     LONG unread = 0;
@@ -18,7 +18,7 @@ struct FolderNode
 };
 
 /// Reads the tree below the top of the information store, or (`all`) below the root folder.
-FolderNode ReadTree(const Testbed::MapiMemory& memory, IMsgStore& store, bool all);
+FolderNode ReadTree(const Common::MapiMemory& memory, IMsgStore& store, bool all);
 /// The folders below the tree's top, and the messages that all of them show and hide.
 ObjectCounts CountTree(const FolderNode& node);
 /// Prints the folders as a table, and their number.

@@ -1,9 +1,9 @@
 // The command "try".
 #include "tools/browser/Try.h"
 
+#include "common/Boundary.h"
 #include "nst/NstMapiFolder.h"
 #include "nst/NstMsgStore.h"
-#include "testbed/common/Boundary.h"
 #include "tools/browser/Commands.h"
 #include "tools/browser/Copy.h"
 #include "tools/browser/MapiTools.h"
@@ -14,6 +14,7 @@
 #include <functional>
 #include <optional>
 
+using namespace Common;
 using namespace Testbed;
 
 namespace Browser

@@ -1,14 +1,14 @@
 // The command "verify".
 #include "tools/browser/Verify.h"
 
-#include "testbed/common/Boundary.h"
+#include "common/Boundary.h"
 #include "tools/browser/Commands.h"
 #include "tools/browser/Copy.h"
 #include "tools/browser/SourceMark.h"
 
 #include <map>
 
-using namespace Testbed;
+using namespace Common;
 
 namespace Browser
 {

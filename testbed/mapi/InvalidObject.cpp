@@ -1,0 +1,86 @@
+// A method table that refuses everything.
+#include "testbed/mapi/InvalidObject.h"
+
+#include "common/Boundary.h"
+#include "testbed/common/Namespace.h"
+
+#include <array>
+#include <map>
+#include <mutex>
+
+namespace Testbed
+{
+namespace
+{
+// What is left of an object: its first 16 bytes are overwritten with this.
+struct Invalid
+{
+    const void* const* methods;
+    ULONG references;
+};
+static_assert(sizeof(Invalid) <= 16);
+
+std::mutex g_lock;
+// With what each object's memory is freed; the object itself has no room for it.
+std::map<void*, MapiMemory> g_memory;
+
+HRESULT STDMETHODCALLTYPE RefuseInterface(void*, REFIID, void** object)
+{
+    if (object)
+        *object = nullptr;
+    return MAPI_E_INVALID_OBJECT;
+}
+
+ULONG STDMETHODCALLTYPE Add(Invalid* object)
+{
+    const std::lock_guard guard(g_lock);
+    return ++object->references;
+}
+
+ULONG STDMETHODCALLTYPE Drop(Invalid* object)
+{
+    const std::lock_guard guard(g_lock);
+    const ULONG left = --object->references;
+    if (left == 0)
+    {
+        auto owner = g_memory.extract(object);
+        owner.mapped().Free(object);
+    }
+    return left;
+}
+
+// Arguments are passed in registers and cleaned up by the caller, so one function stands for every method.
+HRESULT STDMETHODCALLTYPE Refuse(void*)
+{
+    return MAPI_E_INVALID_OBJECT;
+}
+
+const std::array<const void*, maxInvalidMethods>& Methods()
+{
+    static const std::array<const void*, maxInvalidMethods> methods = []
+    {
+        std::array<const void*, maxInvalidMethods> table;
+        table.fill(reinterpret_cast<const void*>(&Refuse));
+        table[0] = reinterpret_cast<const void*>(&RefuseInterface);
+        table[1] = reinterpret_cast<const void*>(&Add);
+        table[2] = reinterpret_cast<const void*>(&Drop);
+        return table;
+    }();
+    return methods;
+}
+} // namespace
+
+void MakeObjectInvalid(const MapiMemory& memory, void* object, ULONG references, ULONG methods)
+{
+    if (methods < 3 || methods > maxInvalidMethods || references == 0)
+    {
+        Fail(MAPI_E_INVALID_PARAMETER,
+             L"An object to be made invalid has an impossible number of methods or references.");
+    }
+    const std::lock_guard guard(g_lock);
+    g_memory.insert_or_assign(object, memory);
+    auto* const invalid = static_cast<Invalid*>(object);
+    invalid->methods = Methods().data();
+    invalid->references = references;
+}
+} // namespace Testbed

@@ -1,0 +1,422 @@
+// MAPI's support object.
+#include "testbed/mapi/SupportObject.h"
+
+#include "common/StoreEntryId.h"
+#include "testbed/common/Namespace.h"
+#include "testbed/mapi/CopyEngine.h"
+#include "testbed/mapi/InvalidObject.h"
+#include "testbed/mapi/StreamStorage.h"
+
+namespace Testbed
+{
+namespace
+{
+template <class T>
+void Require(const T* pointer)
+{
+    if (!pointer)
+        Fail(MAPI_E_INVALID_PARAMETER, L"A required argument of a support call is null.");
+}
+
+class SupportObject final : public ComObject<IMAPISupport, &IID_IMAPISup>
+{
+public:
+    explicit SupportObject(SupportContext context) : m_context(std::move(context)) {}
+
+    MAPI_IMAPISUPPORT_METHODS1(override)
+    MAPI_IMAPISUPPORT_METHODS2(override)
+    MAPI_IMAPISUPPORT_METHODS3(override)
+
+private:
+    // Runs a copying call and gives its problems to the caller.
+    template <class F>
+    HRESULT Copy(LPSPropProblemArray* problems, F&& body) noexcept
+    {
+        return Guarded(m_lastError,
+                       [&]
+                       {
+                           std::vector<SPropProblem> found;
+                           body(found);
+                           if (problems)
+                               *problems = found.empty() ? nullptr : MakeProblemArray(m_context.memory, found);
+                       });
+    }
+
+    SupportContext m_context;
+    LastError m_lastError{L"MAPI"};
+};
+
+STDMETHODIMP SupportObject::GetLastError(HRESULT hResult, ULONG ulFlags, LPMAPIERROR* lppMAPIError)
+{
+    return m_lastError.Get(m_context.memory, hResult, ulFlags, lppMAPIError);
+}
+
+STDMETHODIMP SupportObject::GetMemAllocRoutines(LPALLOCATEBUFFER* lpAllocateBuffer, LPALLOCATEMORE* lpAllocateMore,
+                                                LPFREEBUFFER* lpFreeBuffer)
+{
+    if (!lpAllocateBuffer || !lpAllocateMore || !lpFreeBuffer)
+        return MAPI_E_INVALID_PARAMETER;
+    *lpAllocateBuffer = m_context.memory.AllocateBufferRoutine();
+    *lpAllocateMore = m_context.memory.AllocateMoreRoutine();
+    *lpFreeBuffer = m_context.memory.FreeBufferRoutine();
+    return S_OK;
+}
+
+STDMETHODIMP SupportObject::Subscribe(LPNOTIFKEY lpKey, ULONG ulEventMask, ULONG ulFlags, LPMAPIADVISESINK lpAdviseSink,
+                                      ULONG* lpulConnection)
+{
+    return Guarded(m_lastError,
+                   [&]
+                   {
+                       Require(lpKey);
+                       Require(lpAdviseSink);
+                       Require(lpulConnection);
+                       RequireFlags(ulFlags, NOTIFY_SYNC);
+                       *lpulConnection = m_context.notifications->Subscribe(*lpKey, ulEventMask, lpAdviseSink);
+                   });
+}
+
+STDMETHODIMP SupportObject::Unsubscribe(ULONG ulConnection)
+{
+    return Guarded(m_lastError,
+                   [&]
+                   {
+                       if (!m_context.notifications->Unsubscribe(ulConnection))
+                           Fail(MAPI_E_NOT_FOUND, L"There is no such subscription.");
+                   });
+}
+
+STDMETHODIMP SupportObject::Notify(LPNOTIFKEY lpKey, ULONG cNotification, LPNOTIFICATION lpNotifications,
+                                   ULONG* lpulFlags)
+{
+    return Guarded(m_lastError,
+                   [&]
+                   {
+                       Require(lpKey);
+                       Require(lpulFlags);
+                       if (cNotification)
+                           Require(lpNotifications);
+                       RequireFlags(*lpulFlags, NOTIFY_SYNC);
+                       *lpulFlags = m_context.notifications->Notify(*lpKey, cNotification, lpNotifications);
+                   });
+}
+
+STDMETHODIMP SupportObject::ModifyStatusRow(ULONG cValues, LPSPropValue lpColumnVals, ULONG ulFlags)
+{
+    return Guarded(m_lastError,
+                   [&]
+                   {
+                       RequireFlags(ulFlags, STATUSROW_UPDATE);
+                       m_context.status->Modify(m_context.ownSection, CopyProps(cValues, lpColumnVals),
+                                                (ulFlags & STATUSROW_UPDATE) != 0);
+                   });
+}
+
+STDMETHODIMP SupportObject::OpenProfileSection(LPMAPIUID lpUid, ULONG ulFlags, LPPROFSECT* lppProfileObj)
+{
+    return Guarded(m_lastError,
+                   [&]
+                   {
+                       Require(lppProfileObj);
+                       RequireFlags(ulFlags, MAPI_MODIFY | MAPI_DEFERRED_ERRORS);
+                       const Uid uid = lpUid ? Uid(*lpUid) : m_context.ownSection;
+                       *lppProfileObj =
+                           OpenSection(m_context.profile, uid, (ulFlags & MAPI_MODIFY) != 0, m_context.memory).Detach();
+                   });
+}
+
+STDMETHODIMP SupportObject::RegisterPreprocessor(LPMAPIUID, LPTSTR, LPTSTR, LPSTR, LPSTR, ULONG)
+{
+    return MAPI_E_NO_SUPPORT;
+}
+
+STDMETHODIMP SupportObject::NewUID(LPMAPIUID lpMuid)
+{
+    return Guarded(m_lastError,
+                   [&]
+                   {
+                       Require(lpMuid);
+                       *lpMuid = Uid::Create();
+                   });
+}
+
+STDMETHODIMP SupportObject::MakeInvalid(ULONG ulFlags, LPVOID lpObject, ULONG ulRefCount, ULONG cMethods)
+{
+    return Guarded(m_lastError,
+                   [&]
+                   {
+                       Require(lpObject);
+                       RequireFlags(ulFlags, 0);
+                       MakeObjectInvalid(m_context.memory, lpObject, ulRefCount, cMethods);
+                   });
+}
+
+STDMETHODIMP SupportObject::SpoolerYield(ULONG)
+{
+    return MAPI_E_NO_SUPPORT;
+}
+
+STDMETHODIMP SupportObject::SpoolerNotify(ULONG, LPVOID)
+{
+    return MAPI_E_NO_SUPPORT;
+}
+
+STDMETHODIMP SupportObject::CreateOneOff(LPTSTR, LPTSTR, LPTSTR, ULONG, ULONG*, LPENTRYID*)
+{
+    return MAPI_E_NO_SUPPORT;
+}
+
+STDMETHODIMP SupportObject::SetProviderUID(LPMAPIUID lpProviderID, ULONG ulFlags)
+{
+    return Guarded(m_lastError,
+                   [&]
+                   {
+                       Require(lpProviderID);
+                       RequireFlags(ulFlags, 0);
+                       if (m_context.setProviderUid)
+                           m_context.setProviderUid(*lpProviderID);
+                   });
+}
+
+STDMETHODIMP SupportObject::CompareEntryIDs(ULONG cbEntry1, LPENTRYID lpEntry1, ULONG cbEntry2, LPENTRYID lpEntry2,
+                                            ULONG ulCompareFlags, ULONG* lpulResult)
+{
+    return Guarded(m_lastError,
+                   [&]() -> HRESULT
+                   {
+                       Require(lpulResult);
+                       RequireFlags(ulCompareFlags, 0);
+                       // Two absent entry IDs are equal, one absent differs from any other.
+                       if (cbEntry1 == 0 || cbEntry2 == 0)
+                       {
+                           *lpulResult = cbEntry1 == cbEntry2;
+                           return S_OK;
+                       }
+                       Require(lpEntry1);
+                       Require(lpEntry2);
+                       if (cbEntry1 == cbEntry2 && std::memcmp(lpEntry1, lpEntry2, cbEntry1) == 0)
+                       {
+                           *lpulResult = TRUE;
+                           return S_OK;
+                       }
+                       *lpulResult = FALSE;
+                       return m_context.compareEntryIds
+                                  ? m_context.compareEntryIds(cbEntry1, lpEntry1, cbEntry2, lpEntry2, 0, lpulResult)
+                                  : S_OK;
+                   });
+}
+
+STDMETHODIMP SupportObject::OpenTemplateID(ULONG, LPENTRYID, ULONG, LPMAPIPROP, LPCIID, LPMAPIPROP*, LPMAPIPROP)
+{
+    return MAPI_E_NO_SUPPORT;
+}
+
+STDMETHODIMP SupportObject::OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, ULONG ulOpenFlags,
+                                      ULONG* lpulObjType, LPUNKNOWN* lppUnk)
+{
+    return Guarded(m_lastError,
+                   [&]() -> HRESULT
+                   {
+                       Require(lpulObjType);
+                       Require(lppUnk);
+                       if (cbEntryID)
+                           Require(lpEntryID);
+                       if (!m_context.openEntry)
+                           Fail(MAPI_E_UNKNOWN_ENTRYID, L"No provider of the session is logged on.");
+                       return m_context.openEntry(cbEntryID, lpEntryID, lpInterface, ulOpenFlags, lpulObjType, lppUnk);
+                   });
+}
+
+STDMETHODIMP SupportObject::GetOneOffTable(ULONG, LPMAPITABLE*)
+{
+    return MAPI_E_NO_SUPPORT;
+}
+
+STDMETHODIMP SupportObject::Address(ULONG_PTR*, LPADRPARM, LPADRLIST*)
+{
+    return MAPI_E_NO_SUPPORT;
+}
+
+STDMETHODIMP SupportObject::Details(ULONG_PTR*, LPFNDISMISS, LPVOID, ULONG, LPENTRYID, LPFNBUTTON, LPVOID, LPTSTR,
+                                    ULONG)
+{
+    return MAPI_E_NO_SUPPORT;
+}
+
+STDMETHODIMP SupportObject::NewEntry(ULONG_PTR, ULONG, ULONG, LPENTRYID, ULONG, LPENTRYID, ULONG*, LPENTRYID*)
+{
+    return MAPI_E_NO_SUPPORT;
+}
+
+STDMETHODIMP SupportObject::DoConfigPropsheet(ULONG_PTR, ULONG, LPTSTR, LPMAPITABLE, LPMAPIPROP, ULONG)
+{
+    return MAPI_E_NO_SUPPORT;
+}
+
+STDMETHODIMP SupportObject::CopyMessages(LPCIID lpSrcInterface, LPVOID lpSrcFolder, LPENTRYLIST lpMsgList,
+                                         LPCIID lpDestInterface, LPVOID lpDestFolder, ULONG_PTR,
+                                         LPMAPIPROGRESS lpProgress, ULONG ulFlags)
+{
+    return Guarded(m_lastError,
+                   [&]
+                   {
+                       Require(lpMsgList);
+                       return Testbed::CopyMessages(m_context.memory, lpSrcInterface, lpSrcFolder, *lpMsgList,
+                                                    lpDestInterface, lpDestFolder, lpProgress, ulFlags);
+                   });
+}
+
+STDMETHODIMP SupportObject::CopyFolder(LPCIID lpSrcInterface, LPVOID lpSrcFolder, ULONG cbEntryID, LPENTRYID lpEntryID,
+                                       LPCIID lpDestInterface, LPVOID lpDestFolder, LPTSTR lszNewFolderName, ULONG_PTR,
+                                       LPMAPIPROGRESS lpProgress, ULONG ulFlags)
+{
+    return Guarded(m_lastError,
+                   [&]
+                   {
+                       return Testbed::CopyFolder(m_context.memory, lpSrcInterface, lpSrcFolder, cbEntryID, lpEntryID,
+                                                  lpDestInterface, lpDestFolder, lszNewFolderName, lpProgress, ulFlags);
+                   });
+}
+
+STDMETHODIMP SupportObject::DoCopyTo(LPCIID lpSrcInterface, LPVOID lpSrcObj, ULONG ciidExclude, LPCIID rgiidExclude,
+                                     LPSPropTagArray lpExcludeProps, ULONG_PTR, LPMAPIPROGRESS lpProgress,
+                                     LPCIID lpDestInterface, LPVOID lpDestObj, ULONG ulFlags,
+                                     LPSPropProblemArray* lppProblems)
+{
+    return Copy(lppProblems,
+                [&](std::vector<SPropProblem>& problems)
+                {
+                    CopyToArguments arguments;
+                    arguments.sourceInterface = lpSrcInterface;
+                    arguments.source = static_cast<IUnknown*>(lpSrcObj);
+                    arguments.excludedInterfaceCount = ciidExclude;
+                    arguments.excludedInterfaces = rgiidExclude;
+                    arguments.excludedTags = lpExcludeProps;
+                    arguments.progress = lpProgress;
+                    arguments.destinationInterface = lpDestInterface;
+                    arguments.destination = static_cast<IUnknown*>(lpDestObj);
+                    arguments.flags = ulFlags;
+                    CopyObject(m_context.memory, arguments, problems);
+                });
+}
+
+STDMETHODIMP SupportObject::DoCopyProps(LPCIID lpSrcInterface, LPVOID lpSrcObj, LPSPropTagArray lpIncludeProps,
+                                        ULONG_PTR, LPMAPIPROGRESS lpProgress, LPCIID lpDestInterface, LPVOID lpDestObj,
+                                        ULONG ulFlags, LPSPropProblemArray* lppProblems)
+{
+    return Copy(lppProblems,
+                [&](std::vector<SPropProblem>& problems)
+                {
+                    CopyToArguments arguments;
+                    arguments.sourceInterface = lpSrcInterface;
+                    arguments.source = static_cast<IUnknown*>(lpSrcObj);
+                    arguments.progress = lpProgress;
+                    arguments.destinationInterface = lpDestInterface;
+                    arguments.destination = static_cast<IUnknown*>(lpDestObj);
+                    arguments.flags = ulFlags;
+                    CopyProperties(m_context.memory, lpIncludeProps, arguments, problems);
+                });
+}
+
+STDMETHODIMP SupportObject::DoProgressDialog(ULONG_PTR, ULONG, LPMAPIPROGRESS*)
+{
+    return MAPI_E_NO_SUPPORT;
+}
+
+STDMETHODIMP SupportObject::ReadReceipt(ULONG, LPMESSAGE, LPMESSAGE*)
+{
+    return MAPI_E_NO_SUPPORT;
+}
+
+STDMETHODIMP SupportObject::PrepareSubmit(LPMESSAGE, ULONG*)
+{
+    return MAPI_E_NO_SUPPORT;
+}
+
+STDMETHODIMP SupportObject::ExpandRecips(LPMESSAGE, ULONG*)
+{
+    return MAPI_E_NO_SUPPORT;
+}
+
+STDMETHODIMP SupportObject::UpdatePAB(ULONG, LPMESSAGE)
+{
+    return MAPI_E_NO_SUPPORT;
+}
+
+STDMETHODIMP SupportObject::DoSentMail(ULONG, LPMESSAGE)
+{
+    return MAPI_E_NO_SUPPORT;
+}
+
+STDMETHODIMP SupportObject::OpenAddressBook(LPCIID, ULONG, LPADRBOOK*)
+{
+    return MAPI_E_NO_SUPPORT;
+}
+
+STDMETHODIMP SupportObject::Preprocess(ULONG, ULONG, LPENTRYID)
+{
+    return MAPI_E_NO_SUPPORT;
+}
+
+STDMETHODIMP SupportObject::CompleteMsg(ULONG, ULONG, LPENTRYID)
+{
+    return MAPI_E_NO_SUPPORT;
+}
+
+STDMETHODIMP SupportObject::StoreLogoffTransports(ULONG*)
+{
+    return MAPI_E_NO_SUPPORT;
+}
+
+STDMETHODIMP SupportObject::StatusRecips(LPMESSAGE, LPADRLIST)
+{
+    return MAPI_E_NO_SUPPORT;
+}
+
+STDMETHODIMP SupportObject::WrapStoreEntryID(ULONG cbOrigEntry, LPENTRYID lpOrigEntry, ULONG* lpcbWrappedEntry,
+                                             LPENTRYID* lppWrappedEntry)
+{
+    return Guarded(m_lastError,
+                   [&]
+                   {
+                       Require(lpOrigEntry);
+                       Require(lpcbWrappedEntry);
+                       Require(lppWrappedEntry);
+                       if (cbOrigEntry < sizeof(ENTRYID::abFlags))
+                           Fail(MAPI_E_INVALID_ENTRYID, L"An entry ID is too short.");
+                       const Bytes wrapped = WrapStoreEntryId(m_context.dllName, lpOrigEntry, cbOrigEntry);
+                       auto* const block = static_cast<ENTRYID*>(m_context.memory.Allocate(wrapped.size()));
+                       std::memcpy(block, wrapped.data(), wrapped.size());
+                       *lpcbWrappedEntry = static_cast<ULONG>(wrapped.size());
+                       *lppWrappedEntry = block;
+                   });
+}
+
+STDMETHODIMP SupportObject::ModifyProfile(ULONG)
+{
+    return MAPI_E_NO_SUPPORT;
+}
+
+STDMETHODIMP SupportObject::IStorageFromStream(LPUNKNOWN lpUnkIn, LPCIID lpInterface, ULONG ulFlags,
+                                               LPSTORAGE* lppStorageOut)
+{
+    return Guarded(m_lastError,
+                   [&]
+                   {
+                       Require(lpUnkIn);
+                       Require(lppStorageOut);
+                       *lppStorageOut = OpenStreamStorage(*lpUnkIn, lpInterface, ulFlags).Detach();
+                   });
+}
+
+STDMETHODIMP SupportObject::GetSvcConfigSupportObj(ULONG, LPMAPISUP*)
+{
+    return MAPI_E_NO_SUPPORT;
+}
+} // namespace
+
+ComPtr<IMAPISupport> CreateSupportObject(SupportContext context)
+{
+    return MakeObject<SupportObject>(std::move(context));
+}
+} // namespace Testbed
