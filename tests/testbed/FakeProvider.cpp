@@ -71,7 +71,7 @@ STDMETHODIMP FakeStore::GetProps(LPSPropTagArray lpPropTagArray, ULONG ulFlags, 
                    [&]
                    {
                        const PropertyBag bag({PropValue::String(PR_DISPLAY_NAME_W, L"Fake store")});
-                       return Common::GetProps(bag, g_memory, lpPropTagArray, ulFlags, lpcValues, lppPropArray);
+                       return Testbed::GetProps(bag, g_memory, lpPropTagArray, ulFlags, lpcValues, lppPropArray);
                    });
 }
 STDMETHODIMP FakeStore::GetPropList(ULONG, LPSPropTagArray*)
