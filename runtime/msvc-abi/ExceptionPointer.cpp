@@ -142,6 +142,9 @@ void LetGo(Held* held)
 extern "C" void** __cdecl __current_exception();
 extern "C" [[noreturn]] void __stdcall _CxxThrowException(void* object, ThrowInfo* info);
 
+namespace
+{
+
 void __cdecl __ExceptionPtrCreate(void* place)
 {
     PointerAt(place) = {};
@@ -208,10 +211,12 @@ void __cdecl __ExceptionPtrCopyException(void* place, const void* object, const 
     _CxxThrowException(object, const_cast<ThrowInfo*>(held->info));
 }
 
+} // namespace
+
 // libc++ takes them for imported, and calls by these addresses.
 #define KIVNST_IMPORTED(function, name)                                                                                \
     extern "C" void* const imported##function __asm__("__imp_?" #function "@@" name);                                  \
-    extern "C" void* const imported##function = reinterpret_cast<void*>(&function);
+    extern "C" void* const imported##function = reinterpret_cast<void*>(&(function));
 
 KIVNST_IMPORTED(__ExceptionPtrAssign, "YAXPEAXPEBX@Z")
 KIVNST_IMPORTED(__ExceptionPtrCompare, "YA_NPEBX0@Z")

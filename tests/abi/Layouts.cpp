@@ -51,6 +51,16 @@ template struct Of<CRuntimeError>;
 template struct Of<Mapi::CMapiError>;
 template struct Of<Mapi::ExtendedMapiError>;
 
+/// A service has operations that are a host's own.
+struct Service : CNstMessageService
+{
+    Service();
+    StringW GetProviderDllName() override;
+    ATL::CComQIPtr<IMSProvider> CreateMsProvider(const ATL::CComQIPtr<IMSProvider>& pstProvider) override;
+};
+
+Service::Service() = default;
+
 /// Has the layouts of classes made that nothing derives from.
 template <class... Classes>
 struct Complete
@@ -58,7 +68,6 @@ struct Complete
     static_assert(((sizeof(Classes) > 0) && ...));
 };
 
-template struct Complete<StringW, StringA, Binary, Value, DateTimeSpan, CException, Mapi::SPropValueVector,
-                         CNstMessageService>;
+template struct Complete<StringW, StringA, Binary, Value, DateTimeSpan, CException, Mapi::SPropValueVector>;
 
 } // namespace Layouts

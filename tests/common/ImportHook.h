@@ -39,6 +39,20 @@ private:
     void* m_original;
 };
 
+// What the C runtime exports behind _vscwprintf and _vsnwprintf_s, by which the library formats. A list of arguments is
+// a plain address here.
+#if defined(_MSC_VER)
+using CountFormatted = int(unsigned long long, wchar_t*, std::size_t, const wchar_t*, void*, char*);
+using WriteFormatted = int(unsigned long long, wchar_t*, std::size_t, std::size_t, const wchar_t*, void*, char*);
+inline constexpr auto countFormattedName = "__stdio_common_vswprintf";
+inline constexpr auto writeFormattedName = "__stdio_common_vsnwprintf_s";
+#else
+using CountFormatted = int(const wchar_t*, char*);
+using WriteFormatted = int(wchar_t*, std::size_t, std::size_t, const wchar_t*, char*);
+inline constexpr auto countFormattedName = "_vscwprintf";
+inline constexpr auto writeFormattedName = "_vsnwprintf_s";
+#endif
+
 /// While it lives, the library gets no memory from its heap.
 class NoMemory
 {

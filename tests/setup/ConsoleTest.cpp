@@ -19,6 +19,13 @@ namespace
 
 constexpr UINT codePage = 1252;
 
+// The module whose operator new this program calls.
+#if defined(_MSC_VER)
+constexpr auto allocating = L"kivnst-setup-tests.exe";
+#else
+constexpr auto allocating = L"libstdc++-6.dll";
+#endif
+
 /// The test's own process survives the event that ends the tool.
 BOOL WINAPI Survive(DWORD)
 {
@@ -66,7 +73,7 @@ TEST_ALONE(LogSink, LetsNoExceptionOutWithoutMemory)
     Setup::ShowLog(true);
     {
         const Tests::ImportHook<void*(std::size_t)> noMemory(
-            "malloc", [](std::size_t) -> void* { return nullptr; }, L"libstdc++-6.dll");
+            "malloc", [](std::size_t) -> void* { return nullptr; }, allocating);
         Quillon::LogEntry(Quillon::LogId::Error, L"a line that is too long for a string without memory of its own");
     }
     Quillon::Logging::SetLogSink(nullptr, nullptr);

@@ -9,6 +9,7 @@
 #include <windows.h>
 
 #include <cstring>
+#include <utility>
 
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -69,6 +70,31 @@ std::string WithStart(std::string bytes, const std::string& code)
     }
     ADD_FAILURE() << "the module has no start";
     return bytes;
+}
+
+/// The library with its C++ functions under names that are not this ABI's.
+std::string WithNamesOfAnotherAbi(std::string bytes)
+{
+#if defined(_MSC_VER)
+    // Here the library's namespace stands within the name.
+    const std::string inNamespace = "Quillon@@";
+    const std::string ofNames = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_?@$";
+    std::size_t count = 0;
+    for (std::size_t at = bytes.find(inNamespace); at != std::string::npos;
+         at = bytes.find(inNamespace, at + inNamespace.size()))
+    {
+        const std::size_t begin = bytes.find_last_not_of(ofNames, at) + 1;
+        if (bytes[begin] == '?')
+        {
+            bytes[begin] = '_';
+            ++count;
+        }
+    }
+    EXPECT_NE(count, 0u);
+    return bytes;
+#else
+    return Replaced(std::move(bytes), "_ZN7Quillon", "?ZN7Quillon");
+#endif
 }
 
 class DllProbe : public testing::Test
@@ -161,7 +187,7 @@ TEST_F(DllProbe, FindsALibraryThatIsNoneOrAnotherOne)
 
     PutLibraryBeside(Replaced(library, "SetModifyStores", "SetModifyStoreX"));
     ExpectProblem(sound, L"wrong ABI", "another version of it");
-    PutLibraryBeside(Replaced(library, "_ZN7Quillon", "?ZN7Quillon"));
+    PutLibraryBeside(WithNamesOfAnotherAbi(library));
     ExpectProblem(sound, L"wrong ABI", "another C++ ABI");
 }
 

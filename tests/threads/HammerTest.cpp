@@ -332,7 +332,9 @@ void UseTable(World& world, const Objects& objects, Random&)
     SRowSet* rows = nullptr;
     if (Worked(world, "QueryRows", objects.table->QueryRows(2, 0, &rows), MAPI_E_CALL_FAILED))
     {
-        if (rows->cRows != 2 || rows->aRow[1].lpProps[0].ulPropTag != PR_ENTRYID)
+        // The array is declared with one element.
+        const SRow* const row = rows->aRow;
+        if (rows->cRows != 2 || row[1].lpProps[0].ulPropTag != PR_ENTRYID)
             world.faults.Add("QueryRows gave other rows");
         Tests::FreeRows(rows);
     }

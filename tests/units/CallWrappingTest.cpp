@@ -192,8 +192,8 @@ TEST(CheckProfileCall, ThrowsAsAMapiCallAndLogsWarningsAsEventLines)
     LogCapture log;
     const auto store = StoreWithExtendedErrors();
     const int line = __LINE__ + 1;
-    EXPECT_EQ(ThrownText([&] { CheckProfileCall(MAPI_E_NO_ACCESS, store.Get(), function); }),
-              L"CMapiError " + MapiText(MAPI_E_NO_ACCESS) + extended);
+    const auto fail = [&] { CheckProfileCall(MAPI_E_NO_ACCESS, store.Get(), function); };
+    EXPECT_EQ(ThrownText(fail), L"CMapiError " + MapiText(MAPI_E_NO_ACCESS) + extended);
     EXPECT_THAT(log.Take(), ElementsAre(Tests::EventAtLine(throwing, thisFile, function, line,
                                                            MapiText(MAPI_E_NO_ACCESS) + extended)));
     for (const HRESULT hr : warnings)
@@ -398,9 +398,7 @@ TEST(CallWrapping, ReportsWithoutItsTextWhatCannotBeFormatted)
     const auto store = Tests::MakeNice<StoreDouble>();
     const CRuntimeError caught(L"text");
     {
-        // A list of arguments is a plain address here.
-        const Tests::ImportHook<int(const wchar_t*, char*)> hook("_vscwprintf",
-                                                                 [](const wchar_t*, char*) { return -1; });
+        const Tests::ImportHook<Tests::CountFormatted> hook(Tests::countFormattedName, [](auto...) { return -1; });
         SetLastError(ERROR_FILE_NOT_FOUND);
         EXPECT_THROW(CheckCall(MAPI_E_NOT_FOUND, function), CComError);
         EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));

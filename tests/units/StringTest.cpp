@@ -223,33 +223,21 @@ TEST(StringW, RefusesWhatTheSystemCannotFormatAndStaysAsItWas)
             EXPECT_EQ(error.GetHResult(), E_INVALIDARG);
         }
     };
-    // What the C runtime exports behind _vscwprintf and _vsnwprintf_s. A list of arguments is a plain address here.
-#if defined(_MSC_VER)
-    using Count = int(unsigned long long, wchar_t*, std::size_t, const wchar_t*, void*, char*);
-    using Write = int(unsigned long long, wchar_t*, std::size_t, std::size_t, const wchar_t*, void*, char*);
-    constexpr auto countName = "__stdio_common_vswprintf";
-    constexpr auto writeName = "__stdio_common_vsnwprintf_s";
-#else
-    using Count = int(const wchar_t*, char*);
-    using Write = int(wchar_t*, std::size_t, std::size_t, const wchar_t*, char*);
-    constexpr auto countName = "_vscwprintf";
-    constexpr auto writeName = "_vsnwprintf_s";
-#endif
     // The line that is logged has to be formatted, too.
     static int calls;
     {
-        static Count* count;
-        const Tests::ImportHook<Count> hook(countName,
-                                            [](auto... arguments) { return calls++ ? count(arguments...) : -1; });
+        static Tests::CountFormatted* count;
+        const Tests::ImportHook<Tests::CountFormatted> hook(Tests::countFormattedName, [](auto... arguments)
+                                                            { return calls++ ? count(arguments...) : -1; });
         count = hook.Original();
         calls = 0;
         expectRefused();
     }
     {
         // Another length than was counted: the arguments changed meanwhile.
-        static Write* write;
-        const Tests::ImportHook<Write> hook(writeName,
-                                            [](auto... arguments) { return calls++ ? write(arguments...) : 3; });
+        static Tests::WriteFormatted* write;
+        const Tests::ImportHook<Tests::WriteFormatted> hook(Tests::writeFormattedName, [](auto... arguments)
+                                                            { return calls++ ? write(arguments...) : 3; });
         write = hook.Original();
         calls = 0;
         expectRefused();
