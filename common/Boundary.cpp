@@ -75,7 +75,7 @@ HRESULT LastError::Get(const MapiMemory& memory, HRESULT result, ULONG flags, LP
     try
     {
         const std::lock_guard guard(m_lock);
-        if (FAILED(result) && result == m_result)
+        if (result != S_OK && result == m_result)
             *error = MakeMapiError(memory, m_text, m_component, m_lowLevel, flags);
         return S_OK;
     }

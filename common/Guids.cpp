@@ -10,6 +10,8 @@
 #define USES_IID_IMAPIAdviseSink
 #define USES_IID_IMAPIProgress
 #define USES_IID_IProviderAdmin
+#define USES_IID_IProfAdmin
+#define USES_IID_IMsgServiceAdmin
 #define USES_IID_IMAPIProp
 #define USES_IID_IProfSect
 #define USES_IID_IMAPIStatus
@@ -25,3 +27,5 @@
 #define USES_PS_PUBLIC_STRINGS
 #define USES_MUID_PROFILE_INSTANCE
 #include <mapiguid.h>
+
+#include "common/MsgServiceAdmin2.h"

@@ -3,8 +3,12 @@
 
 #include "common/Boundary.h"
 #include "testbed/common/Namespace.h"
+#include "testbed/mapi/Olmapi.h"
 
 #include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <deque>
 #include <map>
 #include <mutex>
 
@@ -68,7 +72,41 @@ const std::array<const void*, maxInvalidMethods>& Methods()
     }();
     return methods;
 }
+constexpr size_t mostLostObjects = 256;
+
+[[noreturn]] HRESULT STDMETHODCALLTYPE EndProcess(void*)
+{
+    std::fputs("MAPI: an object of MAPI's was called after its last reference had been released.\n", stderr);
+    std::fflush(stderr);
+    TerminateProcess(GetCurrentProcess(), static_cast<UINT>(OlmapiExit::LostObject));
+    std::abort();
+}
+
+const std::array<const void*, maxInvalidMethods>& LostMethods()
+{
+    static const std::array<const void*, maxInvalidMethods> methods = []
+    {
+        std::array<const void*, maxInvalidMethods> table;
+        table.fill(reinterpret_cast<const void*>(&EndProcess));
+        return table;
+    }();
+    return methods;
+}
 } // namespace
+
+void KeepLostObject(void* object) noexcept
+{
+    // Never destroyed: others may be released while the process ends.
+    static auto* const kept = new std::deque<void*>;
+    *static_cast<const void* const* volatile*>(object) = LostMethods().data();
+    const std::lock_guard guard(g_lock);
+    kept->push_back(object);
+    if (kept->size() > mostLostObjects)
+    {
+        ::operator delete(kept->front());
+        kept->pop_front();
+    }
+}
 
 void MakeObjectInvalid(const MapiMemory& memory, void* object, ULONG references, ULONG methods)
 {

@@ -14,4 +14,8 @@ constexpr ULONG maxInvalidMethods = 64;
 /// gives MAPI_E_INVALID_OBJECT. Throws `Failure` (MAPI_E_INVALID_PARAMETER) for more than `MaxInvalidMethods` methods
 /// or for fewer than IUnknown's three.
 void MakeObjectInvalid(const MapiMemory& memory, void* object, ULONG references, ULONG methods);
+
+/// Keeps the memory of an object after its last Release for a while, with a method table in which every method ends the
+/// process (OlmapiExit::LostObject): whoever still calls it had no reference. `object` is of operator new.
+void KeepLostObject(void* object) noexcept;
 } // namespace Testbed

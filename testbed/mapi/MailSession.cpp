@@ -110,7 +110,12 @@ struct MailSession::State
 
     ProviderDefinition Definition() const
     {
-        return {service.serviceName, service.displayName, DllName(), MAPI_STORE_PROVIDER, service.resourceFlags};
+        return {service.serviceName,
+                {PropValue::String(PR_DISPLAY_NAME_W, service.displayName),
+                 PropValue::String(PR_PROVIDER_DISPLAY_W, service.displayName),
+                 PropValue::String(PR_PROVIDER_DLL_NAME_W, DllName()),
+                 PropValue::Long(PR_RESOURCE_TYPE, MAPI_STORE_PROVIDER),
+                 PropValue::Long(PR_RESOURCE_FLAGS, static_cast<LONG>(service.resourceFlags))}};
     }
 
     LoadedModule& Module()
@@ -208,7 +213,7 @@ struct MailSession::State
 
     static ComPtr<IProviderAdmin> MakeAdmin(const std::shared_ptr<State>& state, const Uid& service)
     {
-        return CreateProviderAdmin(state->profile, service, {state->Definition()}, state->Memory());
+        return CreateProviderAdmin(state->profile, service, {state->Definition()}, SectionUser::Entry, state->Memory());
     }
 
     static HRESULT CallEntry(const std::shared_ptr<State>& state, const Uid& service, ULONG context,
@@ -519,7 +524,7 @@ ComPtr<IProviderAdmin> MailSession::MakeAdmin()
         const auto state = weak.lock();
         return state ? State::CallEntry(state, service, context, {}, nullptr, true, true) : MAPI_E_END_OF_SESSION;
     };
-    return CreateProviderAdmin(m_state->profile, service, {m_state->Definition()}, Memory(), event);
+    return CreateProviderAdmin(m_state->profile, service, {m_state->Definition()}, SectionUser::Entry, Memory(), event);
 }
 
 HRESULT MailSession::OpenEntry(ULONG size, LPENTRYID entryId, LPCIID iid, ULONG flags, ULONG* type, LPUNKNOWN* object)

@@ -6,6 +6,8 @@
 #include "testbed/common/Namespace.h"
 #include "testbed/common/RegistryKey.h"
 #include "testbed/mapi/Blocks.h"
+#include "testbed/mapi/Subsystem.h"
+#include "testbed/mapi/TableQuery.h"
 
 #include <cstring>
 #include <string>
@@ -28,6 +30,8 @@ SCODE Allocate(ULONG size, void* parent, void** block) noexcept
     *block = AllBlocks().Allocate(size, parent);
     return *block ? S_OK : MAPI_E_NOT_ENOUGH_MEMORY;
 }
+
+MapiMemory OwnMemory() noexcept;
 
 // The file of an installed component: the registered mail client names its own component and its file.
 std::optional<std::string> FindComponent(const std::wstring& component)
@@ -61,6 +65,47 @@ extern "C"
         if (lpBuffer)
             AllBlocks().Free(lpBuffer);
         return S_OK;
+    }
+
+    HRESULT WINAPI MAPIInitialize(LPVOID lpMapiInit)
+    {
+        return Subsystem::Initialize(static_cast<const MAPIINIT_0*>(lpMapiInit));
+    }
+
+    void WINAPI MAPIUninitialize()
+    {
+        Subsystem::Uninitialize();
+    }
+
+    HRESULT WINAPI MAPILogonEx(ULONG_PTR, LPTSTR lpszProfileName, LPTSTR lpszPassword, ULONG ulFlags,
+                               LPMAPISESSION* lppSession)
+    {
+        return Subsystem::LogonEx(lpszProfileName, lpszPassword, ulFlags, OwnMemory(), lppSession);
+    }
+
+    HRESULT WINAPI MAPIAdminProfiles(ULONG ulFlags, LPPROFADMIN* lppProfAdmin)
+    {
+        return Subsystem::AdminProfiles(ulFlags, OwnMemory(), lppProfAdmin);
+    }
+
+    LPMALLOC WINAPI MAPIGetDefaultMalloc()
+    {
+        IMalloc* allocator = nullptr;
+        return SUCCEEDED(CoGetMalloc(1, &allocator)) ? allocator : nullptr;
+    }
+
+    SCODE WINAPI ScInitMapiUtil(ULONG ulFlags)
+    {
+        // The helpers that it prepares need nothing to be prepared.
+        return ulFlags ? MAPI_E_UNKNOWN_FLAGS : S_OK;
+    }
+
+    void WINAPI DeinitMapiUtil() {}
+
+    HRESULT WINAPI HrQueryAllRows(LPMAPITABLE lpTable, LPSPropTagArray lpPropTags, LPSRestriction lpRestriction,
+                                  LPSSortOrderSet lpSortOrderSet, LONG crowsMax, LPSRowSet* lppRows)
+    {
+        return QueryAllRows(OwnMemory(), lpTable, lpPropTags, lpRestriction, lpSortOrderSet, crowsMax, lppRows);
     }
 
     HRESULT WINAPI WrapStoreEntryID(ULONG ulFlags, LPSTR lpszDLLName, ULONG cbOrigEntry, LPENTRYID lpOrigEntry,
@@ -139,3 +184,11 @@ extern "C"
         AllBlocks().RequireNone(ullFirstSerial);
     }
 }
+
+namespace
+{
+MapiMemory OwnMemory() noexcept
+{
+    return {MAPIAllocateBuffer, MAPIAllocateMore, MAPIFreeBuffer};
+}
+} // namespace

@@ -19,7 +19,9 @@ enum class OlmapiExit : UINT
     /// OlmapiRequireNoBlocks found blocks that nobody freed.
     Leak = 204,
     /// A block was written to after it was freed.
-    WriteAfterFree = 205
+    WriteAfterFree = 205,
+    /// A support object was called after its last reference had been released.
+    LostObject = 206
 };
 
 /// Counts of blocks; linked blocks (MAPIAllocateMore) count as blocks too.

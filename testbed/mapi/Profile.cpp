@@ -1,10 +1,9 @@
-// Profiles: their file, and sections as MAPI objects.
+// Profiles in files.
 #include "testbed/mapi/Profile.h"
 
 #include "common/Boundary.h"
 #include "common/Text.h"
 #include "testbed/common/Namespace.h"
-#include "testbed/mapi/CopyEngine.h"
 
 #include <nlohmann/json.hpp>
 
@@ -225,6 +224,8 @@ std::string Format(const std::map<Uid, PropertyBag>& sections)
     return root.dump(2) + "\n";
 }
 
+using SectionMap = std::map<Uid, PropertyBag>;
+
 struct FileCloser
 {
     void operator()(std::FILE* file) const noexcept { std::fclose(file); }
@@ -240,218 +241,91 @@ bool WriteFileThrough(const std::filesystem::path& path, const std::string& text
            std::fflush(file.get()) == 0 && _commit(_fileno(file.get())) == 0;
 }
 
-constexpr bool IsSecure(ULONG id)
-{
-    return id >= PROP_ID_SECURE_MIN && id <= PROP_ID_SECURE_MAX;
-}
-
-// A section with the changes of the call that is being carried out.
-class SectionProperties final : public PropertySource, public PropertySink
+// A profile in a file of its own, or in memory.
+class FileProfile final : public Profile
 {
 public:
-    SectionProperties(std::shared_ptr<Profile> profile, const Uid& uid) : m_profile(std::move(profile)), m_uid(uid) {}
-
-    std::optional<Description> Describe(ULONG id) const override { return Merged().Describe(id); }
-    std::optional<PropValue> Load(ULONG id) const override { return Merged().Load(id); }
-
-    std::vector<ULONG> Tags() const override
+    FileProfile(std::filesystem::path file, std::wstring name) : Profile(std::move(name), {}), m_file(std::move(file))
     {
-        std::vector<ULONG> tags = Merged().Tags();
-        std::erase_if(tags, [](ULONG tag) { return IsSecure(PROP_ID(tag)); });
-        return tags;
     }
 
-    SCODE Set(const PropValue& value) override
-    {
-        m_changes[value.Id()] = value;
-        return S_OK;
-    }
+    void Load(SectionMap sections) { m_sections = std::move(sections); }
 
-    SCODE Remove(ULONG tag) override
-    {
-        if (!Merged().Find(PROP_ID(tag)))
-            return MAPI_E_NOT_FOUND;
-        m_changes[PROP_ID(tag)] = std::nullopt;
-        return S_OK;
-    }
-
-    void Save()
-    {
-        // Taken out first, so that changes that cannot be written do not turn up with a later call.
-        const auto changes = std::exchange(m_changes, {});
-        if (!m_profile->HasSection(m_uid))
-            Fail(MAPI_E_OBJECT_DELETED, L"The profile section has been deleted.");
-        std::vector<PropValue> values;
-        std::vector<ULONG> removed;
-        for (const auto& [id, value] : changes)
-            value ? values.push_back(*value) : removed.push_back(id);
-        if (!changes.empty())
-            m_profile->Change(m_uid, values, removed);
-    }
+    std::vector<Uid> Sections() const override;
+    bool HasSection(const Uid& uid) const override;
+    PropertyBag Section(const Uid& uid) const override;
+    void Change(const Uid& uid, const std::vector<PropValue>& values, const std::vector<ULONG>& removed) override;
+    void Remove(const Uid& uid) override;
 
 private:
-    PropertyBag Merged() const
-    {
-        PropertyBag merged = m_profile->Section(m_uid);
-        for (const auto& [id, value] : m_changes)
-            if (value)
-                merged.Put(*value);
-            else
-                merged.Erase(id);
-        return merged;
-    }
+    void Write(const SectionMap& sections) const;
 
-    std::shared_ptr<Profile> m_profile;
-    Uid m_uid;
-    std::map<ULONG, std::optional<PropValue>> m_changes;
+    mutable std::mutex m_lock;
+    std::filesystem::path m_file;
+    SectionMap m_sections;
 };
 
-class ProfileSection final : public ComObject<IProfSect, &IID_IProfSect, &IID_IMAPIProp>
+std::vector<Uid> FileProfile::Sections() const
 {
-public:
-    ProfileSection(std::shared_ptr<Profile> profile, const Uid& uid, bool modify, const MapiMemory& memory)
-        : m_properties(std::move(profile), uid),
-          m_modify(modify),
-          m_memory(memory)
+    const std::lock_guard guard(m_lock);
+    std::vector<Uid> uids;
+    for (const auto& [uid, bag] : m_sections)
+        uids.push_back(uid);
+    return uids;
+}
+
+bool FileProfile::HasSection(const Uid& uid) const
+{
+    const std::lock_guard guard(m_lock);
+    return m_sections.contains(uid);
+}
+
+PropertyBag FileProfile::Section(const Uid& uid) const
+{
+    const std::lock_guard guard(m_lock);
+    const auto found = m_sections.find(uid);
+    return found == m_sections.end() ? PropertyBag() : found->second;
+}
+
+void FileProfile::Change(const Uid& uid, const std::vector<PropValue>& values, const std::vector<ULONG>& removed)
+{
+    const std::lock_guard guard(m_lock);
+    SectionMap changed = m_sections;
+    PropertyBag& section = changed[uid];
+    for (const PropValue& value : values)
+        section.Put(value);
+    for (const ULONG id : removed)
+        section.Erase(id);
+    Write(changed);
+    m_sections = std::move(changed);
+}
+
+void FileProfile::Remove(const Uid& uid)
+{
+    const std::lock_guard guard(m_lock);
+    SectionMap changed = m_sections;
+    if (changed.erase(uid))
     {
+        Write(changed);
+        m_sections = std::move(changed);
     }
+}
 
-    MAPI_IMAPIPROP_METHODS(override)
-
-private:
-    template <class F>
-    HRESULT Call(F&& body) noexcept
+void FileProfile::Write(const SectionMap& sections) const
+{
+    if (m_file.empty())
+        return;
+    std::error_code error;
+    if (m_file.has_parent_path())
+        std::filesystem::create_directories(m_file.parent_path(), error);
+    std::filesystem::path fresh = m_file;
+    fresh += L".new";
+    const bool written = WriteFileThrough(fresh, Format(sections));
+    if (!written || !MoveFileExW(fresh.c_str(), m_file.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
     {
-        const std::lock_guard guard(m_lock);
-        return Guarded(m_lastError, body);
+        std::filesystem::remove(fresh, error);
+        Fail(MAPI_E_NOT_ENOUGH_DISK, L"The profile \"" + m_file.wstring() + L"\" cannot be written.");
     }
-
-    void RequireModify() const
-    {
-        if (!m_modify)
-            Fail(MAPI_E_NO_ACCESS, L"The profile section is not open for writing.");
-    }
-
-    std::mutex m_lock;
-    SectionProperties m_properties;
-    bool m_modify;
-    MapiMemory m_memory;
-    LastError m_lastError{L"MAPI profile"};
-};
-
-STDMETHODIMP ProfileSection::GetLastError(HRESULT hResult, ULONG ulFlags, LPMAPIERROR* lppMAPIError)
-{
-    return m_lastError.Get(m_memory, hResult, ulFlags, lppMAPIError);
-}
-
-STDMETHODIMP ProfileSection::SaveChanges(ULONG ulFlags)
-{
-    return Call(
-        [&]
-        {
-            RequireFlags(ulFlags, KEEP_OPEN_READONLY | KEEP_OPEN_READWRITE | FORCE_SAVE);
-            // Nothing is left to save: a section's changes take effect, and are on disk, with the call that makes them.
-            RequireModify();
-            m_modify = (ulFlags & (KEEP_OPEN_READWRITE | FORCE_SAVE)) != 0;
-            return S_OK;
-        });
-}
-
-STDMETHODIMP ProfileSection::GetProps(LPSPropTagArray lpPropTagArray, ULONG ulFlags, ULONG* lpcValues,
-                                      LPSPropValue* lppPropArray)
-{
-    return Call(
-        [&] { return Testbed::GetProps(m_properties, m_memory, lpPropTagArray, ulFlags, lpcValues, lppPropArray); });
-}
-
-STDMETHODIMP ProfileSection::GetPropList(ULONG ulFlags, LPSPropTagArray* lppPropTagArray)
-{
-    return Call([&] { return Testbed::GetPropList(m_properties, m_memory, ulFlags, lppPropTagArray); });
-}
-
-STDMETHODIMP ProfileSection::OpenProperty(ULONG, LPCIID, ULONG, ULONG, LPUNKNOWN*)
-{
-    return MAPI_E_INTERFACE_NOT_SUPPORTED;
-}
-
-STDMETHODIMP ProfileSection::SetProps(ULONG cValues, LPSPropValue lpPropArray, LPSPropProblemArray* lppProblems)
-{
-    return Call(
-        [&]
-        {
-            RequireModify();
-            const HRESULT result = Testbed::SetProps(m_properties, m_memory, cValues, lpPropArray, lppProblems);
-            m_properties.Save();
-            return result;
-        });
-}
-
-STDMETHODIMP ProfileSection::DeleteProps(LPSPropTagArray lpPropTagArray, LPSPropProblemArray* lppProblems)
-{
-    return Call(
-        [&]
-        {
-            RequireModify();
-            const HRESULT result = Testbed::DeleteProps(m_properties, m_memory, lpPropTagArray, lppProblems);
-            m_properties.Save();
-            return result;
-        });
-}
-
-STDMETHODIMP ProfileSection::CopyTo(ULONG ciidExclude, LPCIID rgiidExclude, LPSPropTagArray lpExcludeProps, ULONG_PTR,
-                                    LPMAPIPROGRESS lpProgress, LPCIID lpInterface, LPVOID lpDestObj, ULONG ulFlags,
-                                    LPSPropProblemArray* lppProblems)
-{
-    // Without the object's lock: the copying calls the object's own methods.
-    return Guarded(m_lastError,
-                   [&]
-                   {
-                       CopyToArguments arguments;
-                       arguments.sourceInterface = &IID_IProfSect;
-                       arguments.source = this;
-                       arguments.excludedInterfaceCount = ciidExclude;
-                       arguments.excludedInterfaces = rgiidExclude;
-                       arguments.excludedTags = lpExcludeProps;
-                       arguments.progress = lpProgress;
-                       arguments.destinationInterface = lpInterface;
-                       arguments.destination = static_cast<IUnknown*>(lpDestObj);
-                       arguments.flags = ulFlags;
-                       std::vector<SPropProblem> problems;
-                       CopyObject(m_memory, arguments, problems);
-                       if (lppProblems)
-                           *lppProblems = problems.empty() ? nullptr : MakeProblemArray(m_memory, problems);
-                   });
-}
-
-STDMETHODIMP ProfileSection::CopyProps(LPSPropTagArray lpIncludeProps, ULONG_PTR, LPMAPIPROGRESS lpProgress,
-                                       LPCIID lpInterface, LPVOID lpDestObj, ULONG ulFlags,
-                                       LPSPropProblemArray* lppProblems)
-{
-    return Guarded(m_lastError,
-                   [&]
-                   {
-                       CopyToArguments arguments;
-                       arguments.sourceInterface = &IID_IProfSect;
-                       arguments.source = this;
-                       arguments.progress = lpProgress;
-                       arguments.destinationInterface = lpInterface;
-                       arguments.destination = static_cast<IUnknown*>(lpDestObj);
-                       arguments.flags = ulFlags;
-                       std::vector<SPropProblem> problems;
-                       CopyProperties(m_memory, lpIncludeProps, arguments, problems);
-                       if (lppProblems)
-                           *lppProblems = problems.empty() ? nullptr : MakeProblemArray(m_memory, problems);
-                   });
-}
-
-STDMETHODIMP ProfileSection::GetNamesFromIDs(LPSPropTagArray*, LPGUID, ULONG, ULONG*, LPMAPINAMEID**)
-{
-    return MAPI_E_NO_SUPPORT;
-}
-
-STDMETHODIMP ProfileSection::GetIDsFromNames(ULONG, LPMAPINAMEID*, ULONG, LPSPropTagArray*)
-{
-    return MAPI_E_NO_SUPPORT;
 }
 } // namespace
 
@@ -478,11 +352,9 @@ std::wstring Uid::Text() const
     return HexText(ab, sizeof(ab));
 }
 
-Profile::Profile(std::filesystem::path file, std::wstring name) : m_file(std::move(file)), m_name(std::move(name)) {}
-
 std::shared_ptr<Profile> Profile::Open(const std::filesystem::path& file)
 {
-    const std::shared_ptr<Profile> profile(new Profile(file, file.stem().wstring()));
+    const auto profile = std::make_shared<FileProfile>(file, file.stem().wstring());
     std::error_code error;
     if (!std::filesystem::exists(file, error))
         return profile;
@@ -492,7 +364,7 @@ std::shared_ptr<Profile> Profile::Open(const std::filesystem::path& file)
     const std::string text{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
     try
     {
-        profile->m_sections = Parse(text);
+        profile->Load(Parse(text));
     }
     catch (const Failure& failure)
     {
@@ -507,77 +379,6 @@ std::shared_ptr<Profile> Profile::Open(const std::filesystem::path& file)
 
 std::shared_ptr<Profile> Profile::InMemory(std::wstring name)
 {
-    return std::shared_ptr<Profile>(new Profile({}, std::move(name)));
-}
-
-std::vector<Uid> Profile::Sections() const
-{
-    const std::lock_guard guard(m_lock);
-    std::vector<Uid> uids;
-    for (const auto& [uid, bag] : m_sections)
-        uids.push_back(uid);
-    return uids;
-}
-
-bool Profile::HasSection(const Uid& uid) const
-{
-    const std::lock_guard guard(m_lock);
-    return m_sections.contains(uid);
-}
-
-PropertyBag Profile::Section(const Uid& uid) const
-{
-    const std::lock_guard guard(m_lock);
-    const auto found = m_sections.find(uid);
-    return found == m_sections.end() ? PropertyBag() : found->second;
-}
-
-void Profile::Change(const Uid& uid, const std::vector<PropValue>& values, const std::vector<ULONG>& removed)
-{
-    const std::lock_guard guard(m_lock);
-    SectionMap changed = m_sections;
-    PropertyBag& section = changed[uid];
-    for (const PropValue& value : values)
-        section.Put(value);
-    for (const ULONG id : removed)
-        section.Erase(id);
-    Write(changed);
-    m_sections = std::move(changed);
-}
-
-void Profile::Remove(const Uid& uid)
-{
-    const std::lock_guard guard(m_lock);
-    SectionMap changed = m_sections;
-    if (changed.erase(uid))
-    {
-        Write(changed);
-        m_sections = std::move(changed);
-    }
-}
-
-void Profile::Write(const SectionMap& sections) const
-{
-    if (m_file.empty())
-        return;
-    std::error_code error;
-    if (m_file.has_parent_path())
-        std::filesystem::create_directories(m_file.parent_path(), error);
-    std::filesystem::path fresh = m_file;
-    fresh += L".new";
-    const bool written = WriteFileThrough(fresh, Format(sections));
-    if (!written || !MoveFileExW(fresh.c_str(), m_file.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
-    {
-        std::filesystem::remove(fresh, error);
-        Fail(MAPI_E_NOT_ENOUGH_DISK, L"The profile \"" + m_file.wstring() + L"\" cannot be written.");
-    }
-}
-
-ComPtr<IProfSect> OpenSection(const std::shared_ptr<Profile>& profile, const Uid& uid, bool modify,
-                              const MapiMemory& memory)
-{
-    if (!profile->HasSection(uid))
-        Fail(MAPI_E_NOT_FOUND, L"The profile has no section " + uid.Text() + L".");
-    return MakeObject<ProfileSection>(profile, uid, modify, memory);
+    return std::make_shared<FileProfile>(std::filesystem::path(), std::move(name));
 }
 } // namespace Testbed

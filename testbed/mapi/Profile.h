@@ -31,8 +31,7 @@ struct Uid : MAPIUID
     std::wstring Text() const;
 };
 
-/// A profile. Thread-safe. Every change is on disk when the call returns: the file is written anew beside the old one
-/// and then put in its place, so that a crash leaves either.
+/// A profile: named sections of properties. Thread-safe. Every change is kept when the call returns.
 class Profile
 {
 public:
@@ -44,39 +43,55 @@ public:
     /// A profile that lives in memory only.
     static std::shared_ptr<Profile> InMemory(std::wstring name);
 
-    const std::filesystem::path& File() const noexcept { return m_file; }
-    /// The profile's name: the file's name without its extension.
-    const std::wstring& Name() const noexcept { return m_name; }
+    virtual ~Profile() = default;
+    Profile(const Profile&) = delete;
+    Profile& operator=(const Profile&) = delete;
 
-    std::vector<Uid> Sections() const;
-    bool HasSection(const Uid& uid) const;
+    const std::wstring& Name() const noexcept { return m_name; }
+    /// What no other profile has, whatever its name; empty for one that nobody else can open.
+    const std::wstring& Id() const noexcept { return m_id; }
+
+    virtual std::vector<Uid> Sections() const = 0;
+    virtual bool HasSection(const Uid& uid) const = 0;
     /// A copy of a section's properties; empty when there is no such section.
-    PropertyBag Section(const Uid& uid) const;
+    virtual PropertyBag Section(const Uid& uid) const = 0;
 
     /// Creates a section, or changes one: sets `values` and removes the identifiers in `removed`. Throws `Failure`
-    /// (MAPI_E_NOT_ENOUGH_DISK with the reason) when the file cannot be written; the profile is then unchanged.
-    void Change(const Uid& uid, const std::vector<PropValue>& values, const std::vector<ULONG>& removed = {});
+    /// (MAPI_E_NOT_ENOUGH_DISK, MAPI_E_NO_ACCESS) when it cannot be kept.
+    virtual void Change(const Uid& uid, const std::vector<PropValue>& values,
+                        const std::vector<ULONG>& removed = {}) = 0;
     /// Removes a section; one that is not there is no error. Throws as `Change` does.
-    void Remove(const Uid& uid);
+    virtual void Remove(const Uid& uid) = 0;
+
+protected:
+    Profile(std::wstring name, std::wstring id) : m_name(std::move(name)), m_id(std::move(id)) {}
 
 private:
-    Profile(std::filesystem::path file, std::wstring name);
-
-    using SectionMap = std::map<Uid, PropertyBag>;
-    void Write(const SectionMap& sections) const;
-
-    mutable std::mutex m_lock;
-    std::filesystem::path m_file;
     std::wstring m_name;
-    SectionMap m_sections;
+    std::wstring m_id;
+};
+
+/// For whom a section is opened.
+enum class SectionUser
+{
+    /// A client: a provider's section needs `mapiForceAccess`.
+    Client,
+    /// A message service's entry: any section.
+    Entry,
+    /// A provider: any section; what MAPI keeps there for itself is read-only.
+    Provider
 };
 
 /// Opens a section as IProfSect. As MAPI's own, sections have no transactions: a change takes effect, for other objects
-/// on the section too, and is on disk with the call that makes it; SaveChanges has nothing more to save. Without
-/// `modify`, and after a SaveChanges that does not keep the section open for writing, writing calls give
-/// MAPI_E_NO_ACCESS. Properties of the secure range (0x67F0 to 0x67FF) are read and written by name only: no list shows
-/// them. Named properties and OpenProperty are not supported. Throws `Failure` with MAPI_E_NOT_FOUND when there is no
-/// such section.
-ComPtr<IProfSect> OpenSection(const std::shared_ptr<Profile>& profile, const Uid& uid, bool modify,
-                              const MapiMemory& memory);
+/// on the section too, with the call that makes it; SaveChanges has nothing more to save. PR_OBJECT_TYPE and
+/// PR_PROFILE_NAME are always there and read-only. Properties of the secure range (0x67F0 to 0x67FF) are read and
+/// written by name only: no list shows them. Named properties and OpenProperty are not supported.
+///
+/// With MAPI_MODIFY in `flags` a section that is not there is made; without, writing calls give MAPI_E_NO_ACCESS.
+/// `lock` is held for as long as the object lives.
+///
+/// Throws `Failure`: MAPI_E_NOT_FOUND when there is no such section to read, MAPI_E_NO_ACCESS for a provider's section
+/// that a client opens without `mapiForceAccess`.
+ComPtr<IProfSect> OpenSection(const std::shared_ptr<Profile>& profile, const Uid& uid, ULONG flags, SectionUser user,
+                              const MapiMemory& memory, std::shared_ptr<void> lock = nullptr);
 } // namespace Testbed

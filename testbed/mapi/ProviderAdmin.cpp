@@ -2,9 +2,11 @@
 #include "testbed/mapi/ProviderAdmin.h"
 
 #include "common/Boundary.h"
+#include "common/MsgServiceAdmin2.h"
 #include "common/Text.h"
 #include "testbed/common/Namespace.h"
 #include "testbed/common/Table.h"
+#include "testbed/mapi/SectionLocks.h"
 
 #include <algorithm>
 
@@ -12,22 +14,30 @@ namespace Testbed
 {
 namespace
 {
-void WriteProviderList(Profile& profile, const Uid& service, const std::vector<Uid>& providers)
+constexpr ULONG providerLists[] = {PR_STORE_PROVIDERS, PR_AB_PROVIDERS, PR_TRANSPORT_PROVIDERS};
+
+ULONG ListOf(ULONG type)
 {
-    Bytes list;
-    for (const Uid& provider : providers)
-        list.insert(list.end(), std::begin(provider.ab), std::end(provider.ab));
-    profile.Change(service, {PropValue::Binary(PR_STORE_PROVIDERS, std::move(list))});
+    switch (type)
+    {
+    case MAPI_AB_PROVIDER:
+        return PR_AB_PROVIDERS;
+    case MAPI_TRANSPORT_PROVIDER:
+        return PR_TRANSPORT_PROVIDERS;
+    default:
+        return PR_STORE_PROVIDERS;
+    }
 }
 
 class ProviderAdmin final : public ComObject<IProviderAdmin, &IID_IProviderAdmin>
 {
 public:
     ProviderAdmin(std::shared_ptr<Profile> profile, const Uid& service, std::vector<ProviderDefinition> definitions,
-                  const MapiMemory& memory, ProviderEvent event)
+                  SectionUser user, const MapiMemory& memory, ProviderEvent event)
         : m_profile(std::move(profile)),
           m_service(service),
           m_definitions(std::move(definitions)),
+          m_user(user),
           m_memory(memory),
           m_event(std::move(event))
     {
@@ -40,13 +50,15 @@ public:
 
     STDMETHODIMP GetProviderTable(ULONG ulFlags, LPMAPITABLE* lppTable) override
     {
-        return Guarded(m_lastError,
-                       [&]
-                       {
-                           Require(lppTable);
-                           RequireFlags(ulFlags, MAPI_UNICODE);
-                           *lppTable = ProviderTable(ulFlags).Detach();
-                       });
+        return Guarded(
+            m_lastError,
+            [&]
+            {
+                Require(lppTable);
+                RequireFlags(ulFlags, MAPI_UNICODE);
+                *lppTable =
+                    OpenProviderTable(*m_profile, ProvidersOf(*m_profile, m_service), m_memory, ulFlags).Detach();
+            });
     }
 
     STDMETHODIMP CreateProvider(LPTSTR lpszProvider, ULONG cValues, LPSPropValue lpProps, ULONG_PTR, ULONG ulFlags,
@@ -83,13 +95,14 @@ public:
                        [&]
                        {
                            Require(lppProfSect);
-                           RequireFlags(ulFlags, MAPI_MODIFY | MAPI_DEFERRED_ERRORS);
-                           if (lpInterface && !IsEqualIID(*lpInterface, IID_IProfSect) &&
-                               !IsEqualIID(*lpInterface, IID_IMAPIProp))
-                               Fail(MAPI_E_INTERFACE_NOT_SUPPORTED, L"A profile section is an IProfSect.");
-                           const bool modify = (ulFlags & MAPI_MODIFY) != 0;
+                           RequireFlags(ulFlags, MAPI_MODIFY | MAPI_DEFERRED_ERRORS | mapiForceAccess);
+                           RequireSectionInterface(lpInterface);
+                           if (m_user == SectionUser::Client)
+                               Require(lpUID);
                            const Uid uid = lpUID ? Uid(*lpUID) : m_service;
-                           *lppProfSect = OpenSection(m_profile, uid, modify, m_memory).Detach();
+                           *lppProfSect = OpenSection(m_profile, uid, ulFlags, m_user, m_memory,
+                                                      LockSection(*m_profile, uid, ulFlags))
+                                              .Detach();
                        });
     }
 
@@ -98,22 +111,6 @@ private:
     {
         if (!pointer)
             Fail(MAPI_E_INVALID_PARAMETER, L"A required argument is null.");
-    }
-
-    ComPtr<IMAPITable> ProviderTable(ULONG flags) const
-    {
-        std::vector<PropertyBag> rows;
-        for (const Uid& provider : ProvidersOf(*m_profile, m_service))
-        {
-            PropertyBag row = m_profile->Section(provider);
-            row.Put(PropValue::Uid(PR_INSTANCE_KEY, provider));
-            row.Put(PropValue::Long(PR_PROVIDER_ORDINAL, static_cast<LONG>(rows.size())));
-            rows.push_back(std::move(row));
-        }
-        const std::vector<ULONG> columns = {
-            PR_DISPLAY_NAME, PR_INSTANCE_KEY,   PR_PROVIDER_DISPLAY, PR_PROVIDER_DLL_NAME, PR_PROVIDER_ORDINAL,
-            PR_PROVIDER_UID, PR_RESOURCE_FLAGS, PR_RESOURCE_TYPE,    PR_SERVICE_NAME,      PR_SERVICE_UID};
-        return CreateTable(std::make_shared<MemoryRows>(columns, std::move(rows)), m_memory, flags, L"MAPI");
     }
 
     Uid Create(const std::wstring& name, const std::vector<PropValue>& values)
@@ -144,11 +141,40 @@ private:
     std::shared_ptr<Profile> m_profile;
     Uid m_service;
     std::vector<ProviderDefinition> m_definitions;
+    SectionUser m_user;
     MapiMemory m_memory;
     ProviderEvent m_event;
     LastError m_lastError{L"MAPI profile administration"};
 };
 } // namespace
+
+ULONG ProviderDefinition::Type() const
+{
+    for (const PropValue& value : properties)
+        if (value.Id() == PROP_ID(PR_RESOURCE_TYPE))
+            return static_cast<ULONG>(value.AsLong());
+    return 0;
+}
+
+std::vector<Uid> ReadUids(const PropertyBag& section, ULONG tag)
+{
+    std::vector<Uid> uids;
+    if (const PropValue* const list = section.Find(PROP_ID(tag)))
+    {
+        const Bytes& bytes = list->AsBytes();
+        for (size_t at = 0; at + sizeof(MAPIUID) <= bytes.size(); at += sizeof(MAPIUID))
+            std::memcpy(uids.emplace_back().ab, bytes.data() + at, sizeof(MAPIUID));
+    }
+    return uids;
+}
+
+PropValue UidList(ULONG tag, const std::vector<Uid>& uids)
+{
+    Bytes list;
+    for (const Uid& uid : uids)
+        list.insert(list.end(), std::begin(uid.ab), std::end(uid.ab));
+    return PropValue::Binary(tag, std::move(list));
+}
 
 Uid CreateProviderSection(Profile& profile, const Uid& service, const ProviderDefinition& definition,
                           const std::vector<PropValue>& values)
@@ -156,56 +182,73 @@ Uid CreateProviderSection(Profile& profile, const Uid& service, const ProviderDe
     const PropertyBag serviceSection = profile.Section(service);
     const PropValue* const serviceName = serviceSection.Find(PROP_ID(PR_SERVICE_NAME));
     const Uid provider = Uid::Create();
-    std::vector<PropValue> section = {
-        PropValue::Uid(PR_PROVIDER_UID, provider),
-        PropValue::Uid(PR_SERVICE_UID, service),
-        PropValue::String(PR_SERVICE_NAME_W, serviceName ? serviceName->AsText() : std::wstring()),
-        PropValue::String(PR_DISPLAY_NAME_W, definition.displayName),
-        PropValue::String(PR_PROVIDER_DISPLAY_W, definition.displayName),
-        PropValue::String(PR_PROVIDER_DLL_NAME_W, definition.dllName),
-        PropValue::Long(PR_RESOURCE_TYPE, static_cast<LONG>(definition.resourceType)),
-        PropValue::Long(PR_RESOURCE_FLAGS, static_cast<LONG>(definition.resourceFlags)),
-    };
-    section.insert(section.end(), values.begin(), values.end());
-    profile.Change(provider, section);
+    PropertyBag section(definition.properties);
+    for (const PropValue& value : values)
+        section.Put(value);
+    section.Put(PropValue::Uid(PR_PROVIDER_UID, provider));
+    section.Put(PropValue::Uid(PR_SERVICE_UID, service));
+    section.Put(PropValue::String(PR_SERVICE_NAME_W, serviceName ? serviceName->AsText() : std::wstring()));
+    std::vector<PropValue> all;
+    for (const auto& [id, value] : section.Values())
+        all.push_back(value);
+    profile.Change(provider, all);
 
-    std::vector<Uid> providers = ProvidersOf(profile, service);
+    const ULONG list = ListOf(definition.Type());
+    std::vector<Uid> providers = ReadUids(serviceSection, list);
     providers.push_back(provider);
-    WriteProviderList(profile, service, providers);
+    profile.Change(service, {UidList(list, providers)});
     return provider;
 }
 
 void DeleteProviderSection(Profile& profile, const Uid& service, const Uid& provider)
 {
-    std::vector<Uid> providers = ProvidersOf(profile, service);
-    if (std::erase(providers, provider) == 0)
-        Fail(MAPI_E_NOT_FOUND, L"The message service has no such provider.");
-    WriteProviderList(profile, service, providers);
-    profile.Remove(provider);
+    const PropertyBag section = profile.Section(service);
+    for (const ULONG list : providerLists)
+    {
+        std::vector<Uid> providers = ReadUids(section, list);
+        if (std::erase(providers, provider) == 0)
+            continue;
+        profile.Change(service, {UidList(list, providers)});
+        profile.Remove(provider);
+        return;
+    }
+    Fail(MAPI_E_NOT_FOUND, L"The message service has no such provider.");
 }
 
 std::vector<Uid> ProvidersOf(const Profile& profile, const Uid& service)
 {
     const PropertyBag section = profile.Section(service);
-    const PropValue* const list = section.Find(PROP_ID(PR_STORE_PROVIDERS));
     std::vector<Uid> providers;
-    if (list)
+    for (const ULONG list : providerLists)
     {
-        const Bytes& bytes = list->AsBytes();
-        for (size_t at = 0; at + sizeof(MAPIUID) <= bytes.size(); at += sizeof(MAPIUID))
-        {
-            Uid uid;
-            std::memcpy(uid.ab, bytes.data() + at, sizeof(uid.ab));
-            providers.push_back(uid);
-        }
+        const std::vector<Uid> some = ReadUids(section, list);
+        providers.insert(providers.end(), some.begin(), some.end());
     }
     return providers;
 }
 
-ComPtr<IProviderAdmin> CreateProviderAdmin(std::shared_ptr<Profile> profile, const Uid& service,
-                                           std::vector<ProviderDefinition> definitions, const MapiMemory& memory,
-                                           ProviderEvent event)
+ComPtr<IMAPITable> OpenProviderTable(const Profile& profile, const std::vector<Uid>& providers,
+                                     const MapiMemory& memory, ULONG flags)
 {
-    return MakeObject<ProviderAdmin>(std::move(profile), service, std::move(definitions), memory, std::move(event));
+    std::vector<PropertyBag> rows;
+    for (const Uid& provider : providers)
+    {
+        PropertyBag row = profile.Section(provider);
+        row.Put(PropValue::Uid(PR_INSTANCE_KEY, provider));
+        row.Put(PropValue::Long(PR_PROVIDER_ORDINAL, static_cast<LONG>(rows.size())));
+        rows.push_back(std::move(row));
+    }
+    const std::vector<ULONG> columns = {PR_INSTANCE_KEY,     PR_DISPLAY_NAME, PR_PROVIDER_DISPLAY, PR_PROVIDER_DLL_NAME,
+                                        PR_PROVIDER_ORDINAL, PR_PROVIDER_UID, PR_RESOURCE_FLAGS,   PR_RESOURCE_TYPE,
+                                        PR_SERVICE_NAME,     PR_SERVICE_UID};
+    return CreateTable(std::make_shared<MemoryRows>(columns, std::move(rows)), memory, flags, L"MAPI");
+}
+
+ComPtr<IProviderAdmin> CreateProviderAdmin(std::shared_ptr<Profile> profile, const Uid& service,
+                                           std::vector<ProviderDefinition> definitions, SectionUser user,
+                                           const MapiMemory& memory, ProviderEvent event)
+{
+    return MakeObject<ProviderAdmin>(std::move(profile), service, std::move(definitions), user, memory,
+                                     std::move(event));
 }
 } // namespace Testbed

@@ -32,6 +32,41 @@ void WriteText(const std::wstring& path, const wchar_t* name, const std::wstring
     CheckRegistry(key.WriteText(name, text), path);
 }
 
+struct InfEntry
+{
+    const wchar_t* section;
+    const wchar_t* key;
+    const wchar_t* value;
+};
+
+// The PST provider as a service of its own, under the name that the mail client's has.
+constexpr InfEntry infEntries[] = {
+    {L"MSUPST MSP", L"PR_PROVIDER_DLL_NAME", L"mspst.dll"},
+    {L"MSUPST MSP", L"PR_RESOURCE_TYPE", L"MAPI_STORE_PROVIDER"},
+    {L"MSUPST MSP", L"PR_RESOURCE_FLAGS", L"STATUS_DEFAULT_STORE"},
+    {L"MSUPST MSP", L"PR_DISPLAY_NAME", L"Personal Folders"},
+    {L"MSUPST MSP", L"PR_PROVIDER_DISPLAY", L"Personal Folders"},
+    {L"MSUPST MS", L"PR_DISPLAY_NAME", L"Personal Folders"},
+    {L"MSUPST MS", L"Providers", L"MSUPST MSP"},
+    {L"MSUPST MS", L"PR_SERVICE_DLL_NAME", L"mspst.dll"},
+    {L"MSUPST MS", L"PR_SERVICE_SUPPORT_FILES", L"mspst.dll"},
+    {L"MSUPST MS", L"PR_SERVICE_ENTRY_NAME", L"NSTServiceEntry"},
+    {L"MSUPST MS", L"PR_RESOURCE_FLAGS", L"SERVICE_NO_PRIMARY_IDENTITY"},
+    {L"Services", L"MSUPST MS", L"Personal Folders"},
+};
+
+void WriteServices(const std::filesystem::path& file)
+{
+    for (const InfEntry& entry : infEntries)
+    {
+        if (!WritePrivateProfileStringW(entry.section, entry.key, entry.value, file.c_str()))
+        {
+            Fail(MAPI_E_NO_ACCESS,
+                 L"\"" + file.wstring() + L"\" cannot be written (error " + std::to_wstring(GetLastError()) + L").");
+        }
+    }
+}
+
 void DeleteKey(const std::wstring& path)
 {
     const LSTATUS error = RegDeleteTreeW(HKEY_LOCAL_MACHINE, path.c_str());
@@ -46,6 +81,7 @@ void RegisterMailClient(const std::filesystem::path& folder)
     for (const wchar_t* name : {L"outlook.exe", L"olmapi32.dll", L"mspst32.dll"})
         if (!std::filesystem::is_regular_file(full / name, error))
             Fail(MAPI_E_NOT_FOUND, L"\"" + (full / name).wstring() + L"\" is not there.");
+    WriteServices(full / L"MAPISVC.INF");
     WriteText(mailPath, nullptr, clientName);
     WriteText(clientPath, nullptr, clientName);
     WriteText(clientPath, L"DllPathEx", (full / L"olmapi32.dll").wstring());

@@ -32,6 +32,12 @@ void StatusRows::Remove(const Uid& provider)
     m_rows.erase(provider);
 }
 
+std::map<Uid, PropertyBag> StatusRows::Rows() const
+{
+    const std::lock_guard guard(m_lock);
+    return m_rows;
+}
+
 PropertyBag StatusRows::Row(const Uid& provider) const
 {
     const std::lock_guard guard(m_lock);

@@ -16,6 +16,8 @@ public:
     void Modify(const Uid& provider, const std::vector<PropValue>& values, bool update);
     /// Takes the provider's row out.
     void Remove(const Uid& provider);
+    /// A copy of all rows.
+    std::map<Uid, PropertyBag> Rows() const;
     /// A copy of the provider's row; empty when it has none.
     PropertyBag Row(const Uid& provider) const;
 

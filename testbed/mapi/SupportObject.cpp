@@ -23,23 +23,38 @@ class SupportObject final : public ComObject<IMAPISupport, &IID_IMAPISup>
 public:
     explicit SupportObject(SupportContext context) : m_context(std::move(context)) {}
 
+    ~SupportObject() override
+    {
+        if (m_context.released)
+            m_context.released();
+    }
+
+    static void operator delete(void* object) noexcept { KeepLostObject(object); }
+
     MAPI_IMAPISUPPORT_METHODS1(override)
     MAPI_IMAPISUPPORT_METHODS2(override)
     MAPI_IMAPISUPPORT_METHODS3(override)
 
 private:
+    // Runs a call that only a provider's support object has.
+    template <class F>
+    HRESULT ForLogon(F&& body) noexcept
+    {
+        return m_context.kind == SupportKind::Logon ? Guarded(m_lastError, std::forward<F>(body)) : MAPI_E_NO_SUPPORT;
+    }
+
     // Runs a copying call and gives its problems to the caller.
     template <class F>
     HRESULT Copy(LPSPropProblemArray* problems, F&& body) noexcept
     {
-        return Guarded(m_lastError,
-                       [&]
-                       {
-                           std::vector<SPropProblem> found;
-                           body(found);
-                           if (problems)
-                               *problems = found.empty() ? nullptr : MakeProblemArray(m_context.memory, found);
-                       });
+        return ForLogon(
+            [&]
+            {
+                std::vector<SPropProblem> found;
+                body(found);
+                if (problems)
+                    *problems = found.empty() ? nullptr : MakeProblemArray(m_context.memory, found);
+            });
     }
 
     SupportContext m_context;
@@ -65,51 +80,51 @@ STDMETHODIMP SupportObject::GetMemAllocRoutines(LPALLOCATEBUFFER* lpAllocateBuff
 STDMETHODIMP SupportObject::Subscribe(LPNOTIFKEY lpKey, ULONG ulEventMask, ULONG ulFlags, LPMAPIADVISESINK lpAdviseSink,
                                       ULONG* lpulConnection)
 {
-    return Guarded(m_lastError,
-                   [&]
-                   {
-                       Require(lpKey);
-                       Require(lpAdviseSink);
-                       Require(lpulConnection);
-                       RequireFlags(ulFlags, NOTIFY_SYNC);
-                       *lpulConnection = m_context.notifications->Subscribe(*lpKey, ulEventMask, lpAdviseSink);
-                   });
+    return ForLogon(
+        [&]
+        {
+            Require(lpKey);
+            Require(lpAdviseSink);
+            Require(lpulConnection);
+            RequireFlags(ulFlags, NOTIFY_SYNC);
+            *lpulConnection = m_context.notifications->Subscribe(*lpKey, ulEventMask, lpAdviseSink);
+        });
 }
 
 STDMETHODIMP SupportObject::Unsubscribe(ULONG ulConnection)
 {
-    return Guarded(m_lastError,
-                   [&]
-                   {
-                       if (!m_context.notifications->Unsubscribe(ulConnection))
-                           Fail(MAPI_E_NOT_FOUND, L"There is no such subscription.");
-                   });
+    return ForLogon(
+        [&]
+        {
+            if (!m_context.notifications->Unsubscribe(ulConnection))
+                Fail(MAPI_E_NOT_FOUND, L"There is no such subscription.");
+        });
 }
 
 STDMETHODIMP SupportObject::Notify(LPNOTIFKEY lpKey, ULONG cNotification, LPNOTIFICATION lpNotifications,
                                    ULONG* lpulFlags)
 {
-    return Guarded(m_lastError,
-                   [&]
-                   {
-                       Require(lpKey);
-                       Require(lpulFlags);
-                       if (cNotification)
-                           Require(lpNotifications);
-                       RequireFlags(*lpulFlags, NOTIFY_SYNC);
-                       *lpulFlags = m_context.notifications->Notify(*lpKey, cNotification, lpNotifications);
-                   });
+    return ForLogon(
+        [&]
+        {
+            Require(lpKey);
+            Require(lpulFlags);
+            if (cNotification)
+                Require(lpNotifications);
+            RequireFlags(*lpulFlags, NOTIFY_SYNC);
+            *lpulFlags = m_context.notifications->Notify(*lpKey, cNotification, lpNotifications);
+        });
 }
 
 STDMETHODIMP SupportObject::ModifyStatusRow(ULONG cValues, LPSPropValue lpColumnVals, ULONG ulFlags)
 {
-    return Guarded(m_lastError,
-                   [&]
-                   {
-                       RequireFlags(ulFlags, STATUSROW_UPDATE);
-                       m_context.status->Modify(m_context.ownSection, CopyProps(cValues, lpColumnVals),
-                                                (ulFlags & STATUSROW_UPDATE) != 0);
-                   });
+    return ForLogon(
+        [&]
+        {
+            RequireFlags(ulFlags, STATUSROW_UPDATE);
+            m_context.status->Modify(m_context.ownSection, CopyProps(cValues, lpColumnVals),
+                                     (ulFlags & STATUSROW_UPDATE) != 0);
+        });
 }
 
 STDMETHODIMP SupportObject::OpenProfileSection(LPMAPIUID lpUid, ULONG ulFlags, LPPROFSECT* lppProfileObj)
@@ -121,7 +136,11 @@ STDMETHODIMP SupportObject::OpenProfileSection(LPMAPIUID lpUid, ULONG ulFlags, L
                        RequireFlags(ulFlags, MAPI_MODIFY | MAPI_DEFERRED_ERRORS);
                        const Uid uid = lpUid ? Uid(*lpUid) : m_context.ownSection;
                        *lppProfileObj =
-                           OpenSection(m_context.profile, uid, (ulFlags & MAPI_MODIFY) != 0, m_context.memory).Detach();
+                           OpenSection(
+                               m_context.profile, uid, ulFlags,
+                               m_context.kind == SupportKind::Logon ? SectionUser::Provider : SectionUser::Entry,
+                               m_context.memory, m_context.lockSection ? m_context.lockSection(uid, ulFlags) : nullptr)
+                               .Detach();
                    });
 }
 
@@ -168,42 +187,42 @@ STDMETHODIMP SupportObject::CreateOneOff(LPTSTR, LPTSTR, LPTSTR, ULONG, ULONG*, 
 
 STDMETHODIMP SupportObject::SetProviderUID(LPMAPIUID lpProviderID, ULONG ulFlags)
 {
-    return Guarded(m_lastError,
-                   [&]
-                   {
-                       Require(lpProviderID);
-                       RequireFlags(ulFlags, 0);
-                       if (m_context.setProviderUid)
-                           m_context.setProviderUid(*lpProviderID);
-                   });
+    return ForLogon(
+        [&]
+        {
+            Require(lpProviderID);
+            RequireFlags(ulFlags, 0);
+            if (m_context.setProviderUid)
+                m_context.setProviderUid(*lpProviderID);
+        });
 }
 
 STDMETHODIMP SupportObject::CompareEntryIDs(ULONG cbEntry1, LPENTRYID lpEntry1, ULONG cbEntry2, LPENTRYID lpEntry2,
                                             ULONG ulCompareFlags, ULONG* lpulResult)
 {
-    return Guarded(m_lastError,
-                   [&]() -> HRESULT
-                   {
-                       Require(lpulResult);
-                       RequireFlags(ulCompareFlags, 0);
-                       // Two absent entry IDs are equal, one absent differs from any other.
-                       if (cbEntry1 == 0 || cbEntry2 == 0)
-                       {
-                           *lpulResult = cbEntry1 == cbEntry2;
-                           return S_OK;
-                       }
-                       Require(lpEntry1);
-                       Require(lpEntry2);
-                       if (cbEntry1 == cbEntry2 && std::memcmp(lpEntry1, lpEntry2, cbEntry1) == 0)
-                       {
-                           *lpulResult = TRUE;
-                           return S_OK;
-                       }
-                       *lpulResult = FALSE;
-                       return m_context.compareEntryIds
-                                  ? m_context.compareEntryIds(cbEntry1, lpEntry1, cbEntry2, lpEntry2, 0, lpulResult)
-                                  : S_OK;
-                   });
+    return ForLogon(
+        [&]() -> HRESULT
+        {
+            Require(lpulResult);
+            RequireFlags(ulCompareFlags, 0);
+            // Two absent entry IDs are equal, one absent differs from any other.
+            if (cbEntry1 == 0 || cbEntry2 == 0)
+            {
+                *lpulResult = cbEntry1 == cbEntry2;
+                return S_OK;
+            }
+            Require(lpEntry1);
+            Require(lpEntry2);
+            if (cbEntry1 == cbEntry2 && std::memcmp(lpEntry1, lpEntry2, cbEntry1) == 0)
+            {
+                *lpulResult = TRUE;
+                return S_OK;
+            }
+            *lpulResult = FALSE;
+            return m_context.compareEntryIds
+                       ? m_context.compareEntryIds(cbEntry1, lpEntry1, cbEntry2, lpEntry2, 0, lpulResult)
+                       : S_OK;
+        });
 }
 
 STDMETHODIMP SupportObject::OpenTemplateID(ULONG, LPENTRYID, ULONG, LPMAPIPROP, LPCIID, LPMAPIPROP*, LPMAPIPROP)
@@ -214,17 +233,17 @@ STDMETHODIMP SupportObject::OpenTemplateID(ULONG, LPENTRYID, ULONG, LPMAPIPROP, 
 STDMETHODIMP SupportObject::OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, ULONG ulOpenFlags,
                                       ULONG* lpulObjType, LPUNKNOWN* lppUnk)
 {
-    return Guarded(m_lastError,
-                   [&]() -> HRESULT
-                   {
-                       Require(lpulObjType);
-                       Require(lppUnk);
-                       if (cbEntryID)
-                           Require(lpEntryID);
-                       if (!m_context.openEntry)
-                           Fail(MAPI_E_UNKNOWN_ENTRYID, L"No provider of the session is logged on.");
-                       return m_context.openEntry(cbEntryID, lpEntryID, lpInterface, ulOpenFlags, lpulObjType, lppUnk);
-                   });
+    return ForLogon(
+        [&]() -> HRESULT
+        {
+            Require(lpulObjType);
+            Require(lppUnk);
+            if (cbEntryID)
+                Require(lpEntryID);
+            if (!m_context.openEntry)
+                Fail(MAPI_E_UNKNOWN_ENTRYID, L"No provider of the session is logged on.");
+            return m_context.openEntry(cbEntryID, lpEntryID, lpInterface, ulOpenFlags, lpulObjType, lppUnk);
+        });
 }
 
 STDMETHODIMP SupportObject::GetOneOffTable(ULONG, LPMAPITABLE*)
@@ -257,25 +276,25 @@ STDMETHODIMP SupportObject::CopyMessages(LPCIID lpSrcInterface, LPVOID lpSrcFold
                                          LPCIID lpDestInterface, LPVOID lpDestFolder, ULONG_PTR,
                                          LPMAPIPROGRESS lpProgress, ULONG ulFlags)
 {
-    return Guarded(m_lastError,
-                   [&]
-                   {
-                       Require(lpMsgList);
-                       return Testbed::CopyMessages(m_context.memory, lpSrcInterface, lpSrcFolder, *lpMsgList,
-                                                    lpDestInterface, lpDestFolder, lpProgress, ulFlags);
-                   });
+    return ForLogon(
+        [&]
+        {
+            Require(lpMsgList);
+            return Testbed::CopyMessages(m_context.memory, lpSrcInterface, lpSrcFolder, *lpMsgList, lpDestInterface,
+                                         lpDestFolder, lpProgress, ulFlags);
+        });
 }
 
 STDMETHODIMP SupportObject::CopyFolder(LPCIID lpSrcInterface, LPVOID lpSrcFolder, ULONG cbEntryID, LPENTRYID lpEntryID,
                                        LPCIID lpDestInterface, LPVOID lpDestFolder, LPTSTR lszNewFolderName, ULONG_PTR,
                                        LPMAPIPROGRESS lpProgress, ULONG ulFlags)
 {
-    return Guarded(m_lastError,
-                   [&]
-                   {
-                       return Testbed::CopyFolder(m_context.memory, lpSrcInterface, lpSrcFolder, cbEntryID, lpEntryID,
-                                                  lpDestInterface, lpDestFolder, lszNewFolderName, lpProgress, ulFlags);
-                   });
+    return ForLogon(
+        [&]
+        {
+            return Testbed::CopyFolder(m_context.memory, lpSrcInterface, lpSrcFolder, cbEntryID, lpEntryID,
+                                       lpDestInterface, lpDestFolder, lszNewFolderName, lpProgress, ulFlags);
+        });
 }
 
 STDMETHODIMP SupportObject::DoCopyTo(LPCIID lpSrcInterface, LPVOID lpSrcObj, ULONG ciidExclude, LPCIID rgiidExclude,
@@ -363,9 +382,16 @@ STDMETHODIMP SupportObject::CompleteMsg(ULONG, ULONG, LPENTRYID)
     return MAPI_E_NO_SUPPORT;
 }
 
-STDMETHODIMP SupportObject::StoreLogoffTransports(ULONG*)
+STDMETHODIMP SupportObject::StoreLogoffTransports(ULONG* lpulFlags)
 {
-    return MAPI_E_NO_SUPPORT;
+    return ForLogon(
+        [&]
+        {
+            Require(lpulFlags);
+            RequireFlags(*lpulFlags, LOGOFF_NO_WAIT | LOGOFF_ORDERLY | LOGOFF_PURGE | LOGOFF_ABORT | LOGOFF_QUIET);
+            // There is no transport that could be in the middle of anything.
+            *lpulFlags = LOGOFF_COMPLETE;
+        });
 }
 
 STDMETHODIMP SupportObject::StatusRecips(LPMESSAGE, LPADRLIST)
@@ -376,42 +402,60 @@ STDMETHODIMP SupportObject::StatusRecips(LPMESSAGE, LPADRLIST)
 STDMETHODIMP SupportObject::WrapStoreEntryID(ULONG cbOrigEntry, LPENTRYID lpOrigEntry, ULONG* lpcbWrappedEntry,
                                              LPENTRYID* lppWrappedEntry)
 {
-    return Guarded(m_lastError,
-                   [&]
-                   {
-                       Require(lpOrigEntry);
-                       Require(lpcbWrappedEntry);
-                       Require(lppWrappedEntry);
-                       if (cbOrigEntry < sizeof(ENTRYID::abFlags))
-                           Fail(MAPI_E_INVALID_ENTRYID, L"An entry ID is too short.");
-                       const Bytes wrapped = WrapStoreEntryId(m_context.dllName, lpOrigEntry, cbOrigEntry);
-                       auto* const block = static_cast<ENTRYID*>(m_context.memory.Allocate(wrapped.size()));
-                       std::memcpy(block, wrapped.data(), wrapped.size());
-                       *lpcbWrappedEntry = static_cast<ULONG>(wrapped.size());
-                       *lppWrappedEntry = block;
-                   });
+    return ForLogon(
+        [&]
+        {
+            Require(lpOrigEntry);
+            Require(lpcbWrappedEntry);
+            Require(lppWrappedEntry);
+            if (cbOrigEntry < sizeof(ENTRYID::abFlags))
+                Fail(MAPI_E_INVALID_ENTRYID, L"An entry ID is too short.");
+            const Bytes wrapped = WrapStoreEntryId(m_context.dllName, lpOrigEntry, cbOrigEntry);
+            auto* const block = static_cast<ENTRYID*>(m_context.memory.Allocate(wrapped.size()));
+            std::memcpy(block, wrapped.data(), wrapped.size());
+            *lpcbWrappedEntry = static_cast<ULONG>(wrapped.size());
+            *lppWrappedEntry = block;
+        });
 }
 
-STDMETHODIMP SupportObject::ModifyProfile(ULONG)
+STDMETHODIMP SupportObject::ModifyProfile(ULONG ulFlags)
 {
-    return MAPI_E_NO_SUPPORT;
+    return ForLogon(
+        [&]
+        {
+            RequireFlags(ulFlags, MDB_TEMPORARY);
+            if ((ulFlags & MDB_TEMPORARY) == 0 && m_context.modifyProfile)
+                m_context.modifyProfile();
+        });
 }
 
 STDMETHODIMP SupportObject::IStorageFromStream(LPUNKNOWN lpUnkIn, LPCIID lpInterface, ULONG ulFlags,
                                                LPSTORAGE* lppStorageOut)
 {
+    return ForLogon(
+        [&]
+        {
+            Require(lpUnkIn);
+            Require(lppStorageOut);
+            *lppStorageOut = OpenStreamStorage(*lpUnkIn, lpInterface, ulFlags).Detach();
+        });
+}
+
+STDMETHODIMP SupportObject::GetSvcConfigSupportObj(ULONG ulFlags, LPMAPISUP* lppSvcSupport)
+{
     return Guarded(m_lastError,
                    [&]
                    {
-                       Require(lpUnkIn);
-                       Require(lppStorageOut);
-                       *lppStorageOut = OpenStreamStorage(*lpUnkIn, lpInterface, ulFlags).Detach();
+                       Require(lppSvcSupport);
+                       RequireFlags(ulFlags, 0);
+                       SupportContext context;
+                       context.kind = SupportKind::Configuration;
+                       context.profile = m_context.profile;
+                       context.ownSection = m_context.ownSection;
+                       context.dllName = m_context.dllName;
+                       context.memory = m_context.memory;
+                       *lppSvcSupport = CreateSupportObject(std::move(context)).Detach();
                    });
-}
-
-STDMETHODIMP SupportObject::GetSvcConfigSupportObj(ULONG, LPMAPISUP*)
-{
-    return MAPI_E_NO_SUPPORT;
 }
 } // namespace
 

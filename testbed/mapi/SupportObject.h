@@ -7,10 +7,20 @@
 
 namespace Testbed
 {
+/// The two kinds of support object.
+enum class SupportKind
+{
+    /// A provider's, for one logon.
+    Logon,
+    /// A message service's, for one call of its entry: seven methods work, the others give MAPI_E_NO_SUPPORT.
+    Configuration
+};
+
 /// What a support object works with. The session owns what the pointers share; a support object that a provider keeps
 /// longer than the session still works on it.
 struct SupportContext
 {
+    SupportKind kind = SupportKind::Logon;
     std::shared_ptr<Profile> profile;
     /// The section that OpenProfileSection opens for a null UID: the provider's, or in a service entry the service's.
     Uid ownSection;
@@ -24,9 +34,16 @@ struct SupportContext
     std::function<HRESULT(ULONG, LPENTRYID, ULONG, LPENTRYID, ULONG, ULONG*)> compareEntryIds;
     /// Told the UIDs that the provider registers with SetProviderUID; may be empty.
     std::function<void(const Uid&)> setProviderUid;
+    /// Takes a section that the provider opens, and gives what holds it; may be empty.
+    std::function<std::shared_ptr<void>(const Uid&, ULONG flags)> lockSection;
+    /// Makes the logon's section permanent, for ModifyProfile; may be empty.
+    std::function<void()> modifyProfile;
+    /// Told by the last Release; may be empty.
+    std::function<void()> released;
 };
 
-/// Creates a support object. GetLastError, GetMemAllocRoutines, Subscribe, Unsubscribe, Notify, ModifyStatusRow,
+/// Creates a support object. Whoever calls it after its last Release ends the process (OlmapiExit::LostObject).
+/// GetLastError, GetMemAllocRoutines, Subscribe, Unsubscribe, Notify, ModifyStatusRow,
 /// OpenProfileSection, NewUID, MakeInvalid, SetProviderUID, CompareEntryIDs, OpenEntry, CopyMessages, CopyFolder,
 /// DoCopyTo, DoCopyProps, WrapStoreEntryID and IStorageFromStream do what MAPI's do; what needs the spooler, an address
 /// book or a dialog gives MAPI_E_NO_SUPPORT. See `CopyEngine.h` for the copying.

@@ -25,13 +25,16 @@ HRESULT Report(const MapiMemory& memory, ULONG flags, LPMAPIERROR* error, const 
     return result;
 }
 
+// Empty where the support object does not wrap: one for configuring a service has no such method.
 Bytes Wrap(IMAPISupport& support, const MapiMemory& memory, Bytes entryId)
 {
     ULONG size = 0;
     MapiBlock<ENTRYID> wrapped(memory);
-    Check(support.WrapStoreEntryID(static_cast<ULONG>(entryId.size()), reinterpret_cast<LPENTRYID>(entryId.data()),
-                                   &size, wrapped.Put()),
-          L"MAPI cannot wrap the store's entry ID");
+    const HRESULT result = support.WrapStoreEntryID(
+        static_cast<ULONG>(entryId.size()), reinterpret_cast<LPENTRYID>(entryId.data()), &size, wrapped.Put());
+    if (result == MAPI_E_NO_SUPPORT)
+        return {};
+    Check(result, L"MAPI cannot wrap the store's entry ID");
     const auto* bytes = reinterpret_cast<const BYTE*>(wrapped.Get());
     return Bytes(bytes, bytes + size);
 }
@@ -202,8 +205,11 @@ void ConfigureService(IMAPISupport* support, IProviderAdmin& admin, const MapiMe
     {
         const Bytes wrapped =
             Wrap(*support, memory, MakeStoreEntryId(settings.provider, StoreCore::FullPath(settings.path)));
-        values.push_back(PropValue::Binary(PR_ENTRYID, wrapped));
-        values.push_back(PropValue::Binary(PR_STORE_ENTRYID, wrapped));
+        if (!wrapped.empty())
+        {
+            values.push_back(PropValue::Binary(PR_ENTRYID, wrapped));
+            values.push_back(PropValue::Binary(PR_STORE_ENTRYID, wrapped));
+        }
     }
     StoreSettingsIn(*service, memory, values);
 

@@ -144,8 +144,8 @@ TEST(ProfileSection, ChangesTakeEffectAtOnceAndStay)
     const auto profile = Profile::Open(file);
     const Uid uid = Uid::Create();
     profile->Change(uid, {});
-    const auto writer = OpenSection(profile, uid, true, Memory());
-    const auto reader = OpenSection(profile, uid, false, Memory());
+    const auto writer = OpenSection(profile, uid, MAPI_MODIFY, SectionUser::Entry, Memory());
+    const auto reader = OpenSection(profile, uid, 0, SectionUser::Entry, Memory());
     EXPECT_EQ(Set(*writer, {PropValue::String(PR_DISPLAY_NAME_W, L"Name")}), S_OK);
     EXPECT_EQ(Get(*reader, PR_DISPLAY_NAME_A).AsText(), L"Name");
     EXPECT_NE(Profile::Open(file)->Section(uid).Find(PROP_ID(PR_DISPLAY_NAME)), nullptr);
@@ -154,7 +154,7 @@ TEST(ProfileSection, ChangesTakeEffectAtOnceAndStay)
     EXPECT_EQ(writer->DeleteProps(tags.Get(), nullptr), S_OK);
     EXPECT_EQ(Get(*reader, PR_DISPLAY_NAME_A).AsLong(), MAPI_E_NOT_FOUND);
     EXPECT_EQ(writer->SaveChanges(0), S_OK);
-    EXPECT_EQ(Set(*writer, {PropValue::Long(PR_RESOURCE_FLAGS, 1)}), MAPI_E_NO_ACCESS);
+    EXPECT_EQ(Set(*writer, {PropValue::Long(PR_RESOURCE_FLAGS, 1)}), S_OK);
 }
 
 TEST(ProfileSection, IsReadOnlyUnlessOpenedForWriting)
@@ -162,15 +162,15 @@ TEST(ProfileSection, IsReadOnlyUnlessOpenedForWriting)
     const auto profile = Profile::InMemory(L"memory");
     const Uid uid = Uid::Create();
     profile->Change(uid, {PropValue::Long(PR_RESOURCE_FLAGS, 1)});
-    const auto section = OpenSection(profile, uid, false, Memory());
+    const auto section = OpenSection(profile, uid, 0, SectionUser::Entry, Memory());
     EXPECT_EQ(Set(*section, {PropValue::Long(PR_RESOURCE_FLAGS, 2)}), MAPI_E_NO_ACCESS);
-    EXPECT_EQ(section->SaveChanges(0), MAPI_E_NO_ACCESS);
+    EXPECT_EQ(section->SaveChanges(0), S_OK);
     MapiBlock<MAPIERROR> error(Memory());
     EXPECT_EQ(section->GetLastError(MAPI_E_NO_ACCESS, MAPI_UNICODE, error.Put()), S_OK);
     EXPECT_TRUE(error);
     EXPECT_EQ(section->GetNamesFromIDs(nullptr, nullptr, 0, nullptr, nullptr), MAPI_E_NO_SUPPORT);
     EXPECT_EQ(section->OpenProperty(PR_RESOURCE_FLAGS, nullptr, 0, 0, nullptr), MAPI_E_INTERFACE_NOT_SUPPORTED);
-    ExpectFailure(MAPI_E_NOT_FOUND, [&] { OpenSection(profile, Uid::Create(), true, Memory()); });
+    ExpectFailure(MAPI_E_NOT_FOUND, [&] { OpenSection(profile, Uid::Create(), 0, SectionUser::Entry, Memory()); });
     EXPECT_TRUE(section.As<IMAPIProp>(IID_IMAPIProp));
     EXPECT_FALSE(section.As<IMsgStore>(IID_IMsgStore));
 }
@@ -180,10 +180,11 @@ TEST(ProfileSection, HidesSecureProperties)
     const auto profile = Profile::InMemory(L"memory");
     const Uid uid = Uid::Create();
     profile->Change(uid, {PropValue::Long(PR_RESOURCE_FLAGS, 1), PropValue::Binary(secureTag, Bytes{1})});
-    const auto section = OpenSection(profile, uid, true, Memory());
+    const auto section = OpenSection(profile, uid, MAPI_MODIFY, SectionUser::Entry, Memory());
     MapiBlock<SPropTagArray> tags(Memory());
     EXPECT_EQ(section->GetPropList(0, tags.Put()), S_OK);
-    EXPECT_EQ(tags->cValues, 1u);
+    // And the two that every section has.
+    EXPECT_EQ(tags->cValues, 3u);
     EXPECT_EQ(Get(*section, secureTag).AsBytes(), Bytes{1});
 }
 
@@ -192,7 +193,7 @@ TEST(ProfileSection, SaysThatItsSectionIsGone)
     const auto profile = Profile::InMemory(L"memory");
     const Uid uid = Uid::Create();
     profile->Change(uid, {});
-    const auto section = OpenSection(profile, uid, true, Memory());
+    const auto section = OpenSection(profile, uid, MAPI_MODIFY, SectionUser::Entry, Memory());
     profile->Remove(uid);
     EXPECT_EQ(Set(*section, {PropValue::Long(PR_RESOURCE_FLAGS, 2)}), MAPI_E_OBJECT_DELETED);
     EXPECT_FALSE(profile->HasSection(uid));
@@ -206,8 +207,8 @@ TEST(ProfileSection, CopiesToAnother)
     profile->Change(from, {PropValue::Long(PR_RESOURCE_FLAGS, 1), PropValue::Long(PR_RESOURCE_TYPE, 2),
                            PropValue::String(PR_DISPLAY_NAME_W, L"Name")});
     profile->Change(to, {PropValue::Long(PR_RESOURCE_FLAGS, 9)});
-    const auto source = OpenSection(profile, from, true, Memory());
-    const auto target = OpenSection(profile, to, true, Memory());
+    const auto source = OpenSection(profile, from, MAPI_MODIFY, SectionUser::Entry, Memory());
+    const auto target = OpenSection(profile, to, MAPI_MODIFY, SectionUser::Entry, Memory());
     const MapiBlock<SPropTagArray> excluded(Memory(), MakeTagArray(Memory(), {PR_RESOURCE_TYPE}));
 
     EXPECT_EQ(
@@ -240,8 +241,11 @@ protected:
     {
         profile->Change(service,
                         {PropValue::Uid(PR_SERVICE_UID, service), PropValue::String(PR_SERVICE_NAME_W, L"ARCHIVE")});
-        admin = CreateProviderAdmin(profile, service, {{L"Store", L"A store", L"host.dll", MAPI_STORE_PROVIDER, 4}},
-                                    Memory(),
+        admin = CreateProviderAdmin(profile, service,
+                                    {{L"Store",
+                                      {PropValue::String(PR_PROVIDER_DLL_NAME_W, L"host.dll"),
+                                       PropValue::Long(PR_RESOURCE_TYPE, MAPI_STORE_PROVIDER)}}},
+                                    SectionUser::Entry, Memory(),
                                     [this](ULONG context, const Uid&)
                                     {
                                         contexts.push_back(context);
@@ -309,6 +313,6 @@ TEST_F(Admin, OpensTheServicesOwnSectionForNoUid)
     EXPECT_EQ(Get(*section, PR_SERVICE_NAME_W).AsText(), L"ARCHIVE");
     EXPECT_EQ(Set(*section, {PropValue::Long(PR_STATUS_CODE, 3)}), S_OK);
     Uid other = Uid::Create();
-    EXPECT_EQ(admin->OpenProfileSection(&other, nullptr, MAPI_MODIFY, section.Put()), MAPI_E_NOT_FOUND);
+    EXPECT_EQ(admin->OpenProfileSection(&other, nullptr, 0, section.Put()), MAPI_E_NOT_FOUND);
     EXPECT_EQ(admin->OpenProfileSection(nullptr, &IID_IMessage, 0, section.Put()), MAPI_E_INTERFACE_NOT_SUPPORTED);
 }

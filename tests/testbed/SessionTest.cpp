@@ -58,7 +58,7 @@ protected:
         profile->Change(session->ProviderSection(), {PropValue::Binary(PR_ENTRYID, entryId)});
     }
 
-    std::filesystem::path module = Tests::BinFolder() / L"FakeProvider.dll";
+    std::filesystem::path module = Tests::BinFolder() / L"FakeProvider32.dll";
     Pinned pinned{module};
     Tests::FakeProviderState& fake = pinned.State();
     std::shared_ptr<Profile> profile;
@@ -93,11 +93,11 @@ TEST_F(Session, CreatesAServiceAndItsProvider)
 
     const PropertyBag service = profile->Section(session->ServiceSection());
     EXPECT_EQ(Uid::From(service.Find(PROP_ID(PR_SERVICE_UID))), session->ServiceSection());
-    EXPECT_EQ(service.Find(PROP_ID(PR_SERVICE_DLL_NAME))->AsText(), L"FakeProvider.dll");
+    EXPECT_EQ(service.Find(PROP_ID(PR_SERVICE_DLL_NAME))->AsText(), L"FakeProvider32.dll");
     EXPECT_EQ(service.Find(PROP_ID(PR_STORE_PROVIDERS))->AsBytes().size(), 16u);
     const PropertyBag provider = profile->Section(session->ProviderSection());
     EXPECT_EQ(Uid::From(provider.Find(PROP_ID(PR_SERVICE_UID))), session->ServiceSection());
-    EXPECT_EQ(provider.Find(PROP_ID(PR_PROVIDER_DLL_NAME))->AsText(), L"FakeProvider.dll");
+    EXPECT_EQ(provider.Find(PROP_ID(PR_PROVIDER_DLL_NAME))->AsText(), L"FakeProvider32.dll");
     EXPECT_EQ(provider.Find(PROP_ID(PR_RESOURCE_FLAGS))->AsLong(), 4);
 
     ExpectFailure(MAPI_E_COLLISION, [&] { session->CreateService(); });
