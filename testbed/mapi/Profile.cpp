@@ -249,6 +249,7 @@ public:
     {
     }
 
+    std::filesystem::path File() const override { return m_file; }
     void Load(SectionMap sections) { m_sections = std::move(sections); }
 
     std::vector<Uid> Sections() const override;

@@ -48,6 +48,8 @@ public:
     Profile& operator=(const Profile&) = delete;
 
     const std::wstring& Name() const noexcept { return m_name; }
+    /// The file of a profile that is kept in one.
+    virtual std::filesystem::path File() const { return {}; }
     /// What no other profile has, whatever its name; empty for one that nobody else can open.
     const std::wstring& Id() const noexcept { return m_id; }
 

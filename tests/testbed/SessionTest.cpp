@@ -161,7 +161,7 @@ TEST_F(Session, LogsOnWithTheUnwrappedEntryId)
     EXPECT_NE(session->LogonObject(), nullptr);
 
     const BYTE own[] = {0, 0, 0, 0, 7, 8};
-    StoreEntryId(WrapStoreEntryId("FakeProvider.dll", own, sizeof(own)));
+    StoreEntryId(WrapStoreEntryId("FakeProvider32.dll", own, sizeof(own)));
     LogonOptions narrow;
     narrow.flags = MDB_WRITE;
     session->Logon(narrow);
@@ -229,7 +229,7 @@ TEST_F(Session, OpensEntriesByTheLogonOrTheStore)
     EXPECT_EQ(session->OpenEntry(6, reinterpret_cast<ENTRYID*>(own), nullptr, 0, &type, object.Put()),
               MAPI_E_UNKNOWN_ENTRYID);
     session->Logon();
-    Bytes wrapped = WrapStoreEntryId("fakeprovider.dll", own, sizeof(own));
+    Bytes wrapped = WrapStoreEntryId("fakeprovider32.dll", own, sizeof(own));
     EXPECT_EQ(session->OpenEntry(static_cast<ULONG>(wrapped.size()), reinterpret_cast<ENTRYID*>(wrapped.data()),
                                  nullptr, 0, &type, object.Put()),
               S_OK);
@@ -280,7 +280,7 @@ TEST_F(Session, SupportOpensProfileSections)
     std::memcpy(uid.ab, values[0].Value.bin.lpb, sizeof(uid));
     EXPECT_EQ(support->OpenProfileSection(&uid, MAPI_MODIFY, section.Put()), S_OK);
     MAPIUID other = Uid::Create();
-    EXPECT_EQ(support->OpenProfileSection(&other, MAPI_MODIFY, section.Put()), MAPI_E_NOT_FOUND);
+    EXPECT_EQ(support->OpenProfileSection(&other, 0, section.Put()), MAPI_E_NOT_FOUND);
     EXPECT_EQ(support->OpenProfileSection(nullptr, 0x100, section.Put()), MAPI_E_UNKNOWN_FLAGS);
     MapiBlock<MAPIERROR> error(Memory());
     EXPECT_EQ(support->GetLastError(MAPI_E_UNKNOWN_FLAGS, MAPI_UNICODE, error.Put()), S_OK);
@@ -336,7 +336,7 @@ TEST_F(Session, SupportComparesAndWrapsEntryIds)
     EXPECT_EQ(fake.support->WrapStoreEntryID(5, firstId, &size, wrapped.Put()), S_OK);
     const auto unwrapped = UnwrapStoreEntryId(wrapped.Get(), size);
     ASSERT_TRUE(unwrapped);
-    EXPECT_EQ(unwrapped->dllName, "FakeProvider.dll");
+    EXPECT_EQ(unwrapped->dllName, "FakeProvider32.dll");
     EXPECT_EQ(unwrapped->entryId, Bytes(std::begin(first), std::end(first)));
 }
 
