@@ -84,6 +84,8 @@ Mapi::PropValuePointer ReadSection(IProfSect* section, TagArray<Count> tags, con
 {
     ULONG count = 0;
     Mapi::PropValuePointer values;
+    // What is missing is a warning in the log each time: of a new store the identity, and of each the path in the width
+    // that it was not given in.
     CheckProfileCall(section->GetProps(tags.Get(), 0, &count, values.Put()), section, site);
     if (!values || count < Count)
         Throw(CRuntimeError(L"The profile section returned fewer properties than were asked for"), site);
@@ -199,6 +201,7 @@ void CNstMessageService::NstServiceEntry(IMalloc* lpMalloc, IMAPISupport* lpMAPI
     TagArray<3> tags = {3, {PR_PROFILE_OFFLINE_STORE_PATH_W, PR_PROFILE_OFFLINE_STORE_PATH, PR_MDB_PROVIDER}};
     ULONG count = 0;
     Mapi::PropValuePointer values;
+    // The path is stored in one width as a rule, so that this, too, logs a warning in nearly every call.
     CheckProfileCall(section->GetProps(tags.Get(), MAPI_UNICODE, &count, values.Put()), section.p, function);
 
     // The PST module gets what the section holds now, not the caller's list, and no provider admin.

@@ -1,12 +1,10 @@
-// The sample host's own code: its settings, its boundary, and the read-only folder that is safe to be called.
+// The sample host's own code: its settings and its boundary.
 #include "tests/e2e/Environment.h"
 
 #include "common/ComObject.h"
 #include "common/Text.h"
-#include "host/ArchiveStore.h"
 #include "host/HostSettings.h"
 #include "nst/KivNstCore.h"
-#include "nst/NstMapiFolder.h"
 #include "tools/browser/ArchiveSession.h"
 #include "tools/browser/LogRecorder.h"
 #include "tools/browser/MapiTools.h"
@@ -166,44 +164,6 @@ TEST(HostTest, BookmarksAndConnectionsThatAreAddressesComeBackWhole)
     EXPECT_NE(connection >> 32, 0u);
     EXPECT_EQ(archive.Store().Unadvise(connection), S_OK);
     EXPECT_EQ(archive.Store().Unadvise(connection), MAPI_E_NOT_FOUND);
-}
-
-// A folder of which nothing can be read.
-class NamelessFolder : public Quillon::Nst::CNstMapiFolder
-{
-public:
-    NamelessFolder() : CNstMapiFolder(nullptr, nullptr, nullptr) {}
-    STDMETHODIMP GetProps(LPSPropTagArray, ULONG, ULONG*, LPSPropValue*) override { return MAPI_E_CALL_FAILED; }
-    STDMETHODIMP GetLastError(HRESULT, ULONG, LPMAPIERROR*) override { return MAPI_E_NO_SUPPORT; }
-};
-
-TEST(HostTest, AFolderWithoutAReadableNameRefusesAllTheSame)
-{
-    const auto nameless = ComPtr<IMAPIFolder>::Attach(new NamelessFolder);
-    const auto folder = ComPtr<IMAPIFolder>::Attach(new ArchiveHost::CArchiveFolder(nameless.Get(), nullptr, nullptr));
-    LogRecorder log(false);
-    // Outputs stay as they were.
-    auto* const pattern = reinterpret_cast<IMAPIFolder*>(0x5A5A5A5A);
-    IMAPIFolder* created = pattern;
-    IMessage* message = reinterpret_cast<IMessage*>(pattern);
-    ULONG status = 0x5A5A5A5A;
-    std::wstring name = L"New";
-    EXPECT_EQ(folder->CreateFolder(FOLDER_GENERIC, name.data(), nullptr, nullptr, MAPI_UNICODE, &created),
-              MAPI_E_NO_ACCESS);
-    EXPECT_EQ(folder->CreateMessage(nullptr, 0, &message), MAPI_E_NO_ACCESS);
-    EXPECT_EQ(folder->CopyMessages(nullptr, nullptr, nullptr, 0, nullptr, MESSAGE_MOVE), MAPI_E_NO_ACCESS);
-    EXPECT_EQ(folder->DeleteMessages(nullptr, 0, nullptr, 0), MAPI_E_NO_ACCESS);
-    EXPECT_EQ(folder->DeleteFolder(0, nullptr, 0, nullptr, 0), MAPI_E_NO_ACCESS);
-    EXPECT_EQ(folder->SetReadFlags(nullptr, 0, nullptr, 0), MAPI_E_NO_ACCESS);
-    EXPECT_EQ(folder->SetMessageStatus(0, nullptr, 0, 0, &status), MAPI_E_NO_ACCESS);
-    EXPECT_EQ(folder->EmptyFolder(0, nullptr, 0), MAPI_E_NO_ACCESS);
-    EXPECT_EQ(created, pattern);
-    EXPECT_EQ(message, reinterpret_cast<IMessage*>(pattern));
-    EXPECT_EQ(status, 0x5A5A5A5Au);
-    size_t caught = 0;
-    for (const LogRecorder::Line& line : log.Take())
-        caught += line.text.starts_with("Caught exception at ArchiveStore.cpp, ArchiveHost::CArchiveFolder::") ? 1 : 0;
-    EXPECT_EQ(caught, 8u);
 }
 } // namespace
 } // namespace Tests

@@ -63,7 +63,7 @@ private:
 LONG Setting::Options() const noexcept
 {
     LONG options = 0;
-    options |= plain ? LONG{ArchiveHost::OptionPlainWrappers} : 0;
+    options |= plain ? LONG{ArchiveHost::OptionPlainWrappers} : LONG{ArchiveHost::OptionLibraryWrappers};
     options |= modify ? LONG{ArchiveHost::OptionModifyStores} : 0;
     return options;
 }
