@@ -43,7 +43,7 @@ install(FILES ${KIVNST_RUNTIME_DLLS} DESTINATION bin)
 install(FILES support/KivNst.natvis DESTINATION share/kivnst)
 install(DIRECTORY examples DESTINATION share/kivnst)
 install(FILES LICENSE CHANGELOG.md DESTINATION share/doc/kivnst)
-install(FILES docs/deployment.md docs/errors.md docs/log-reference.md docs/mapisvc-inf.md docs/msvc.md
+install(FILES docs/deployment.md docs/errors.md docs/host-guide.md docs/log-reference.md docs/mapisvc-inf.md docs/msvc.md
   docs/properties.md docs/registration.md docs/verified.md DESTINATION share/doc/kivnst/docs)
 
 # What others hold the rights in, of what is installed: the corrected headers, what is linked in, the runtime DLLs.
