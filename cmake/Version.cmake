@@ -30,4 +30,9 @@ function(kivnst_add_version target description)
   set(resource "${CMAKE_CURRENT_BINARY_DIR}/${target}-version.rc")
   configure_file("${PROJECT_SOURCE_DIR}/cmake/version.rc.in" "${resource}" @ONLY)
   target_sources(${target} PRIVATE "${resource}")
+  # What is installed is the same each time that it is linked; what debuggers need, names that is, lies in a file beside it.
+  if(KIVNST_MSVC_ABI AND NOT KIVNST_ASAN)
+    target_link_options(${target} PRIVATE
+      LINKER:/Brepro LINKER:/debug "LINKER:/pdbaltpath:%_PDB%" "LINKER:/pdbsourcepath:C:\\kivnst")
+  endif()
 endfunction()

@@ -12,8 +12,8 @@ namespace Quillon::Os
 /// Full path of a loaded module (null: the program). Throws CWinError. Any thread.
 KIVNST_API StringW GetModulePath(HINSTANCE module);
 
-/// The directory part of a path, without the separator behind it (but "C:\" for "C:\file"); empty when the path has
-/// none. Both "\" and "/" separate.
+/// The directory part of a path, without the separator behind it (but with that of a drive's root); empty when the path
+/// has none. Both "\" and "/" separate.
 KIVNST_API StringW GetDirectoryFromPath(const StringW& path);
 
 /// The last component of a path: the file name with its extension. Both "\" and "/" separate.
