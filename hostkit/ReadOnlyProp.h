@@ -115,16 +115,18 @@ public:
     STDMETHODIMP OpenProperty(ULONG ulPropTag, LPCIID lpiid, ULONG ulInterfaceOptions, ULONG ulFlags,
                               LPUNKNOWN* lppUnk) override
     {
+        if (!lpiid)
+            return MAPI_E_INVALID_PARAMETER;
         const bool isWritable = IsWritable(1, [ulPropTag](std::size_t) { return ulPropTag; });
         if (!isWritable)
         {
             if (ulFlags & MAPI_CREATE)
                 return RefuseTelling(L"OpenProperty", [&] { return Quillon::Mapi::FormatMapiPropertyTag(ulPropTag); });
             ulFlags = m_archive->OpenFlags(ulFlags);
-            if (lpiid && IsStorageOrStream(*lpiid))
+            if (IsStorageOrStream(*lpiid))
                 ulInterfaceOptions &= ~storageWriting;
         }
-        if (!lppUnk || !lpiid)
+        if (!lppUnk)
             return Base::OpenProperty(ulPropTag, lpiid, ulInterfaceOptions, ulFlags, lppUnk);
         ATL::CComPtr<IUnknown> object;
         const HRESULT hr = Base::OpenProperty(ulPropTag, lpiid, ulInterfaceOptions, ulFlags, &object);

@@ -6,6 +6,8 @@
 #include "nst/NstMapiTable.h"
 #include "support/com_wrap.h"
 
+#include <algorithm>
+
 namespace KivNstHostKit
 {
 
@@ -29,8 +31,8 @@ public:
         Columns columns;
         columns.tags = TagsOf(lpPropTagArray);
         // The host's functions want to know whose row it is; the client is not shown a column that it did not ask for.
-        columns.isEntryIdHidden =
-            std::find(columns.tags.begin(), columns.tags.end(), ULONG{PR_ENTRYID}) == columns.tags.end();
+        columns.isEntryIdHidden = GetValues().NeedsSubject() && std::find(columns.tags.begin(), columns.tags.end(),
+                                                                          ULONG{PR_ENTRYID}) == columns.tags.end();
         if (columns.isEntryIdHidden)
             columns.tags.push_back(PR_ENTRYID);
         std::vector<ULONG> block = MakeTagBlock(columns.tags);

@@ -63,15 +63,23 @@ public:
     /// Where several functions give the same property, the first whose value is not empty counts.
     void Add(ULONG tag, ValueFunction function, bool adds = true)
     {
-        m_entries.push_back({tag, std::move(function), adds});
+        m_entries.push_back({tag, std::move(function), adds, true});
     }
     /// The same with one value for all objects.
     void Set(ULONG tag, ArchiveValue value, bool adds = true)
     {
-        Add(tag, [value = std::move(value)](const CSubject&) { return value; }, adds);
+        m_entries.push_back({tag, [value = std::move(value)](const CSubject&) { return value; }, adds, false});
     }
 
     bool IsEmpty() const noexcept { return m_entries.empty(); }
+    /// Whether a value depends on the object of which it is asked.
+    bool NeedsSubject() const noexcept
+    {
+        for (const Entry& entry : m_entries)
+            if (entry.needsSubject)
+                return true;
+        return false;
+    }
 
     /// Puts the values in place of those of a GetProps call or of a row. `requested` are the tags that were asked for,
     /// one for each value, or null where the values' own tags say that. Memory is added to the block `base`. Whether a
@@ -129,6 +137,7 @@ private:
         ULONG tag;
         ValueFunction function;
         bool adds;
+        bool needsSubject;
     };
 
     static ULONG TextType(ULONG flags) noexcept { return flags & MAPI_UNICODE ? PT_UNICODE : PT_STRING8; }
