@@ -10,7 +10,7 @@ set(kivnst_public_headers KivNst.h
   support/Binary.h support/CallWrapping.h support/ComPtr.h support/DateTimeSpan.h support/Die.h support/Exceptions.h
   support/Export.h support/Format.h support/Log.h support/MapiBuffer.h support/MapiErrors.h support/MapiHeaders.h
   support/MapiProperties.h support/Os.h support/OutlookAddIn.h support/StringW.h support/com_wrap.h)
-file(GLOB kivnst_kit_headers RELATIVE "${PROJECT_SOURCE_DIR}" CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/hostkit/*.h")
+file(GLOB kivnst_kit_headers RELATIVE "${PROJECT_SOURCE_DIR}" "${PROJECT_SOURCE_DIR}/hostkit/*.h")
 list(APPEND kivnst_public_headers ${kivnst_kit_headers})
 list(TRANSFORM kivnst_public_headers PREPEND "${PROJECT_SOURCE_DIR}/" OUTPUT_VARIABLE header_files)
 target_sources(KivNst PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_DIR}" FILES ${header_files})
