@@ -3,6 +3,7 @@
 
 #include "common/Boundary.h"
 #include "testbed/common/Namespace.h"
+#include "testbed/mapi/Dispatcher.h"
 
 #include <cstring>
 
@@ -16,11 +17,11 @@ Bytes KeyBytes(const NOTIFKEY& key)
 }
 } // namespace
 
-ULONG Notifications::Subscribe(const NOTIFKEY& key, ULONG mask, IMAPIAdviseSink* sink)
+ULONG Notifications::Subscribe(const NOTIFKEY& key, ULONG mask, bool synchronous, IMAPIAdviseSink* sink)
 {
     const std::lock_guard guard(m_lock);
     const ULONG connection = m_next++;
-    m_subscriptions[connection] = {KeyBytes(key), mask, ComPtr<IMAPIAdviseSink>(sink)};
+    m_subscriptions[connection] = {KeyBytes(key), mask, synchronous, ComPtr<IMAPIAdviseSink>(sink)};
     return connection;
 }
 
@@ -40,29 +41,47 @@ bool Notifications::Unsubscribe(ULONG connection)
 ULONG Notifications::Notify(const NOTIFKEY& key, ULONG count, LPNOTIFICATION notifications)
 {
     const Bytes bytes = KeyBytes(key);
-    std::vector<Subscription> subscriptions;
+    std::map<ULONG, Subscription> subscriptions;
     {
         const std::lock_guard guard(m_lock);
         for (const auto& [connection, subscription] : m_subscriptions)
             if (subscription.key == bytes)
-                subscriptions.push_back(subscription);
+                subscriptions[connection] = subscription;
     }
 
-    ULONG flags = 0;
-    for (const Subscription& subscription : subscriptions)
+    for (const auto& [connection, subscription] : subscriptions)
     {
         std::vector<NOTIFICATION> wanted;
         for (ULONG i = 0; i < count; ++i)
             if (notifications[i].ulEventType & subscription.mask)
                 wanted.push_back(notifications[i]);
-        if (!wanted.empty() &&
-            subscription.sink->OnNotify(static_cast<ULONG>(wanted.size()), wanted.data()) == CALLBACK_DISCONTINUE)
+        if (wanted.empty())
+            continue;
+        const auto number = static_cast<ULONG>(wanted.size());
+        if (!subscription.synchronous)
         {
-            flags = NOTIFY_CANCELED;
-            break;
+            Dispatcher::Post([self = shared_from_this(), to = connection,
+                              copies = std::make_shared<NotificationCopies>(number, wanted.data())]
+                             { self->Deliver(to, copies->Count(), copies->Get()); });
+        }
+        else if (subscription.sink->OnNotify(number, wanted.data()) == CALLBACK_DISCONTINUE)
+        {
+            return NOTIFY_CANCELED;
         }
     }
-    return flags;
+    return 0;
+}
+
+void Notifications::Deliver(ULONG connection, ULONG count, LPNOTIFICATION notifications)
+{
+    ComPtr<IMAPIAdviseSink> sink;
+    {
+        const std::lock_guard guard(m_lock);
+        if (const auto found = m_subscriptions.find(connection); found != m_subscriptions.end())
+            sink = found->second.sink;
+    }
+    if (sink)
+        sink->OnNotify(count, notifications);
 }
 
 void Notifications::Clear()

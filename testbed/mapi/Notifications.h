@@ -6,22 +6,24 @@
 #include "testbed/common/Namespace.h"
 
 #include <map>
+#include <memory>
 #include <mutex>
 
 namespace Testbed
 {
-/// Advise sinks by key. Thread-safe; sinks are called on the thread of `Notify`, before it returns and with no lock
-/// held, whether or not the subscriber asked for NOTIFY_SYNC.
-class Notifications
+/// Advise sinks by key. Thread-safe; sinks are called with no lock held. Those that were subscribed with NOTIFY_SYNC
+/// are called on the thread of `Notify`, before it returns; the others later, with copies, and never after
+/// `Unsubscribe` has returned but for a call that is under way.
+class Notifications : public std::enable_shared_from_this<Notifications>
 {
 public:
     /// Keeps `sink` for events of `mask` under `key` and gives the connection's number, which is never 0.
-    ULONG Subscribe(const NOTIFKEY& key, ULONG mask, IMAPIAdviseSink* sink);
+    ULONG Subscribe(const NOTIFKEY& key, ULONG mask, bool synchronous, IMAPIAdviseSink* sink);
     /// Drops a connection; false when there is none of that number.
     bool Unsubscribe(ULONG connection);
-    /// Tells the sinks of `key` those of the notifications that they asked for. A sink that answers
-    /// CALLBACK_DISCONTINUE gets no further ones of this call. Gives the flags for Notify's caller: NOTIFY_CANCELED
-    /// when a sink did so.
+    /// Tells the sinks of `key` those of the notifications that they asked for. A synchronous sink that answers
+    /// CALLBACK_DISCONTINUE has the others not called. Gives the flags for Notify's caller: NOTIFY_CANCELED when a sink
+    /// did so.
     ULONG Notify(const NOTIFKEY& key, ULONG count, LPNOTIFICATION notifications);
     /// Drops all connections.
     void Clear();
@@ -31,8 +33,11 @@ private:
     {
         Bytes key;
         ULONG mask = 0;
+        bool synchronous = false;
         ComPtr<IMAPIAdviseSink> sink;
     };
+
+    void Deliver(ULONG connection, ULONG count, LPNOTIFICATION notifications);
 
     std::mutex m_lock;
     std::map<ULONG, Subscription> m_subscriptions;

@@ -1,11 +1,13 @@
 // The exported functions of the MAPI module.
 #include "testbed/mapi/Olmapi.h"
 
+#include "common/Boundary.h"
 #include "common/StoreEntryId.h"
 #include "common/Text.h"
 #include "testbed/common/Namespace.h"
 #include "testbed/common/RegistryKey.h"
 #include "testbed/mapi/Blocks.h"
+#include "testbed/mapi/Dispatcher.h"
 #include "testbed/mapi/Subsystem.h"
 #include "testbed/mapi/TableQuery.h"
 
@@ -106,6 +108,14 @@ extern "C"
                                   LPSSortOrderSet lpSortOrderSet, LONG crowsMax, LPSRowSet* lppRows)
     {
         return QueryAllRows(OwnMemory(), lpTable, lpPropTags, lpRestriction, lpSortOrderSet, crowsMax, lppRows);
+    }
+
+    HRESULT WINAPI HrThisThreadAdviseSink(LPMAPIADVISESINK lpAdviseSink, LPMAPIADVISESINK* lppAdviseSink)
+    {
+        if (!lpAdviseSink || !lppAdviseSink)
+            return MAPI_E_INVALID_PARAMETER;
+        LastError lastError(L"MAPI");
+        return Guarded(lastError, [&] { *lppAdviseSink = MakeThreadSink(lpAdviseSink).Detach(); });
     }
 
     HRESULT WINAPI WrapStoreEntryID(ULONG ulFlags, LPSTR lpszDLLName, ULONG cbOrigEntry, LPENTRYID lpOrigEntry,

@@ -6,6 +6,7 @@
 #include "common/Text.h"
 #include "testbed/common/AddressNumbers.h"
 #include "testbed/common/Table.h"
+#include "testbed/mapi/Dispatcher.h"
 #include "testbed/mapi/ProfileStore.h"
 #include "testbed/mapi/ProviderAdmin.h"
 #include "testbed/mapi/SectionLocks.h"
@@ -87,6 +88,25 @@ void RequireEntryId(ULONG size, const ENTRYID* entryId)
         Fail(MAPI_E_INVALID_PARAMETER, L"An entry ID is needed.");
     if (size < flagSize)
         Fail(MAPI_E_INVALID_ENTRYID, L"An entry ID is too short.");
+}
+
+// Tells a sink for the session's own events that the client logs off.
+void TellLogoff(ComPtr<IMAPIAdviseSink> sink) noexcept
+{
+    try
+    {
+        Dispatcher::Post(
+            [sink = std::move(sink)]
+            {
+                NOTIFICATION notification{};
+                notification.ulEventType = fnevExtended;
+                sink->OnNotify(1, &notification);
+            });
+    }
+    catch (const std::exception&)
+    {
+        // Without memory it is not told.
+    }
 }
 
 // The rows of the stores table, read anew whenever a profile was changed.
@@ -180,6 +200,9 @@ void Session::End() noexcept
         connections.swap(m_connections);
         temporary.swap(m_temporary);
     }
+    for (auto& [number, connection] : connections)
+        if (connection.sink)
+            TellLogoff(std::move(connection.sink));
     for (const auto& logon : logons)
         logon->End();
     for (auto& [name, provider] : providers)

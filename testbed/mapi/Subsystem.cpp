@@ -4,6 +4,7 @@
 #include "common/Boundary.h"
 #include "common/MsgServiceAdmin2.h"
 #include "common/Text.h"
+#include "testbed/mapi/Dispatcher.h"
 #include "testbed/mapi/ProfileAdmin.h"
 #include "testbed/mapi/ProfileStore.h"
 #include "testbed/mapi/Session.h"
@@ -104,25 +105,34 @@ HRESULT Subsystem::Initialize(const MAPIINIT_0* init) noexcept
         else if (result != RPC_E_CHANGED_MODE)
             return result;
     }
-    const std::lock_guard guard(g_lock);
-    ++g_count;
-    return S_OK;
+    LastError lastError(L"MAPI");
+    return Guarded(lastError,
+                   [&]
+                   {
+                       const std::lock_guard guard(g_lock);
+                       if (g_count == 0)
+                           Dispatcher::Start((flags & MAPI_MULTITHREAD_NOTIFICATIONS) != 0);
+                       ++g_count;
+                   });
 }
 
 void Subsystem::Uninitialize() noexcept
 {
     std::shared_ptr<Session> left;
+    bool last = false;
     {
         const std::lock_guard guard(g_lock);
-        if (g_count == 0 || --g_count != 0)
-            left = nullptr;
-        else
+        last = g_count != 0 && --g_count == 0;
+        if (last)
             left = std::exchange(SharedSession(), {}).session;
-        if (g_count == 0)
-            ServiceModule::UnloadAll();
     }
     if (left)
         left->End();
+    if (last)
+    {
+        Dispatcher::Stop();
+        ServiceModule::UnloadAll();
+    }
     if (t_coInitialized)
     {
         --t_coInitialized;

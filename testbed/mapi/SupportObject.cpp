@@ -87,7 +87,8 @@ STDMETHODIMP SupportObject::Subscribe(LPNOTIFKEY lpKey, ULONG ulEventMask, ULONG
             Require(lpAdviseSink);
             Require(lpulConnection);
             RequireFlags(ulFlags, NOTIFY_SYNC);
-            *lpulConnection = m_context.notifications->Subscribe(*lpKey, ulEventMask, lpAdviseSink);
+            *lpulConnection =
+                m_context.notifications->Subscribe(*lpKey, ulEventMask, (ulFlags & NOTIFY_SYNC) != 0, lpAdviseSink);
         });
 }
 

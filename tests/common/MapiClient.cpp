@@ -80,7 +80,8 @@ TestProfile::TestProfile(const MapiClient& client, std::wstring name) : m_client
 {
     static std::atomic<int> number = 0;
     if (m_name.empty())
-        m_name = L"Test " + std::to_wstring(GetCurrentProcessId()) + L" " + std::to_wstring(++number);
+        m_name = L"Test " + std::to_wstring(GetCurrentProcessId()) + L" " + std::to_wstring(GetTickCount64()) + L" " +
+                 std::to_wstring(++number);
     const auto admin = client.Admin();
     const std::string narrow = AnsiFromWide(m_name);
     CheckOn(client.Memory(), *admin,

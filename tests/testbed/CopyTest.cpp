@@ -1,10 +1,11 @@
 // Copying between stores over MAPI's interfaces, with the PST provider as both ends.
+#include "tests/common/MapiClient.h"
 #include "tests/testbed/Environment.h"
 
 #include "common/MemoryStream.h"
 #include "common/Text.h"
 #include "testbed/mapi/CopyEngine.h"
-#include "testbed/mapi/MailSession.h"
+#include "testbed/mapi/SupportObject.h"
 
 #include <cstring>
 #include <fstream>
@@ -144,7 +145,6 @@ protected:
     {
         const auto sample = Tests::TempPath(L"sample.pst");
         std::ofstream(sample, std::ios::binary) << "KivNst sample store\nfolders=4 messages=12 seed=3\n";
-        source = LogOn(L"SOURCE", sample);
         const auto fresh = Tests::TempPath(L"fresh.pst");
         for (const auto& entry : std::filesystem::directory_iterator(fresh.parent_path()))
         {
@@ -152,10 +152,16 @@ protected:
             if (entry.path().filename().wstring().starts_with(L"fresh.pst"))
                 std::filesystem::remove_all(entry.path());
         }
-        target = LogOn(L"TARGET", fresh);
+        const MAPIUID sampleService = profile.AddPst(sample);
+        const MAPIUID freshService = profile.AddPst(fresh);
+        session = std::make_unique<Tests::TestSession>(client, profile.Name());
+        source = session->OpenStore(&sampleService);
+        target = session->OpenStore(&freshService);
         from = Root(*source);
         to = Root(*target);
-        support = target->MakeSupport();
+        SupportContext context;
+        context.memory = Memory();
+        support = CreateSupportObject(std::move(context));
     }
 
     void TearDown() override
@@ -163,27 +169,15 @@ protected:
         support.Reset();
         from.Reset();
         to.Reset();
-        source.reset();
-        target.reset();
+        source.Reset();
+        target.Reset();
+        session.reset();
     }
 
-    static std::unique_ptr<MailSession> LogOn(const std::wstring& name, const std::filesystem::path& file)
+    static ComPtr<IMAPIFolder> Root(IMsgStore& store)
     {
-        SessionOptions options;
-        options.service = {name, L"A store", Tests::MailClientFolder() / L"mspst32.dll", "NSTServiceEntry", 0};
-        options.profile = Profile::InMemory(name);
-        options.mapi = Tests::Mapi();
-        auto session = std::make_unique<MailSession>(options);
-        session->CreateService();
-        session->ConfigurePath(file.wstring());
-        session->Logon({MDB_WRITE | MDB_NO_DIALOG | MAPI_UNICODE | logonUnicode, nullptr});
-        return session;
-    }
-
-    static ComPtr<IMAPIFolder> Root(MailSession& session)
-    {
-        const auto values = Read(*session.Store(), {PR_IPM_SUBTREE_ENTRYID});
-        return Open<IMAPIFolder>(*session.Store(), values[0].AsBytes(), IID_IMAPIFolder);
+        const auto values = Read(store, {PR_IPM_SUBTREE_ENTRYID});
+        return Open<IMAPIFolder>(store, values[0].AsBytes(), IID_IMAPIFolder);
     }
 
     // The sample's folder that holds another.
@@ -214,8 +208,11 @@ protected:
         return support->CopyMessages(nullptr, &folder, &list, nullptr, &destination, 0, nullptr, flags);
     }
 
-    std::unique_ptr<MailSession> source;
-    std::unique_ptr<MailSession> target;
+    Tests::MapiClient client;
+    Tests::TestProfile profile{client};
+    std::unique_ptr<Tests::TestSession> session;
+    ComPtr<IMsgStore> source;
+    ComPtr<IMsgStore> target;
     ComPtr<IMAPIFolder> from;
     ComPtr<IMAPIFolder> to;
     ComPtr<IMAPISupport> support;

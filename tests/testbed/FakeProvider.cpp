@@ -1,10 +1,12 @@
-// FakeProvider.dll.
+// FakeProvider32.dll.
 #include "tests/testbed/FakeProvider.h"
 
 #include "common/Boundary.h"
 #include "common/ComObject.h"
 #include "common/Text.h"
 #include "testbed/common/PropertyBag.h"
+
+#include <memory>
 
 using namespace Testbed;
 
@@ -23,18 +25,25 @@ LPMAPIERROR Error(const MapiMemory& memory, ULONG flags)
     return g_state.errorText.empty() ? nullptr : MakeMapiError(memory, g_state.errorText, L"Fake", 0, flags);
 }
 
+// What a logon and its store share: the support object that the provider keeps.
+using Support = std::shared_ptr<ComPtr<IMAPISupport>>;
+
 class FakeLogon final : public ComObject<IMSLogon, &IID_IMSLogon>
 {
 public:
+    explicit FakeLogon(Support support) : m_support(std::move(support)) {}
+
     STDMETHODIMP GetLastError(HRESULT, ULONG, LPMAPIERROR*) override { return MAPI_E_NO_SUPPORT; }
-    STDMETHODIMP Logoff(ULONG*) override
+    STDMETHODIMP Logoff(ULONG* lpulFlags) override
     {
-        Record("logoff");
+        Record(*lpulFlags == 0 ? "logoff" : "logoff with flags");
+        m_support->Reset();
         return S_OK;
     }
-    STDMETHODIMP OpenEntry(ULONG, LPENTRYID, LPCIID, ULONG, ULONG*, LPUNKNOWN*) override
+    STDMETHODIMP OpenEntry(ULONG, LPENTRYID, LPCIID, ULONG ulFlags, ULONG*, LPUNKNOWN*) override
     {
         Record("open entry");
+        g_state.openFlags = ulFlags;
         return MAPI_E_NOT_FOUND;
     }
     STDMETHODIMP CompareEntryIDs(ULONG, LPENTRYID, ULONG, LPENTRYID, ULONG, ULONG* lpulResult) override
@@ -43,16 +52,42 @@ public:
         *lpulResult = TRUE;
         return S_OK;
     }
-    STDMETHODIMP Advise(ULONG, LPENTRYID, ULONG, LPMAPIADVISESINK, ULONG*) override { return MAPI_E_NO_SUPPORT; }
-    STDMETHODIMP Unadvise(ULONG) override { return MAPI_E_NO_SUPPORT; }
-    STDMETHODIMP OpenStatusEntry(LPCIID, ULONG, ULONG*, LPVOID*) override { return MAPI_E_NO_SUPPORT; }
+    STDMETHODIMP Advise(ULONG, LPENTRYID, ULONG, LPMAPIADVISESINK, ULONG* lpulConnection) override
+    {
+        Record("advise");
+        *lpulConnection = 77;
+        return S_OK;
+    }
+    STDMETHODIMP Unadvise(ULONG ulConnection) override
+    {
+        Record("unadvise " + std::to_string(ulConnection));
+        return S_OK;
+    }
+    STDMETHODIMP OpenStatusEntry(LPCIID, ULONG, ULONG*, LPVOID*) override
+    {
+        Record("open status");
+        return MAPI_E_NO_SUPPORT;
+    }
+
+private:
+    Support m_support;
 };
 
 class FakeStore final : public ComObject<IMsgStore, &IID_IMsgStore, &IID_IMAPIProp>
 {
 public:
+    explicit FakeStore(Support support) : m_support(std::move(support)) {}
+    ~FakeStore() override
+    {
+        Record("store gone");
+        m_support->Reset();
+    }
+
     MAPI_IMAPIPROP_METHODS(override)
     MAPI_IMSGSTORE_METHODS(override)
+
+private:
+    Support m_support;
 };
 
 STDMETHODIMP FakeStore::GetLastError(HRESULT, ULONG, LPMAPIERROR*)
@@ -166,9 +201,9 @@ STDMETHODIMP FakeStore::NotifyNewMail(LPNOTIFICATION)
 class FakeProvider final : public ComObject<IMSProvider, &IID_IMSProvider>
 {
 public:
-    STDMETHODIMP Shutdown(ULONG*) override
+    STDMETHODIMP Shutdown(ULONG* lpulFlags) override
     {
-        Record("shutdown");
+        Record(*lpulFlags == 0 ? "shutdown" : "shutdown with flags");
         return S_OK;
     }
 
@@ -181,26 +216,44 @@ public:
         g_state.logonEntryId.assign(bytes, bytes + cbEntryID);
         g_state.logonProfile = TextArgument(lpszProfileName, ulFlags);
         g_state.logonFlags = ulFlags;
-        g_state.support = ComPtr<IMAPISupport>(lpMAPISup);
         *lppMAPIError = Error(g_memory, ulFlags);
-        if (FAILED(g_state.logonResult))
-            return g_state.logonResult;
-        *lpcbSpoolSecurity = 2;
-        *lppbSpoolSecurity = static_cast<BYTE*>(g_memory.Allocate(2));
-        (*lppbSpoolSecurity)[0] = 42;
-        *lppMSLogon = g_state.giveLogon ? MakeObject<FakeLogon>().Detach() : nullptr;
-        *lppMDB = g_state.giveStore ? MakeObject<FakeStore>().Detach() : nullptr;
-        return g_state.logonResult;
+        HRESULT result = g_state.logonResult;
+        if (!g_state.firstLogonResults.empty())
+        {
+            result = g_state.firstLogonResults.front();
+            g_state.firstLogonResults.erase(g_state.firstLogonResults.begin());
+        }
+        if (g_state.inLogon)
+            g_state.inLogon(*lpMAPISup);
+        if (FAILED(result))
+            return result;
+        if (g_state.shareStore && g_state.store)
+        {
+            g_state.store->AddRef();
+            *lppMDB = g_state.store;
+            return S_OK;
+        }
+        g_state.support = lpMAPISup;
+        for (MAPIUID& uid : g_state.uids)
+            lpMAPISup->SetProviderUID(&uid, 0);
+        if (lpcbSpoolSecurity && lppbSpoolSecurity)
+        {
+            *lpcbSpoolSecurity = 2;
+            *lppbSpoolSecurity = static_cast<BYTE*>(g_memory.Allocate(2));
+            (*lppbSpoolSecurity)[0] = 42;
+        }
+        const auto support = std::make_shared<ComPtr<IMAPISupport>>(g_state.addRefSupport ? lpMAPISup : nullptr);
+        *lppMSLogon = g_state.giveLogon ? MakeObject<FakeLogon>(support).Detach() : nullptr;
+        *lppMDB = g_state.giveStore ? MakeObject<FakeStore>(support).Detach() : nullptr;
+        g_state.store = *lppMDB;
+        return result;
     }
 
-    STDMETHODIMP SpoolerLogon(LPMAPISUP, ULONG_PTR, LPTSTR, ULONG, LPENTRYID, ULONG, LPCIID, ULONG cbSpoolSecurity,
-                              LPBYTE lpbSpoolSecurity, LPMAPIERROR*, LPMSLOGON* lppMSLogon, LPMDB* lppMDB) override
+    STDMETHODIMP SpoolerLogon(LPMAPISUP, ULONG_PTR, LPTSTR, ULONG, LPENTRYID, ULONG, LPCIID, ULONG, LPBYTE,
+                              LPMAPIERROR*, LPMSLOGON*, LPMDB*) override
     {
         Record("spooler logon");
-        g_state.spoolerSecurity.assign(lpbSpoolSecurity, lpbSpoolSecurity + cbSpoolSecurity);
-        *lppMSLogon = MakeObject<FakeLogon>().Detach();
-        *lppMDB = MakeObject<FakeStore>().Detach();
-        return S_OK;
+        return MAPI_E_NO_SUPPORT;
     }
 
     STDMETHODIMP CompareStoreIDs(ULONG, LPENTRYID, ULONG, LPENTRYID, ULONG, ULONG*) override
@@ -217,12 +270,13 @@ extern "C"
         return &g_state;
     }
 
-    HRESULT WINAPI ServiceEntry(HINSTANCE, LPMALLOC, LPMAPISUP lpMAPISup, ULONG, ULONG ulFlags, ULONG ulContext,
+    HRESULT WINAPI ServiceEntry(HINSTANCE, LPMALLOC, LPMAPISUP lpMAPISup, ULONG_PTR, ULONG ulFlags, ULONG ulContext,
                                 ULONG cValues, LPSPropValue lpProps, LPPROVIDERADMIN lpProviderAdmin,
                                 LPMAPIERROR* lppMapiError)
     {
         Record("entry " + std::to_string(ulContext));
         g_state.entryValues = CopyProps(cValues, lpProps);
+        g_state.entryFlags = ulFlags;
         g_state.entryHadAdmin = lpProviderAdmin != nullptr;
         g_state.entryHadSupport = lpMAPISup != nullptr;
         LPALLOCATEBUFFER allocateBuffer = nullptr;
@@ -230,16 +284,18 @@ extern "C"
         LPFREEBUFFER freeBuffer = nullptr;
         if (lpMAPISup && SUCCEEDED(lpMAPISup->GetMemAllocRoutines(&allocateBuffer, &allocateMore, &freeBuffer)))
             *lppMapiError = Error(MapiMemory(allocateBuffer, allocateMore, freeBuffer), ulFlags);
+        if (g_state.inEntry)
+            g_state.inEntry(lpMAPISup, lpProviderAdmin);
         return g_state.entryResult;
     }
 
     HRESULT __cdecl MSProviderInit(HINSTANCE, LPMALLOC, LPALLOCATEBUFFER lpAllocateBuffer,
-                                   LPALLOCATEMORE lpAllocateMore, LPFREEBUFFER lpFreeBuffer, ULONG, ULONG ulMAPIVer,
+                                   LPALLOCATEMORE lpAllocateMore, LPFREEBUFFER lpFreeBuffer, ULONG, ULONG,
                                    ULONG* lpulProviderVer, LPMSPROVIDER* lppMSProvider)
     {
         Record("init");
         g_memory = MapiMemory(lpAllocateBuffer, lpAllocateMore, lpFreeBuffer);
-        *lpulProviderVer = ulMAPIVer;
+        *lpulProviderVer = g_state.version;
         if (SUCCEEDED(g_state.initResult))
             *lppMSProvider = MakeObject<FakeProvider>().Detach();
         return g_state.initResult;
