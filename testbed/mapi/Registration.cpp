@@ -46,6 +46,8 @@ constexpr InfEntry infEntries[] = {
     {L"MSUPST MSP", L"PR_RESOURCE_FLAGS", L"STATUS_DEFAULT_STORE"},
     {L"MSUPST MSP", L"PR_DISPLAY_NAME", L"Personal Folders"},
     {L"MSUPST MSP", L"PR_PROVIDER_DISPLAY", L"Personal Folders"},
+    // The flags of the PST's configuration: its format is the Unicode one.
+    {L"MSUPST MSP", L"67700003", L"00000080"},
     {L"MSUPST MS", L"PR_DISPLAY_NAME", L"Personal Folders"},
     {L"MSUPST MS", L"Providers", L"MSUPST MSP"},
     {L"MSUPST MS", L"PR_SERVICE_DLL_NAME", L"mspst.dll"},

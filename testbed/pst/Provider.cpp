@@ -30,13 +30,28 @@ Bytes Wrap(IMAPISupport& support, const MapiMemory& memory, Bytes entryId)
 {
     ULONG size = 0;
     MapiBlock<ENTRYID> wrapped(memory);
-    const HRESULT result = support.WrapStoreEntryID(
-        static_cast<ULONG>(entryId.size()), reinterpret_cast<LPENTRYID>(entryId.data()), &size, wrapped.Put());
+    const HRESULT result = support.WrapStoreEntryID(static_cast<ULONG>(entryId.size()),
+                                                    reinterpret_cast<LPENTRYID>(entryId.data()), &size, wrapped.Put());
     if (result == MAPI_E_NO_SUPPORT)
         return {};
     Check(result, L"MAPI cannot wrap the store's entry ID");
     const auto* bytes = reinterpret_cast<const BYTE*>(wrapped.Get());
     return Bytes(bytes, bytes + size);
+}
+
+// Whether the profile says that the store is one of the Unicode format, as that of the service "MSUPST MS" does.
+bool ProfileSaysUnicode(IMAPISupport& support, const MapiMemory& memory)
+{
+    constexpr ULONG configFlags = PROP_TAG(PT_LONG, 0x6770);
+    constexpr ULONG configUnicode = 0x80000000;
+    ComPtr<IProfSect> section;
+    Check(support.OpenProfileSection(nullptr, 0, section.Put()), L"The store's profile section cannot be opened");
+    SizedSPropTagArray(1, tags) = {1, {configFlags}};
+    ULONG count = 0;
+    MapiBlock<SPropValue> flags(memory);
+    Check(section->GetProps(reinterpret_cast<LPSPropTagArray>(&tags), 0, &count, flags.Put()),
+          L"The store's profile section cannot be read");
+    return count == 1 && flags->ulPropTag == configFlags && (static_cast<ULONG>(flags->Value.l) & configUnicode) != 0;
 }
 
 class Provider final : public ComObject<IMSProvider, &IID_IMSProvider>
@@ -94,7 +109,8 @@ std::shared_ptr<const Session> Provider::OpenSession(const Request& request) con
         entryId = MakeStoreEntryId(settings.provider, core->Path());
     }
     Bytes wrapped = Wrap(*request.support, m_memory, entryId);
-    const bool unicode = (request.flags & logonUnicode) != 0 && (request.flags & logonAnsi) == 0;
+    const bool unicode = (request.flags & logonAnsi) == 0 &&
+                         ((request.flags & logonUnicode) != 0 || ProfileSaysUnicode(*request.support, m_memory));
     return std::make_shared<Session>(std::move(core), m_memory, ComPtr<IMAPISupport>(request.support),
                                      std::move(entryId), std::move(wrapped), settings.provider, unicode);
 }
