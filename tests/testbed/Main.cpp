@@ -1,8 +1,36 @@
 // The main of the testbed's tests.
+#include "tests/common/MapiClient.h"
 #include "tests/testbed/Environment.h"
+#include "tests/testbed/SectionHolder.h"
+
+#include "common/Text.h"
+
+#include <cstring>
+
+namespace
+{
+// Opens a profile's section for writing, says so, and holds it until the process is ended.
+int HoldSection(const std::wstring& profile)
+{
+    const Tests::MapiClient client;
+    const auto admin = client.Admin();
+    Common::ComPtr<IMsgServiceAdmin> services;
+    Common::ComPtr<IProfSect> section;
+    MAPIUID uid = Tests::heldSection;
+    if (FAILED(admin->AdminServices(reinterpret_cast<LPTSTR>(const_cast<wchar_t*>(profile.c_str())), nullptr, 0,
+                                    MAPI_UNICODE, services.Put())) ||
+        FAILED(services->OpenProfileSection(&uid, nullptr, MAPI_MODIFY, section.Put())))
+        return 1;
+    SetEvent(OpenEventW(EVENT_MODIFY_STATE, FALSE, Tests::heldEvent));
+    Sleep(INFINITE);
+    return 0;
+}
+} // namespace
 
 int main(int argc, char** argv)
 {
+    if (argc == 3 && std::strcmp(argv[1], Tests::holdArgument) == 0)
+        return HoldSection(Common::WideFromUtf8(argv[2]));
     testing::InitGoogleTest(&argc, argv);
     // A death test's child starts anew, with a heap that no other test has touched.
     testing::FLAGS_gtest_death_test_style = "threadsafe";

@@ -2,6 +2,7 @@
 #include "tests/common/MapiClient.h"
 #include "tests/testbed/Environment.h"
 #include "tests/testbed/FakeProvider.h"
+#include "tests/testbed/SectionHolder.h"
 
 #include "common/MemoryStream.h"
 #include "common/StoreEntryId.h"
@@ -10,6 +11,7 @@
 
 #include <atomic>
 #include <cstring>
+#include <fstream>
 #include <thread>
 
 using namespace Common;
@@ -386,6 +388,18 @@ TEST_F(Road, FindsNoServiceThatTheFileDoesNotList)
     EXPECT_TRUE(fake.calls.empty());
 }
 
+TEST_F(Road, SaysThatTheFileIsNotThere)
+{
+    const std::filesystem::path file = InstalledTestService::File();
+    const std::filesystem::path away = file.wstring() + L".away";
+    std::filesystem::rename(file, away);
+    const auto services = profile.Services();
+    EXPECT_EQ(services->CreateMsgService(Wide(L"FAKE"), nullptr, 0, MAPI_UNICODE), MAPI_E_NOT_FOUND);
+    EXPECT_NE(ErrorText(client.Memory(), *services, MAPI_E_NOT_FOUND).find(L"MAPISVC.INF is neither"),
+              std::wstring::npos);
+    std::filesystem::rename(away, file);
+}
+
 TEST_F(Road, TakesTheNarrowNameOfAServiceToo)
 {
     EXPECT_EQ(profile.Services()->CreateMsgService(reinterpret_cast<LPTSTR>(const_cast<char*>("fake")), nullptr, 0, 0),
@@ -588,6 +602,29 @@ TEST_F(Road, OpensASectionForManyReadersOrOneWriter)
     EXPECT_EQ(session.Object().OpenProfileSection(&copy, nullptr, 0, second.Put()), MAPI_E_NO_ACCESS);
     first.Reset();
     EXPECT_EQ(session.Object().OpenProfileSection(&copy, nullptr, 0, second.Put()), S_OK);
+}
+
+TEST_F(Road, HoldsASectionAgainstOtherProcessesUntilItsHolderIsEnded)
+{
+    const HANDLE held = CreateEventW(nullptr, TRUE, FALSE, heldEvent);
+    wchar_t program[MAX_PATH] = {};
+    GetModuleFileNameW(nullptr, program, MAX_PATH);
+    std::wstring command =
+        L"\"" + std::wstring(program) + L"\" " + WideFromUtf8(holdArgument) + L" \"" + profile.Name() + L"\"";
+    STARTUPINFOW startup = {};
+    startup.cb = sizeof(startup);
+    PROCESS_INFORMATION process = {};
+    ASSERT_TRUE(
+        CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process));
+    EXPECT_EQ(WaitForSingleObject(held, 60000), WAIT_OBJECT_0);
+    ComPtr<IProfSect> section;
+    EXPECT_EQ(OpenSection(heldSection, 0, section), MAPI_E_NO_ACCESS);
+    EXPECT_EQ(OpenSection(heldSection, MAPI_MODIFY, section), MAPI_E_NO_ACCESS);
+    TerminateProcess(process.hProcess, 1);
+    WaitForSingleObject(process.hProcess, INFINITE);
+    EXPECT_EQ(OpenSection(heldSection, MAPI_MODIFY, section), S_OK);
+    for (const HANDLE handle : {process.hThread, process.hProcess, held})
+        CloseHandle(handle);
 }
 
 TEST_F(Road, ConfiguresNoServiceWhoseSectionAClientHolds)
@@ -1385,4 +1422,68 @@ TEST(MapiRoad, OpensTwoStoresOfOneProfileAndOneInTwoSessions)
                                              folder.Put()),
                   S_OK);
     }
+}
+
+TEST(MapiRoad, LetsAClientReadAStoreByTheDocumentation)
+{
+    const MapiClient client;
+    const TestProfile profile(client);
+    const auto file = TempPath(L"read\\sample.pst");
+    std::ofstream(file, std::ios::binary) << "KivNst sample store\nfolders=2 messages=3 seed=5\n";
+    profile.AddPst(file);
+    TestSession session(client, profile.Name());
+    const auto store = session.OpenStore(nullptr, MDB_NO_DIALOG | MDB_NO_MAIL);
+    const auto open = [&](const Bytes& id, LPUNKNOWN* object)
+    {
+        ULONG type = 0;
+        return session.Object().OpenEntry(static_cast<ULONG>(id.size()), EntryId(id), nullptr, 0, &type, object);
+    };
+
+    ULONG size = 0;
+    MapiBlock<ENTRYID> inbox(Memory());
+    MapiBlock<wchar_t> messageClass(Memory());
+    EXPECT_EQ(store->GetReceiveFolder(nullptr, MAPI_UNICODE, &size, inbox.Put(),
+                                      reinterpret_cast<LPTSTR*>(messageClass.Put())),
+              S_OK);
+    EXPECT_GT(size, 0u);
+
+    ComPtr<IMAPIFolder> subtree;
+    ASSERT_EQ(open(Get(*store, PR_IPM_SUBTREE_ENTRYID).AsBytes(), subtree.PutAs<IUnknown>()), S_OK);
+    ComPtr<IMAPITable> hierarchy;
+    ASSERT_EQ(subtree->GetHierarchyTable(CONVENIENT_DEPTH, hierarchy.Put()), S_OK);
+    size_t messages = 0;
+    size_t bodies = 0;
+    for (const auto& folderRow : client.Rows(*hierarchy, {PR_ENTRYID, PR_DISPLAY_NAME_W, PR_CONTENT_COUNT}))
+    {
+        ComPtr<IMAPIFolder> folder;
+        ASSERT_EQ(open(folderRow.at(PROP_ID(PR_ENTRYID)).AsBytes(), folder.PutAs<IUnknown>()), S_OK);
+        ComPtr<IMAPITable> contents;
+        ASSERT_EQ(folder->GetContentsTable(0, contents.Put()), S_OK);
+        const auto rows = client.Rows(*contents, {PR_ENTRYID, PR_SUBJECT_W});
+        EXPECT_EQ(rows.size(), static_cast<size_t>(folderRow.at(PROP_ID(PR_CONTENT_COUNT)).AsLong()));
+        messages += rows.size();
+        for (const auto& row : rows)
+        {
+            ComPtr<IMessage> message;
+            ASSERT_EQ(open(row.at(PROP_ID(PR_ENTRYID)).AsBytes(), message.PutAs<IUnknown>()), S_OK);
+            ComPtr<IStream> body;
+            if (SUCCEEDED(message->OpenProperty(PR_BODY_W, &IID_IStream, 0, 0, body.PutAs<IUnknown>())))
+                bodies += ReadStream(*body, 1 << 20).empty() ? 0 : 1;
+            ComPtr<IMAPITable> recipients;
+            ASSERT_EQ(message->GetRecipientTable(MAPI_UNICODE, recipients.Put()), S_OK);
+            EXPECT_FALSE(client.Rows(*recipients, {PR_DISPLAY_NAME_W}).empty());
+        }
+    }
+    EXPECT_GE(messages, 6u);
+    EXPECT_EQ(bodies, messages);
+
+    GUID set = PS_PUBLIC_STRINGS;
+    wchar_t name[] = L"Keywords";
+    MAPINAMEID id{&set, MNID_STRING, {}};
+    id.Kind.lpwstrName = name;
+    LPMAPINAMEID ids = &id;
+    MapiBlock<SPropTagArray> tags(Memory());
+    EXPECT_TRUE(SUCCEEDED(store->GetIDsFromNames(1, &ids, 0, tags.Put())));
+    ASSERT_TRUE(tags);
+    EXPECT_EQ(tags->cValues, 1u);
 }
