@@ -33,6 +33,8 @@ function(kivnst_add_version target description)
   # What is installed is the same each time that it is linked; what debuggers need, names that is, lies in a file beside it.
   if(KIVNST_MSVC_ABI AND NOT KIVNST_ASAN)
     target_link_options(${target} PRIVATE
-      LINKER:/Brepro LINKER:/debug "LINKER:/pdbaltpath:%_PDB%" "LINKER:/pdbsourcepath:C:\\kivnst")
+      LINKER:/Brepro LINKER:/debug "LINKER:/pdbaltpath:%_PDB%" "LINKER:/pdbsourcepath:C:\\kivnst"
+      # GCC's libraries have sections of long names.
+      LINKER:/ignore:longsections)
   endif()
 endfunction()
