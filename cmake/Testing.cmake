@@ -46,18 +46,21 @@ function(kivnst_add_script_check name)
   kivnst_add_compile_check(${name} "" ${ARGN})
 endfunction()
 
-# kivnst_compile_quickly(TARGET)
-#   For programs of many tests over doubles: nobody waits for them to run, but for them to compile.
-function(kivnst_compile_quickly target)
+# kivnst_spare_optimising(TARGET)
+#   For test code: nobody waits for it to run, but for it to compile.
+function(kivnst_spare_optimising target)
   if(KIVNST_MSVC_ABI)
     target_compile_options(${target} PRIVATE -O0)
-    target_precompile_headers(${target} REUSE_FROM tests_precompiled)
-    return()
-  endif()
-  target_precompile_headers(${target} PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
-  if(NOT MSVC)
+  elseif(NOT MSVC)
     target_compile_options(${target} PRIVATE -O0 -g1)
   endif()
+endfunction()
+
+# kivnst_compile_quickly(TARGET)
+#   The same for programs of many tests over doubles, which all take one precompiled header.
+function(kivnst_compile_quickly target)
+  kivnst_spare_optimising(${target})
+  target_precompile_headers(${target} REUSE_FROM tests_precompiled)
 endfunction()
 
 # kivnst_allow_bare_assertions(TARGET)

@@ -4,58 +4,87 @@
 namespace Tests
 {
 
-UnknownDouble::UnknownDouble() : TestDouble("unknown", {IID_IUnknown}) {}
+template <class Unused>
+UnknownDoubleOf<Unused>::UnknownDoubleOf() : TestDouble("unknown", {IID_IUnknown})
+{
+}
 
-UnknownDouble::~UnknownDouble() = default;
+template <class Unused>
+UnknownDoubleOf<Unused>::~UnknownDoubleOf() = default;
 
-ProviderDouble::ProviderDouble() : TestDouble("provider", {IID_IMSProvider, IID_IUnknown}) {}
+template <class Unused>
+ProviderDoubleOf<Unused>::ProviderDoubleOf() : TestDouble("provider", {IID_IMSProvider, IID_IUnknown})
+{
+}
 
-ProviderDouble::~ProviderDouble() = default;
+template <class Unused>
+ProviderDoubleOf<Unused>::~ProviderDoubleOf() = default;
 
-LogonDouble::LogonDouble() : TestDouble("logon", {IID_IMSLogon, IID_IUnknown})
+template <class Unused>
+LogonDoubleOf<Unused>::LogonDoubleOf() : TestDouble("logon", {IID_IMSLogon, IID_IUnknown})
 {
     ON_CALL(*this, GetLastError).WillByDefault(testing::Return(MAPI_E_NO_SUPPORT));
 }
 
-LogonDouble::~LogonDouble() = default;
+template <class Unused>
+LogonDoubleOf<Unused>::~LogonDoubleOf() = default;
 
-StoreDouble::StoreDouble() : TestDouble("store", {IID_IMsgStore, IID_IMAPIProp, IID_IUnknown})
+template <class Unused>
+StoreDoubleOf<Unused>::StoreDoubleOf() : TestDouble("store", {IID_IMsgStore, IID_IMAPIProp, IID_IUnknown})
 {
     ON_CALL(*this, GetLastError).WillByDefault(testing::Return(MAPI_E_NO_SUPPORT));
 }
 
-StoreDouble::~StoreDouble() = default;
+template <class Unused>
+StoreDoubleOf<Unused>::~StoreDoubleOf() = default;
 
-FolderDouble::FolderDouble() : TestDouble("folder", {IID_IMAPIFolder, IID_IMAPIContainer, IID_IMAPIProp, IID_IUnknown})
+template <class Unused>
+FolderDoubleOf<Unused>::FolderDoubleOf()
+    : TestDouble("folder", {IID_IMAPIFolder, IID_IMAPIContainer, IID_IMAPIProp, IID_IUnknown})
 {
     ON_CALL(*this, GetLastError).WillByDefault(testing::Return(MAPI_E_NO_SUPPORT));
 }
 
-FolderDouble::~FolderDouble() = default;
+template <class Unused>
+FolderDoubleOf<Unused>::~FolderDoubleOf() = default;
 
-TableDouble::TableDouble() : TestDouble("table", {IID_IMAPITable, IID_IUnknown})
+template <class Unused>
+TableDoubleOf<Unused>::TableDoubleOf() : TestDouble("table", {IID_IMAPITable, IID_IUnknown})
 {
     ON_CALL(*this, GetLastError).WillByDefault(testing::Return(MAPI_E_NO_SUPPORT));
 }
 
-TableDouble::~TableDouble() = default;
+template <class Unused>
+TableDoubleOf<Unused>::~TableDoubleOf() = default;
 
-MessageDouble::MessageDouble() : TestDouble("message", {IID_IMessage, IID_IMAPIProp, IID_IUnknown})
+template <class Unused>
+MessageDoubleOf<Unused>::MessageDoubleOf() : TestDouble("message", {IID_IMessage, IID_IMAPIProp, IID_IUnknown})
 {
     ON_CALL(*this, GetLastError).WillByDefault(testing::Return(MAPI_E_NO_SUPPORT));
 }
 
-MessageDouble::~MessageDouble() = default;
+template <class Unused>
+MessageDoubleOf<Unused>::~MessageDoubleOf() = default;
 
-AttachDouble::AttachDouble() : TestDouble("attachment", {IID_IAttachment, IID_IMAPIProp, IID_IUnknown})
+template <class Unused>
+AttachDoubleOf<Unused>::AttachDoubleOf() : TestDouble("attachment", {IID_IAttachment, IID_IMAPIProp, IID_IUnknown})
 {
     ON_CALL(*this, GetLastError).WillByDefault(testing::Return(MAPI_E_NO_SUPPORT));
 }
 
-AttachDouble::~AttachDouble() = default;
+template <class Unused>
+AttachDoubleOf<Unused>::~AttachDoubleOf() = default;
 
 } // namespace Tests
 
+template class Tests::AttachDoubleOf<void>;
+template class Tests::FolderDoubleOf<void>;
+template class Tests::LogonDoubleOf<void>;
+template class Tests::MessageDoubleOf<void>;
+template class Tests::ProviderDoubleOf<void>;
+template class Tests::StoreDoubleOf<void>;
+template class Tests::TableDoubleOf<void>;
+template class Tests::UnknownDoubleOf<void>;
 template class testing::NiceMock<Tests::AttachDouble>;
 template class testing::NiceMock<Tests::FolderDouble>;
 template class testing::NiceMock<Tests::LogonDouble>;

@@ -41,19 +41,22 @@ namespace Tests
 {
 
 /// Answers IID_IUnknown.
-class UnknownDouble : public TestDouble<IUnknown>
+template <class>
+class UnknownDoubleOf : public TestDouble<IUnknown>
 {
 public:
-    UnknownDouble();
-    ~UnknownDouble() override;
+    UnknownDoubleOf();
+    ~UnknownDoubleOf() override;
 };
+using UnknownDouble = UnknownDoubleOf<void>;
 
 /// Answers IID_IMSProvider and IID_IUnknown.
-class ProviderDouble : public TestDouble<IMSProvider>
+template <class>
+class ProviderDoubleOf : public TestDouble<IMSProvider>
 {
 public:
-    ProviderDouble();
-    ~ProviderDouble() override;
+    ProviderDoubleOf();
+    ~ProviderDoubleOf() override;
 
     MOCK_METHOD(HRESULT, Shutdown, (ULONG * lpulFlags), (override, Calltype(STDMETHODCALLTYPE)));
     MOCK_METHOD(HRESULT, Logon,
@@ -71,14 +74,16 @@ public:
                  ULONG* lpulResult),
                 (override, Calltype(STDMETHODCALLTYPE)));
 };
+using ProviderDouble = ProviderDoubleOf<void>;
 
 /// Answers IID_IMSLogon and IID_IUnknown. GetLastError gives MAPI_E_NO_SUPPORT unless told otherwise, as in all
 /// doubles.
-class LogonDouble : public TestDouble<IMSLogon>
+template <class>
+class LogonDoubleOf : public TestDouble<IMSLogon>
 {
 public:
-    LogonDouble();
-    ~LogonDouble() override;
+    LogonDoubleOf();
+    ~LogonDoubleOf() override;
 
     MOCK_METHOD(HRESULT, GetLastError, (HRESULT hResult, ULONG ulFlags, LPMAPIERROR* lppMAPIError),
                 (override, Calltype(STDMETHODCALLTYPE)));
@@ -99,13 +104,15 @@ public:
     MOCK_METHOD(HRESULT, OpenStatusEntry, (LPCIID lpInterface, ULONG ulFlags, ULONG* lpulObjType, LPVOID* lppEntry),
                 (override, Calltype(STDMETHODCALLTYPE)));
 };
+using LogonDouble = LogonDoubleOf<void>;
 
 /// Answers IID_IMsgStore, IID_IMAPIProp and IID_IUnknown.
-class StoreDouble : public TestDouble<IMsgStore>
+template <class>
+class StoreDoubleOf : public TestDouble<IMsgStore>
 {
 public:
-    StoreDouble();
-    ~StoreDouble() override;
+    StoreDoubleOf();
+    ~StoreDoubleOf() override;
 
     TESTS_MOCK_IMAPIPROP_METHODS
     MOCK_METHOD(HRESULT, Advise,
@@ -141,13 +148,15 @@ public:
                 (override, Calltype(STDMETHODCALLTYPE)));
     MOCK_METHOD(HRESULT, NotifyNewMail, (LPNOTIFICATION lpNotification), (override, Calltype(STDMETHODCALLTYPE)));
 };
+using StoreDouble = StoreDoubleOf<void>;
 
 /// Answers IID_IMAPIFolder, IID_IMAPIContainer, IID_IMAPIProp and IID_IUnknown.
-class FolderDouble : public TestDouble<IMAPIFolder>
+template <class>
+class FolderDoubleOf : public TestDouble<IMAPIFolder>
 {
 public:
-    FolderDouble();
-    ~FolderDouble() override;
+    FolderDoubleOf();
+    ~FolderDoubleOf() override;
 
     TESTS_MOCK_IMAPIPROP_METHODS
     MOCK_METHOD(HRESULT, GetContentsTable, (ULONG ulFlags, LPMAPITABLE* lppTable),
@@ -198,13 +207,15 @@ public:
     MOCK_METHOD(HRESULT, EmptyFolder, (ULONG_PTR ulUIParam, LPMAPIPROGRESS lpProgress, ULONG ulFlags),
                 (override, Calltype(STDMETHODCALLTYPE)));
 };
+using FolderDouble = FolderDoubleOf<void>;
 
 /// Answers IID_IMAPITable and IID_IUnknown.
-class TableDouble : public TestDouble<IMAPITable>
+template <class>
+class TableDoubleOf : public TestDouble<IMAPITable>
 {
 public:
-    TableDouble();
-    ~TableDouble() override;
+    TableDoubleOf();
+    ~TableDoubleOf() override;
 
     MOCK_METHOD(HRESULT, GetLastError, (HRESULT hResult, ULONG ulFlags, LPMAPIERROR* lppMAPIError),
                 (override, Calltype(STDMETHODCALLTYPE)));
@@ -252,13 +263,15 @@ public:
                 (ULONG ulFlags, ULONG cbCollapseState, LPBYTE pbCollapseState, BOOKMARK* lpbkLocation),
                 (override, Calltype(STDMETHODCALLTYPE)));
 };
+using TableDouble = TableDoubleOf<void>;
 
 /// Answers IID_IMessage, IID_IMAPIProp and IID_IUnknown.
-class MessageDouble : public TestDouble<IMessage>
+template <class>
+class MessageDoubleOf : public TestDouble<IMessage>
 {
 public:
-    MessageDouble();
-    ~MessageDouble() override;
+    MessageDoubleOf();
+    ~MessageDoubleOf() override;
 
     TESTS_MOCK_IMAPIPROP_METHODS
     MOCK_METHOD(HRESULT, GetAttachmentTable, (ULONG ulFlags, LPMAPITABLE* lppTable),
@@ -277,20 +290,31 @@ public:
     MOCK_METHOD(HRESULT, SubmitMessage, (ULONG ulFlags), (override, Calltype(STDMETHODCALLTYPE)));
     MOCK_METHOD(HRESULT, SetReadFlag, (ULONG ulFlags), (override, Calltype(STDMETHODCALLTYPE)));
 };
+using MessageDouble = MessageDoubleOf<void>;
 
 /// Answers IID_IAttachment, IID_IMAPIProp and IID_IUnknown.
-class AttachDouble : public TestDouble<IAttach>
+template <class>
+class AttachDoubleOf : public TestDouble<IAttach>
 {
 public:
-    AttachDouble();
-    ~AttachDouble() override;
+    AttachDoubleOf();
+    ~AttachDoubleOf() override;
 
     TESTS_MOCK_IMAPIPROP_METHODS
 };
+using AttachDouble = AttachDoubleOf<void>;
 
 } // namespace Tests
 
 // Made in one unit: the tables of mocked methods are large.
+extern template class Tests::AttachDoubleOf<void>;
+extern template class Tests::FolderDoubleOf<void>;
+extern template class Tests::LogonDoubleOf<void>;
+extern template class Tests::MessageDoubleOf<void>;
+extern template class Tests::ProviderDoubleOf<void>;
+extern template class Tests::StoreDoubleOf<void>;
+extern template class Tests::TableDoubleOf<void>;
+extern template class Tests::UnknownDoubleOf<void>;
 extern template class testing::NiceMock<Tests::AttachDouble>;
 extern template class testing::NiceMock<Tests::FolderDouble>;
 extern template class testing::NiceMock<Tests::LogonDouble>;

@@ -4,30 +4,40 @@
 namespace Tests
 {
 
-SupportDouble::SupportDouble() : TestDouble("support object", {IID_IMAPISup, IID_IUnknown})
+template <class Unused>
+SupportDoubleOf<Unused>::SupportDoubleOf() : TestDouble("support object", {IID_IMAPISup, IID_IUnknown})
 {
     ON_CALL(*this, GetLastError).WillByDefault(testing::Return(MAPI_E_NO_SUPPORT));
 }
 
-SupportDouble::~SupportDouble() = default;
+template <class Unused>
+SupportDoubleOf<Unused>::~SupportDoubleOf() = default;
 
-ProfileSectionDouble::ProfileSectionDouble()
+template <class Unused>
+ProfileSectionDoubleOf<Unused>::ProfileSectionDoubleOf()
     : TestDouble("profile section", {IID_IProfSect, IID_IMAPIProp, IID_IUnknown})
 {
     ON_CALL(*this, GetLastError).WillByDefault(testing::Return(MAPI_E_NO_SUPPORT));
 }
 
-ProfileSectionDouble::~ProfileSectionDouble() = default;
+template <class Unused>
+ProfileSectionDoubleOf<Unused>::~ProfileSectionDoubleOf() = default;
 
-ProviderAdminDouble::ProviderAdminDouble() : TestDouble("provider administration", {IID_IProviderAdmin, IID_IUnknown})
+template <class Unused>
+ProviderAdminDoubleOf<Unused>::ProviderAdminDoubleOf()
+    : TestDouble("provider administration", {IID_IProviderAdmin, IID_IUnknown})
 {
     ON_CALL(*this, GetLastError).WillByDefault(testing::Return(MAPI_E_NO_SUPPORT));
 }
 
-ProviderAdminDouble::~ProviderAdminDouble() = default;
+template <class Unused>
+ProviderAdminDoubleOf<Unused>::~ProviderAdminDoubleOf() = default;
 
 } // namespace Tests
 
+template class Tests::ProfileSectionDoubleOf<void>;
+template class Tests::ProviderAdminDoubleOf<void>;
+template class Tests::SupportDoubleOf<void>;
 template class testing::NiceMock<Tests::ProfileSectionDouble>;
 template class testing::NiceMock<Tests::ProviderAdminDouble>;
 template class testing::NiceMock<Tests::SupportDouble>;

@@ -7,11 +7,12 @@ namespace Tests
 {
 
 /// Answers IID_IMAPISup and IID_IUnknown.
-class SupportDouble : public TestDouble<IMAPISupport>
+template <class>
+class SupportDoubleOf : public TestDouble<IMAPISupport>
 {
 public:
-    SupportDouble();
-    ~SupportDouble() override;
+    SupportDoubleOf();
+    ~SupportDoubleOf() override;
 
     MOCK_METHOD(HRESULT, GetLastError, (HRESULT hResult, ULONG ulFlags, LPMAPIERROR* lppMAPIError),
                 (override, Calltype(STDMETHODCALLTYPE)));
@@ -122,23 +123,27 @@ public:
     MOCK_METHOD(HRESULT, GetSvcConfigSupportObj, (ULONG ulFlags, LPMAPISUP* lppSvcSupport),
                 (override, Calltype(STDMETHODCALLTYPE)));
 };
+using SupportDouble = SupportDoubleOf<void>;
 
 /// Answers IID_IProfSect, IID_IMAPIProp and IID_IUnknown.
-class ProfileSectionDouble : public TestDouble<IProfSect>
+template <class>
+class ProfileSectionDoubleOf : public TestDouble<IProfSect>
 {
 public:
-    ProfileSectionDouble();
-    ~ProfileSectionDouble() override;
+    ProfileSectionDoubleOf();
+    ~ProfileSectionDoubleOf() override;
 
     TESTS_MOCK_IMAPIPROP_METHODS
 };
+using ProfileSectionDouble = ProfileSectionDoubleOf<void>;
 
 /// Answers IID_IProviderAdmin and IID_IUnknown.
-class ProviderAdminDouble : public TestDouble<IProviderAdmin>
+template <class>
+class ProviderAdminDoubleOf : public TestDouble<IProviderAdmin>
 {
 public:
-    ProviderAdminDouble();
-    ~ProviderAdminDouble() override;
+    ProviderAdminDoubleOf();
+    ~ProviderAdminDoubleOf() override;
 
     MOCK_METHOD(HRESULT, GetLastError, (HRESULT hResult, ULONG ulFlags, LPMAPIERROR* lppMAPIError),
                 (override, Calltype(STDMETHODCALLTYPE)));
@@ -153,10 +158,14 @@ public:
                 (LPMAPIUID lpUID, LPCIID lpInterface, ULONG ulFlags, LPPROFSECT* lppProfSect),
                 (override, Calltype(STDMETHODCALLTYPE)));
 };
+using ProviderAdminDouble = ProviderAdminDoubleOf<void>;
 
 } // namespace Tests
 
 // Made in one unit: the tables of mocked methods are large.
+extern template class Tests::ProfileSectionDoubleOf<void>;
+extern template class Tests::ProviderAdminDoubleOf<void>;
+extern template class Tests::SupportDoubleOf<void>;
 extern template class testing::NiceMock<Tests::ProfileSectionDouble>;
 extern template class testing::NiceMock<Tests::ProviderAdminDouble>;
 extern template class testing::NiceMock<Tests::SupportDouble>;
