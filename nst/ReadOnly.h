@@ -19,6 +19,8 @@ inline HRESULT Refuse(const wchar_t* line) noexcept
 template <class MakeDetail>
 HRESULT RefuseWithDetail(const wchar_t* line, MakeDetail&& makeDetail) noexcept
 {
+    if (!Logging::IsLogEnabled(LogId::Warning))
+        return MAPI_E_NO_ACCESS;
     try
     {
         return Refuse(line + makeDetail());
@@ -34,6 +36,8 @@ HRESULT RefuseWithDetail(const wchar_t* line, MakeDetail&& makeDetail) noexcept
 template <class... Tags>
 HRESULT RefuseWithTags(const wchar_t* line, Tags... tags) noexcept
 {
+    if (!Logging::IsLogEnabled(LogId::Warning))
+        return MAPI_E_NO_ACCESS;
     Refuse(line);
     try
     {

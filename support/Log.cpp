@@ -105,6 +105,20 @@ Tracing ChangeTracing(Change&& change) noexcept
     return old;
 }
 
+/// Whether all lines are dropped; changed under the sink's lock.
+std::atomic<bool> g_isOff = false;
+
+/// Replaces the sink; waits for the lines on their way to the old one. What was open is closed by the caller.
+void ReplaceSink(Logging::LogSink function, void* context, File& file, bool isOff) noexcept
+{
+    Sink& sink = GetSink();
+    const ExclusiveLock lock(sink.lock);
+    sink.function = function;
+    sink.context = context;
+    std::swap(file, sink.file);
+    g_isOff = isOff;
+}
+
 /// The line for one that there is no memory for.
 constexpr char withoutMemory[] = "a line of the log is missing here: out of memory\r\n";
 
@@ -149,6 +163,8 @@ void WriteLine(LogId level, const wchar_t* text, bool isDetail) noexcept
     GetLocalTime(&line.time);
     Sink& sink = GetSink();
     const SharedLock lock(sink.lock);
+    if (g_isOff)
+        return; // since the line was begun
     try
     {
         if (sink.function)
@@ -204,12 +220,8 @@ namespace Logging
 
 void SetLogSink(LogSink sink, void* context) noexcept
 {
-    File old;
-    Sink& current = GetSink();
-    const ExclusiveLock lock(current.lock);
-    current.function = sink;
-    current.context = context;
-    std::swap(old, current.file);
+    File none;
+    ReplaceSink(sink, context, none, false);
 }
 
 void LogToFile(const wchar_t* path)
@@ -218,11 +230,13 @@ void LogToFile(const wchar_t* path)
                           OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file.IsOpen())
         Throw(CWinError(GetLastError(), path), L"Quillon::Logging::LogToFile");
-    Sink& current = GetSink();
-    const ExclusiveLock lock(current.lock);
-    current.function = nullptr;
-    current.context = nullptr;
-    std::swap(file, current.file);
+    ReplaceSink(nullptr, nullptr, file, false);
+}
+
+void TurnLogOff() noexcept
+{
+    File none;
+    ReplaceSink(nullptr, nullptr, none, true);
 }
 
 const wchar_t* GetLevelName(LogId level) noexcept
@@ -245,7 +259,8 @@ const wchar_t* GetLevelName(LogId level) noexcept
 
 bool IsLogEnabled(LogId level) noexcept
 {
-    return level != LogId::Trace || g_tracing.load(std::memory_order_relaxed).isOn;
+    return !g_isOff.load(std::memory_order_relaxed) &&
+           (level != LogId::Trace || g_tracing.load(std::memory_order_relaxed).isOn);
 }
 
 bool EnableTraceLogging(bool on) noexcept

@@ -56,10 +56,14 @@ KIVNST_API void SetLogSink(LogSink sink, void* context) noexcept;
 /// Throws CWinError when it cannot be opened, and leaves the old sink in place. Any thread.
 KIVNST_API void LogToFile(const wchar_t* path);
 
+/// Drops all lines, of every level, until one of the two above is called: nothing is formatted and nobody is asked for
+/// an extended error meanwhile. Returns after the last line has left the old sink. Any thread.
+KIVNST_API void TurnLogOff() noexcept;
+
 /// The name of a level as the file shows it: "error", "warning", "exception", "action", "trace".
 KIVNST_API const wchar_t* GetLevelName(LogId level) noexcept;
 
-/// Whether lines of this level are written now: all but trace lines are always. Any thread.
+/// Whether lines of this level are written now: all but trace lines are, unless the log is off. Any thread.
 KIVNST_API bool IsLogEnabled(LogId level) noexcept;
 
 /// Switches trace lines on or off and returns the previous setting. Any thread.

@@ -9,10 +9,13 @@ namespace Quillon::Detail
 {
 
 /// Writes the line that `makeText` gives or, where it throws a CException (there is no memory, say), the line
-/// `instead`: what is told of some work is never what the work fails of. Leaves the thread's last error as it was.
+/// `instead`: what is told of some work is never what the work fails of. Makes no text that is not written. Leaves the
+/// thread's last error as it was.
 template <class MakeText>
 void LogText(LogId level, const wchar_t* instead, MakeText&& makeText) noexcept
 {
+    if (!Logging::IsLogEnabled(level))
+        return;
     const KeepLastError lastError;
     try
     {

@@ -1,5 +1,6 @@
-// The interfaces of a store provider's objects with every method but those of IUnknown answered MAPI_E_NO_SUPPORT:
-// bases for stand-ins that a test writes by hand, where it needs few of the methods or must not pay for a mock.
+// The interfaces of a store provider's objects, and of MAPI's support object, with every method but those of IUnknown
+// answered MAPI_E_NO_SUPPORT: bases for stand-ins that a test writes by hand, where it needs few of the methods or must
+// not pay for a mock.
 #pragma once
 
 #include "support/MapiHeaders.h"
@@ -46,6 +47,14 @@ class InertTable : public IMAPITable
 {
 public:
     MAPI_IMAPITABLE_METHODS(TESTS_NO_SUPPORT)
+};
+
+class InertSupport : public IMAPISupport
+{
+public:
+    MAPI_IMAPISUPPORT_METHODS1(TESTS_NO_SUPPORT)
+    MAPI_IMAPISUPPORT_METHODS2(TESTS_NO_SUPPORT)
+    MAPI_IMAPISUPPORT_METHODS3(TESTS_NO_SUPPORT)
 };
 
 #undef TESTS_NO_SUPPORT

@@ -244,6 +244,54 @@ TEST(LogFile, SaysWhereALineIsMissingForWantOfMemory)
                             testing::AllOf(testing::StartsWith("20"), testing::EndsWith("error: kept\r"))));
 }
 
+TEST(Log, WritesNothingWhileItIsOff)
+{
+    const DefaultLog restore;
+    const LogCapture log;
+    Logging::EnableTraceLogging(true);
+    Logging::TurnLogOff();
+    for (const int level : {0, 1, 2, 3, 4})
+    {
+        EXPECT_FALSE(Logging::IsLogEnabled(static_cast<LogId>(level)));
+        LogEntry(static_cast<LogId>(level), L"text");
+        LogDetails(static_cast<LogId>(level), L"text");
+        LogFormattedEntry(static_cast<LogId>(level), L"%d", level);
+    }
+    EXPECT_THAT(log.Lines(), testing::IsEmpty());
+}
+
+TEST(Log, TellsTheDebuggerNothingWhileItIsOff)
+{
+    const DefaultLog restore;
+    debuggerLines.clear();
+    const Tests::ImportHook<void(LPCWSTR)> hook("OutputDebugStringW",
+                                                [](LPCWSTR text) { debuggerLines.emplace_back(text); });
+    Logging::TurnLogOff();
+    LogEntry(LogId::Error, L"dropped");
+    Logging::SetLogSink(nullptr, nullptr);
+    LogEntry(LogId::Error, L"written");
+    EXPECT_THAT(debuggerLines, ElementsAre(L"KivNst error: written\r\n"));
+}
+
+TEST(LogFile, IsClosedWhenTheLogIsTurnedOffAndOpenedAnew)
+{
+    const DefaultLog restore;
+    const Tests::TempFolder folder;
+    const std::wstring path = folder / L"log.txt";
+    Logging::LogToFile(path.c_str());
+    LogEntry(LogId::Error, L"first");
+    Logging::TurnLogOff();
+    LogEntry(LogId::Error, L"dropped");
+    // Nobody has it open any more.
+    const HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    EXPECT_NE(file, INVALID_HANDLE_VALUE);
+    CloseHandle(file);
+    Logging::LogToFile(path.c_str());
+    LogEntry(LogId::Error, L"second");
+    Logging::TurnLogOff();
+    EXPECT_EQ(LinesOf(path).size(), 2u);
+}
+
 TEST(Log, GoesToTheDebuggerByItself)
 {
     debuggerLines.clear();

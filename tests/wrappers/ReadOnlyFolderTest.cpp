@@ -180,6 +180,24 @@ class ReadOnlyFolderSets : public ReadOnlyFolderWrapper, public testing::WithPar
 {
 };
 
+TEST_F(ReadOnlyFolderWrapper, RefusesAllTheSameWithTheLogOff)
+{
+    Logging::TurnLogOff();
+    SPropTagArray tags = {1, {PR_DISPLAY_NAME_W}};
+    SPropValue value = {};
+    value.ulPropTag = PR_DISPLAY_NAME_W;
+    EXPECT_CALL(*pst, GetLastError).Times(0);
+    EXPECT_CALL(*pst, OpenProperty).Times(0);
+    EXPECT_CALL(*pst, DeleteProps).Times(0);
+    EXPECT_CALL(*pst, SetProps).Times(0);
+    EXPECT_CALL(*pst, SaveChanges).WillOnce(testing::Return(MAPI_E_CALL_FAILED));
+    EXPECT_EQ(folder->OpenProperty(PR_DISPLAY_NAME_W, nullptr, 0, 0, nullptr), MAPI_E_NO_ACCESS);
+    EXPECT_EQ(folder->DeleteProps(&tags, nullptr), MAPI_E_NO_ACCESS);
+    EXPECT_EQ(folder->SetProps(1, &value, nullptr), MAPI_E_NO_ACCESS);
+    EXPECT_EQ(folder->SaveChanges(0), MAPI_E_CALL_FAILED);
+    EXPECT_TRUE(log.Lines().empty());
+}
+
 TEST_P(ReadOnlyFolderSets, OnlyWhatIsAllowed)
 {
     const SetCase& row = GetParam();
