@@ -351,10 +351,22 @@ void CNstMsgStore::OverrideStoreProperties(SPropValue* props, ULONG count)
 {
     for (ULONG index = 0; index < count; ++index)
     {
-        OverrideAccess(props[index]);
-        OverrideSupportMask(props[index]);
-        if (props[index].ulPropTag == PR_IPM_SUBTREE_ENTRYID)
+        switch (props[index].ulPropTag)
+        {
+        case PR_ACCESS:
+        case PR_ACCESS_LEVEL:
+            OverrideAccess(props[index]);
+            break;
+        case PR_STORE_SUPPORT_MASK:
+        case PR_STORE_UNICODE_MASK:
+            OverrideSupportMask(props[index]);
+            break;
+        case PR_IPM_SUBTREE_ENTRYID:
             ReplaceSubtreeEntryId(m_store, props, props[index], L"Quillon::Nst::CNstMsgStore::OverrideStoreProperties");
+            break;
+        default:
+            break;
+        }
     }
 }
 

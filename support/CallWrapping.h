@@ -29,8 +29,10 @@
 
 #if defined(_MSC_VER)
 #define KIVNST_COLD __declspec(noinline)
+#define KIVNST_INLINE __forceinline
 #else
 #define KIVNST_COLD [[gnu::cold, gnu::noinline]]
+#define KIVNST_INLINE [[gnu::always_inline]] inline
 #endif
 
 namespace Quillon
@@ -151,13 +153,28 @@ inline HRESULT CheckComResult(HRESULT hr, const wchar_t* callName, HRESULT toler
 namespace Detail
 {
 
+/// A reference on an object that is not null, for a pass-through: inlined in the unwinding, too, so that the pointer
+/// stays in a register.
+template <class I>
+class HeldReference
+{
+public:
+    KIVNST_INLINE explicit HeldReference(I* object) : m_object(object) { m_object->AddRef(); }
+    HeldReference(const HeldReference&) = delete;
+    HeldReference& operator=(const HeldReference&) = delete;
+    KIVNST_INLINE ~HeldReference() { m_object->Release(); }
+
+private:
+    I* m_object;
+};
+
 template <auto Method, class I, class... Arguments>
 HRESULT PassThrough(I* object, const wchar_t* callName, HRESULT quiet, Arguments... arguments)
 {
     if (!object) [[unlikely]]
         return ReportNullObject(callName);
     // The object survives a last Release of the wrapper during the call.
-    const ATL::CComQIPtr<I> reference(object);
+    const HeldReference<I> reference(object);
     return CheckPassThrough((object->*Method)(arguments...), object, callName, quiet);
 }
 

@@ -182,7 +182,7 @@ class ReadOnlyFolderSets : public ReadOnlyFolderWrapper, public testing::WithPar
 
 TEST_F(ReadOnlyFolderWrapper, RefusesAllTheSameWithTheLogOff)
 {
-    Logging::TurnLogOff();
+    Quillon::Logging::TurnLogOff();
     SPropTagArray tags = {1, {PR_DISPLAY_NAME_W}};
     SPropValue value = {};
     value.ulPropTag = PR_DISPLAY_NAME_W;
