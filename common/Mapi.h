@@ -29,7 +29,7 @@ constexpr ULONG ostOlfi = PROP_TAG(PT_BINARY, 0x7C07);
 constexpr ULONG logonUnicode = 0x00000800;
 constexpr ULONG logonAnsi = 0x00001000;
 
-/// A property whose payload is larger than this many bytes is not returned by GetProps or in a table row: its entry
-/// says MAPI_E_NOT_ENOUGH_MEMORY, and a client has to read it with OpenProperty, as with a real store.
-constexpr size_t maxInlineSize = size_t{64} * 1024;
+/// A text or binary property of more bytes than this is not returned by GetProps or in a table row: its entry says
+/// MAPI_E_NOT_ENOUGH_MEMORY, and a client has to read it with OpenProperty. 4 KB is where stores begin with that.
+constexpr size_t maxInlineSize = size_t{4} * 1024 - 1;
 } // namespace Common

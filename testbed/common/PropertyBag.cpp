@@ -47,12 +47,14 @@ PropValue GetProp(const PropertySource& source, ULONG tag, ULONG flags, size_t l
     // A type that does not fit is as good as a missing property, however large that is.
     if (wanted != own && !(IsText(wanted) && IsText(own) && (wanted & MV_FLAG) == (own & MV_FLAG)))
         return PropValue::Error(tag, MAPI_E_NOT_FOUND);
-    if (found->size > limit)
+    // Only what OpenProperty can give as a stream is kept back.
+    const bool streamed = own == PT_STRING8 || own == PT_UNICODE || own == PT_BINARY;
+    if (streamed && found->size > limit)
         return PropValue::Error(tag, MAPI_E_NOT_ENOUGH_MEMORY);
     const auto value = source.Load(PROP_ID(tag));
     if (!value)
         return PropValue::Error(tag, MAPI_E_NOT_FOUND);
-    if (value->Size() > limit)
+    if (streamed && value->Size() > limit)
         return PropValue::Error(tag, MAPI_E_NOT_ENOUGH_MEMORY);
     const auto shown = value->As(wanted);
     return shown ? *shown : PropValue::Error(tag, MAPI_E_NOT_FOUND);

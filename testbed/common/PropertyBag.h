@@ -51,8 +51,8 @@ public:
 
 /// One property as a client asks for it: in the tag's type, or for PT_UNSPECIFIED in its own, strings then wide or
 /// narrow by MAPI_UNICODE in `flags`. What is missing, or of a type that does not convert, gives an error entry with
-/// MAPI_E_NOT_FOUND; what is larger than `limit` bytes gives one with MAPI_E_NOT_ENOUGH_MEMORY. A PT_OBJECT property
-/// gives its marker. PR_NULL gives PR_NULL.
+/// MAPI_E_NOT_FOUND; a text or binary value larger than `limit` bytes gives one with MAPI_E_NOT_ENOUGH_MEMORY. A
+/// PT_OBJECT property gives its marker. PR_NULL gives PR_NULL.
 PropValue GetProp(const PropertySource& source, ULONG tag, ULONG flags, size_t limit = maxInlineSize);
 
 /// The body of IMAPIProp::GetProps. Checks its arguments: MAPI_E_INVALID_PARAMETER for a null output or an empty tag

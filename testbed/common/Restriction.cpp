@@ -118,6 +118,14 @@ public:
         target.res.resAnd = {static_cast<ULONG>(m_parts.size()), parts};
     }
 
+    Plan Planned() const override
+    {
+        Plan plan{m_kind, 0, 0, 0, {}, {}};
+        for (const Node& part : m_parts)
+            plan.parts.push_back(part->Planned());
+        return plan;
+    }
+
 private:
     ULONG m_kind;
     std::vector<Node> m_parts;
@@ -135,6 +143,8 @@ public:
         target.rt = RES_NOT;
         target.res.resNot = {0, LinkedNode(m_part, memory, parent)};
     }
+
+    Plan Planned() const override { return {RES_NOT, 0, 0, 0, {}, {m_part->Planned()}}; }
 
 private:
     Node m_part;
@@ -156,6 +166,11 @@ public:
         target.rt = RES_COMMENT;
         target.res.resComment = {static_cast<ULONG>(m_values.size()),
                                  m_part ? LinkedNode(m_part, memory, parent) : nullptr, values};
+    }
+
+    Plan Planned() const override
+    {
+        return {RES_COMMENT, 0, 0, 0, m_values, m_part ? std::vector<Plan>{m_part->Planned()} : std::vector<Plan>()};
     }
 
 private:
@@ -192,6 +207,8 @@ public:
         target.res.resProperty = {m_relop, m_tag, LinkedProp(m_value, memory, parent)};
     }
 
+    Plan Planned() const override { return {RES_PROPERTY, m_relop, m_tag, 0, {m_value}, {}}; }
+
 private:
     ULONG m_relop;
     ULONG m_tag;
@@ -223,6 +240,8 @@ public:
         target.rt = RES_CONTENT;
         target.res.resContent = {m_fuzzyLevel, m_tag, LinkedProp(m_value, memory, parent)};
     }
+
+    Plan Planned() const override { return {RES_CONTENT, m_fuzzyLevel, m_tag, 0, {m_value}, {}}; }
 
 private:
     template <class Text>
@@ -300,6 +319,11 @@ public:
         target.res.resCompareProps = m_restriction;
     }
 
+    Plan Planned() const override
+    {
+        return {RES_COMPAREPROPS, m_restriction.relop, m_restriction.ulPropTag1, m_restriction.ulPropTag2, {}, {}};
+    }
+
 private:
     SComparePropsRestriction m_restriction;
 };
@@ -324,6 +348,11 @@ public:
         target.res.resBitMask = m_restriction;
     }
 
+    Plan Planned() const override
+    {
+        return {RES_BITMASK, m_restriction.relBMR, m_restriction.ulPropTag, m_restriction.ulMask, {}, {}};
+    }
+
 private:
     SBitMaskRestriction m_restriction;
 };
@@ -346,6 +375,11 @@ public:
         target.res.resSize = m_restriction;
     }
 
+    Plan Planned() const override
+    {
+        return {RES_SIZE, m_restriction.relop, m_restriction.ulPropTag, m_restriction.cb, {}, {}};
+    }
+
 private:
     SSizeRestriction m_restriction;
 };
@@ -365,6 +399,8 @@ public:
         target.rt = RES_EXIST;
         target.res.resExist = {0, m_tag, 0};
     }
+
+    Plan Planned() const override { return {RES_EXIST, 0, m_tag, 0, {}, {}}; }
 
 private:
     ULONG m_tag;
@@ -463,6 +499,46 @@ Node CopyNode(const SRestriction* restriction, int depth)
 std::shared_ptr<const Restriction> Restriction::Copy(const SRestriction* restriction)
 {
     return CopyNode(restriction, 0);
+}
+
+std::shared_ptr<const Restriction> Restriction::Make(const Plan& plan)
+{
+    const auto require = [](bool whole)
+    {
+        if (!whole)
+            Fail(MAPI_E_INVALID_PARAMETER, L"A restriction's plan lacks a part.");
+    };
+    std::vector<Node> parts;
+    for (const Plan& part : plan.parts)
+        parts.push_back(Make(part));
+    switch (plan.kind)
+    {
+    case RES_AND:
+    case RES_OR:
+        return std::make_shared<Combination>(plan.kind, std::move(parts));
+    case RES_NOT:
+        require(parts.size() == 1);
+        return std::make_shared<Negation>(parts.front());
+    case RES_CONTENT:
+        require(plan.values.size() == 1);
+        return std::make_shared<Content>(plan.mode, plan.tag, plan.values.front());
+    case RES_PROPERTY:
+        require(plan.values.size() == 1);
+        return std::make_shared<Property>(plan.mode, plan.tag, plan.values.front());
+    case RES_COMPAREPROPS:
+        return std::make_shared<TwoProperties>(SComparePropsRestriction{plan.mode, plan.tag, plan.other});
+    case RES_BITMASK:
+        return std::make_shared<BitMask>(SBitMaskRestriction{plan.mode, plan.tag, plan.other});
+    case RES_SIZE:
+        return std::make_shared<SizeOfProperty>(SSizeRestriction{plan.mode, plan.tag, plan.other});
+    case RES_EXIST:
+        return std::make_shared<Existence>(plan.tag);
+    case RES_COMMENT:
+        return std::make_shared<Comment>(parts.empty() ? nullptr : parts.front(), plan.values);
+    default:
+        require(false);
+        return nullptr;
+    }
 }
 
 LPSRestriction MakeRestriction(const MapiMemory& memory, const Restriction& restriction)

@@ -18,6 +18,23 @@ public:
     /// types other than strings and binaries, nesting deeper than 64).
     static std::shared_ptr<const Restriction> Copy(const SRestriction* restriction);
 
+    /// A restriction in plain parts, as it can be kept in a file.
+    struct Plan
+    {
+        /// RES_AND and its like.
+        ULONG kind = 0;
+        /// The relation, or the fuzzy level.
+        ULONG mode = 0;
+        ULONG tag = 0;
+        /// The second tag, the mask, or the size.
+        ULONG other = 0;
+        std::vector<PropValue> values;
+        std::vector<Plan> parts;
+    };
+    virtual Plan Planned() const = 0;
+    /// The restriction of a plan that `Planned` gave; throws `Failure` (MAPI_E_INVALID_PARAMETER) for any other.
+    static std::shared_ptr<const Restriction> Make(const Plan& plan);
+
     /// Whether the properties match. A comparison with a missing property is false (RELOP_NE included); strings compare
     /// by property without regard to case and by content as the fuzzy level says. A single value is compared with each
     /// value of a multi-valued property and matches when one does.

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cwchar>
+#include <limits>
 #include <numeric>
 
 namespace Testbed
@@ -16,6 +18,57 @@ void CheckOutput(T* place)
 {
     if (!place)
         Fail(MAPI_E_INVALID_PARAMETER, L"A table call has no place for its result.");
+}
+
+// Beyond this many at once a client is told to look at the whole table.
+constexpr size_t mostEvents = 64;
+constexpr size_t cutLength = 255;
+constexpr ULONG approximation = 8;
+
+// What KIVNST_TESTBED_TABLES asks for; 0 for nothing.
+struct Whims
+{
+    size_t rows = 0;
+    ULONG busy = 0;
+    bool approximate = false;
+
+    static Whims Read()
+    {
+        std::wstring text(MAX_PATH, L'\0');
+        text.resize(std::min<size_t>(
+            GetEnvironmentVariableW(L"KIVNST_TESTBED_TABLES", text.data(), static_cast<DWORD>(text.size())), MAX_PATH));
+        const auto number = [&](const wchar_t* word) -> ULONG
+        {
+            const size_t at = text.find(word);
+            return at == std::wstring::npos ? 0 : std::wcstoul(text.c_str() + at + std::wcslen(word), nullptr, 10);
+        };
+        Whims whims;
+        whims.rows = number(L"rows=");
+        whims.busy = number(L"busy=");
+        whims.approximate = text.find(L"approx") != std::wstring::npos;
+        return whims;
+    }
+};
+
+// A cut identifier would be none.
+bool IsIdentifier(ULONG id)
+{
+    static const std::set<ULONG> ids = {
+        PROP_ID(PR_ENTRYID),          PROP_ID(PR_PARENT_ENTRYID), PROP_ID(PR_STORE_ENTRYID), PROP_ID(PR_RECORD_KEY),
+        PROP_ID(PR_STORE_RECORD_KEY), PROP_ID(PR_INSTANCE_KEY),   PROP_ID(PR_SEARCH_KEY),
+    };
+    return ids.contains(id);
+}
+
+PropValue Cut(PropValue value)
+{
+    if (const auto* wide = value.Get<std::wstring>(); wide && wide->size() > cutLength)
+        return PropValue(value.Tag(), wide->substr(0, cutLength));
+    if (const auto* narrow = value.Get<std::string>(); narrow && narrow->size() > cutLength)
+        return PropValue(value.Tag(), narrow->substr(0, cutLength));
+    if (const auto* bytes = value.Get<Bytes>(); bytes && bytes->size() > cutLength && !IsIdentifier(value.Id()))
+        return PropValue::Binary(value.Tag(), bytes->data(), cutLength);
+    return value;
 }
 
 class Table final : public ComObject<IMAPITable, &IID_IMAPITable>
@@ -30,6 +83,15 @@ public:
           m_generation(m_rows->Generation())
     {
         SetPosition(0);
+    }
+
+    ~Table() override
+    {
+        if (m_self)
+        {
+            const std::lock_guard guard(m_self->lock);
+            m_self->table = nullptr;
+        }
     }
 
     MAPI_IMAPITABLE_METHODS(override)
@@ -49,31 +111,70 @@ private:
         ComPtr<IMAPIAdviseSink> sink;
     };
 
+    // The way from the source's news to this table, which may be gone by then.
+    struct Self
+    {
+        std::mutex lock;
+        Table* table = nullptr;
+
+        ComPtr<Table> Lock() noexcept
+        {
+            const std::lock_guard guard(lock);
+            return table && table->TryAddRef() ? ComPtr<Table>::Attach(table) : nullptr;
+        }
+    };
+
+    // Notifications with the memory that they point into, and those who get them.
+    struct News
+    {
+        std::vector<NOTIFICATION> list;
+        std::vector<MapiBlock<SPropValue>> blocks;
+        std::vector<ComPtr<IMAPIAdviseSink>> sinks;
+
+        void Tell() noexcept
+        {
+            for (const auto& sink : sinks)
+                if (!list.empty())
+                    sink->OnNotify(static_cast<ULONG>(list.size()), list.data());
+        }
+    };
+
     // Runs one call: brings the view up to date, does the work with the lock held, tells the sinks without it.
     template <class F>
     HRESULT Call(F&& body) noexcept
     {
-        std::vector<ComPtr<IMAPIAdviseSink>> told;
+        News news;
         HRESULT result;
         {
             const std::lock_guard guard(m_lock);
             result = Guarded(m_lastError,
                              [&]() -> HRESULT
                              {
-                                 if (Refresh())
-                                     for (const auto& [connection, sink] : m_sinks)
-                                         told.push_back(sink.sink);
+                                 Refresh(news, {});
                                  return body();
                              });
         }
-        for (const auto& sink : told)
-        {
-            NOTIFICATION notification{};
-            notification.ulEventType = fnevTableModified;
-            notification.info.tab.ulTableEvent = TABLE_CHANGED;
-            sink->OnNotify(1, &notification);
-        }
+        news.Tell();
         return result;
+    }
+
+    // The source's news: some of these may be rows of this table.
+    void Changed(const std::vector<std::uint64_t>& keys) noexcept
+    {
+        News news;
+        {
+            const std::lock_guard guard(m_lock);
+            LastError ignored(L"");
+            Guarded(ignored, [&] { Refresh(news, keys); });
+        }
+        news.Tell();
+    }
+
+    // Throws when this call is one of those that find the table busy.
+    void RequireIdle()
+    {
+        if (m_whims.busy > 1 && ++m_calls % m_whims.busy == 0)
+            Fail(MAPI_E_BUSY, L"The table is busy, as it was asked to be.");
     }
 
     // The columns with strings in the width that the table was opened with.
@@ -132,7 +233,7 @@ private:
             Keyed keyed{row, {}};
             for (const SSortOrder& order : m_order)
             {
-                PropValue key = GetProp(*properties, order.ulPropTag, m_flags);
+                PropValue key = GetProp(*properties, order.ulPropTag, m_flags, std::numeric_limits<size_t>::max());
                 keyed.keys.push_back(key.IsError() ? std::nullopt : std::optional(std::move(key)));
             }
             rows.push_back(std::move(keyed));
@@ -158,18 +259,83 @@ private:
         std::transform(rows.begin(), rows.end(), view.begin(), [](const Keyed& keyed) { return keyed.row; });
     }
 
-    // Follows changes of the source; true when there were some.
-    bool Refresh()
+    std::vector<std::uint64_t> Keys() const
+    {
+        std::vector<std::uint64_t> keys(Count());
+        for (size_t index = 0; index < keys.size(); ++index)
+            keys[index] = m_rows->RowKey(SourceIndex(index));
+        return keys;
+    }
+
+    // Follows changes of the source and notes what the sinks are to hear of them; `touched` are keys of what changed.
+    void Refresh(News& news, const std::vector<std::uint64_t>& touched)
     {
         const std::uint64_t generation = m_rows->Generation();
-        if (generation == m_generation)
-            return false;
-        Arrange();
-        Follow(m_position);
-        for (auto& [bookmark, mark] : m_bookmarks)
-            Follow(mark);
-        m_generation = generation;
-        return true;
+        const bool changed = generation != m_generation;
+        if (changed)
+        {
+            Arrange();
+            Follow(m_position);
+            for (auto& [bookmark, mark] : m_bookmarks)
+                Follow(mark);
+            m_generation = generation;
+        }
+        if (m_sinks.empty() || (!changed && touched.empty()))
+            return;
+        const std::vector<std::uint64_t> before = std::exchange(m_shown, Keys());
+        Report(news, before, touched);
+        for (const auto& [connection, sink] : m_sinks)
+            news.sinks.push_back(sink.sink);
+    }
+
+    void Report(News& news, const std::vector<std::uint64_t>& before, const std::vector<std::uint64_t>& touched) const
+    {
+        const std::set<std::uint64_t> had(before.begin(), before.end());
+        const std::set<std::uint64_t> has(m_shown.begin(), m_shown.end());
+        const std::set<std::uint64_t> changed(touched.begin(), touched.end());
+        for (const std::uint64_t key : before)
+            if (!has.contains(key))
+                Add(news, TABLE_ROW_DELETED, key, std::nullopt);
+        for (size_t index = 0; index < m_shown.size() && news.list.size() <= mostEvents; ++index)
+        {
+            const std::uint64_t key = m_shown[index];
+            if (!had.contains(key))
+                Add(news, TABLE_ROW_ADDED, key, index);
+            else if (changed.contains(key))
+                Add(news, TABLE_ROW_MODIFIED, key, index);
+        }
+        if (news.list.size() > mostEvents)
+        {
+            news.list.clear();
+            news.blocks.clear();
+            NOTIFICATION notification{};
+            notification.ulEventType = fnevTableModified;
+            notification.info.tab.ulTableEvent = TABLE_CHANGED;
+            news.list.push_back(notification);
+        }
+    }
+
+    void Add(News& news, ULONG event, std::uint64_t key, std::optional<size_t> index) const
+    {
+        if (news.list.size() > mostEvents)
+            return;
+        const bool follows = index && *index > 0;
+        const MapiBlock<SPropValue>& keys = news.blocks.emplace_back(
+            m_memory, MakePropArray(m_memory, {m_rows->InstanceKey(key),
+                                               follows ? m_rows->InstanceKey(m_shown[*index - 1]) : PropValue()}));
+        NOTIFICATION notification{};
+        notification.ulEventType = fnevTableModified;
+        TABLE_NOTIFICATION& table = notification.info.tab;
+        table.ulTableEvent = event;
+        table.propIndex = keys.Get()[0];
+        table.propPrior = keys.Get()[1];
+        if (index)
+        {
+            const std::vector<PropValue> values = RowValues(*index);
+            table.row.cValues = static_cast<ULONG>(values.size());
+            table.row.lpProps = news.blocks.emplace_back(m_memory, MakePropArray(m_memory, values)).Get();
+        }
+        news.list.push_back(notification);
     }
 
     void Follow(Mark& mark) const
@@ -221,8 +387,12 @@ private:
         const auto row = RowAt(index);
         std::vector<PropValue> values;
         values.reserve(m_columns.size());
+        const bool cut = m_rows->CutsLongValues();
         for (const ULONG tag : m_columns)
-            values.push_back(GetProp(*row, tag, m_flags));
+        {
+            values.push_back(cut ? Cut(GetProp(*row, tag, m_flags, std::numeric_limits<size_t>::max()))
+                                 : GetProp(*row, tag, m_flags));
+        }
         return values;
     }
 
@@ -231,6 +401,8 @@ private:
         Arrange();
         m_bookmarks.clear();
         SetPosition(0);
+        if (!m_sinks.empty())
+            m_shown = Keys();
     }
 
     std::mutex m_lock;
@@ -249,6 +421,12 @@ private:
     ULONG m_bookmarksMade = 0;
     std::map<ULONG_PTR, Sink> m_sinks;
     ULONG m_connectionsMade = 0;
+    // For the sinks: the keys of the rows that they know of, and where the source's news come from.
+    std::vector<std::uint64_t> m_shown;
+    std::shared_ptr<Self> m_self;
+    std::shared_ptr<void> m_watch;
+    Whims m_whims = Whims::Read();
+    ULONG m_calls = 0;
 };
 
 STDMETHODIMP Table::GetLastError(HRESULT hResult, ULONG ulFlags, LPMAPIERROR* lppMAPIError)
@@ -264,6 +442,19 @@ STDMETHODIMP Table::Advise(ULONG ulEventMask, LPMAPIADVISESINK lpAdviseSink, ULO
             CheckOutput(lpulConnection);
             if (!lpAdviseSink || !(ulEventMask & fnevTableModified))
                 Fail(MAPI_E_INVALID_PARAMETER, L"A table tells a sink of table changes only.");
+            if (m_sinks.empty())
+                m_shown = Keys();
+            if (!m_self)
+            {
+                m_self = std::make_shared<Self>();
+                m_self->table = this;
+                m_watch = m_rows->Watch(
+                    [self = m_self](const std::vector<std::uint64_t>& keys)
+                    {
+                        if (const ComPtr<Table> table = self->Lock())
+                            table->Changed(keys);
+                    });
+            }
             const ULONG_PTR connection = AddressNumbers::Of(m_connectionsMade++);
             m_sinks[connection] = {ulEventMask, ComPtr<IMAPIAdviseSink>(lpAdviseSink)};
             *lpulConnection = connection;
@@ -306,6 +497,7 @@ STDMETHODIMP Table::SetColumns(LPSPropTagArray lpPropTagArray, ULONG ulFlags)
         [&]
         {
             RequireFlags(ulFlags, TBL_ASYNC | TBL_BATCH);
+            RequireIdle();
             if (!lpPropTagArray || lpPropTagArray->cValues == 0)
                 Fail(MAPI_E_INVALID_PARAMETER, L"A table needs at least one column.");
             m_columns.assign(lpPropTagArray->aulPropTag, lpPropTagArray->aulPropTag + lpPropTagArray->cValues);
@@ -320,6 +512,7 @@ STDMETHODIMP Table::QueryColumns(ULONG ulFlags, LPSPropTagArray* lpPropTagArray)
         {
             CheckOutput(lpPropTagArray);
             RequireFlags(ulFlags, TBL_ALL_COLUMNS);
+            RequireIdle();
             *lpPropTagArray =
                 MakeTagArray(m_memory, ulFlags & TBL_ALL_COLUMNS ? Shown(m_rows->AllColumns()) : m_columns);
             return S_OK;
@@ -333,8 +526,12 @@ STDMETHODIMP Table::GetRowCount(ULONG ulFlags, ULONG* lpulCount)
         {
             CheckOutput(lpulCount);
             RequireFlags(ulFlags, TBL_NOWAIT);
+            RequireIdle();
             *lpulCount = static_cast<ULONG>(Count());
-            return S_OK;
+            if (!m_whims.approximate)
+                return S_OK;
+            *lpulCount += approximation;
+            return MAPI_W_APPROX_COUNT;
         });
 }
 
@@ -343,6 +540,7 @@ STDMETHODIMP Table::SeekRow(BOOKMARK bkOrigin, LONG lRowCount, LONG* lplRowsSoug
     return Call(
         [&]
         {
+            RequireIdle();
             bool changed = false;
             const auto origin = static_cast<std::int64_t>(Resolve(bkOrigin, changed));
             const auto last = static_cast<std::int64_t>(Count());
@@ -361,6 +559,7 @@ STDMETHODIMP Table::SeekRowApprox(ULONG ulNumerator, ULONG ulDenominator)
         {
             if (ulDenominator == 0)
                 Fail(MAPI_E_INVALID_PARAMETER, L"The denominator of a position is 0.");
+            RequireIdle();
             const std::uint64_t count = Count();
             SetPosition(ulNumerator >= ulDenominator ? Count()
                                                      : static_cast<size_t>(count * ulNumerator / ulDenominator));
@@ -397,7 +596,7 @@ STDMETHODIMP Table::FindRow(LPSRestriction lpRestriction, BOOKMARK bkOrigin, ULO
 
             std::optional<size_t> found;
             if (ulFlags & DIR_BACKWARD)
-                for (size_t index = std::min(origin + 1, count); index > 0 && !found; --index)
+                for (size_t index = std::min(origin, count); index > 0 && !found; --index)
                     found = matches(index - 1) ? std::optional(index - 1) : std::nullopt;
             else
                 for (size_t index = origin; index < count && !found; ++index)
@@ -415,6 +614,7 @@ STDMETHODIMP Table::Restrict(LPSRestriction lpRestriction, ULONG ulFlags)
         [&]
         {
             RequireFlags(ulFlags, TBL_ASYNC | TBL_BATCH);
+            RequireIdle();
             m_restriction = lpRestriction ? Restriction::Copy(lpRestriction) : nullptr;
             Rearranged();
             return S_OK;
@@ -451,6 +651,7 @@ STDMETHODIMP Table::SortTable(LPSSortOrderSet lpSortCriteria, ULONG ulFlags)
         [&]
         {
             RequireFlags(ulFlags, TBL_ASYNC | TBL_BATCH);
+            RequireIdle();
             if (!lpSortCriteria)
                 Fail(MAPI_E_INVALID_PARAMETER, L"SortTable needs an order.");
             if (lpSortCriteria->cCategories || lpSortCriteria->cExpanded)
@@ -475,6 +676,7 @@ STDMETHODIMP Table::QuerySortOrder(LPSSortOrderSet* lppSortCriteria)
         [&]
         {
             CheckOutput(lppSortCriteria);
+            RequireIdle();
             const size_t size = CbNewSSortOrderSet(std::max<size_t>(m_order.size(), 1));
             auto* set = static_cast<SSortOrderSet*>(m_memory.Allocate(size));
             set->cSorts = static_cast<ULONG>(m_order.size());
@@ -491,10 +693,13 @@ STDMETHODIMP Table::QueryRows(LONG lRowCount, ULONG ulFlags, LPSRowSet* lppRows)
         {
             CheckOutput(lppRows);
             RequireFlags(ulFlags, TBL_NOADVANCE);
+            RequireIdle();
             if (lRowCount == 0)
                 Fail(MAPI_E_INVALID_PARAMETER, L"QueryRows needs a number of rows.");
             // Backwards, the rows before the position are given, still in the table's order.
-            const auto wanted = static_cast<size_t>(std::abs(static_cast<std::int64_t>(lRowCount)));
+            auto wanted = static_cast<size_t>(std::abs(static_cast<std::int64_t>(lRowCount)));
+            if (m_whims.rows != 0)
+                wanted = std::min(wanted, m_whims.rows);
             const size_t position = m_position.index;
             const size_t first = lRowCount > 0 ? position : position - std::min(position, wanted);
             const size_t last = lRowCount > 0 ? position + std::min(Count() - position, wanted) : position;

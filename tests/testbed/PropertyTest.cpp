@@ -206,6 +206,12 @@ TEST(GetProps, LeavesLargeValuesToStreams)
     const auto [result, values] = Get(bag, Array({PR_ENTRYID}), 0);
     EXPECT_EQ(result, MAPI_W_ERRORS_RETURNED);
     EXPECT_EQ(values[0].AsLong(), MAPI_E_NOT_ENOUGH_MEMORY);
+    // 4 KB, a text's terminator included, and only of what a stream can give.
+    EXPECT_EQ(maxInlineSize + 1, 4096u);
+    bag.Put(PropValue::String(PR_BODY_W, std::wstring(2047, L'x')));
+    EXPECT_EQ(Get(bag, Array({PR_BODY_W}), 0).second[0].AsLong(), MAPI_E_NOT_ENOUGH_MEMORY);
+    bag.Put(PropValue(PROP_TAG(PT_MV_LONG, 0x6801), std::vector<std::int32_t>(2000, 1)));
+    EXPECT_EQ(Get(bag, Array({PROP_TAG(PT_MV_LONG, 0x6801)}), 0).first, S_OK);
 }
 
 TEST(GetProps, RefusesBadArguments)

@@ -120,10 +120,45 @@ public:
     STDMETHODIMP_(ULONG) OnNotify(ULONG count, LPNOTIFICATION notifications) override
     {
         for (ULONG i = 0; i < count; ++i)
-            events.push_back(notifications[i].info.tab.ulTableEvent);
+        {
+            const TABLE_NOTIFICATION& table = notifications[i].info.tab;
+            events.push_back(table.ulTableEvent);
+            keys.push_back(KeyOf(table.propIndex));
+            priors.push_back(KeyOf(table.propPrior));
+            cells.push_back(table.row.cValues);
+        }
         return 0;
     }
+
+    static std::uint64_t KeyOf(const SPropValue& value)
+    {
+        std::uint64_t key = 0;
+        if (value.ulPropTag == PR_INSTANCE_KEY && value.Value.bin.cb == sizeof(key))
+            std::memcpy(&key, value.Value.bin.lpb, sizeof(key));
+        return key;
+    }
+
     std::vector<ULONG> events;
+    std::vector<std::uint64_t> keys;
+    std::vector<std::uint64_t> priors;
+    std::vector<ULONG> cells;
+};
+
+// Rows whose long values are cut, as those of objects that have the whole.
+class CutRows final : public TestRows
+{
+public:
+    bool CutsLongValues() const override { return true; }
+};
+
+// The setting that has tables do what others may do, for as long as this lives.
+class TableSetting
+{
+public:
+    explicit TableSetting(const wchar_t* value) { SetEnvironmentVariableW(L"KIVNST_TESTBED_TABLES", value); }
+    ~TableSetting() { SetEnvironmentVariableW(L"KIVNST_TESTBED_TABLES", nullptr); }
+    TableSetting(const TableSetting&) = delete;
+    TableSetting& operator=(const TableSetting&) = delete;
 };
 } // namespace
 
@@ -336,8 +371,11 @@ TEST_F(Table, FindsForwardsAndBackwards)
     EXPECT_EQ(Position(), 2u);
     EXPECT_EQ(Find(L"Alpha", BOOKMARK_CURRENT, DIR_BACKWARD), S_OK);
     EXPECT_EQ(Position(), 1u);
+    // Backwards the search begins before the bookmark's row, which itself is not looked at.
+    EXPECT_EQ(Find(L"Alpha", BOOKMARK_CURRENT, DIR_BACKWARD), MAPI_E_NOT_FOUND);
+    EXPECT_EQ(Find(L"delta", BOOKMARK_CURRENT, DIR_BACKWARD), S_OK);
     EXPECT_EQ(Find(L"bravo", BOOKMARK_END, DIR_BACKWARD), S_OK);
-    EXPECT_EQ(Find(L"bravo", BOOKMARK_BEGINNING, DIR_BACKWARD), MAPI_E_NOT_FOUND);
+    EXPECT_EQ(Find(L"delta", BOOKMARK_BEGINNING, DIR_BACKWARD), MAPI_E_NOT_FOUND);
     EXPECT_EQ(table->FindRow(nullptr, BOOKMARK_BEGINNING, 0), MAPI_E_INVALID_PARAMETER);
 }
 
@@ -365,16 +403,90 @@ TEST_F(Table, TellsItsSinksOfChanges)
     EXPECT_EQ(table->Advise(fnevTableModified, nullptr, &connection), MAPI_E_INVALID_PARAMETER);
     EXPECT_EQ(table->Advise(fnevNewMail, sink.Get(), &connection), MAPI_E_INVALID_PARAMETER);
     ASSERT_EQ(table->Advise(fnevTableModified, sink.Get(), &connection), S_OK);
-    rows->Erase(L"delta");
+    rows->Erase(L"charlie");
     EXPECT_EQ(Names().size(), 3u);
-    EXPECT_EQ(sink->events, std::vector<ULONG>{TABLE_CHANGED});
+    rows->Add(L"echo", 5);
+    ++rows->generation;
+    EXPECT_EQ(table->SeekRow(BOOKMARK_BEGINNING, 0, nullptr), S_OK);
+    EXPECT_EQ(sink->events, (std::vector<ULONG>{TABLE_ROW_DELETED, TABLE_ROW_ADDED}));
+    EXPECT_EQ(sink->keys, (std::vector<std::uint64_t>{102, 104}));
+    // The row before it; a row that has gone has none, and no contents.
+    EXPECT_EQ(sink->priors, (std::vector<std::uint64_t>{0, 103}));
+    EXPECT_EQ(sink->cells, (std::vector<ULONG>{0, 2}));
     EXPECT_NE(connection >> 32, 0u);
     EXPECT_EQ(table->Unadvise(connection & MAXDWORD), MAPI_E_INVALID_PARAMETER);
     EXPECT_EQ(table->Unadvise(connection), S_OK);
     EXPECT_EQ(table->Unadvise(connection), MAPI_E_INVALID_PARAMETER);
     rows->Erase(L"Alpha");
-    EXPECT_EQ(Names().size(), 0u);
-    EXPECT_EQ(sink->events.size(), 1u);
+    EXPECT_EQ(Names().size(), 3u);
+    EXPECT_EQ(sink->events.size(), 2u);
+}
+
+TEST_F(Table, TellsOfManyChangesAtOnceWithoutNamingThem)
+{
+    const auto sink = MakeObject<Sink>();
+    ULONG_PTR connection = 0;
+    ASSERT_EQ(table->Advise(fnevTableModified, sink.Get(), &connection), S_OK);
+    for (int row = 0; row < 100; ++row)
+        rows->Add(L"many", row);
+    ++rows->generation;
+    EXPECT_EQ(Position(), 0u);
+    EXPECT_EQ(sink->events, std::vector<ULONG>{TABLE_CHANGED});
+}
+
+TEST_F(Table, CutsLongValuesWhereTheWholeIsElsewhere)
+{
+    const auto cut = std::make_shared<CutRows>();
+    cut->Add(std::wstring(300, L'x'), 1);
+    cut->entries[0].properties->Put(PropValue::Binary(dataTag, Bytes(5000, 7)));
+    cut->entries[0].properties->Put(PropValue::Binary(PR_ENTRYID, Bytes(300, 8)));
+    const auto cells = [&](const std::shared_ptr<TestRows>& source, ULONG textTag)
+    {
+        const ComPtr<IMAPITable> opened = CreateTable(source, Memory(), MAPI_UNICODE, L"test");
+        SizedSPropTagArray(3, columns) = {3, {textTag, dataTag, PR_ENTRYID}};
+        EXPECT_EQ(opened->SetColumns(reinterpret_cast<LPSPropTagArray>(&columns), 0), S_OK);
+        MapiRows set(Memory());
+        EXPECT_EQ(opened->QueryRows(1, 0, set.Put()), S_OK);
+        return CopyProps(set[0].cValues, set[0].lpProps);
+    };
+    std::vector<PropValue> values = cells(cut, nameTag);
+    EXPECT_EQ(values[0].AsText(), std::wstring(255, L'x'));
+    EXPECT_EQ(values[1].AsBytes(), Bytes(255, 7));
+    // A cut identifier would be none.
+    EXPECT_EQ(values[2].AsBytes(), Bytes(300, 8));
+    EXPECT_EQ(cells(cut, CHANGE_PROP_TYPE(nameTag, PT_STRING8))[0].AsText(), std::wstring(255, L'x'));
+
+    const auto whole = std::make_shared<TestRows>();
+    whole->entries = cut->entries;
+    values = cells(whole, nameTag);
+    EXPECT_EQ(values[0].AsText(), std::wstring(300, L'x'));
+    EXPECT_EQ(values[1].AsLong(), MAPI_E_NOT_ENOUGH_MEMORY);
+}
+
+TEST_F(Table, GivesFewerRowsThanAskedWhenToldTo)
+{
+    const TableSetting setting(L"rows=3");
+    table = CreateTable(rows, Memory(), MAPI_UNICODE, L"test");
+    EXPECT_EQ(Names(100), (Strings{L"delta", L"Alpha", L"charlie"}));
+    EXPECT_EQ(Names(100), Strings{L"bravo"});
+    EXPECT_EQ(Names(-100), (Strings{L"Alpha", L"charlie", L"bravo"}));
+    EXPECT_EQ(Position(), 1u);
+}
+
+TEST_F(Table, IsBusyAndUncertainWhenToldTo)
+{
+    const TableSetting setting(L"busy=3 approx");
+    table = CreateTable(rows, Memory(), MAPI_UNICODE, L"test");
+    ULONG count = 0;
+    EXPECT_EQ(table->GetRowCount(0, &count), MAPI_W_APPROX_COUNT);
+    EXPECT_GT(count, 4u);
+    EXPECT_EQ(table->SeekRow(BOOKMARK_BEGINNING, 0, nullptr), S_OK);
+    MapiRows set(Memory());
+    EXPECT_EQ(table->QueryRows(10, 0, set.Put()), MAPI_E_BUSY);
+    ULONG status = 0;
+    EXPECT_EQ(table->WaitForCompletion(0, 1000, &status), S_OK);
+    EXPECT_EQ(table->QueryRows(10, 0, set.Put()), S_OK);
+    EXPECT_EQ(set.Count(), 4u);
 }
 
 TEST_F(Table, IsAlwaysDone)
