@@ -62,6 +62,17 @@ protected:
     ComObject() noexcept = default;
     virtual ~ComObject() = default;
 
+    /// Adds a reference unless the last one is being released. For those who know of the object without holding it, and
+    /// whom its destructor tells of its end.
+    bool TryAddRef() noexcept
+    {
+        ULONG count = m_count;
+        while (count != 0 && !m_count.compare_exchange_weak(count, count + 1))
+        {
+        }
+        return count != 0;
+    }
+
 private:
     std::atomic<ULONG> m_count{1};
     Detail::CountedLife m_life;

@@ -8,6 +8,9 @@
 #include "nst/NstMsLogon.h"
 #include "nst/NstMsProvider.h"
 #include "nst/Olfi.h"
+#include "support/MapiErrors.h"
+
+#include <mutex>
 
 namespace KivNstHostKit
 {
@@ -60,6 +63,30 @@ private:
     StringW m_displayName;
     bool m_isWritable;
     Binary m_serviceUid;
+};
+
+/// Has the library open folders with the best access that there is, for as long as it lives: in one of them it makes
+/// the archive's root. The flags are the process's, so one logon at a time holds them.
+class WritableFolders
+{
+public:
+    WritableFolders() : m_guard(Lock()), m_before(Quillon::Mapi::GetOpenMapiObjectFlags())
+    {
+        Quillon::Mapi::GetOpenMapiObjectFlags() |= ULONG{MAPI_BEST_ACCESS};
+    }
+    ~WritableFolders() { Quillon::Mapi::GetOpenMapiObjectFlags() = m_before; }
+    WritableFolders(const WritableFolders&) = delete;
+    WritableFolders& operator=(const WritableFolders&) = delete;
+
+private:
+    static std::mutex& Lock()
+    {
+        static std::mutex lock;
+        return lock;
+    }
+
+    std::lock_guard<std::mutex> m_guard;
+    ULONG m_before;
 };
 
 /// Opens entries through the archive's store, so that they come back read-only. The status object, by which the PST's
@@ -138,6 +165,7 @@ public:
         if (!isPrepared || Quillon::Nst::GetNstSubtreeEntryId(pstStore).IsNull())
         {
             Quillon::Nst::SetOLFIInOST(pstStore);
+            const WritableFolders writable;
             ConfigureNstSubtreeEntryId(pstStore);
         }
         const StringW displayName = settings.displayName;

@@ -47,17 +47,37 @@ const std::vector<ULONG> hierarchyColumns = {
     PR_CONTENT_UNREAD, PR_CONTAINER_CLASS_W, PR_STATUS,     PR_DISPLAY_TYPE,   PR_ACCESS,
 };
 
+// A message is one row in each folder that shows it.
+PropValue MessageInstance(NodeId folder, NodeId message)
+{
+    const NodeId key[2] = {folder, message};
+    return PropValue::Binary(PR_INSTANCE_KEY, key, sizeof(key));
+}
+
+PropValue FolderInstance(NodeId folder)
+{
+    return PropValue::Binary(PR_INSTANCE_KEY, &folder, sizeof(folder));
+}
+
 // Rows of the nodes in a list that is made anew when the store has changed.
 class NodeRows : public RowSource
 {
 public:
-    NodeRows(std::shared_ptr<const Session> session, NodeId folder) : m_session(std::move(session)), m_folder(folder) {}
+    NodeRows(std::shared_ptr<Session> session, NodeId folder) : m_session(std::move(session)), m_folder(folder) {}
 
     size_t RowCount() const override
     {
         const std::lock_guard lock(m_lock);
         return List().size();
     }
+
+    std::shared_ptr<void> Watch(std::function<void(const std::vector<std::uint64_t>&)> changed) const override
+    {
+        return m_session->Core()->Watch([changed = std::move(changed)](const std::vector<NodeId>& nodes)
+                                        { changed(std::vector<std::uint64_t>(nodes.begin(), nodes.end())); });
+    }
+
+    bool CutsLongValues() const override { return true; }
 
 protected:
     // Called with the lock held.
@@ -69,7 +89,7 @@ protected:
         return List().at(index);
     }
 
-    std::shared_ptr<const Session> m_session;
+    std::shared_ptr<Session> m_session;
     NodeId m_folder;
     mutable std::recursive_mutex m_lock;
 };
@@ -77,7 +97,7 @@ protected:
 class ContentsRows final : public NodeRows
 {
 public:
-    ContentsRows(std::shared_ptr<const Session> session, NodeId folder, bool associated)
+    ContentsRows(std::shared_ptr<Session> session, NodeId folder, bool associated)
         : NodeRows(std::move(session), folder),
           m_associated(associated)
     {
@@ -85,11 +105,15 @@ public:
 
     std::shared_ptr<const PropertySource> Row(size_t index) const override;
     std::uint64_t RowKey(size_t index) const override { return At(index).first; }
+    PropValue InstanceKey(std::uint64_t key) const override
+    {
+        return MessageInstance(m_folder, static_cast<NodeId>(key));
+    }
 
     std::uint64_t Generation() const override
     {
         const std::lock_guard lock(m_lock);
-        const std::uint64_t generation = m_session->Core().Generation(m_folder);
+        const std::uint64_t generation = m_session->Core()->Generation(m_folder);
         if (generation != m_generation)
         {
             m_generation = generation;
@@ -113,7 +137,7 @@ protected:
         if (!m_loaded)
         {
             m_list.clear();
-            for (const NodeId id : m_session->Core().Messages(m_folder, m_associated))
+            for (const NodeId id : m_session->Core()->Messages(m_folder, m_associated))
                 m_list.emplace_back(id, 0);
             m_loaded = true;
         }
@@ -132,7 +156,7 @@ private:
 class MessageRow final : public PropertySource
 {
 public:
-    MessageRow(std::shared_ptr<const Session> session, NodeId folder, const Node& node)
+    MessageRow(std::shared_ptr<Session> session, NodeId folder, const Node& node)
         : m_session(std::move(session)),
           m_folder(folder),
           m_node(node)
@@ -143,16 +167,14 @@ public:
     {
         if (const auto computed = Compute(id))
             return Description{computed->Tag(), computed->Size()};
-        auto stored = Stored().Describe(id);
-        return !stored && id == PROP_ID(PR_MSG_STATUS) ? Description{PR_MSG_STATUS, sizeof(LONG)} : stored;
+        return Stored().Describe(id);
     }
 
     std::optional<PropValue> Load(ULONG id) const override
     {
         if (auto computed = Compute(id))
             return computed;
-        auto stored = Stored().Load(id);
-        return !stored && id == PROP_ID(PR_MSG_STATUS) ? PropValue::Long(PR_MSG_STATUS, 0) : stored;
+        return Stored().Load(id);
     }
 
     std::vector<ULONG> Tags() const override
@@ -171,49 +193,21 @@ public:
 
 private:
     static constexpr ULONG computedTags[] = {
-        PR_ENTRYID,
-        PR_RECORD_KEY,
-        PR_INSTANCE_KEY,
-        PR_PARENT_ENTRYID,
-        PR_STORE_ENTRYID,
-        PR_STORE_RECORD_KEY,
-        PR_OBJECT_TYPE,
-        PR_ACCESS,
-        PR_ACCESS_LEVEL,
-        PR_HASATTACH,
-        PR_MAPPING_SIGNATURE,
-        PR_MDB_PROVIDER,
-        PR_STORE_SUPPORT_MASK,
-        PR_MSG_STATUS,
+        PR_INSTANCE_KEY, PR_STORE_ENTRYID,     PR_STORE_RECORD_KEY, PR_ACCESS,
+        PR_ACCESS_LEVEL, PR_MAPPING_SIGNATURE, PR_MDB_PROVIDER,     PR_STORE_SUPPORT_MASK,
     };
 
     std::optional<PropValue> Compute(ULONG id) const
     {
         switch (id)
         {
-        case PROP_ID(PR_ENTRYID):
-            return PropValue::Binary(PR_ENTRYID, m_session->EntryId(m_node.id));
-        case PROP_ID(PR_RECORD_KEY):
-            return PropValue::Binary(PR_RECORD_KEY, m_session->EntryId(m_node.id));
         case PROP_ID(PR_INSTANCE_KEY):
-        {
-            const NodeId key[2] = {m_folder, m_node.id};
-            return PropValue::Binary(PR_INSTANCE_KEY, key, sizeof(key));
-        }
-        case PROP_ID(PR_PARENT_ENTRYID):
-            return PropValue::Binary(PR_PARENT_ENTRYID, m_session->EntryId(m_node.parent));
-        case PROP_ID(PR_OBJECT_TYPE):
-            return PropValue::Long(PR_OBJECT_TYPE, MAPI_MESSAGE);
+            return MessageInstance(m_folder, m_node.id);
         case PROP_ID(PR_ACCESS):
             return PropValue::Long(
                 PR_ACCESS, MAPI_ACCESS_READ | (m_session->Writable() ? MAPI_ACCESS_MODIFY | MAPI_ACCESS_DELETE : 0));
         case PROP_ID(PR_ACCESS_LEVEL):
             return PropValue::Long(PR_ACCESS_LEVEL, 0);
-        case PROP_ID(PR_HASATTACH):
-        {
-            const auto flags = Stored().Load(PROP_ID(PR_MESSAGE_FLAGS));
-            return PropValue::Boolean(PR_HASATTACH, flags && (flags->AsLong() & MSGFLAG_HASATTACH) != 0);
-        }
         case PROP_ID(PR_STORE_ENTRYID):
         case PROP_ID(PR_STORE_RECORD_KEY):
         case PROP_ID(PR_MAPPING_SIGNATURE):
@@ -233,11 +227,11 @@ private:
     {
         const std::lock_guard lock(m_lock);
         if (!m_stored)
-            m_stored = m_session->Core().MessageRow(m_node);
+            m_stored = m_session->Core()->MessageRow(m_node);
         return *m_stored;
     }
 
-    std::shared_ptr<const Session> m_session;
+    std::shared_ptr<Session> m_session;
     NodeId m_folder;
     Node m_node;
     mutable std::mutex m_lock;
@@ -246,7 +240,7 @@ private:
 
 std::shared_ptr<const PropertySource> ContentsRows::Row(size_t index) const
 {
-    const auto node = m_session->Core().Find(At(index).first);
+    const auto node = m_session->Core()->Find(At(index).first);
     if (!node)
     {
         // Deleted since the table last looked; it notices with its next call.
@@ -258,7 +252,7 @@ std::shared_ptr<const PropertySource> ContentsRows::Row(size_t index) const
 class HierarchyRows final : public NodeRows
 {
 public:
-    HierarchyRows(std::shared_ptr<const Session> session, NodeId folder, bool deep)
+    HierarchyRows(std::shared_ptr<Session> session, NodeId folder, bool deep)
         : NodeRows(std::move(session), folder),
           m_deep(deep)
     {
@@ -267,22 +261,23 @@ public:
     std::shared_ptr<const PropertySource> Row(size_t index) const override
     {
         const auto [id, depth] = At(index);
-        const auto node = m_session->Core().Find(id);
+        const auto node = m_session->Core()->Find(id);
         if (!node)
             return std::make_shared<PropertyBag>();
         auto row = FolderProperties(m_session, *node);
         row->Put(PropValue::Long(PR_DEPTH, depth));
-        row->Put(PropValue::Binary(PR_INSTANCE_KEY, &id, sizeof(id)));
+        row->Put(FolderInstance(id));
         return row;
     }
 
     std::uint64_t RowKey(size_t index) const override { return At(index).first; }
+    PropValue InstanceKey(std::uint64_t key) const override { return FolderInstance(static_cast<NodeId>(key)); }
 
     std::uint64_t Generation() const override
     {
         const std::lock_guard lock(m_lock);
         // A folder's row tells of the folder's contents too, so every change may be one of these rows.
-        const std::uint64_t generation = m_session->Core().Generation();
+        const std::uint64_t generation = m_session->Core()->Generation();
         if (generation != m_generation)
         {
             m_generation = generation;
@@ -300,9 +295,9 @@ protected:
         {
             m_list.clear();
             if (m_deep)
-                m_list = m_session->Core().FoldersBelow(m_folder);
+                m_list = m_session->Core()->FoldersBelow(m_folder);
             else
-                for (const NodeId id : m_session->Core().SubFolders(m_folder))
+                for (const NodeId id : m_session->Core()->SubFolders(m_folder))
                     m_list.emplace_back(id, 1);
             m_loaded = true;
         }
@@ -317,22 +312,19 @@ private:
 };
 } // namespace
 
-ComPtr<IMAPITable> MakeContentsTable(std::shared_ptr<const Session> session, NodeId folder, bool associated,
-                                     ULONG flags)
+ComPtr<IMAPITable> MakeContentsTable(std::shared_ptr<Session> session, NodeId folder, bool associated, ULONG flags)
 {
     const MapiMemory memory = session->Memory();
     flags = session->Flags(flags);
-    session->Core().Refresh();
     return CreateTable(std::make_shared<ContentsRows>(std::move(session), folder, associated), memory, flags,
                        componentName);
 }
 
-ComPtr<IMAPITable> MakeHierarchyTable(std::shared_ptr<const Session> session, NodeId folder, ULONG flags)
+ComPtr<IMAPITable> MakeHierarchyTable(std::shared_ptr<Session> session, NodeId folder, ULONG flags)
 {
     const MapiMemory memory = session->Memory();
     const bool deep = (flags & CONVENIENT_DEPTH) != 0;
     flags = session->Flags(flags);
-    session->Core().Refresh();
     return CreateTable(std::make_shared<HierarchyRows>(std::move(session), folder, deep), memory, flags, componentName);
 }
 } // namespace Testbed::Pst

@@ -8,14 +8,12 @@ namespace
 class Logon final : public ComObject<IMSLogon, &IID_IMSLogon>
 {
 public:
-    explicit Logon(std::shared_ptr<const Session> session) : m_session(std::move(session)), m_lastError(componentName)
-    {
-    }
+    explicit Logon(std::shared_ptr<Session> session) : m_session(std::move(session)), m_lastError(componentName) {}
 
     MAPI_IMSLOGON_METHODS(override)
 
 private:
-    std::shared_ptr<const Session> m_session;
+    std::shared_ptr<Session> m_session;
     LastError m_lastError;
 };
 
@@ -26,7 +24,8 @@ STDMETHODIMP Logon::GetLastError(HRESULT hResult, ULONG ulFlags, LPMAPIERROR* lp
 
 STDMETHODIMP Logon::Logoff(ULONG*)
 {
-    // All that was saved is in the overlay; nothing is left to be done.
+    // Comes by way of the support object's last release, or by the session's end before the store's.
+    m_session->Close();
     return S_OK;
 }
 
@@ -77,7 +76,7 @@ STDMETHODIMP Logon::OpenStatusEntry(LPCIID, ULONG, ULONG*, LPVOID*)
 }
 } // namespace
 
-ComPtr<IMSLogon> MakeLogon(std::shared_ptr<const Session> session)
+ComPtr<IMSLogon> MakeLogon(std::shared_ptr<Session> session)
 {
     return MakeObject<Logon>(std::move(session));
 }

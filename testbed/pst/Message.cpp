@@ -331,7 +331,9 @@ ComPtr<IUnknown> Attachment::OpenObject(ULONG tag, REFIID iid, ULONG, ULONG flag
         if (!content)
             Fail(MAPI_E_NOT_FOUND, L"The attachment holds no embedded message");
     }
-    return MakeMessage(MessageState::Embed(m_state, std::move(content), modify));
+    return MakeMessage(MessageState::Embed(m_session, std::move(content), modify,
+                                           [state = m_state](std::shared_ptr<const MessageContent> saved)
+                                           { state->SetEmbedded(std::move(saved)); }));
 }
 } // namespace
 

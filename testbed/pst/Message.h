@@ -1,7 +1,7 @@
 // IMessage and IAttach over an open message.
 #pragma once
 
-#include "testbed/pst/MessageState.h"
+#include "testbed/pst/AttachmentState.h"
 #include "testbed/pst/PropertyObject.h"
 
 namespace Testbed::Pst

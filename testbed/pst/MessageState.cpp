@@ -1,9 +1,9 @@
-// An open message, and its attachments, as their objects share them.
+// An open message as its objects share it.
 #include "testbed/pst/MessageState.h"
 
 #include "common/Text.h"
 #include "testbed/common/Namespace.h"
-#include "testbed/pst/PropertyObject.h"
+#include "testbed/pst/LayeredProperties.h"
 
 #include <objbase.h>
 
@@ -41,8 +41,32 @@ private:
     std::vector<AttachmentSlot> m_attachments;
 };
 
-// What the store works out itself and no client can set.
-bool IsComputed(ULONG id)
+// A reply's or forward's subject starts with up to three letters and a colon.
+size_t PrefixLength(const std::wstring& subject)
+{
+    constexpr size_t longest = 3;
+    size_t letters = 0;
+    while (letters < subject.size() && letters <= longest && std::iswalpha(subject[letters]))
+        ++letters;
+    if (letters == 0 || letters > longest || subject.size() < letters + 2 || subject[letters] != L':' ||
+        subject[letters + 1] != L' ')
+    {
+        return 0;
+    }
+    return letters + 2;
+}
+
+// What an attachment counts in its message's size.
+LONG AttachmentSize(const AttachmentContent& attachment)
+{
+    const PropertyBag summary = attachment.Summary();
+    if (const PropValue* size = summary.Find(PROP_ID(PR_ATTACH_SIZE)))
+        return size->AsLong();
+    return static_cast<LONG>(std::min<size_t>(SizeOf(attachment.Properties()), MAXLONG));
+}
+} // namespace
+
+bool IsComputedOfMessages(ULONG id)
 {
     static const std::set<ULONG> ids = {
         PROP_ID(PR_PARENT_ENTRYID),      PROP_ID(PR_INSTANCE_KEY), PROP_ID(PR_HASATTACH),
@@ -60,50 +84,25 @@ size_t SizeOf(const PropertyBag& bag)
     return size;
 }
 
-// A reply's or forward's subject starts with up to three letters and a colon.
-size_t PrefixLength(const std::wstring& subject)
-{
-    constexpr size_t longest = 3;
-    size_t letters = 0;
-    while (letters < subject.size() && letters <= longest && std::iswalpha(subject[letters]))
-        ++letters;
-    if (letters == 0 || letters > longest || subject.size() < letters + 2 || subject[letters] != L':' ||
-        subject[letters + 1] != L' ')
-    {
-        return 0;
-    }
-    return letters + 2;
-}
-
-LONG AttachmentSize(const PropertyBag& properties)
-{
-    if (const PropValue* size = properties.Find(PROP_ID(PR_ATTACH_SIZE)))
-        return size->AsLong();
-    return static_cast<LONG>(std::min<size_t>(SizeOf(properties), MAXLONG));
-}
-} // namespace
-
 std::shared_ptr<const MessageContent> MakeMessageContent(PropertyBag properties, std::vector<PropertyBag> recipients,
                                                          std::vector<AttachmentSlot> attachments)
 {
     return std::make_shared<MemoryMessage>(std::move(properties), std::move(recipients), std::move(attachments));
 }
 
-std::shared_ptr<MessageState> MessageState::Open(std::shared_ptr<const Session> session, const Node& node,
-                                                 bool modifiable)
+std::shared_ptr<MessageState> MessageState::Open(std::shared_ptr<Session> session, const Node& node, bool modifiable)
 {
     std::shared_ptr<MessageState> state(new MessageState(std::move(session)));
     state->m_modifiable = modifiable;
     state->m_node = node;
     state->m_folder = node.parent;
     state->m_associated = node.kind == NodeKind::Associated;
-    state->m_content = state->m_session->Core().OpenMessage(node);
+    state->m_content = state->m_session->Core()->OpenMessage(node);
     state->m_properties = state->m_content->Properties();
     return state;
 }
 
-std::shared_ptr<MessageState> MessageState::Create(std::shared_ptr<const Session> session, NodeId folder,
-                                                   bool associated)
+std::shared_ptr<MessageState> MessageState::Create(std::shared_ptr<Session> session, NodeId folder, bool associated)
 {
     std::shared_ptr<MessageState> state(new MessageState(std::move(session)));
     state->m_modifiable = true;
@@ -113,13 +112,14 @@ std::shared_ptr<MessageState> MessageState::Create(std::shared_ptr<const Session
     return state;
 }
 
-std::shared_ptr<MessageState> MessageState::Embed(std::shared_ptr<AttachmentState> owner,
-                                                  std::shared_ptr<const MessageContent> content, bool modifiable)
+std::shared_ptr<MessageState> MessageState::Embed(std::shared_ptr<Session> session,
+                                                  std::shared_ptr<const MessageContent> content, bool modifiable,
+                                                  Keeper keep)
 {
-    std::shared_ptr<MessageState> state(new MessageState(owner->Message()->SessionOf()));
+    std::shared_ptr<MessageState> state(new MessageState(std::move(session)));
     state->m_modifiable = modifiable;
     state->m_new = content == nullptr;
-    state->m_owner = std::move(owner);
+    state->m_keep = std::move(keep);
     state->m_content = std::move(content);
     if (state->m_content)
         state->m_properties = state->m_content->Properties();
@@ -135,7 +135,7 @@ bool MessageState::Modifiable()
 void MessageState::RequireAlive()
 {
     const std::lock_guard lock(m_lock);
-    if (m_node && !m_session->Core().Find(m_node->id))
+    if (m_node && !m_session->Core()->Find(m_node->id))
         Fail(MAPI_E_OBJECT_DELETED, L"The message has been deleted");
 }
 
@@ -154,7 +154,7 @@ std::shared_ptr<const PropertySource> MessageState::Properties()
     if (m_node)
     {
         // A move changes the folder of a message that is open.
-        const auto now = m_session->Core().Find(m_node->id);
+        const auto now = m_session->Core()->Find(m_node->id);
         const Bytes entryId = m_session->EntryId(m_node->id);
         computed.Put(PropValue::Binary(PR_ENTRYID, entryId));
         computed.Put(PropValue::Binary(PR_RECORD_KEY, entryId));
@@ -173,7 +173,7 @@ SCODE MessageState::Set(const PropValue& value)
 {
     const ULONG id = value.Id();
     // The flags are the client's until the message is saved for the first time, and then the store's.
-    if (IsComputed(id) || (id == PROP_ID(PR_MESSAGE_FLAGS) && !m_new))
+    if (IsComputedOfMessages(id) || (id == PROP_ID(PR_MESSAGE_FLAGS) && !m_new))
         return MAPI_E_COMPUTED;
     m_properties.Put(value);
     m_changes.Put(value);
@@ -183,7 +183,7 @@ SCODE MessageState::Set(const PropValue& value)
 SCODE MessageState::Remove(ULONG tag)
 {
     const ULONG id = PROP_ID(tag);
-    if (IsComputed(id) || id == PROP_ID(PR_MESSAGE_FLAGS))
+    if (IsComputedOfMessages(id) || id == PROP_ID(PR_MESSAGE_FLAGS))
         return MAPI_E_COMPUTED;
     if (!m_properties.Find(id))
         return MAPI_E_NOT_FOUND;
@@ -269,7 +269,7 @@ void MessageState::SetRead(bool read)
     }
     PropertyChanges changes;
     changes.Put(after);
-    m_session->Core().ChangeMessages({{m_node->id, changes}});
+    m_session->Core()->ChangeMessages({{m_node->id, changes}});
     m_session->Notify(fnevObjectModified, *m_node);
 }
 
@@ -335,7 +335,7 @@ void MessageState::Complete()
         for (const PropertyBag& recipient : Recipients())
             size += SizeOf(recipient);
         for (const AttachmentSlot& slot : attachments)
-            size += static_cast<size_t>(std::max(AttachmentSize(slot.content->Properties()), LONG(0)));
+            size += static_cast<size_t>(std::max(AttachmentSize(*slot.content), LONG(0)));
         put(PropValue::Long(PR_MESSAGE_SIZE, static_cast<LONG>(std::min<size_t>(size, MAXLONG))));
     }
 }
@@ -355,10 +355,10 @@ void MessageState::Save(ULONG flags)
     {
         RequireAlive();
         Complete();
-        if (m_owner)
+        if (m_keep)
         {
             m_content = Snapshot();
-            m_owner->SetEmbedded(m_content);
+            m_keep(m_content);
         }
         else
         {
@@ -368,18 +368,18 @@ void MessageState::Save(ULONG flags)
                 update.recipients = Recipients();
             if (m_attachmentsChanged || m_new)
                 update.attachments = Attachments();
-            StoreCore& core = m_session->Core();
+            const std::shared_ptr<StoreCore> core = m_session->Core();
             const bool create = !m_node;
             if (create)
             {
-                const NodeId id = core.CreateMessage(m_folder, m_associated, update);
+                const NodeId id = core->CreateMessage(m_folder, m_associated, update);
                 m_node = Node{id, m_associated ? NodeKind::Associated : NodeKind::Message, m_folder};
             }
             else
             {
-                core.ChangeMessage(m_node->id, update);
+                core->ChangeMessage(m_node->id, update);
             }
-            m_content = core.OpenMessage(*m_node);
+            m_content = core->OpenMessage(*m_node);
             // What was saved is read from the store when it is needed again.
             m_attachments.reset();
             m_session->Notify(create ? fnevObjectCreated : fnevObjectModified, *m_node);
@@ -391,125 +391,5 @@ void MessageState::Save(ULONG flags)
     }
     if ((flags & KEEP_OPEN_READONLY) != 0)
         m_modifiable = false;
-}
-
-AttachmentState::AttachmentState(std::shared_ptr<MessageState> message, ULONG number,
-                                 const std::shared_ptr<const AttachmentContent>& content, bool modifiable)
-    : m_message(std::move(message)),
-      m_number(number),
-      m_modifiable(modifiable),
-      m_changed(content == nullptr)
-{
-    if (content)
-    {
-        m_properties = content->Properties();
-        m_embedded = content->Embedded();
-    }
-}
-
-bool AttachmentState::Modifiable()
-{
-    const std::lock_guard lock(m_lock);
-    return m_modifiable;
-}
-
-std::shared_ptr<const PropertySource> AttachmentState::Properties()
-{
-    auto layered =
-        std::make_shared<LayeredProperties>(std::shared_ptr<const PropertySource>(shared_from_this(), &m_properties));
-    PropertyBag& computed = layered->Computed();
-    m_message->SessionOf()->PutCommon(computed);
-    computed.Put(PropValue::Long(PR_ATTACH_NUM, static_cast<LONG>(m_number)));
-    computed.Put(PropValue::Binary(PR_RECORD_KEY, &m_number, sizeof(m_number)));
-    computed.Put(PropValue::Long(PR_OBJECT_TYPE, MAPI_ATTACH));
-    computed.Put(PropValue::Long(PR_ACCESS_LEVEL, m_modifiable ? MAPI_MODIFY : 0));
-    if (m_embedded)
-        computed.Put(PropValue::Object(PR_ATTACH_DATA_OBJ));
-    layered->PutDefault(PropValue::Long(PR_ATTACH_SIZE, AttachmentSize(m_properties)));
-    layered->PutDefault(PropValue::Long(PR_RENDERING_POSITION, -1));
-    return layered;
-}
-
-SCODE AttachmentState::Set(const PropValue& value)
-{
-    if (IsComputed(value.Id()))
-        return MAPI_E_COMPUTED;
-    m_properties.Put(value);
-    if (value.Id() == PROP_ID(PR_ATTACH_DATA_BIN))
-    {
-        m_embedded = nullptr;
-        m_properties.Put(PropValue::Long(PR_ATTACH_SIZE, static_cast<LONG>(std::min<size_t>(value.Size(), MAXLONG))));
-    }
-    m_changed = true;
-    return S_OK;
-}
-
-SCODE AttachmentState::Remove(ULONG tag)
-{
-    if (IsComputed(PROP_ID(tag)))
-        return MAPI_E_COMPUTED;
-    if (!m_properties.Find(PROP_ID(tag)))
-        return MAPI_E_NOT_FOUND;
-    m_properties.Erase(PROP_ID(tag));
-    m_changed = true;
-    return S_OK;
-}
-
-std::shared_ptr<const MessageContent> AttachmentState::Embedded()
-{
-    const std::lock_guard lock(m_lock);
-    return m_embedded;
-}
-
-void AttachmentState::SetEmbedded(std::shared_ptr<const MessageContent> content)
-{
-    const std::lock_guard lock(m_lock);
-    const PropertyBag properties = content->Properties();
-    m_embedded = std::move(content);
-    m_properties.Put(PropValue::Long(PR_ATTACH_METHOD, ATTACH_EMBEDDED_MSG));
-    m_properties.Put(PropValue::Object(PR_ATTACH_DATA_OBJ));
-    m_properties.Put(PropValue::Long(PR_ATTACH_SIZE, LongOf(properties, PR_MESSAGE_SIZE)));
-    if (!m_properties.Find(PROP_ID(PR_DISPLAY_NAME)))
-        m_properties.Put(PropValue::String(PR_DISPLAY_NAME_W, TextOf(properties, PR_SUBJECT)));
-    m_changed = true;
-}
-
-void AttachmentState::Save(ULONG flags)
-{
-    const std::lock_guard lock(m_lock);
-    if (m_changed)
-    {
-        if (!m_modifiable)
-            Fail(MAPI_E_NO_ACCESS, L"The attachment is not open for writing");
-        const auto put = [this](const PropValue& value)
-        {
-            if (!m_properties.Find(value.Id()))
-                m_properties.Put(value);
-        };
-        put(PropValue::Long(PR_ATTACH_METHOD,
-                            m_properties.Find(PROP_ID(PR_ATTACH_DATA_BIN)) ? ATTACH_BY_VALUE : NO_ATTACHMENT));
-        put(Now(PR_CREATION_TIME));
-        put(Now(PR_LAST_MODIFICATION_TIME));
-        m_message->PutAttachment(m_number, std::make_shared<MemoryAttachment>(m_properties, m_embedded));
-        m_changed = false;
-    }
-    if ((flags & KEEP_OPEN_READONLY) != 0)
-        m_modifiable = false;
-}
-
-PropertyBag AttachmentRow(const Session& session, const AttachmentSlot& slot)
-{
-    PropertyBag row = slot.content->Properties();
-    if (!row.Find(PROP_ID(PR_ATTACH_SIZE)))
-        row.Put(PropValue::Long(PR_ATTACH_SIZE, AttachmentSize(row)));
-    row.Erase(PROP_ID(PR_ATTACH_DATA_BIN));
-    session.PutCommon(row);
-    row.Put(PropValue::Long(PR_ATTACH_NUM, static_cast<LONG>(slot.number)));
-    row.Put(PropValue::Binary(PR_RECORD_KEY, &slot.number, sizeof(slot.number)));
-    row.Put(PropValue::Binary(PR_INSTANCE_KEY, &slot.number, sizeof(slot.number)));
-    row.Put(PropValue::Long(PR_OBJECT_TYPE, MAPI_ATTACH));
-    if (!row.Find(PROP_ID(PR_RENDERING_POSITION)))
-        row.Put(PropValue::Long(PR_RENDERING_POSITION, -1));
-    return row;
 }
 } // namespace Testbed::Pst

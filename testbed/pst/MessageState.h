@@ -1,11 +1,15 @@
-// An open message, and its attachments, as their objects share them: what was read, and what has not been saved yet.
+// An open message as its objects share it: what was read, and what has not been saved yet.
 #pragma once
 
 #include "testbed/pst/Session.h"
 
 namespace Testbed::Pst
 {
-class AttachmentState;
+/// Whether the store works this property of a message or an attachment out itself, so that no client can set it.
+bool IsComputedOfMessages(ULONG id);
+
+/// The bytes that an object's properties take.
+size_t SizeOf(const PropertyBag& bag);
 
 /// A message's content held in memory: what an embedded message's SaveChanges leaves until the outer one is saved.
 std::shared_ptr<const MessageContent> MakeMessageContent(PropertyBag properties, std::vector<PropertyBag> recipients,
@@ -16,15 +20,17 @@ class MessageState : public std::enable_shared_from_this<MessageState>
 {
 public:
     /// A message of the store.
-    static std::shared_ptr<MessageState> Open(std::shared_ptr<const Session> session, const Node& node,
-                                              bool modifiable);
+    static std::shared_ptr<MessageState> Open(std::shared_ptr<Session> session, const Node& node, bool modifiable);
     /// A message that its first save puts into the folder.
-    static std::shared_ptr<MessageState> Create(std::shared_ptr<const Session> session, NodeId folder, bool associated);
-    /// The message embedded in an attachment; `content` is null for a new one.
-    static std::shared_ptr<MessageState> Embed(std::shared_ptr<AttachmentState> owner,
-                                               std::shared_ptr<const MessageContent> content, bool modifiable);
+    static std::shared_ptr<MessageState> Create(std::shared_ptr<Session> session, NodeId folder, bool associated);
+    /// A message that lies in an attachment and not in the store; `content` is null for a new one. Its saves go to
+    /// `keep`.
+    using Keeper = std::function<void(std::shared_ptr<const MessageContent>)>;
+    static std::shared_ptr<MessageState> Embed(std::shared_ptr<Session> session,
+                                               std::shared_ptr<const MessageContent> content, bool modifiable,
+                                               Keeper keep);
 
-    const std::shared_ptr<const Session>& SessionOf() const noexcept { return m_session; }
+    const std::shared_ptr<Session>& SessionOf() const noexcept { return m_session; }
     bool Modifiable();
     /// Throws MAPI_E_OBJECT_DELETED when the message was deleted from its folder.
     void RequireAlive();
@@ -54,14 +60,14 @@ public:
     void Save(ULONG flags);
 
 private:
-    explicit MessageState(std::shared_ptr<const Session> session) : m_session(std::move(session)) {}
+    explicit MessageState(std::shared_ptr<Session> session) : m_session(std::move(session)) {}
 
     void Complete();
     std::shared_ptr<const MessageContent> Snapshot();
     /// The attachments as they are kept, read when they are first asked for. The caller holds the lock.
     std::vector<AttachmentSlot>& LoadedAttachments();
 
-    std::shared_ptr<const Session> m_session;
+    std::shared_ptr<Session> m_session;
     std::recursive_mutex m_lock;
     bool m_modifiable = false;
     bool m_new = false;
@@ -69,8 +75,8 @@ private:
     std::optional<Node> m_node;
     NodeId m_folder = 0;
     bool m_associated = false;
-    // The attachment that an embedded message lies in.
-    std::shared_ptr<AttachmentState> m_owner;
+    // Where an embedded message's saves go.
+    Keeper m_keep;
     std::shared_ptr<const MessageContent> m_content;
     PropertyBag m_properties;
     std::optional<std::vector<PropertyBag>> m_recipients;
@@ -81,41 +87,4 @@ private:
     bool m_attachmentsChanged = false;
 };
 
-/// One open attachment. Thread-safe.
-class AttachmentState : public std::enable_shared_from_this<AttachmentState>
-{
-public:
-    /// An attachment of the message; `content` is null for a new one.
-    AttachmentState(std::shared_ptr<MessageState> message, ULONG number,
-                    const std::shared_ptr<const AttachmentContent>& content, bool modifiable);
-
-    const std::shared_ptr<MessageState>& Message() const noexcept { return m_message; }
-    ULONG Number() const noexcept { return m_number; }
-    bool Modifiable();
-
-    /// As a message's.
-    std::recursive_mutex& Lock() noexcept { return m_lock; }
-
-    std::shared_ptr<const PropertySource> Properties();
-    SCODE Set(const PropValue& value);
-    SCODE Remove(ULONG tag);
-
-    /// Null when there is none.
-    std::shared_ptr<const MessageContent> Embedded();
-    void SetEmbedded(std::shared_ptr<const MessageContent> content);
-
-    void Save(ULONG flags);
-
-private:
-    std::shared_ptr<MessageState> m_message;
-    ULONG m_number;
-    std::recursive_mutex m_lock;
-    bool m_modifiable;
-    PropertyBag m_properties;
-    std::shared_ptr<const MessageContent> m_embedded;
-    bool m_changed = false;
-};
-
-/// The row of a message's attachment in its attachment table.
-PropertyBag AttachmentRow(const Session& session, const AttachmentSlot& slot);
 } // namespace Testbed::Pst

@@ -76,7 +76,7 @@ public:
 
     PropertyBag MessageSummary(const Node&) const override { return {}; }
     bool SummaryCovers(const Node&, ULONG) const override { return true; }
-    bool IsRead(const Node&) const override { return true; }
+    LONG Unread(NodeId) const override { return 0; }
 
     std::shared_ptr<const MessageContent> OpenMessage(NodeId) const override
     {

@@ -1,14 +1,9 @@
-// The file beside a PST that holds all that was changed: an SQLite database, so that what one transaction wrote is
-// there as a whole or not at all, whatever happens to the process.
+// The file beside a PST that holds all that was changed: what is where, and the properties of what was changed or made.
 #pragma once
 
+#include "testbed/pst/Database.h"
 #include "testbed/pst/PropCodec.h"
 #include "testbed/pst/StoreSource.h"
-
-#include <mutex>
-
-struct sqlite3;
-struct sqlite3_stmt;
 
 namespace Testbed::Pst
 {
@@ -16,29 +11,10 @@ namespace Testbed::Pst
 /// and embedded messages.
 using ObjectId = std::int64_t;
 
-/// An attachment of a message with the number by which clients open it.
-struct AttachmentSlot
-{
-    ULONG number = 0;
-    std::shared_ptr<const AttachmentContent> content;
-};
-
-/// What one SaveChanges of a message changes.
-struct MessageUpdate
-{
-    PropertyChanges changes;
-    /// The new recipients, when they changed.
-    std::optional<std::vector<PropertyBag>> recipients;
-    /// The new attachments, when they changed.
-    std::optional<std::vector<AttachmentSlot>> attachments;
-
-    bool Empty() const noexcept { return changes.Empty() && !recipients && !attachments; }
-};
-
-/// The overlay of one store. Thread-safe. All methods throw `Failure`: MAPI_E_NO_ACCESS when the place cannot be
-/// written to, MAPI_E_CORRUPT_STORE for a damaged file or one of another store, MAPI_E_BUSY when another process holds
-/// it, MAPI_E_NOT_ENOUGH_DISK, MAPI_E_DISK_ERROR.
-class Overlay : public std::enable_shared_from_this<Overlay>
+/// The overlay of one store: an SQLite database, so that what one transaction wrote is there as a whole or not at all,
+/// whatever happens to the process. It holds nothing of its contents in memory. Thread-safe. All methods throw
+/// `Failure` as `Database` does, and MAPI_E_CORRUPT_STORE for the overlay of another version.
+class Overlay
 {
 public:
     /// What the overlay belongs to.
@@ -50,21 +26,23 @@ public:
         std::wstring displayName;
     };
 
+    /// A folder or message that was made here, or one of the source that was moved, removed, or marked (un)read.
     struct NodeRecord
     {
         Node node;
-        /// Made here, and not only moved or removed.
-        bool created = false;
         bool removed = false;
+        bool unread = false;
+        /// The source's folder in which it was, 0 for one that was made here, and whether it was unread there.
+        NodeId origin = 0;
+        bool wasUnread = false;
+
+        bool Created() const noexcept { return origin == 0; }
     };
 
     /// An overlay at `path`. The file is opened when it is there, and else made at the first transaction.
     explicit Overlay(std::wstring path);
-    ~Overlay();
-    Overlay(const Overlay&) = delete;
-    Overlay& operator=(const Overlay&) = delete;
 
-    const std::wstring& Path() const noexcept { return m_path; }
+    const std::wstring& Path() const noexcept { return m_database.Path(); }
     /// Whether changes can be made.
     bool Writable() const noexcept { return m_writable; }
     /// What the file says it belongs to, or nothing when there is no file yet.
@@ -72,94 +50,102 @@ public:
     /// The identity that a file gets when it is made.
     void SetIdentity(Identity identity);
 
-    /// Changes when another process (or connection) has written to the file.
-    std::int64_t DataVersion();
-
-    /// All that is written while this lives becomes one unit: `Commit` keeps it, destruction without it undoes it.
+    /// A unit of changes. Throws MAPI_E_NO_ACCESS when there can be none.
     class Transaction
     {
     public:
-        explicit Transaction(Overlay& overlay);
-        ~Transaction();
-        Transaction(const Transaction&) = delete;
-        Transaction& operator=(const Transaction&) = delete;
-        void Commit();
+        explicit Transaction(Overlay& overlay) : m_transaction(overlay.ForWriting()) {}
+        void Commit() { m_transaction.Commit(); }
 
     private:
-        Overlay& m_overlay;
-        std::unique_lock<std::recursive_mutex> m_lock;
-        bool m_open = true;
+        Database::Transaction m_transaction;
     };
 
-    std::vector<NodeRecord> ReadNodes();
+    std::optional<NodeRecord> ReadNode(NodeId id);
+    /// The nodes of one kind (or another) that lie in a folder and did not come there with the source, in the order in
+    /// which they were made.
+    std::vector<NodeId> ReadChildren(NodeId folder, NodeKind kind, NodeKind otherKind);
+    /// The source's nodes that lay in a folder and do so no more.
+    std::vector<NodeId> ReadGone(NodeId folder);
+
+    /// Numbers of messages.
+    struct Counts
+    {
+        std::int64_t messages = 0;
+        std::int64_t unread = 0;
+        std::int64_t associated = 0;
+    };
+    /// What a folder has more (or less) than in the source.
+    Counts ReadCounts(NodeId folder);
+
     std::vector<NamedProperty> ReadNames();
-    /// The nodes of which properties are stored.
-    std::vector<NodeId> ReadStoredNodes();
+
+    /// What is stored of an object.
+    struct Object
+    {
+        /// The small values, and what was taken away.
+        PropertyChanges changes;
+        /// Of the large values, what they are.
+        std::vector<PropertySource::Description> large;
+        /// A message's recipients, once they have been changed.
+        std::optional<std::vector<PropertyBag>> recipients;
+        /// Whether a message's attachments are those stored here, and not the source's.
+        bool ownAttachments = false;
+
+        bool IsLarge(ULONG id) const noexcept;
+    };
+    /// Nothing when nothing is stored.
+    std::optional<Object> ReadObject(ObjectId object);
+    std::optional<PropValue> ReadLarge(ObjectId object, ULONG id);
+    /// All that is stored of an object's properties, the large ones too.
+    PropertyChanges ReadProperties(ObjectId object);
+
+    /// A part of another object (an attachment, an embedded message), and its number there.
+    struct Part
+    {
+        ObjectId object = 0;
+        std::int64_t number = 0;
+    };
+    /// The parts of an object by their numbers.
+    std::vector<Part> ReadParts(ObjectId object);
 
     // The rest writes within a transaction.
 
     void WriteNode(const NodeRecord& record);
-    /// A node number that was never used for this kind.
+    /// A node number that was never used.
     NodeId NewNode(NodeKind kind);
     void WriteName(const NamedProperty& name);
-    /// Adds `changes` to the object's stored ones.
-    void ChangeObject(ObjectId object, const PropertyChanges& changes);
-    /// Adds an update to a message's stored ones.
-    void ChangeMessage(ObjectId message, const MessageUpdate& update);
+
+    /// What is to be stored of an object, on top of what is.
+    struct Update
+    {
+        const PropertyChanges* changes = nullptr;
+        const std::vector<PropertyBag>* recipients = nullptr;
+        bool ownAttachments = false;
+    };
+    /// Stores a new object, of which nothing is stored yet.
+    void AddObject(ObjectId object, const Part& place, const Update& update);
+    /// Adds to what is stored of an object, whether or not there is something.
+    void ChangeObject(ObjectId object, const Update& update);
+    /// Stores a new part of an object and gives its number.
+    ObjectId AddPart(ObjectId parent, std::int64_t number, const Update& update);
     /// Forgets an object with all that belongs to it.
     void RemoveObject(ObjectId object);
 
-    // Reading, in and out of transactions.
-
-    /// All that is stored of an object's properties; nothing when nothing is.
-    PropertyChanges ReadObject(ObjectId object);
-
-    /// What a table shows of an object: the small values, and of the large ones what they are.
-    struct Summary
-    {
-        PropertyChanges changes;
-        std::vector<PropertySource::Description> large;
-    };
-    Summary ReadSummary(ObjectId object);
-    std::optional<PropValue> ReadLarge(ObjectId object, ULONG id);
-
-    /// The content of a message: what is stored of it over `base`, which is null for a message that was made here.
-    std::shared_ptr<const MessageContent> OpenMessage(ObjectId message, std::shared_ptr<const MessageContent> base);
-
 private:
-    friend class OverlayMessage;
-    friend class OverlayAttachment;
-    class Statement;
+    using Statement = Database::Statement;
 
-    struct AttachmentRecord
-    {
-        ObjectId object = 0;
-        ULONG number = 0;
-    };
+    Database& ForWriting();
+    bool OpenExisting();
+    void CheckFormat();
+    void Make();
+    void WriteLarge(ObjectId object, const PropValue& value, std::vector<PropertySource::Description>& large);
 
-    void Open(bool create);
-    void Close() noexcept;
-    void Execute(const char* sql);
-    [[noreturn]] void FailWith(int code, const wchar_t* action);
-    std::optional<std::vector<PropertyBag>> ReadRecipients(ObjectId message);
-    bool OwnsAttachments(ObjectId message);
-    std::vector<AttachmentRecord> ReadAttachments(ObjectId message);
-    ObjectId ReadEmbedded(ObjectId attachment);
-    void EnsureObject(ObjectId object);
-    ObjectId NewObject(ObjectId parent, std::int64_t number);
-    void WriteProperties(ObjectId object, const PropertyChanges& changes);
-    void WriteAttachments(ObjectId message, const std::vector<AttachmentSlot>& slots);
-    void CopyMessage(ObjectId message, const MessageContent& content);
-    sqlite3_stmt* Prepare(const char* sql);
-
-    std::wstring m_path;
-    std::recursive_mutex m_lock;
-    sqlite3* m_database = nullptr;
+    Database m_database;
     bool m_writable = true;
     std::optional<Identity> m_identity;
-    std::vector<std::pair<const char*, sqlite3_stmt*>> m_statements;
+    // The next numbers, so that none is used twice while something may still go by it.
+    std::int64_t m_nextNode = 0;
+    ObjectId m_nextPart = 0;
 };
-
-/// A message's attachments as slots, numbered from 0 for content that does not number them itself.
-std::vector<AttachmentSlot> SlotsOf(const MessageContent& content);
 } // namespace Testbed::Pst

@@ -225,7 +225,7 @@ public:
     PropertyBag FolderProperties(NodeId folder) const override;
     PropertyBag MessageSummary(const Node& message) const override;
     bool SummaryCovers(const Node& message, ULONG id) const override;
-    bool IsRead(const Node& message) const override;
+    LONG Unread(NodeId folder) const override;
     std::shared_ptr<const MessageContent> OpenMessage(NodeId message) const override;
     std::vector<NamedProperty> NamedProperties() const override { return m_names; }
 
@@ -542,9 +542,16 @@ bool PffFile::SummaryCovers(const Node& message, ULONG id) const
     return List(message.parent, message.kind == NodeKind::Associated).columns.contains(id);
 }
 
-bool PffFile::IsRead(const Node& message) const
+LONG PffFile::Unread(NodeId folder) const
 {
-    return (LongOf(MessageSummary(message), PR_MESSAGE_FLAGS) & MSGFLAG_READ) != 0;
+    const std::lock_guard lock(LibraryLock());
+    if (!TryFolder(folder))
+        return 0;
+    const Listing& listing = List(folder, false);
+    LONG unread = 0;
+    for (const auto& [message, summary] : listing.summaries)
+        unread += (LongOf(ReadBag(summary), PR_MESSAGE_FLAGS) & MSGFLAG_READ) == 0 ? 1 : 0;
+    return unread;
 }
 
 std::shared_ptr<const MessageContent> PffFile::OpenMessage(NodeId message) const

@@ -359,10 +359,16 @@ PropValue ReadValue(const Bytes& bytes)
     return reader.Value();
 }
 
-void PropertyChanges::Put(const PropValue& value)
+void PropertyChanges::Put(PropValue value)
 {
     m_removed.erase(value.Id());
-    m_values.Put(value);
+    m_values.Put(std::move(value));
+}
+
+void PropertyChanges::Put(const PropertyBag& values)
+{
+    for (const auto& [id, value] : values.Values())
+        Put(value);
 }
 
 void PropertyChanges::Remove(ULONG id)
@@ -389,14 +395,6 @@ void PropertyChanges::Apply(PropertyBag& target) const
         target.Erase(id);
     for (const auto& [id, value] : m_values.Values())
         target.Put(value);
-}
-
-void PropertyChanges::Merge(const PropertyChanges& next)
-{
-    for (const ULONG id : next.m_removed)
-        Remove(id);
-    for (const auto& [id, value] : next.m_values.Values())
-        Put(value);
 }
 
 Bytes WriteBags(const std::vector<PropertyBag>& bags)

@@ -24,7 +24,8 @@ PropValue ReadValue(const Bytes& bytes);
 class PropertyChanges
 {
 public:
-    void Put(const PropValue& value);
+    void Put(PropValue value);
+    void Put(const PropertyBag& values);
     void Remove(ULONG id);
     /// As if the property had never been changed.
     void Forget(ULONG id);
@@ -32,8 +33,6 @@ public:
     bool Empty() const noexcept { return m_values.Values().empty() && m_removed.empty(); }
     /// Brings the changes into `target`.
     void Apply(PropertyBag& target) const;
-    /// Adds the later changes `next` to these.
-    void Merge(const PropertyChanges& next);
 
     const PropertyBag& Values() const noexcept { return m_values; }
     const std::set<ULONG>& Removed() const noexcept { return m_removed; }

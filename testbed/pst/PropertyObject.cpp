@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <set>
 
 namespace Testbed::Pst
 {
@@ -23,58 +22,6 @@ bool IsStreamInterface(REFIID iid)
     return IsEqualIID(iid, IID_IStream) || IsEqualIID(iid, IID_ISequentialStream);
 }
 } // namespace
-
-bool IsComputedEverywhere(ULONG id)
-{
-    static const std::set<ULONG> ids = {
-        PROP_ID(PR_ENTRYID),          PROP_ID(PR_RECORD_KEY),        PROP_ID(PR_STORE_ENTRYID),
-        PROP_ID(PR_STORE_RECORD_KEY), PROP_ID(PR_MAPPING_SIGNATURE), PROP_ID(PR_OBJECT_TYPE),
-        PROP_ID(PR_ACCESS),           PROP_ID(PR_ACCESS_LEVEL),      PROP_ID(PR_STORE_SUPPORT_MASK),
-        PROP_ID(PR_MDB_PROVIDER),
-    };
-    return ids.contains(id);
-}
-
-void LayeredProperties::PutDefault(PropValue value)
-{
-    if (!m_base || !m_base->Describe(value.Id()))
-        m_computed.Put(std::move(value));
-}
-
-std::optional<PropertySource::Description> LayeredProperties::Describe(ULONG id) const
-{
-    if (const auto lazy = m_lazy.find(id); lazy != m_lazy.end())
-        return Description{lazy->second.tag, sizeof(LONG)};
-    if (auto computed = m_computed.Describe(id))
-        return computed;
-    return m_base ? m_base->Describe(id) : std::nullopt;
-}
-
-std::optional<PropValue> LayeredProperties::Load(ULONG id) const
-{
-    if (const auto lazy = m_lazy.find(id); lazy != m_lazy.end())
-        return lazy->second.compute();
-    if (auto computed = m_computed.Load(id))
-        return computed;
-    return m_base ? m_base->Load(id) : std::nullopt;
-}
-
-std::vector<ULONG> LayeredProperties::Tags() const
-{
-    std::map<ULONG, ULONG> tags;
-    if (m_base)
-        for (const ULONG tag : m_base->Tags())
-            tags[PROP_ID(tag)] = tag;
-    for (const ULONG tag : m_computed.Tags())
-        tags[PROP_ID(tag)] = tag;
-    for (const auto& [id, lazy] : m_lazy)
-        tags[id] = lazy.tag;
-    std::vector<ULONG> list;
-    list.reserve(tags.size());
-    for (const auto& [id, tag] : tags)
-        list.push_back(tag);
-    return list;
-}
 
 ComPtr<IUnknown> PropertyHost::OpenObject(ULONG, REFIID, ULONG, ULONG)
 {
@@ -132,7 +79,7 @@ ComPtr<IStream> PropertyHost::OpenStream(ULONG tag, ULONG flags)
     const auto known = properties->Describe(PROP_ID(tag));
     ULONG type = PROP_TYPE(tag);
     // An attachment's data are one property that clients name by two types.
-    if ((type == PT_UNSPECIFIED || type == PT_OBJECT) && known)
+    if (type == PT_OBJECT && known)
         type = PROP_TYPE(known->tag);
     const bool create = (flags & MAPI_CREATE) != 0;
     if (!known && !create)
@@ -177,7 +124,7 @@ ComPtr<IStream> PropertyHost::OpenStream(ULONG tag, ULONG flags)
 
 HRESULT PropertyHost::OpenPropertyBody(ULONG tag, LPCIID iid, ULONG options, ULONG flags, LPUNKNOWN* object)
 {
-    if (!iid || !object || PROP_ID(tag) == PROP_ID(PR_NULL))
+    if (!iid || !object || PROP_ID(tag) == PROP_ID(PR_NULL) || PROP_TYPE(tag) == PT_UNSPECIFIED)
         return MAPI_E_INVALID_PARAMETER;
     constexpr ULONG known = MAPI_CREATE | MAPI_MODIFY | MAPI_DEFERRED_ERRORS;
     RequireFlags(flags, known);
@@ -202,8 +149,8 @@ HRESULT PropertyHost::CopyToBody(ULONG excludedCount, LPCIID excluded, LPSPropTa
     if (!destination)
         return MAPI_E_INVALID_PARAMETER;
     const auto [selfIid, self] = Self();
-    return m_session->Support().DoCopyTo(selfIid, self, excludedCount, excluded, excludedTags, uiParam, progress, iid,
-                                         destination, flags, problems);
+    return m_session->Support()->DoCopyTo(selfIid, self, excludedCount, excluded, excludedTags, uiParam, progress, iid,
+                                          destination, flags, problems);
 }
 
 HRESULT PropertyHost::CopyPropsBody(LPSPropTagArray tags, ULONG_PTR uiParam, LPMAPIPROGRESS progress, LPCIID iid,
@@ -212,7 +159,7 @@ HRESULT PropertyHost::CopyPropsBody(LPSPropTagArray tags, ULONG_PTR uiParam, LPM
     if (!destination || !tags)
         return MAPI_E_INVALID_PARAMETER;
     const auto [selfIid, self] = Self();
-    return m_session->Support().DoCopyProps(selfIid, self, tags, uiParam, progress, iid, destination, flags, problems);
+    return m_session->Support()->DoCopyProps(selfIid, self, tags, uiParam, progress, iid, destination, flags, problems);
 }
 
 HRESULT PropertyHost::GetNamesBody(LPSPropTagArray* tags, LPGUID set, ULONG flags, ULONG* count, LPMAPINAMEID** names)
@@ -228,7 +175,7 @@ HRESULT PropertyHost::GetNamesBody(LPSPropTagArray* tags, LPGUID set, ULONG flag
         for (ULONG index = 0; index < (*tags)->cValues; ++index)
         {
             const ULONG id = PROP_ID((*tags)->aulPropTag[index]);
-            auto name = m_session->Core().NameOfId(id);
+            auto name = m_session->Core()->NameOfId(id);
             // Identifiers below 0x8000 are names of their own in the set PS_MAPI.
             if (!name && id < 0x8000 && id != 0)
                 name = PropertyName{PS_MAPI, {}, static_cast<std::int32_t>(id)};
@@ -238,7 +185,7 @@ HRESULT PropertyHost::GetNamesBody(LPSPropTagArray* tags, LPGUID set, ULONG flag
     else
     {
         std::vector<ULONG> known;
-        for (const NamedProperty& property : m_session->Core().Names())
+        for (const NamedProperty& property : m_session->Core()->Names())
         {
             const bool isText = !property.name.text.empty();
             if ((set && !IsEqualGUID(*set, property.name.set)) || (isText && (flags & MAPI_NO_STRINGS) != 0) ||
@@ -295,7 +242,7 @@ HRESULT PropertyHost::GetIdsBody(ULONG count, LPMAPINAMEID* names, ULONG flags, 
     std::vector<ULONG> ids;
     if (count == 0)
     {
-        for (const NamedProperty& property : m_session->Core().Names())
+        for (const NamedProperty& property : m_session->Core()->Names())
             ids.push_back(property.id);
     }
     else
@@ -316,7 +263,7 @@ HRESULT PropertyHost::GetIdsBody(ULONG count, LPMAPINAMEID* names, ULONG flags, 
                 copy.number = name->Kind.lID;
             wanted.push_back(std::move(copy));
         }
-        ids = m_session->Core().IdsOfNames(wanted, (flags & MAPI_CREATE) != 0);
+        ids = m_session->Core()->IdsOfNames(wanted, (flags & MAPI_CREATE) != 0);
         for (size_t index = 0; index < ids.size(); ++index)
         {
             if (ids[index] == 0 && IsEqualGUID(wanted[index].set, PS_MAPI) && wanted[index].text.empty() &&

@@ -4,52 +4,16 @@
 #include "common/ComObject.h"
 #include "common/MemoryStream.h"
 #include "testbed/common/Namespace.h"
+#include "testbed/pst/LayeredProperties.h"
 #include "testbed/pst/Session.h"
 
 namespace Testbed::Pst
 {
-/// Whether the store works this property out for each of its objects, so that no client can set it. Store, folders and
-/// messages have others of the kind besides.
-bool IsComputedEverywhere(ULONG id);
-
-/// Properties of which some are computed, in front of others.
-class LayeredProperties : public PropertySource
-{
-public:
-    /// `base` are the others; they may be null.
-    explicit LayeredProperties(std::shared_ptr<const PropertySource> base) : m_base(std::move(base)) {}
-
-    /// Puts a property in front of the base's.
-    void Put(PropValue value) { m_computed.Put(std::move(value)); }
-    /// Puts a number in front that is computed only when a client reads it.
-    void PutLazy(ULONG tag, std::function<PropValue()> compute) { m_lazy[PROP_ID(tag)] = {tag, std::move(compute)}; }
-    /// As `Put`, unless the base has the property.
-    void PutDefault(PropValue value);
-    PropertyBag& Computed() noexcept { return m_computed; }
-
-    std::optional<Description> Describe(ULONG id) const override;
-    std::optional<PropValue> Load(ULONG id) const override;
-    std::vector<ULONG> Tags() const override;
-
-private:
-    struct Lazy
-    {
-        ULONG tag = PR_NULL;
-        std::function<PropValue()> compute;
-    };
-
-    PropertyBag m_computed;
-    std::map<ULONG, Lazy> m_lazy;
-    std::shared_ptr<const PropertySource> m_base;
-};
-
 /// What `PropertyObject` needs of an object, and the bodies of the methods. Methods hold the object's lock.
 class PropertyHost : protected PropertySink
 {
 protected:
-    explicit PropertyHost(std::shared_ptr<const Session> session)
-        : m_session(std::move(session)),
-          m_lastError(componentName)
+    explicit PropertyHost(std::shared_ptr<Session> session) : m_session(std::move(session)), m_lastError(componentName)
     {
     }
     ~PropertyHost() override = default;
@@ -71,6 +35,8 @@ protected:
     /// What the object's methods hold; objects over a shared state give that one's.
     virtual std::recursive_mutex& Lock() { return m_lock; }
 
+    /// Throws MAPI_E_INVALID_OBJECT once the store has been closed.
+    void RequireOpen() const { m_session->Core(); }
     /// Throws MAPI_E_NO_ACCESS unless `Modifiable`.
     void RequireModifiable();
 
@@ -88,7 +54,7 @@ protected:
     HRESULT GetNamesBody(LPSPropTagArray* tags, LPGUID set, ULONG flags, ULONG* count, LPMAPINAMEID** names);
     HRESULT GetIdsBody(ULONG count, LPMAPINAMEID* names, ULONG flags, LPSPropTagArray* tags);
 
-    std::shared_ptr<const Session> m_session;
+    std::shared_ptr<Session> m_session;
     LastError m_lastError;
 
 private:
@@ -173,7 +139,12 @@ protected:
     HRESULT Run(Body&& body)
     {
         const std::lock_guard lock(Lock());
-        return Guarded(m_lastError, std::forward<Body>(body));
+        return Guarded(m_lastError,
+                       [&]() -> HRESULT
+                       {
+                           RequireOpen();
+                           return body();
+                       });
     }
 };
 } // namespace Testbed::Pst

@@ -58,6 +58,7 @@ class Provider final : public ComObject<IMSProvider, &IID_IMSProvider>
 {
 public:
     explicit Provider(const MapiMemory& memory) : m_memory(memory) {}
+    ~Provider() override { CloseAll(); }
 
     MAPI_IMSPROVIDER_METHODS(override)
 
@@ -69,68 +70,123 @@ private:
         LPENTRYID entryId = nullptr;
         ULONG flags = 0;
         LPCIID iid = nullptr;
-        // Of the two logons to one store only the client's own reports its state.
-        bool status = false;
+        // The spooler's logon reports no state, and does not share the client's store.
+        bool spooler = false;
         LPMAPIERROR* error = nullptr;
         LPMSLOGON* logon = nullptr;
         LPMDB* store = nullptr;
     };
 
     HRESULT LogOn(const Request& request) noexcept;
-    std::shared_ptr<const Session> OpenSession(const Request& request) const;
+    std::wstring PathOf(const Request& request) const;
+    std::shared_ptr<Session> FindOpen(const Request& request, const std::wstring& path);
+    bool GiveOpen(const Request& request, const std::wstring& path);
+    std::shared_ptr<Session> OpenSession(const Request& request, const std::wstring& path) const;
     void ReportStatus(const Session& session, IMAPISupport& support) const;
+    void CloseAll() noexcept;
 
     MapiMemory m_memory;
+    std::mutex m_lock;
+    // The client's logons, of which MAPI has one provider object for each of its sessions.
+    std::vector<std::weak_ptr<Session>> m_sessions;
 };
 
-std::shared_ptr<const Session> Provider::OpenSession(const Request& request) const
+// Whether a logon's flags ask for a store that can be written to.
+bool AsksToWrite(ULONG flags)
+{
+    return (flags & MDB_WRITE) != 0 || (flags & MAPI_BEST_ACCESS) == MAPI_BEST_ACCESS;
+}
+
+std::wstring Provider::PathOf(const Request& request) const
 {
     ComPtr<IProfSect> section;
     Check(request.support->OpenProfileSection(nullptr, 0, section.Put()),
           L"The store's profile section cannot be opened");
-    StoreSettings settings = ReadSettings(*section, m_memory);
-    if (settings.path.empty() && request.entryId)
-        settings.path = PathOfStoreEntryId(request.entryId, request.entryIdSize);
-    if (settings.path.empty())
+    std::wstring path = ReadPath(*section, m_memory);
+    if (path.empty() && request.entryId)
+        path = PathOfStoreEntryId(request.entryId, request.entryIdSize);
+    if (path.empty())
         Fail(MAPI_E_UNCONFIGURED, L"The profile names no PST file");
-    auto core = StoreCore::Open(settings.path);
+    return FullPath(path);
+}
+
+// The open store that an entry ID names (or, without one, that lies at `path`).
+std::shared_ptr<Session> Provider::FindOpen(const Request& request, const std::wstring& path)
+{
+    std::erase_if(m_sessions,
+                  [](const std::weak_ptr<Session>& known)
+                  {
+                      const auto session = known.lock();
+                      return !session || !session->IsOpen();
+                  });
+    for (const auto& known : m_sessions)
+    {
+        const auto session = known.lock();
+        if (!session)
+            continue;
+        if (path.empty() ? session->IsStore(request.entryIdSize, request.entryId)
+                         : CompareStringOrdinal(session->Path().c_str(), -1, path.c_str(), -1, TRUE) == CSTR_EQUAL)
+        {
+            return session;
+        }
+    }
+    return nullptr;
+}
+
+std::shared_ptr<Session> Provider::OpenSession(const Request& request, const std::wstring& path) const
+{
+    auto core = StoreCore::Open(path);
     if ((request.flags & MDB_WRITE) != 0 && (request.flags & MAPI_BEST_ACCESS) != MAPI_BEST_ACCESS && !core->Writable())
         Fail(MAPI_E_NO_ACCESS, L"Changes to the store cannot be kept in \"" + core->OverlayPath() + L"\"");
-    Bytes entryId;
+    Session::Options options;
     if (request.entryId && request.entryIdSize != 0)
     {
         const auto* bytes = reinterpret_cast<const BYTE*>(request.entryId);
-        entryId.assign(bytes, bytes + request.entryIdSize);
-        if (auto unwrapped = UnwrapStoreEntryId(entryId.data(), entryId.size()))
-            entryId = std::move(unwrapped->entryId);
+        options.storeEntryId.assign(bytes, bytes + request.entryIdSize);
+        if (auto unwrapped = UnwrapStoreEntryId(options.storeEntryId.data(), options.storeEntryId.size()))
+            options.storeEntryId = std::move(unwrapped->entryId);
     }
     else
     {
-        entryId = MakeStoreEntryId(settings.provider, core->Path());
+        options.storeEntryId = MakeStoreEntryId(core->Path());
     }
-    Bytes wrapped = Wrap(*request.support, m_memory, entryId);
-    const bool unicode = (request.flags & logonAnsi) == 0 &&
-                         ((request.flags & logonUnicode) != 0 || ProfileSaysUnicode(*request.support, m_memory));
+    options.wrappedEntryId = Wrap(*request.support, m_memory, options.storeEntryId);
+    options.unicode = (request.flags & logonAnsi) == 0 &&
+                      ((request.flags & logonUnicode) != 0 || ProfileSaysUnicode(*request.support, m_memory));
+    options.writable = AsksToWrite(request.flags);
     return std::make_shared<Session>(std::move(core), m_memory, ComPtr<IMAPISupport>(request.support),
-                                     std::move(entryId), std::move(wrapped), settings.provider, unicode);
+                                     std::move(options));
 }
 
 void Provider::ReportStatus(const Session& session, IMAPISupport& support) const
 {
-    const PropertyBag store = session.Core().StoreProperties();
+    const PropertyBag store = session.Core()->StoreProperties();
     const std::wstring name = TextOf(store, PR_DISPLAY_NAME);
-    const Bytes& recordKey = session.Core().RecordKey();
+    const Bytes& recordKey = session.Core()->RecordKey();
     const std::vector<PropValue> row = {
         PropValue::String(PR_PROVIDER_DISPLAY_W, providerDisplay),
-        PropValue::String(PR_DISPLAY_NAME_W, name.empty() ? session.Core().Path() : name),
+        PropValue::String(PR_DISPLAY_NAME_W, name.empty() ? session.Core()->Path() : name),
         PropValue::Long(PR_STATUS_CODE, STATUS_AVAILABLE),
         PropValue::Long(PR_RESOURCE_METHODS, 0),
-        PropValue::String(PR_IDENTITY_DISPLAY_W, name.empty() ? session.Core().Path() : name),
+        PropValue::String(PR_IDENTITY_DISPLAY_W, name.empty() ? session.Core()->Path() : name),
         PropValue::Binary(PR_IDENTITY_ENTRYID, session.EntryId(Nodes::store)),
         PropValue::Binary(PR_IDENTITY_SEARCH_KEY, recordKey),
     };
     const MapiBlock<SPropValue> values(m_memory, MakePropArray(m_memory, row));
     Check(support.ModifyStatusRow(static_cast<ULONG>(row.size()), values.Get(), 0), L"The status row cannot be set");
+}
+
+// Gives the same store once more, with no logon object, when it is open; MAPI has its support object already.
+bool Provider::GiveOpen(const Request& request, const std::wstring& path)
+{
+    const auto open = request.spooler ? nullptr : FindOpen(request, path);
+    ComPtr<IMsgStore> store = open ? open->Store() : nullptr;
+    if (!store)
+        return false;
+    if (AsksToWrite(request.flags))
+        open->MakeWritable();
+    *request.store = store.Detach();
+    return true;
 }
 
 HRESULT Provider::LogOn(const Request& request) noexcept
@@ -144,23 +200,45 @@ HRESULT Provider::LogOn(const Request& request) noexcept
                   [&]() -> HRESULT
                   {
                       RequireInterface(request.iid, {&IID_IMsgStore, &IID_IMAPIProp, &IID_IUnknown});
-                      const auto session = OpenSession(request);
+                      const std::lock_guard lock(m_lock);
+                      // A store that is open already is given without a look at the profile, where its entry ID
+                      // tells which it is.
+                      if (GiveOpen(request, {}))
+                          return S_OK;
+                      const std::wstring path = PathOf(request);
+                      if (GiveOpen(request, path))
+                          return S_OK;
+                      const auto session = OpenSession(request, path);
                       MAPIUID uid{};
-                      std::memcpy(uid.ab, session->Core().RecordKey().data(), sizeof(uid.ab));
+                      std::memcpy(uid.ab, session->Core()->RecordKey().data(), sizeof(uid.ab));
                       Check(request.support->SetProviderUID(&uid, 0), L"MAPI refuses the store's identifier");
-                      ComPtr<IMsgStore> store = MakeStore(session);
                       ComPtr<IMSLogon> logon = MakeLogon(session);
-                      if (request.status)
+                      if (!request.spooler)
                           ReportStatus(*session, *request.support);
-                      *request.store = store.Detach();
+                      *request.store = MakeStore(session).Detach();
+                      if (!request.spooler)
+                          m_sessions.push_back(session);
                       if (request.logon)
                           *request.logon = logon.Detach();
                       return S_OK;
                   });
 }
 
+void Provider::CloseAll() noexcept
+{
+    std::vector<std::weak_ptr<Session>> sessions;
+    {
+        const std::lock_guard lock(m_lock);
+        sessions.swap(m_sessions);
+    }
+    for (const auto& known : sessions)
+        if (const auto session = known.lock())
+            session->Close();
+}
+
 STDMETHODIMP Provider::Shutdown(ULONG*)
 {
+    CloseAll();
     return S_OK;
 }
 
@@ -174,14 +252,14 @@ STDMETHODIMP Provider::Logon(LPMAPISUP lpMAPISup, ULONG_PTR, LPTSTR, ULONG cbEnt
         *lpcbSpoolSecurity = 0;
         *lppbSpoolSecurity = nullptr;
     }
-    return LogOn({lpMAPISup, cbEntryID, lpEntryID, ulFlags, lpInterface, true, lppMAPIError, lppMSLogon, lppMDB});
+    return LogOn({lpMAPISup, cbEntryID, lpEntryID, ulFlags, lpInterface, false, lppMAPIError, lppMSLogon, lppMDB});
 }
 
 STDMETHODIMP Provider::SpoolerLogon(LPMAPISUP lpMAPISup, ULONG_PTR, LPTSTR, ULONG cbEntryID, LPENTRYID lpEntryID,
                                     ULONG ulFlags, LPCIID lpInterface, ULONG, LPBYTE, LPMAPIERROR* lppMAPIError,
                                     LPMSLOGON* lppMSLogon, LPMDB* lppMDB)
 {
-    return LogOn({lpMAPISup, cbEntryID, lpEntryID, ulFlags, lpInterface, false, lppMAPIError, lppMSLogon, lppMDB});
+    return LogOn({lpMAPISup, cbEntryID, lpEntryID, ulFlags, lpInterface, true, lppMAPIError, lppMSLogon, lppMDB});
 }
 
 STDMETHODIMP Provider::CompareStoreIDs(ULONG cbEntryID1, LPENTRYID lpEntryID1, ULONG cbEntryID2, LPENTRYID lpEntryID2,
@@ -204,23 +282,21 @@ void StoreSettingsIn(IProfSect& section, const MapiMemory& memory, const std::ve
 }
 
 // Keeps the settings of a service in the profile: in its own section, and in that of its store provider.
-void ConfigureService(IMAPISupport* support, IProviderAdmin& admin, const MapiMemory& memory,
-                      const StoreSettings& settings)
+void ConfigureService(IMAPISupport* support, IProviderAdmin& admin, const MapiMemory& memory, const std::wstring& path)
 {
     ComPtr<IProfSect> service;
     Check(admin.OpenProfileSection(nullptr, nullptr, MAPI_MODIFY, service.Put()),
           L"The service's profile section cannot be opened");
-    const size_t begin = settings.path.find_last_of(L"\\/") + 1;
+    const size_t begin = path.find_last_of(L"\\/") + 1;
     std::vector<PropValue> values = {
-        PropValue::String(Testbed::Tags::pstPathW, settings.path),
-        PropValue::Uid(PR_MDB_PROVIDER, settings.provider),
+        PropValue::String(Testbed::Tags::pstPathW, path),
+        PropValue::Uid(PR_MDB_PROVIDER, providerUid),
         PropValue::String(PR_PROVIDER_DISPLAY_W, providerDisplay),
-        PropValue::String(PR_DISPLAY_NAME_W, settings.path.substr(begin)),
+        PropValue::String(PR_DISPLAY_NAME_W, path.substr(begin)),
     };
     if (support)
     {
-        const Bytes wrapped =
-            Wrap(*support, memory, MakeStoreEntryId(settings.provider, StoreCore::FullPath(settings.path)));
+        const Bytes wrapped = Wrap(*support, memory, MakeStoreEntryId(FullPath(path)));
         if (!wrapped.empty())
         {
             values.push_back(PropValue::Binary(PR_ENTRYID, wrapped));
@@ -272,21 +348,21 @@ HRESULT RunService(LPMAPISUP support, ULONG flags, ULONG context, ULONG count, L
                       {
                           if (count != 0 && !values)
                               return MAPI_E_INVALID_PARAMETER;
-                          StoreSettings settings = ReadSettings(count, values);
-                          if (settings.path.empty() && admin && memory)
+                          std::wstring path = ReadPath(count, values);
+                          if (path.empty() && admin && memory)
                           {
                               ComPtr<IProfSect> section;
                               if (SUCCEEDED(admin->OpenProfileSection(nullptr, nullptr, 0, section.Put())))
-                                  settings = ReadSettings(*section, memory);
+                                  path = ReadPath(*section, memory);
                           }
-                          if (settings.path.empty())
+                          if (path.empty())
                           {
                               // A new service is given its path by a later call; there is no dialog to ask for it.
                               return context == MSG_SERVICE_CREATE ? S_OK : MAPI_E_UNCONFIGURED;
                           }
                           // Without an administration object the caller keeps the settings itself.
                           if (admin && memory)
-                              ConfigureService(support, *admin, memory, settings);
+                              ConfigureService(support, *admin, memory, path);
                           return S_OK;
                       }
                       case MSG_SERVICE_PROVIDER_CREATE:

@@ -388,7 +388,12 @@ public:
     // Whatever is not in the summary is cheap to make.
     bool SummaryCovers(const Node&, ULONG) const override { return false; }
 
-    bool IsRead(const Node& message) const override { return Message(message.id).IsRead(); }
+    LONG Unread(NodeId folder) const override
+    {
+        const std::vector<NodeId> messages = Messages(folder, false);
+        return static_cast<LONG>(std::count_if(messages.begin(), messages.end(),
+                                               [this](NodeId message) { return !Message(message).IsRead(); }));
+    }
 
     std::shared_ptr<const MessageContent> OpenMessage(NodeId message) const override
     {

@@ -6,6 +6,8 @@
 #include "testbed/common/Namespace.h"
 #include "testbed/pst/StoreCore.h"
 
+#include <atomic>
+
 namespace Testbed::Pst
 {
 /// The name of this module in extended errors.
@@ -19,24 +21,60 @@ constexpr ULONG storeUnicodeMask = PROP_TAG(PT_LONG, 0x340F);
 constexpr ULONG internetCodePage = PROP_TAG(PT_LONG, 0x3FDE);
 } // namespace Tags
 
-/// One logon to a store. Immutable but for the notifications that it sends; thread-safe.
+/// The store object of a logon, for others of the logon that may outlive it.
+class StoreObject
+{
+public:
+    /// A new reference to the store, or null when the last one is being released.
+    virtual ComPtr<IMsgStore> Share() noexcept = 0;
+
+protected:
+    ~StoreObject() = default;
+};
+
+/// One logon to a store, from `IMSProvider::Logon` until the store's last release, `IMSLogon::Logoff` or the provider's
+/// shutdown, whichever comes first. After that all that needs the store or MAPI throws MAPI_E_INVALID_OBJECT.
+/// Thread-safe.
 class Session
 {
 public:
-    /// `storeEntryId` is the store's own, unwrapped entry ID, `wrappedEntryId` what clients see of it. `unicode` says
-    /// whether the store presents itself as one that knows wide strings.
-    Session(std::shared_ptr<StoreCore> core, const MapiMemory& memory, ComPtr<IMAPISupport> support, Bytes storeEntryId,
-            Bytes wrappedEntryId, const MAPIUID& provider, bool unicode);
+    struct Options
+    {
+        /// The store's own, unwrapped entry ID, and what clients see of it.
+        Bytes storeEntryId;
+        Bytes wrappedEntryId;
+        /// Whether the store presents itself as one that knows wide strings.
+        bool unicode = false;
+        /// Whether the client asked to write.
+        bool writable = false;
+    };
+    Session(std::shared_ptr<StoreCore> core, const MapiMemory& memory, ComPtr<IMAPISupport> support, Options options);
 
-    StoreCore& Core() const noexcept { return *m_core; }
+    std::shared_ptr<StoreCore> Core() const;
+    ComPtr<IMAPISupport> Support() const;
     const MapiMemory& Memory() const noexcept { return m_memory; }
-    IMAPISupport& Support() const noexcept { return *m_support; }
-    const MAPIUID& Provider() const noexcept { return m_provider; }
-    const Bytes& WrappedEntryId() const noexcept { return m_wrappedEntryId; }
-    bool Writable() const noexcept { return m_core->Writable(); }
+    /// The store's path, which outlives the logon's end.
+    const std::wstring& Path() const noexcept { return m_path; }
+    const Bytes& WrappedEntryId() const noexcept { return m_options.wrappedEntryId; }
+    bool Writable() const noexcept { return m_writable; }
+    /// For a further logon of the same session that asks to write.
+    void MakeWritable() noexcept { m_writable = m_canWrite; }
+
+    /// The logon's one store object; null once that is gone.
+    ComPtr<IMsgStore> Store() const;
+    /// Set by the store object at its beginning, and at its end with null.
+    void SetStore(StoreObject* store);
+
+    /// Tells the transports of the store's end, once in the life of the logon, and gives what MAPI says to that
+    /// (LOGOFF_COMPLETE when it has been said before). `flags` is one of LOGOFF_ABORT and its like.
+    ULONG LogoffTransports(ULONG flags) noexcept;
+    /// Ends the logon: gives back the store's contents and MAPI's support object. May be called again, from within that
+    /// object's release as well.
+    void Close() noexcept;
+    bool IsOpen() const noexcept;
 
     /// `flags` without MAPI_UNICODE for a store that presents itself as an ANSI store.
-    ULONG Flags(ULONG flags) const noexcept { return m_unicode ? flags : flags & ~MAPI_UNICODE; }
+    ULONG Flags(ULONG flags) const noexcept { return m_options.unicode ? flags : flags & ~MAPI_UNICODE; }
     /// PR_STORE_SUPPORT_MASK (and PR_STORE_UNICODE_MASK).
     LONG SupportMask() const noexcept;
 
@@ -63,13 +101,18 @@ public:
     HRESULT Unadvise(ULONG connection) const;
 
 private:
-    std::shared_ptr<StoreCore> m_core;
     MapiMemory m_memory;
+    Options m_options;
+    Bytes m_recordKey;
+    std::wstring m_path;
+    bool m_canWrite;
+    std::atomic<bool> m_writable;
+    mutable std::mutex m_lock;
+    std::shared_ptr<StoreCore> m_core;
     ComPtr<IMAPISupport> m_support;
-    Bytes m_storeEntryId;
-    Bytes m_wrappedEntryId;
-    MAPIUID m_provider;
-    bool m_unicode;
+    bool m_transportsTold = false;
+    mutable std::mutex m_storeLock;
+    StoreObject* m_store = nullptr;
 };
 
 /// The current time as PT_SYSTIME keeps it.

@@ -1,5 +1,4 @@
-// IMsgStore over a session, and the opening of entries. The store object is always open for writing when the overlay
-// can be written, and its property changes take effect at once.
+// IMsgStore over a session, and the opening of entries. Property changes take effect at once.
 #include "testbed/pst/Store.h"
 
 #include "common/Text.h"
@@ -45,10 +44,16 @@ bool IsClassOf(const std::wstring& messageClass, const std::wstring& parent)
     return parent.empty() || messageClass == parent || messageClass.starts_with(parent + L".");
 }
 
-class Store final : public PropertyObject<IMsgStore, &IID_IMsgStore, &IID_IMAPIProp>
+class Store final : public PropertyObject<IMsgStore, &IID_IMsgStore, &IID_IMAPIProp>, private StoreObject
 {
 public:
-    explicit Store(std::shared_ptr<const Session> session) : PropertyObject(std::move(session)) {}
+    explicit Store(std::shared_ptr<Session> session) : PropertyObject(std::move(session)) { m_session->SetStore(this); }
+    ~Store() override
+    {
+        m_session->SetStore(nullptr);
+        m_session->LogoffTransports(LOGOFF_ABORT);
+        m_session->Close();
+    }
 
     MAPI_IMSGSTORE_METHODS(override)
 
@@ -68,7 +73,8 @@ private:
         Bytes entryId;
     };
 
-    StoreCore& Core() const { return m_session->Core(); }
+    std::shared_ptr<StoreCore> Core() const { return m_session->Core(); }
+    ComPtr<IMsgStore> Share() noexcept override { return TryAddRef() ? ComPtr<IMsgStore>::Attach(this) : nullptr; }
     std::vector<ReceiveFolder> ReceiveFolders() const;
     Bytes DefaultReceiveFolder() const;
 
@@ -77,20 +83,20 @@ private:
 
 std::shared_ptr<const PropertySource> Store::Properties()
 {
-    PropertyBag stored = Core().StoreProperties();
+    PropertyBag stored = Core()->StoreProperties();
     stored.Erase(PROP_ID(receiveClasses));
     stored.Erase(PROP_ID(receiveFolders));
     auto layered = std::make_shared<LayeredProperties>(std::make_shared<PropertyBag>(std::move(stored)));
     PropertyBag& computed = layered->Computed();
     m_session->PutCommon(computed);
     computed.Put(PropValue::Binary(PR_ENTRYID, m_session->WrappedEntryId()));
-    computed.Put(PropValue::Binary(PR_RECORD_KEY, Core().RecordKey()));
+    computed.Put(PropValue::Binary(PR_RECORD_KEY, Core()->RecordKey()));
     computed.Put(PropValue::Long(PR_OBJECT_TYPE, MAPI_STORE));
     computed.Put(PropValue::Long(PR_ACCESS, m_session->Writable() ? allAccess : MAPI_ACCESS_READ));
     computed.Put(PropValue::Long(PR_ACCESS_LEVEL, m_session->Writable() ? MAPI_MODIFY : 0));
     computed.Put(PropValue::Long(Tags::storeUnicodeMask, m_session->SupportMask()));
-    const size_t begin = Core().Path().rfind(L'\\') + 1;
-    layered->PutDefault(PropValue::String(PR_DISPLAY_NAME_W, Core().Path().substr(begin)));
+    const size_t begin = Core()->Path().rfind(L'\\') + 1;
+    layered->PutDefault(PropValue::String(PR_DISPLAY_NAME_W, Core()->Path().substr(begin)));
     layered->PutDefault(PropValue::String(PR_PROVIDER_DISPLAY_W, L"Personal Folders"));
     layered->PutDefault(PropValue::Long(PR_STORE_STATE, 0));
     layered->PutDefault(PropValue::Long(PR_STATUS_CODE, 0));
@@ -109,7 +115,7 @@ SCODE Store::Remove(ULONG tag)
 {
     if (IsComputed(PROP_ID(tag)))
         return MAPI_E_COMPUTED;
-    if (!Core().StoreProperties().Find(PROP_ID(tag)))
+    if (!Core()->StoreProperties().Find(PROP_ID(tag)))
         return MAPI_E_NOT_FOUND;
     m_changes.Remove(PROP_ID(tag));
     return S_OK;
@@ -121,19 +127,19 @@ void Store::Flush()
     {
         PropertyChanges changes;
         std::swap(changes, m_changes);
-        Core().ChangeStore(changes);
+        Core()->ChangeStore(changes);
     }
 }
 
 Bytes Store::DefaultReceiveFolder() const
 {
-    const PropertyBag store = Core().StoreProperties();
+    const PropertyBag store = Core()->StoreProperties();
     const Bytes subtree = BytesOf(store, PR_IPM_SUBTREE_ENTRYID);
     const auto node =
         m_session->NodeOf(static_cast<ULONG>(subtree.size()), reinterpret_cast<const ENTRYID*>(subtree.data()));
-    if (!node || !Core().Find(*node))
+    if (!node || !Core()->Find(*node))
         return m_session->EntryId(Nodes::root);
-    const auto inbox = Core().FindSubFolder(*node, L"Inbox");
+    const auto inbox = Core()->FindSubFolder(*node, L"Inbox");
     return m_session->EntryId(inbox ? *inbox : *node);
 }
 
@@ -141,7 +147,7 @@ std::vector<Store::ReceiveFolder> Store::ReceiveFolders() const
 {
     std::vector<ReceiveFolder> folders(1);
     folders.front().entryId = DefaultReceiveFolder();
-    const PropertyBag store = Core().StoreProperties();
+    const PropertyBag store = Core()->StoreProperties();
     const PropValue* classes = store.Find(PROP_ID(receiveClasses));
     const PropValue* entryIds = store.Find(PROP_ID(receiveFolders));
     const auto* names = classes ? classes->Get<std::vector<std::wstring>>() : nullptr;
@@ -195,19 +201,8 @@ STDMETHODIMP Store::CompareEntryIDs(ULONG cbEntryID1, LPENTRYID lpEntryID1, ULON
 STDMETHODIMP Store::OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, ULONG ulFlags,
                               ULONG* lpulObjType, LPUNKNOWN* lppUnk)
 {
-    return Run(
-        [&]() -> HRESULT
-        {
-            if (lppUnk && m_session->IsStore(cbEntryID, lpEntryID))
-            {
-                RequireInterface(lpInterface, {&IID_IMsgStore, &IID_IMAPIProp, &IID_IUnknown});
-                *lppUnk = ComPtr<IUnknown>(static_cast<IMsgStore*>(this)).Detach();
-                if (lpulObjType)
-                    *lpulObjType = MAPI_STORE;
-                return S_OK;
-            }
-            return OpenStoreEntry(m_session, cbEntryID, lpEntryID, lpInterface, ulFlags, lpulObjType, lppUnk);
-        });
+    return Run([&]() -> HRESULT
+               { return OpenStoreEntry(m_session, cbEntryID, lpEntryID, lpInterface, ulFlags, lpulObjType, lppUnk); });
 }
 
 STDMETHODIMP Store::SetReceiveFolder(LPTSTR lpszMessageClass, ULONG ulFlags, ULONG cbEntryID, LPENTRYID lpEntryID)
@@ -240,7 +235,7 @@ STDMETHODIMP Store::SetReceiveFolder(LPTSTR lpszMessageClass, ULONG ulFlags, ULO
             PropertyChanges changes;
             changes.Put(PropValue(receiveClasses, std::move(classes)));
             changes.Put(PropValue(receiveFolders, std::move(entryIds)));
-            Core().ChangeStore(changes);
+            Core()->ChangeStore(changes);
             return S_OK;
         });
 }
@@ -312,12 +307,19 @@ STDMETHODIMP Store::GetReceiveFolderTable(ULONG ulFlags, LPMAPITABLE* lppTable)
 
 STDMETHODIMP Store::StoreLogoff(ULONG* lpulFlags)
 {
-    if (lpulFlags)
-    {
-        // Nothing is ever on its way out.
-        *lpulFlags = LOGOFF_COMPLETE;
-    }
-    return S_OK;
+    return Run(
+        [&]() -> HRESULT
+        {
+            constexpr ULONG known[] = {LOGOFF_NO_WAIT, LOGOFF_ORDERLY, LOGOFF_PURGE, LOGOFF_ABORT, LOGOFF_QUIET};
+            if (!lpulFlags)
+                return MAPI_E_INVALID_PARAMETER;
+            if (std::find(std::begin(known), std::end(known), *lpulFlags) == std::end(known))
+                Fail(MAPI_E_UNKNOWN_FLAGS, L"StoreLogoff takes exactly one of its flags");
+            // The platform's pages differ on whether this is done here or at the last release; only here can the answer
+            // reach the caller.
+            *lpulFlags = m_session->LogoffTransports(*lpulFlags);
+            return S_OK;
+        });
 }
 
 // The store has no outgoing mail: there is nothing to abort, lock, finish or queue.
@@ -347,30 +349,34 @@ STDMETHODIMP Store::NotifyNewMail(LPNOTIFICATION)
 }
 } // namespace
 
-ComPtr<IMsgStore> MakeStore(std::shared_ptr<const Session> session)
+ComPtr<IMsgStore> MakeStore(std::shared_ptr<Session> session)
 {
     return MakeObject<Store>(std::move(session));
 }
 
-HRESULT OpenStoreEntry(const std::shared_ptr<const Session>& session, ULONG size, LPENTRYID entryId, LPCIID iid,
-                       ULONG flags, ULONG* type, LPUNKNOWN* object)
+HRESULT OpenStoreEntry(const std::shared_ptr<Session>& session, ULONG size, LPENTRYID entryId, LPCIID iid, ULONG flags,
+                       ULONG* type, LPUNKNOWN* object)
 {
     if (!object)
         return MAPI_E_INVALID_PARAMETER;
     constexpr ULONG noCache = 0x00000200;
     constexpr ULONG known = MAPI_MODIFY | MAPI_BEST_ACCESS | MAPI_DEFERRED_ERRORS | noCache;
     RequireFlags(flags, known);
-    session->Core().Refresh();
+    // Throws once the store is closed.
+    session->Core();
     const bool best = (flags & MAPI_BEST_ACCESS) == MAPI_BEST_ACCESS;
     const bool modify = (flags & MAPI_MODIFY) != 0;
     if (modify && !best && !session->Writable())
         Fail(MAPI_E_NO_ACCESS, L"The store is read-only");
+    const bool modifiable = session->Writable() && (modify || best);
     ComPtr<IUnknown> opened;
     ULONG openedType = MAPI_FOLDER;
     if (session->IsStore(size, entryId))
     {
         RequireInterface(iid, {&IID_IMsgStore, &IID_IMAPIProp, &IID_IUnknown});
-        opened = MakeStore(session);
+        opened = session->Store();
+        if (!opened)
+            Fail(MAPI_E_INVALID_OBJECT, L"The store is being closed");
         openedType = MAPI_STORE;
     }
     else
@@ -380,12 +386,11 @@ HRESULT OpenStoreEntry(const std::shared_ptr<const Session>& session, ULONG size
         if (IsFolder(node.kind))
         {
             RequireInterface(iid, {&IID_IMAPIFolder, &IID_IMAPIContainer, &IID_IMAPIProp, &IID_IUnknown});
-            opened = MakeFolder(session, node.id);
+            opened = MakeFolder(session, node.id, modifiable);
         }
         else
         {
             RequireInterface(iid, {&IID_IMessage, &IID_IMAPIProp, &IID_IUnknown});
-            const bool modifiable = session->Writable() && (modify || best);
             opened = MakeMessage(MessageState::Open(session, node, modifiable));
             openedType = MAPI_MESSAGE;
         }

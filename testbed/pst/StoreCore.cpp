@@ -3,10 +3,11 @@
 
 #include "common/Boundary.h"
 #include "common/Text.h"
-#include "testbed/common/Namespace.h"
+#include "testbed/pst/MessageSummary.h"
 #include "testbed/pst/NewSource.h"
 #include "testbed/pst/PffSource.h"
 #include "testbed/pst/SampleSource.h"
+#include "testbed/pst/StoreIdentity.h"
 
 #include <objbase.h>
 
@@ -22,6 +23,9 @@ constexpr wchar_t overlaySuffix[] = L".overlay";
 constexpr BYTE pstMagic[] = {'!', 'B', 'D', 'N'};
 constexpr ULONG firstName = 0x8000;
 constexpr ULONG lastName = 0xFFFE;
+// What a search folder searches for, and what it found before it was stopped, in properties that clients do not see.
+constexpr ULONG criteriaTag = PROP_TAG(PT_BINARY, 0x67FE);
+constexpr ULONG foundTag = PROP_TAG(PT_BINARY, 0x67FB);
 // More than a sample store's two lines need.
 constexpr DWORD headSize = 4096;
 
@@ -104,86 +108,6 @@ MAPIUID NewRecordKey()
     return uid;
 }
 
-// The row of a message: what its folder's table knows, with the changes of the overlay (null when it has none), and
-// only for what neither knows the message itself.
-class MessageRowSource : public PropertySource
-{
-public:
-    MessageRowSource(std::shared_ptr<Overlay> overlay, std::shared_ptr<const StoreSource> source, const Node& node,
-                     bool created)
-        : m_overlay(std::move(overlay)),
-          m_source(std::move(source)),
-          m_node(node),
-          m_created(created)
-    {
-        if (!created)
-            m_bag = m_source->MessageSummary(node);
-        if (!m_overlay)
-            return;
-        Overlay::Summary summary = m_overlay->ReadSummary(node.id);
-        summary.changes.Apply(m_bag);
-        m_removed = summary.changes.Removed();
-        m_large = std::move(summary.large);
-    }
-
-    std::optional<Description> Describe(ULONG id) const override
-    {
-        if (const Description* large = FindLarge(id))
-            return *large;
-        if (auto known = m_bag.Describe(id))
-            return known;
-        return MayHaveMore(id) ? Whole().Describe(id) : std::nullopt;
-    }
-
-    std::optional<PropValue> Load(ULONG id) const override
-    {
-        if (FindLarge(id))
-            return m_overlay->ReadLarge(m_node.id, id);
-        if (auto known = m_bag.Load(id))
-            return known;
-        return MayHaveMore(id) ? Whole().Load(id) : std::nullopt;
-    }
-
-    std::vector<ULONG> Tags() const override
-    {
-        std::vector<ULONG> tags = m_bag.Tags();
-        for (const Description& large : m_large)
-            tags.push_back(large.tag);
-        return tags;
-    }
-
-private:
-    const Description* FindLarge(ULONG id) const
-    {
-        const auto found = std::find_if(m_large.begin(), m_large.end(),
-                                        [&](const Description& large) { return PROP_ID(large.tag) == id; });
-        return found == m_large.end() ? nullptr : &*found;
-    }
-
-    bool MayHaveMore(ULONG id) const
-    {
-        return !m_created && !m_removed.contains(id) && !m_source->SummaryCovers(m_node, id);
-    }
-
-    const PropertyBag& Whole() const
-    {
-        const std::lock_guard lock(m_lock);
-        if (!m_whole)
-            m_whole = m_source->OpenMessage(m_node.id)->Properties();
-        return *m_whole;
-    }
-
-    std::shared_ptr<Overlay> m_overlay;
-    std::shared_ptr<const StoreSource> m_source;
-    Node m_node;
-    bool m_created;
-    PropertyBag m_bag;
-    std::set<ULONG> m_removed;
-    std::vector<Description> m_large;
-    mutable std::mutex m_lock;
-    mutable std::optional<PropertyBag> m_whole;
-};
-
 std::mutex g_openLock;
 std::map<std::wstring, std::weak_ptr<StoreCore>>& OpenStores()
 {
@@ -192,28 +116,13 @@ std::map<std::wstring, std::weak_ptr<StoreCore>>& OpenStores()
 }
 } // namespace
 
-std::wstring StoreCore::FullPath(const std::wstring& path)
-{
-    std::wstring cleaned = path;
-    std::replace(cleaned.begin(), cleaned.end(), L'/', L'\\');
-    const DWORD size = GetFullPathNameW(cleaned.c_str(), 0, nullptr, nullptr);
-    if (size == 0)
-        return cleaned;
-    std::wstring full(size, L'\0');
-    full.resize(GetFullPathNameW(cleaned.c_str(), size, full.data(), nullptr));
-    return full;
-}
-
 std::shared_ptr<StoreCore> StoreCore::Open(const std::wstring& givenPath)
 {
     const std::wstring path = FullPath(givenPath);
     const std::lock_guard lock(g_openLock);
     std::weak_ptr<StoreCore>& known = OpenStores()[Upper(path)];
     if (auto open = known.lock())
-    {
-        open->Refresh();
         return open;
-    }
 
     const DWORD attributes = GetFileAttributesW(path.c_str());
     if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
@@ -268,74 +177,21 @@ StoreCore::StoreCore(std::wstring path, std::shared_ptr<const StoreSource> sourc
     : m_path(std::move(path)),
       m_source(std::move(source)),
       m_overlay(std::move(overlay)),
-      m_recordKey(BytesOf(m_source->StoreProperties(), PR_RECORD_KEY))
+      m_recordKey(BytesOf(m_source->StoreProperties(), PR_RECORD_KEY)),
+      m_names(m_source->NamedProperties())
 {
-    Reload(true);
-}
-
-StoreCore::Write::~Write()
-{
-    if (!m_committed)
-    {
-        // What was noted of the changes is not so; the next reader loads the index afresh.
-        m_core.m_dataVersion = -1;
-    }
-}
-
-void StoreCore::Write::Commit()
-{
-    m_transaction.Commit();
-    m_committed = true;
-}
-
-void StoreCore::Reload(bool force)
-{
-    const std::int64_t version = m_overlay->DataVersion();
-    if (force || version != m_dataVersion)
-    {
-        LoadIndex();
-        m_dataVersion = version;
-    }
-}
-
-void StoreCore::Refresh()
-{
-    const std::lock_guard lock(m_lock);
-    Reload(false);
-}
-
-void StoreCore::LoadIndex()
-{
-    m_changes.clear();
-    m_children.clear();
-    m_stored.clear();
-    for (const NodeId id : m_overlay->ReadStoredNodes())
-        m_stored.insert(id);
-    for (const Overlay::NodeRecord& record : m_overlay->ReadNodes())
-    {
-        m_changes[record.node.id] = {record.node.parent, record.node.kind, record.created, record.removed};
-        if (!record.removed)
-            m_children[record.node.parent].insert(record.node.id);
-    }
-    m_names = m_source->NamedProperties();
     for (NamedProperty& name : m_overlay->ReadNames())
         m_names.push_back(std::move(name));
-    m_generations.clear();
-    m_counts.clear();
-    ++m_generation;
-}
-
-void StoreCore::Touch(NodeId folder)
-{
-    m_generations[folder] = ++m_generation;
 }
 
 std::uint64_t StoreCore::Generation(NodeId folder)
 {
     const std::lock_guard lock(m_lock);
-    // A folder that was not touched since the index was loaded has the number 0 of that time, whatever it was before.
+    // What a search finds may change with any message.
+    if (IsCreated(folder) && KindOf(folder) == NodeKind::SearchFolder)
+        return m_generation;
     const auto found = m_generations.find(folder);
-    return found == m_generations.end() ? static_cast<std::uint64_t>(m_dataVersion) << 32 : found->second;
+    return found == m_generations.end() ? 0 : found->second;
 }
 
 std::uint64_t StoreCore::Generation()
@@ -344,16 +200,34 @@ std::uint64_t StoreCore::Generation()
     return m_generation;
 }
 
+std::shared_ptr<void> StoreCore::Watch(Watcher changed)
+{
+    auto watcher = std::make_shared<Watcher>(std::move(changed));
+    const std::lock_guard lock(m_watchLock);
+    std::erase_if(m_watchers, [](const auto& known) { return known.expired(); });
+    m_watchers.push_back(watcher);
+    return watcher;
+}
+
+void StoreCore::Announce(const std::vector<NodeId>& nodes)
+{
+    std::vector<std::shared_ptr<Watcher>> told;
+    {
+        const std::lock_guard lock(m_watchLock);
+        for (const auto& known : m_watchers)
+            if (auto watcher = known.lock())
+                told.push_back(std::move(watcher));
+    }
+    for (const auto& watcher : told)
+        (*watcher)(nodes);
+}
+
 std::optional<Node> StoreCore::Find(NodeId id)
 {
     const std::lock_guard lock(m_lock);
-    const auto change = m_changes.find(id);
-    std::optional<Node> node;
-    if (change == m_changes.end())
-        node = m_source->Find(id);
-    else if (!change->second.removed)
-        node = Node{id, change->second.kind, change->second.parent};
-    return node;
+    if (const auto record = m_overlay->ReadNode(id))
+        return record->removed ? std::nullopt : std::optional(record->node);
+    return m_source->Find(id);
 }
 
 Node StoreCore::Require(NodeId id)
@@ -364,41 +238,60 @@ Node StoreCore::Require(NodeId id)
     return *node;
 }
 
-std::vector<NodeId> StoreCore::Merge(const std::vector<NodeId>& own, NodeId folder, NodeKind kind, NodeKind otherKind)
+// What the overlay is to say of a node, as it is before a change.
+Overlay::NodeRecord StoreCore::RequireRecord(NodeId id)
 {
-    std::vector<NodeId> merged;
-    merged.reserve(own.size());
-    for (const NodeId id : own)
+    auto record = m_overlay->ReadNode(id);
+    if (!record)
     {
-        const auto change = m_changes.find(id);
-        const bool search = KindOf(folder) == NodeKind::SearchFolder;
-        if (change == m_changes.end() || (!change->second.removed && (search || change->second.parent == folder)))
-            merged.push_back(id);
+        if (const auto node = m_source->Find(id))
+        {
+            record.emplace();
+            record->node = *node;
+            record->origin = node->parent;
+            if (node->kind == NodeKind::Message)
+                record->wasUnread = (LongOf(m_source->MessageSummary(*node), PR_MESSAGE_FLAGS) & MSGFLAG_READ) == 0;
+            record->unread = record->wasUnread;
+        }
     }
-    const auto children = m_children.find(folder);
-    if (children == m_children.end())
-        return merged;
-    const std::set<NodeId> present(merged.begin(), merged.end());
-    for (const NodeId id : children->second)
+    if (!record || record->removed)
+        Fail(MAPI_E_OBJECT_DELETED, L"The object has been deleted");
+    return *record;
+}
+
+std::vector<NodeId> StoreCore::Merge(std::vector<NodeId> own, NodeId folder, NodeKind kind, NodeKind otherKind)
+{
+    if (KindOf(folder) == NodeKind::SearchFolder)
     {
-        const Change& change = m_changes.at(id);
-        if ((change.kind == kind || change.kind == otherKind) && !present.contains(id))
-            merged.push_back(id);
+        std::erase_if(own, [this](NodeId id) { return !Find(id); });
+        return own;
     }
-    return merged;
+    if (!own.empty())
+    {
+        const std::vector<NodeId> gone = m_overlay->ReadGone(folder);
+        std::erase_if(own, [&](NodeId id) { return std::binary_search(gone.begin(), gone.end(), id); });
+    }
+    const std::vector<NodeId> added = m_overlay->ReadChildren(folder, kind, otherKind);
+    own.insert(own.end(), added.begin(), added.end());
+    return own;
 }
 
 std::vector<NodeId> StoreCore::SubFolders(NodeId folder)
 {
     const std::lock_guard lock(m_lock);
-    return Merge(m_source->SubFolders(folder), folder, NodeKind::Folder, NodeKind::SearchFolder);
+    std::vector<NodeId> own = IsCreated(folder) ? std::vector<NodeId>() : m_source->SubFolders(folder);
+    return Merge(std::move(own), folder, NodeKind::Folder, NodeKind::SearchFolder);
 }
 
 std::vector<NodeId> StoreCore::Messages(NodeId folder, bool associated)
 {
     const std::lock_guard lock(m_lock);
     const NodeKind kind = associated ? NodeKind::Associated : NodeKind::Message;
-    return Merge(m_source->Messages(folder, associated), folder, kind, kind);
+    if (!IsCreated(folder))
+        return Merge(m_source->Messages(folder, associated), folder, kind, kind);
+    if (KindOf(folder) == NodeKind::SearchFolder)
+        return associated ? std::vector<NodeId>() : Search(folder).messages;
+    return Merge({}, folder, kind, kind);
 }
 
 std::vector<std::pair<NodeId, int>> StoreCore::FoldersBelow(NodeId folder)
@@ -443,25 +336,27 @@ std::optional<NodeId> StoreCore::FindSubFolder(NodeId parent, const std::wstring
 StoreCore::Counts StoreCore::Count(NodeId folder)
 {
     const std::lock_guard lock(m_lock);
-    const std::uint64_t generation = Generation(folder);
-    const auto known = m_counts.find(folder);
-    if (known != m_counts.end() && known->second.first == generation)
-        return known->second.second;
-    Counts counts;
-    const std::vector<NodeId> messages = Messages(folder, false);
-    counts.messages = static_cast<LONG>(messages.size());
-    counts.associated = static_cast<LONG>(Messages(folder, true).size());
-    counts.subFolders = static_cast<LONG>(SubFolders(folder).size());
-    for (const NodeId id : messages)
+    if (IsCreated(folder) && KindOf(folder) == NodeKind::SearchFolder)
     {
-        const auto node = Find(id);
-        if (!node)
-            continue;
-        const bool own = !m_stored.contains(id) && !m_changes.contains(id);
-        const bool read = own ? m_source->IsRead(*node) : (MessageLong(*node, PR_MESSAGE_FLAGS) & MSGFLAG_READ) != 0;
-        counts.unread += read ? 0 : 1;
+        const Found& found = Search(folder);
+        return {static_cast<LONG>(found.messages.size()), found.unread, 0};
     }
-    m_counts[folder] = {generation, counts};
+    Counts counts;
+    if (!IsCreated(folder))
+    {
+        const auto [known, added] = m_sourceCounts.try_emplace(folder);
+        if (added)
+        {
+            known->second.messages = static_cast<LONG>(m_source->Messages(folder, false).size());
+            known->second.associated = static_cast<LONG>(m_source->Messages(folder, true).size());
+            known->second.unread = m_source->Unread(folder);
+        }
+        counts = known->second;
+    }
+    const Overlay::Counts more = m_overlay->ReadCounts(folder);
+    counts.messages += static_cast<LONG>(more.messages);
+    counts.associated += static_cast<LONG>(more.associated);
+    counts.unread += static_cast<LONG>(more.unread);
     return counts;
 }
 
@@ -469,16 +364,16 @@ PropertyBag StoreCore::StoreProperties()
 {
     const std::lock_guard lock(m_lock);
     PropertyBag bag = m_source->StoreProperties();
-    m_overlay->ReadObject(Nodes::store).Apply(bag);
+    m_overlay->ReadProperties(Nodes::store).Apply(bag);
     return bag;
 }
 
 void StoreCore::ChangeStore(const PropertyChanges& changes)
 {
     const std::lock_guard lock(m_lock);
-    Write write(*this);
-    StoreObject(Nodes::store, changes);
-    write.Commit();
+    Overlay::Transaction transaction(*m_overlay);
+    m_overlay->ChangeObject(Nodes::store, {&changes, nullptr, false});
+    transaction.Commit();
     ++m_generation;
 }
 
@@ -487,131 +382,177 @@ PropertyBag StoreCore::FolderProperties(NodeId folder)
     const std::lock_guard lock(m_lock);
     Require(folder);
     PropertyBag bag = IsCreated(folder) ? PropertyBag() : m_source->FolderProperties(folder);
-    if (m_stored.contains(folder))
-        m_overlay->ReadObject(folder).Apply(bag);
+    m_overlay->ReadProperties(folder).Apply(bag);
+    bag.Erase(PROP_ID(criteriaTag));
+    bag.Erase(PROP_ID(foundTag));
     return bag;
 }
 
 void StoreCore::ChangeFolder(NodeId folder, const PropertyChanges& changes)
 {
     const std::lock_guard lock(m_lock);
-    Write write(*this);
     const Node node = Require(folder);
-    StoreObject(folder, changes);
-    write.Commit();
+    Overlay::Transaction transaction(*m_overlay);
+    m_overlay->ChangeObject(folder, {&changes, nullptr, false});
+    transaction.Commit();
     Touch(node.parent);
 }
 
-bool StoreCore::IsCreated(NodeId id) const
-{
-    const auto change = m_changes.find(id);
-    return change != m_changes.end() && change->second.created;
-}
-
-void StoreCore::StoreObject(NodeId id, const PropertyChanges& changes)
-{
-    m_overlay->ChangeObject(id, changes);
-    m_stored.insert(id);
-}
-
-void StoreCore::PutNode(const Node& node, bool created, bool removed)
-{
-    m_overlay->WriteNode({node, created, removed});
-    const auto known = m_changes.find(node.id);
-    if (known != m_changes.end())
-        m_children[known->second.parent].erase(node.id);
-    m_changes[node.id] = {node.parent, node.kind, created, removed};
-    if (!removed)
-        m_children[node.parent].insert(node.id);
-}
-
-NodeId StoreCore::CreateFolder(NodeId parent, const PropertyBag& properties)
+NodeId StoreCore::CreateFolder(NodeId parent, NodeKind kind, const PropertyBag& properties)
 {
     const std::lock_guard lock(m_lock);
-    Write write(*this);
     Require(parent);
-    const Node node{m_overlay->NewNode(NodeKind::Folder), NodeKind::Folder, parent};
+    Overlay::Transaction transaction(*m_overlay);
+    Overlay::NodeRecord record;
+    record.node = {m_overlay->NewNode(kind), kind, parent};
     PropertyChanges changes;
-    for (const auto& [id, value] : properties.Values())
-        changes.Put(value);
-    StoreObject(node.id, changes);
-    PutNode(node, true, false);
-    write.Commit();
+    changes.Put(properties);
+    m_overlay->AddObject(record.node.id, {}, {&changes, nullptr, false});
+    m_overlay->WriteNode(record);
+    transaction.Commit();
     Touch(parent);
-    return node.id;
+    return record.node.id;
 }
 
 void StoreCore::MoveFolder(NodeId folder, NodeId parent, const PropertyChanges& changes)
 {
     const std::lock_guard lock(m_lock);
-    Write write(*this);
-    Node node = Require(folder);
+    Overlay::NodeRecord record = RequireRecord(folder);
     Require(parent);
     if (IsBelow(parent, folder))
         Fail(MAPI_E_FOLDER_CYCLE, L"A folder cannot be moved into itself");
-    const NodeId before = node.parent;
-    node.parent = parent;
-    PutNode(node, IsCreated(folder), false);
+    const NodeId before = std::exchange(record.node.parent, parent);
+    Overlay::Transaction transaction(*m_overlay);
+    m_overlay->WriteNode(record);
     if (!changes.Empty())
-        StoreObject(folder, changes);
-    write.Commit();
+        m_overlay->ChangeObject(folder, {&changes, nullptr, false});
+    transaction.Commit();
     Touch(before);
     Touch(parent);
 }
 
-void StoreCore::RemoveMessage(const Node& message)
+void StoreCore::RemoveNode(NodeId id)
 {
-    const bool created = IsCreated(message.id);
-    if (m_stored.erase(message.id) != 0)
-        m_overlay->RemoveObject(message.id);
-    PutNode(message, created, true);
-    Touch(message.parent);
+    Overlay::NodeRecord record = RequireRecord(id);
+    m_overlay->RemoveObject(id);
+    record.removed = true;
+    m_overlay->WriteNode(record);
+    Touch(record.node.parent);
 }
 
 void StoreCore::RemoveTree(NodeId folder)
 {
-    const Node node = Require(folder);
-    if (node.kind == NodeKind::Folder)
+    if (Require(folder).kind == NodeKind::Folder)
     {
         for (const NodeId child : SubFolders(folder))
             RemoveTree(child);
         for (const bool associated : {false, true})
             for (const NodeId message : Messages(folder, associated))
-                RemoveMessage(Require(message));
+                RemoveNode(message);
     }
-    RemoveMessage(node);
+    RemoveNode(folder);
 }
 
 void StoreCore::DeleteFolder(NodeId folder)
 {
     const std::lock_guard lock(m_lock);
-    Write write(*this);
+    Overlay::Transaction transaction(*m_overlay);
     RemoveTree(folder);
-    write.Commit();
+    transaction.Commit();
+}
+
+std::optional<SearchCriteria> StoreCore::Criteria(NodeId folder)
+{
+    const std::lock_guard lock(m_lock);
+    const PropertyChanges stored = m_overlay->ReadProperties(folder);
+    const PropValue* criteria = stored.Values().Find(PROP_ID(criteriaTag));
+    return criteria ? std::optional(ReadCriteria(criteria->AsBytes())) : std::nullopt;
+}
+
+void StoreCore::SetCriteria(NodeId folder, const SearchCriteria& criteria)
+{
+    const std::lock_guard lock(m_lock);
+    const Node node = Require(folder);
+    PropertyChanges changes;
+    changes.Put(PropValue::Binary(criteriaTag, WriteCriteria(criteria)));
+    if (criteria.running)
+    {
+        changes.Remove(PROP_ID(foundTag));
+    }
+    else
+    {
+        const std::vector<NodeId>& messages = Search(folder).messages;
+        changes.Put(PropValue::Binary(foundTag, messages.data(), messages.size() * sizeof(NodeId)));
+    }
+    Overlay::Transaction transaction(*m_overlay);
+    m_overlay->ChangeObject(folder, {&changes, nullptr, false});
+    transaction.Commit();
+    m_found.erase(folder);
+    Touch(node.parent);
+}
+
+const StoreCore::Found& StoreCore::Search(NodeId folder)
+{
+    Found& found = m_found[folder];
+    if (found.generation == m_generation)
+        return found;
+    const PropertyChanges stored = m_overlay->ReadProperties(folder);
+    const PropValue* kept = stored.Values().Find(PROP_ID(criteriaTag));
+    found = {m_generation, {}, 0};
+    if (!kept)
+        return found;
+    const SearchCriteria criteria = ReadCriteria(kept->AsBytes());
+    std::vector<NodeId> candidates;
+    if (criteria.running)
+    {
+        std::set<NodeId> places;
+        for (const NodeId place : criteria.folders)
+        {
+            places.insert(place);
+            if (criteria.recursive)
+                for (const auto& [below, depth] : FoldersBelow(place))
+                    places.insert(below);
+        }
+        for (const NodeId place : places)
+        {
+            const auto node = Find(place);
+            if (!node || node->kind != NodeKind::Folder)
+                continue;
+            const std::vector<NodeId> messages = Messages(place, false);
+            candidates.insert(candidates.end(), messages.begin(), messages.end());
+        }
+    }
+    else if (const PropValue* ids = stored.Values().Find(PROP_ID(foundTag)))
+    {
+        candidates.resize(ids->AsBytes().size() / sizeof(NodeId));
+        std::memcpy(candidates.data(), ids->AsBytes().data(), candidates.size() * sizeof(NodeId));
+    }
+    for (const NodeId id : candidates)
+    {
+        const auto node = Find(id);
+        if (!node)
+            continue;
+        const auto row = MessageRow(*node);
+        if (criteria.running && !criteria.restriction->Matches(*row))
+            continue;
+        found.messages.push_back(id);
+        const auto flags = row->Load(PROP_ID(PR_MESSAGE_FLAGS));
+        found.unread += flags && (flags->AsLong() & MSGFLAG_READ) != 0 ? 0 : 1;
+    }
+    return found;
 }
 
 std::shared_ptr<const MessageContent> StoreCore::OpenMessage(const Node& message)
 {
-    const std::lock_guard lock(m_lock);
     if (IsCreated(message.id))
-        return m_overlay->OpenMessage(message.id, nullptr);
+        return OpenStoredMessage(m_overlay, message.id, nullptr);
     auto own = m_source->OpenMessage(message.id);
-    return m_stored.contains(message.id) ? m_overlay->OpenMessage(message.id, std::move(own)) : own;
+    return m_overlay->ReadObject(message.id) ? OpenStoredMessage(m_overlay, message.id, std::move(own)) : own;
 }
 
 std::shared_ptr<const PropertySource> StoreCore::MessageRow(const Node& message)
 {
-    const std::lock_guard lock(m_lock);
-    const bool created = IsCreated(message.id);
-    // The source knows a message that was moved in the folder that it came from.
-    Node own = message;
-    if (!created && m_changes.contains(message.id))
-    {
-        if (const auto original = m_source->Find(message.id))
-            own = *original;
-    }
-    return std::make_shared<MessageRowSource>(m_stored.contains(message.id) ? m_overlay : nullptr, m_source, own,
-                                              created);
+    return MakeMessageSummary(m_overlay, m_source, m_recordKey, message);
 }
 
 LONG StoreCore::MessageLong(const Node& message, ULONG tag)
@@ -620,70 +561,80 @@ LONG StoreCore::MessageLong(const Node& message, ULONG tag)
     return value ? value->AsLong() : 0;
 }
 
+bool StoreCore::IsUnread(const PropertyChanges& changes, bool before) const
+{
+    const PropValue* flags = changes.Values().Find(PROP_ID(PR_MESSAGE_FLAGS));
+    return flags ? (flags->AsLong() & MSGFLAG_READ) == 0 : before;
+}
+
 NodeId StoreCore::CreateMessage(NodeId folder, bool associated, const MessageUpdate& update)
 {
     const std::lock_guard lock(m_lock);
-    Write write(*this);
     Require(folder);
     const NodeKind kind = associated ? NodeKind::Associated : NodeKind::Message;
-    const Node node{m_overlay->NewNode(kind), kind, folder};
-    m_overlay->ChangeMessage(node.id, update);
-    m_stored.insert(node.id);
-    PutNode(node, true, false);
-    write.Commit();
+    Overlay::Transaction transaction(*m_overlay);
+    Overlay::NodeRecord record;
+    record.node = {m_overlay->NewNode(kind), kind, folder};
+    record.unread = IsUnread(update.changes, true);
+    m_overlay->WriteNode(record);
+    AddMessage(*m_overlay, record.node.id, update);
+    transaction.Commit();
     Touch(folder);
-    return node.id;
+    return record.node.id;
+}
+
+void StoreCore::ChangeOne(NodeId message, const MessageUpdate& update)
+{
+    Overlay::NodeRecord record = RequireRecord(message);
+    const bool unread = IsUnread(update.changes, record.unread);
+    if (unread != record.unread)
+    {
+        record.unread = unread;
+        m_overlay->WriteNode(record);
+    }
+    Pst::ChangeMessage(*m_overlay, message, update);
+    Touch(record.node.parent);
 }
 
 void StoreCore::ChangeMessage(NodeId message, const MessageUpdate& update)
 {
     const std::lock_guard lock(m_lock);
-    Write write(*this);
-    const Node node = Require(message);
-    m_overlay->ChangeMessage(message, update);
-    m_stored.insert(message);
-    write.Commit();
-    Touch(node.parent);
+    Overlay::Transaction transaction(*m_overlay);
+    ChangeOne(message, update);
+    transaction.Commit();
 }
 
 void StoreCore::ChangeMessages(const std::vector<std::pair<NodeId, PropertyChanges>>& changes)
 {
     const std::lock_guard lock(m_lock);
-    Write write(*this);
-    std::set<NodeId> folders;
+    Overlay::Transaction transaction(*m_overlay);
     for (const auto& [message, change] : changes)
-    {
-        folders.insert(Require(message).parent);
-        StoreObject(message, change);
-    }
-    write.Commit();
-    for (const NodeId folder : folders)
-        Touch(folder);
+        ChangeOne(message, {change, std::nullopt, std::nullopt});
+    transaction.Commit();
 }
 
 void StoreCore::MoveMessages(const std::vector<NodeId>& messages, NodeId folder)
 {
     const std::lock_guard lock(m_lock);
-    Write write(*this);
     Require(folder);
+    Overlay::Transaction transaction(*m_overlay);
     for (const NodeId message : messages)
     {
-        Node node = Require(message);
-        Touch(node.parent);
-        node.parent = folder;
-        PutNode(node, IsCreated(message), false);
+        Overlay::NodeRecord record = RequireRecord(message);
+        Touch(std::exchange(record.node.parent, folder));
+        m_overlay->WriteNode(record);
     }
-    write.Commit();
+    transaction.Commit();
     Touch(folder);
 }
 
 void StoreCore::DeleteMessages(const std::vector<NodeId>& messages)
 {
     const std::lock_guard lock(m_lock);
-    Write write(*this);
+    Overlay::Transaction transaction(*m_overlay);
     for (const NodeId message : messages)
-        RemoveMessage(Require(message));
-    write.Commit();
+        RemoveNode(message);
+    transaction.Commit();
 }
 
 ULONG StoreCore::IdOfName(const PropertyName& name) const
@@ -702,8 +653,9 @@ std::vector<ULONG> StoreCore::IdsOfNames(const std::vector<PropertyName>& names,
         ids.push_back(IdOfName(name));
     if (!create || std::find(ids.begin(), ids.end(), 0u) == ids.end())
         return ids;
-    Write write(*this);
+    Overlay::Transaction transaction(*m_overlay);
     ids.clear();
+    std::vector<NamedProperty> added;
     ULONG next = firstName;
     for (const NamedProperty& known : m_names)
         next = std::max(next, known.id + 1);
@@ -714,13 +666,19 @@ std::vector<ULONG> StoreCore::IdsOfNames(const std::vector<PropertyName>& names,
         {
             if (next > lastName)
                 Fail(MAPI_E_NOT_ENOUGH_RESOURCES, L"The store has no identifiers left for further named properties");
-            id = next++;
-            m_overlay->WriteName({id, name});
-            m_names.push_back({id, name});
+            const auto twice = std::find_if(added.begin(), added.end(),
+                                            [&](const NamedProperty& property) { return property.name == name; });
+            id = twice == added.end() ? next++ : twice->id;
+            if (twice == added.end())
+            {
+                m_overlay->WriteName({id, name});
+                added.push_back({id, name});
+            }
         }
         ids.push_back(id);
     }
-    write.Commit();
+    transaction.Commit();
+    m_names.insert(m_names.end(), added.begin(), added.end());
     return ids;
 }
 

@@ -5,8 +5,8 @@
 #include "common/StoreEntryId.h"
 #include "testbed/common/Namespace.h"
 #include "testbed/pst/PropCodec.h"
-#include "testbed/pst/StoreCore.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace Testbed::Pst
@@ -19,7 +19,7 @@ constexpr size_t uidOffset = 4;
 struct TagList
 {
     ULONG count;
-    ULONG tags[5];
+    ULONG tags[4];
 };
 
 Bytes Unwrapped(const void* entryId, size_t size)
@@ -36,10 +36,22 @@ Bytes Unwrapped(const void* entryId, size_t size)
 const MAPIUID providerUid = {
     {0x1C, 0x83, 0x02, 0xA4, 0x6F, 0x51, 0x4B, 0x0D, 0x9E, 0x27, 0xD4, 0x5C, 0x3A, 0x90, 0x71, 0xEE}};
 
-Bytes MakeStoreEntryId(const MAPIUID& provider, const std::wstring& path)
+std::wstring FullPath(const std::wstring& path)
+{
+    std::wstring cleaned = path;
+    std::replace(cleaned.begin(), cleaned.end(), L'/', L'\\');
+    const DWORD size = GetFullPathNameW(cleaned.c_str(), 0, nullptr, nullptr);
+    if (size == 0)
+        return cleaned;
+    std::wstring full(size, L'\0');
+    full.resize(GetFullPathNameW(cleaned.c_str(), size, full.data(), nullptr));
+    return full;
+}
+
+Bytes MakeStoreEntryId(const std::wstring& path)
 {
     Bytes entryId(pathOffset + (path.size() + 1) * sizeof(wchar_t), 0);
-    std::memcpy(entryId.data() + uidOffset, provider.ab, sizeof(provider.ab));
+    std::memcpy(entryId.data() + uidOffset, providerUid.ab, sizeof(providerUid.ab));
     std::memcpy(entryId.data() + pathOffset, path.data(), path.size() * sizeof(wchar_t));
     return entryId;
 }
@@ -72,14 +84,14 @@ bool SameStore(const void* entryId1, size_t size1, const void* entryId2, size_t 
     {
         return false;
     }
-    const std::wstring full1 = StoreCore::FullPath(path1);
-    const std::wstring full2 = StoreCore::FullPath(path2);
+    const std::wstring full1 = FullPath(path1);
+    const std::wstring full2 = FullPath(path2);
     return CompareStringOrdinal(full1.c_str(), -1, full2.c_str(), -1, TRUE) == CSTR_EQUAL;
 }
 
-StoreSettings ReadSettings(ULONG count, const SPropValue* values)
+std::wstring ReadPath(ULONG count, const SPropValue* values)
 {
-    StoreSettings settings;
+    std::wstring path;
     // Wide texts come later in the list than narrow ones of the same meaning, and win.
     const ULONG order[] = {Testbed::Tags::offlineStorePathA, Testbed::Tags::offlineStorePathW, Testbed::Tags::pstPathA,
                            Testbed::Tags::pstPathW};
@@ -88,27 +100,20 @@ StoreSettings ReadSettings(ULONG count, const SPropValue* values)
     {
         for (const PropValue& value : copied)
             if (value.Tag() == tag && !value.AsText().empty())
-                settings.path = value.AsText();
+                path = value.AsText();
     }
-    for (const PropValue& value : copied)
-        if (value.Tag() == PR_MDB_PROVIDER && value.AsBytes().size() == sizeof(MAPIUID))
-            std::memcpy(settings.provider.ab, value.AsBytes().data(), sizeof(MAPIUID));
-    return settings;
+    return path;
 }
 
-LPSPropTagArray SettingsTags()
+std::wstring ReadPath(IProfSect& section, const MapiMemory& memory)
 {
-    static TagList list = {5,
+    static TagList tags = {4,
                            {Testbed::Tags::pstPathW, Testbed::Tags::pstPathA, Testbed::Tags::offlineStorePathW,
-                            Testbed::Tags::offlineStorePathA, PR_MDB_PROVIDER}};
-    return reinterpret_cast<LPSPropTagArray>(&list);
-}
-
-StoreSettings ReadSettings(IProfSect& section, const MapiMemory& memory)
-{
+                            Testbed::Tags::offlineStorePathA}};
     ULONG count = 0;
     MapiBlock<SPropValue> values(memory);
-    Check(section.GetProps(SettingsTags(), 0, &count, values.Put()), L"The profile section cannot be read");
-    return ReadSettings(count, values.Get());
+    Check(section.GetProps(reinterpret_cast<LPSPropTagArray>(&tags), 0, &count, values.Put()),
+          L"The profile section cannot be read");
+    return ReadPath(count, values.Get());
 }
 } // namespace Testbed::Pst

@@ -38,6 +38,11 @@ constexpr NodeId firstCreated = 0x80000000;
 
 /// The kind that a node's number says, or nothing for nodes that are no folder and no message.
 std::optional<NodeKind> KindOf(NodeId id) noexcept;
+/// Whether the node was made in the overlay.
+constexpr bool IsCreated(NodeId id) noexcept
+{
+    return id >= Nodes::firstCreated;
+}
 /// The node number with an index and a kind.
 NodeId MakeNodeId(std::uint32_t index, NodeKind kind) noexcept;
 
@@ -85,6 +90,13 @@ public:
 
     /// All properties, the data included.
     virtual PropertyBag Properties() const = 0;
+    /// All but the data, for a table's row.
+    virtual PropertyBag Summary() const
+    {
+        PropertyBag bag = Properties();
+        bag.Erase(PROP_ID(PR_ATTACH_DATA_BIN));
+        return bag;
+    }
     /// The embedded message, or null when the attachment is of another kind.
     virtual std::shared_ptr<const MessageContent> Embedded() const = 0;
 };
@@ -142,8 +154,8 @@ public:
     virtual PropertyBag MessageSummary(const Node& message) const = 0;
     /// Whether a property that the summary lacks is lacked by the message too.
     virtual bool SummaryCovers(const Node& message, ULONG id) const = 0;
-    /// Whether the message has been read, without making its whole summary.
-    virtual bool IsRead(const Node& message) const = 0;
+    /// The number of a folder's messages that have not been read, without opening any.
+    virtual LONG Unread(NodeId folder) const = 0;
     virtual std::shared_ptr<const MessageContent> OpenMessage(NodeId message) const = 0;
 
     virtual std::vector<NamedProperty> NamedProperties() const = 0;

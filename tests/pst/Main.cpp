@@ -1,4 +1,4 @@
-// Runs the tests; and, as another process of a test, writes into a store until it is ended.
+// Runs the tests; and, as another process of a test, opens a store, or writes into one until it is ended.
 #include "tests/pst/PstStore.h"
 
 #include <iostream>
@@ -22,11 +22,28 @@ int WriteForEver(const std::filesystem::path& path)
         Check(message->SaveChanges(0), L"SaveChanges failed");
     }
 }
+
+// The code with which a store opens, or does not.
+int OpenOnce(const std::filesystem::path& path)
+{
+    using namespace Tests;
+    try
+    {
+        PstStore store(MapiModule::Load(Location(L"KIVNST_MAIL_CLIENT") / L"olmapi32.dll"), path);
+        return S_OK;
+    }
+    catch (const Failure& failure)
+    {
+        return failure.Result();
+    }
+}
 } // namespace
 
 // The C runtime calls it by its name.
 int wmain(int argc, wchar_t** argv) // NOLINT(misc-use-internal-linkage)
 {
+    if (argc == 3 && std::wstring(argv[1]) == L"--open")
+        return OpenOnce(argv[2]);
     if (argc == 3 && std::wstring(argv[1]) == L"--write-for-ever")
     {
         try

@@ -2,14 +2,13 @@
 #include "tests/pst/PstStore.h"
 
 #include "common/Text.h"
+#include "tests/common/StartProcess.h"
 
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
 
 namespace Tests
-{
-namespace
 {
 std::unique_ptr<MailSession> MakeSession(std::shared_ptr<MapiModule> mapi)
 {
@@ -23,6 +22,8 @@ std::unique_ptr<MailSession> MakeSession(std::shared_ptr<MapiModule> mapi)
     return std::make_unique<MailSession>(std::move(options));
 }
 
+namespace
+{
 std::wstring Variable(const wchar_t* name)
 {
     std::wstring value(32767, L'\0');
@@ -54,7 +55,7 @@ PstStore::PstStore(std::shared_ptr<MapiModule> mapi, const std::filesystem::path
 
 ComPtr<IMAPIFolder> PstStore::Subtree()
 {
-    return Open<IMAPIFolder>(Prop(Object(), PR_IPM_SUBTREE_ENTRYID).AsBytes());
+    return Open<IMAPIFolder>(Prop(Object(), PR_IPM_SUBTREE_ENTRYID).AsBytes(), MAPI_BEST_ACCESS);
 }
 
 ComPtr<IMAPIFolder> PstStore::Folder(const std::wstring& path)
@@ -71,7 +72,7 @@ ComPtr<IMAPIFolder> PstStore::Folder(const std::wstring& path)
                 entryId = BytesOf(row, PR_ENTRYID);
         if (entryId.empty())
             Fail(MAPI_E_NOT_FOUND, L"No folder " + name);
-        folder = Open<IMAPIFolder>(entryId);
+        folder = Open<IMAPIFolder>(entryId, MAPI_BEST_ACCESS);
     }
     return folder;
 }
@@ -215,6 +216,24 @@ HRESULT PstTest::FailToOpen(const std::filesystem::path& path, std::wstring& tex
     LogonOptions options;
     options.flags = flags;
     return session->TryLogon(options, &text);
+}
+
+DWORD PstTest::RunSelf(const wchar_t* mode, const std::filesystem::path& path)
+{
+    wchar_t self[MAX_PATH] = L"";
+    GetModuleFileNameW(nullptr, self, MAX_PATH);
+    std::wstring command = L"\"" + std::wstring(self) + L"\" " + mode + L" \"" + path.wstring() + L"\"";
+    STARTUPINFOW startup{};
+    startup.cb = sizeof(startup);
+    PROCESS_INFORMATION process{};
+    if (!StartProcess(self, command.data(), false, nullptr, startup, process))
+        return GetLastError();
+    DWORD code = 0;
+    WaitForSingleObject(process.hProcess, INFINITE);
+    GetExitCodeProcess(process.hProcess, &code);
+    CloseHandle(process.hThread);
+    CloseHandle(process.hProcess);
+    return code;
 }
 
 Bytes PstTest::FileBytes(const std::filesystem::path& file)

@@ -23,6 +23,9 @@ using Row = PropertyBag;
 /// Flags of a logon that asks for Unicode, as the library under test does.
 constexpr ULONG unicodeLogon = MDB_WRITE | MDB_NO_DIALOG | MAPI_UNICODE | logonUnicode;
 
+/// A session with the provider's service, not configured yet.
+std::unique_ptr<MailSession> MakeSession(std::shared_ptr<MapiModule> mapi);
+
 /// An open store. Throws `Failure` where MAPI fails.
 class PstStore
 {
@@ -47,6 +50,7 @@ public:
     }
 
     ComPtr<IMAPIFolder> Root() { return Open<IMAPIFolder>({}); }
+    /// With the best access that there is, as the next.
     ComPtr<IMAPIFolder> Subtree();
     /// The folder of that path below the IPM subtree, names separated by backslashes.
     ComPtr<IMAPIFolder> Folder(const std::wstring& path);
@@ -94,6 +98,9 @@ protected:
     }
     /// The code with which a logon fails, and its text.
     HRESULT FailToOpen(const std::filesystem::path& path, std::wstring& text, ULONG flags = unicodeLogon);
+
+    /// Runs this program as another process, to its end; gives its exit code.
+    static DWORD RunSelf(const wchar_t* mode, const std::filesystem::path& path);
 
     static Bytes FileBytes(const std::filesystem::path& file);
     static void WriteFile(const std::filesystem::path& file, const std::string& text);

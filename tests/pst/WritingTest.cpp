@@ -519,15 +519,23 @@ TEST_F(WritingTest, SurvivesTheEndOfItsProcess)
         {
             Sleep(50 + static_cast<DWORD>(run) * 7);
             std::error_code none;
-            size = static_cast<size_t>(std::filesystem::file_size(file.wstring() + L".overlay", none));
-            size = none ? 0 : size;
+            size = 0;
+            for (const wchar_t* part : {L".overlay", L".overlay-wal"})
+            {
+                const auto bytes = std::filesystem::file_size(file.wstring() + part, none);
+                size += none ? 0 : static_cast<size_t>(bytes);
+            }
         }
         TerminateProcess(process.hProcess, 1);
         WaitForSingleObject(process.hProcess, INFINITE);
         CloseHandle(process.hThread);
         CloseHandle(process.hProcess);
         ASSERT_GT(size, before);
-        before = size;
+        {
+            // What the end left in the log is taken over.
+            PstStore store = Open(file);
+        }
+        before = static_cast<size_t>(std::filesystem::file_size(file.wstring() + L".overlay"));
 
         PstStore store = Open(file);
         const auto rows = store.Contents(*store.Subtree());
@@ -537,7 +545,7 @@ TEST_F(WritingTest, SurvivesTheEndOfItsProcess)
             const LONG number = LongOf(row, PR_IMPORTANCE);
             EXPECT_EQ(TextOf(row, PR_SUBJECT), std::to_wstring(number));
             const auto message = store.Open<IMessage>(BytesOf(row, PR_ENTRYID));
-            EXPECT_EQ(store.Prop(*message, PR_RTF_COMPRESSED).AsBytes(), Bytes(20000, static_cast<BYTE>(number)));
+            EXPECT_EQ(store.Stream(*message, PR_RTF_COMPRESSED), Bytes(20000, static_cast<BYTE>(number)));
         }
     }
 }

@@ -3,6 +3,8 @@
 
 #include "testbed/common/Table.h"
 
+#include <cstring>
+
 using namespace Testbed;
 using Tests::ExpectFailure;
 using Tests::Memory;

@@ -181,7 +181,7 @@ private:
             }
 
             Step("What the wrapper changed in the store's properties");
-            PstSession unwrapped(path, false);
+            PstSession unwrapped(path, false, true);
             TextTable table({{"property"},
                              {"the PST provider's", false, 40},
                              {"the archive's", false, 40},

@@ -365,7 +365,7 @@ int RunDiff(const Options& options, const std::filesystem::path& file)
     ArchiveSession wrapped(Profile::InMemory(L"diff"));
     wrapped.Configure(copy, options.setting);
     wrapped.Logon(options.setting);
-    PstSession unwrapped(copy);
+    PstSession unwrapped(copy, true, true);
     const DiffReport report = Compare(unwrapped, wrapped, options.setting);
     if (options.json)
     {

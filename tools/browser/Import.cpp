@@ -122,7 +122,7 @@ private:
         for (const FolderRow& candidate : SubFolders(m_memory, parent))
         {
             names.insert(candidate.name);
-            auto opened = OpenFolder(m_archive, candidate.entryId);
+            auto opened = OpenFolder(m_archive, candidate.entryId, MAPI_MODIFY);
             const auto found = ReadProp(m_memory, *opened, m_markTag);
             if (found && found->AsBytes() == mark)
                 folder = opened;

@@ -121,7 +121,7 @@ public:
           m_target(target),
           m_subject(subject),
           m_victims(victims),
-          m_targetFolder(OpenFolder(target.Store(), TopOfStore(target.Memory(), target.Store())))
+          m_targetFolder(OpenFolder(target.Store(), TopOfStore(target.Memory(), target.Store()), MAPI_MODIFY))
     {
     }
 
@@ -589,7 +589,7 @@ Bytes EntryIdOfObject(const MapiMemory& memory, IMAPIProp& object)
 Victims MakeVictims(const std::filesystem::path& copy, const Subject& subject)
 {
     PstSession session(copy, false, true);
-    const auto parent = OpenFolder(session.Store(), subject.folder);
+    const auto parent = OpenFolder(session.Store(), subject.folder, MAPI_MODIFY);
     const auto message = [&](IMAPIFolder& folder)
     {
         ComPtr<IMessage> made;
