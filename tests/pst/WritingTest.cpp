@@ -515,7 +515,7 @@ TEST_F(WritingTest, SurvivesTheEndOfItsProcess)
         ASSERT_TRUE(Tests::StartProcess(self, command.data(), false, nullptr, startup, process));
         // Somewhere within a save, once it is writing.
         size_t size = 0;
-        for (int wait = 0; wait < 600 && size <= before + 200000; ++wait)
+        for (int wait = 0; wait < 600 && size <= before + 2000000; ++wait)
         {
             Sleep(50 + static_cast<DWORD>(run) * 7);
             std::error_code none;
