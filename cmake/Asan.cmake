@@ -21,7 +21,7 @@ if(KIVNST_ASAN)
     # GCC's libraries have sections of long names.
     LINKER:/ignore:longsections)
   # Most of the time goes into reading the same headers again.
-  cmake_language(DEFER CALL set_target_properties kivnst_support kivnst_mapi KivNst ArchiveHost common testbed_common olmapi32
+  cmake_language(DEFER CALL set_target_properties kivnst_support kivnst_mapi KivNst ArchiveHost common olmapi32
     PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 0)
   foreach(folder "${KIVNST_BIN_DIR}" "${KIVNST_MAIL_CLIENT_DIR}")
     file(COPY "${asan_dir}/clang_rt.asan.dll" DESTINATION "${folder}")
