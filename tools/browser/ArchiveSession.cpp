@@ -1,62 +1,67 @@
-// Sessions with the archive and with bare PST files.
+// Sessions with the archive, with other stores and with bare PST files.
 #include "tools/browser/ArchiveSession.h"
 
 #include "common/Text.h"
 #include "host/HostSettings.h"
 
+#include <cstring>
 #include <system_error>
 
 using namespace Common;
-using namespace Testbed;
 
 namespace Browser
 {
 namespace
 {
-ServiceDefinition ArchiveService()
-{
-    return {L"ARCHIVE", L"Archive", ProgramFolder() / "ArchiveHost.dll", "ServiceEntry"};
-}
+// The mail client's own service for PST files of today's format.
+constexpr auto pstService = L"MSUPST MS";
 
-SessionOptions PstOptions()
-{
-    auto mapi = MapiModule::LoadRegistered();
-    // The mail client's modules lie together.
-    const auto module = mapi->Path().parent_path() / "mspst32.dll";
-    return {{L"PST", L"Personal Folders", module, "NSTServiceEntry"}, Profile::InMemory(L"source"), std::move(mapi)};
-}
+// No standard folders are made and the spooler is not told; nobody is asked anything.
+constexpr ULONG quietly = MDB_NO_DIALOG | MDB_NO_MAIL;
 
 PropValue OptionsValue(const Setting& setting)
 {
     return PropValue::Long(PR_ARCHIVE_HOST_OPTIONS, setting.Options());
 }
 
+std::wstring FullPath(const std::filesystem::path& file)
+{
+    return std::filesystem::absolute(file).make_preferred().wstring();
+}
+
+// Adds a service to a profile that has none of it yet.
+ServiceRow AddService(Services& services, const std::wstring& name)
+{
+    const MAPIUID uid = services.Create(name);
+    for (ServiceRow& row : services.List())
+        if (std::memcmp(&row.uid, &uid, sizeof(uid)) == 0)
+            return std::move(row);
+    Fail(MAPI_E_CALL_FAILED, L"MAPI does not list the message service \"" + name + L"\", which it has just made.");
+}
+
 // Undoes what a failed configuration left, so that a wrong path does not leave a profile that cannot be used.
-class NewServiceGuard
+class Undo
 {
 public:
-    explicit NewServiceGuard(MailSession& session) : m_session(session) {}
-    ~NewServiceGuard()
+    explicit Undo(std::function<void()> undo) : m_undo(std::move(undo)) {}
+    ~Undo()
     {
-        if (m_armed)
+        try
         {
-            try
-            {
-                m_session.DeleteService();
-            }
-            catch (const std::exception&)
-            {
-                // What made the configuration fail is reported, and not this.
-            }
+            if (m_undo)
+                m_undo();
+        }
+        catch (const std::exception&)
+        {
+            // What made the configuration fail is reported, and not this.
         }
     }
-    NewServiceGuard(const NewServiceGuard&) = delete;
-    NewServiceGuard& operator=(const NewServiceGuard&) = delete;
-    void Keep() noexcept { m_armed = false; }
+    Undo(const Undo&) = delete;
+    Undo& operator=(const Undo&) = delete;
+    void Keep() noexcept { m_undo = nullptr; }
 
 private:
-    MailSession& m_session;
-    bool m_armed = true;
+    std::function<void()> m_undo;
 };
 } // namespace
 
@@ -73,89 +78,210 @@ std::string Setting::Name() const
     return std::string(plain ? "plain" : "read-only") + " wrappers, modification " + (modify ? "on" : "off");
 }
 
-std::filesystem::path ProgramFolder()
+std::vector<StoreRow> ListStores(const MapiMemory& memory, IMAPISession& session)
 {
-    std::wstring path(MAX_PATH, L'\0');
-    for (;;)
+    ComPtr<IMAPITable> table;
+    CheckCall(memory, session, session.GetMsgStoresTable(MAPI_UNICODE, table.Put()), L"IMAPISession::GetMsgStoresTable",
+              L"The session does not list its stores");
+    std::vector<StoreRow> stores;
+    for (const Row& row : ReadTable(
+             memory, *table, {PR_ENTRYID, PR_DISPLAY_NAME_W, PR_PROVIDER_DISPLAY_W, PR_SERVICE_UID, PR_DEFAULT_STORE}))
     {
-        const DWORD length = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
-        if (length == 0)
-            Fail(MAPI_E_CALL_FAILED, L"The system does not say where this program lies.");
-        if (length < path.size())
-        {
-            path.resize(length);
-            return std::filesystem::path(path).parent_path();
-        }
-        path.resize(path.size() * 2);
+        stores.push_back({row[1].AsText(), row[2].AsText(), row[0].AsBytes(), row[3].AsBytes(),
+                          !row[4].IsError() && row[4].AsLong() != 0});
     }
+    return stores;
 }
 
-std::filesystem::path DefaultProfile()
+ProfileSession::ProfileSession(std::shared_ptr<const Mapi> mapi, const std::wstring& profile)
+    : m_mapi(std::move(mapi)),
+      m_session(m_mapi->Logon(profile))
 {
-    return ProgramFolder().parent_path() / "demo" / "archive.profile";
 }
 
-ArchiveSession::ArchiveSession(std::shared_ptr<Profile> profile)
-    : m_session(SessionOptions{ArchiveService(), std::move(profile), nullptr})
+ProfileSession::~ProfileSession()
 {
+    m_session->Logoff(0, 0, 0);
+}
+
+void StoreSession::Logoff() noexcept
+{
+    m_store.Reset();
+    m_session.reset();
+}
+
+void StoreSession::Begin(const std::wstring& profile)
+{
+    Logoff();
+    m_session = std::make_unique<ProfileSession>(m_mapi, profile);
+}
+
+void StoreSession::Open(const ServiceRow& service, ULONG flags)
+{
+    m_dllName = service.dllName;
+    for (const StoreRow& row : ListStores(Memory(), Session()))
+        if (row.service.size() == sizeof(MAPIUID) &&
+            std::memcmp(row.service.data(), &service.uid, sizeof(MAPIUID)) == 0)
+            return Open(row, service.name, flags);
+    Fail(MAPI_E_NOT_FOUND, L"The profile's message service \"" + service.name + L"\" has no store.");
+}
+
+void StoreSession::Open(const std::wstring& name, ULONG flags)
+{
+    m_dllName.clear();
+    for (const StoreRow& row : ListStores(Memory(), Session()))
+        if (CompareStringOrdinal(row.name.c_str(), -1, name.c_str(), -1, TRUE) == CSTR_EQUAL)
+            return Open(row, {}, flags);
+    Fail(MAPI_E_NOT_FOUND,
+         L"The profile has no store \"" + name + L"\"; \"archive-browser stores\" lists those that there are.");
+}
+
+void StoreSession::Open(const StoreRow& row, const std::wstring& service, ULONG flags)
+{
+    const HRESULT result = Session().OpenMsgStore(0, static_cast<ULONG>(row.entryId.size()), EntryIdOf(row.entryId),
+                                                  nullptr, flags | quietly, m_store.Put());
+    if (SUCCEEDED(result) && m_store)
+        return;
+    const std::wstring said = ExtendedError(Memory(), Session(), result);
+    LogCause(L"IMAPISession::OpenMsgStore", result, said);
+    std::wstring explained = service.empty() ? std::wstring() : ExplainService(service);
+    if (!explained.empty())
+        Fail(result, std::move(explained));
+    Fail(result, FailureText(L"The store \"" + row.name + L"\" cannot be opened" +
+                                 (result == MAPI_E_NO_ACCESS
+                                      ? L" (another program may have its file or its profile section open)"
+                                      : L""),
+                             result, said));
+}
+
+ArchiveSession::ArchiveSession(std::shared_ptr<const Mapi> mapi, Place place)
+    : StoreSession(std::move(mapi)),
+      m_place(std::move(place))
+{
+    m_place.profile = ProfileOrDefault(*MapiOf(), m_place.profile);
+}
+
+const std::wstring& ArchiveSession::Profile() const
+{
+    if (m_place.profile.empty())
+        Fail(MAPI_E_NOT_FOUND, L"There is no default profile; --profile names another one.");
+    return m_place.profile;
+}
+
+std::optional<ServiceRow> ArchiveSession::Service() const
+{
+    if (!ProfileExists(*MapiOf(), Profile()))
+        return {};
+    return Services(*MapiOf(), Profile()).Find(m_place.service);
 }
 
 bool ArchiveSession::Configured() const
 {
-    return m_session.HasService();
+    return Service().has_value();
 }
 
 void ArchiveSession::Configure(const std::filesystem::path& archive, const Setting& setting)
 {
-    const std::filesystem::path full = std::filesystem::absolute(archive).make_preferred();
-    const bool isNew = !m_session.HasService();
-    if (isNew)
-        m_session.CreateService();
-    NewServiceGuard guard(m_session);
-    if (!isNew)
-        guard.Keep();
-    m_session.Configure({PropValue::String(Tags::offlineStorePathW, full.wstring()), OptionsValue(setting)});
-    if (isNew)
+    const std::wstring full = FullPath(archive);
+    if (Configured())
     {
-        // Only a logon shows whether there can be a store.
-        m_session.Logon();
-        m_session.Logoff();
+        // A host's service gives its store an identity once.
+        const std::filesystem::path present = ArchivePath();
+        if (CompareStringOrdinal(present.c_str(), -1, full.c_str(), -1, TRUE) != CSTR_EQUAL)
+        {
+            Fail(MAPI_E_COLLISION, L"The archive of the profile \"" + Profile() + L"\" is \"" + present.wstring() +
+                                       L"\" already; another profile can have another one.");
+        }
+        Services(*MapiOf(), Profile()).Configure(*Service(), {OptionsValue(setting)});
+        return;
     }
-    guard.Keep();
+    const bool isNew = !ProfileExists(*MapiOf(), Profile());
+    if (isNew)
+        CreateProfile(*MapiOf(), Profile());
+    Undo noProfile([this] { DeleteProfile(*MapiOf(), Profile()); });
+    if (!isNew)
+        noProfile.Keep();
+    Services services(*MapiOf(), Profile());
+    const ServiceRow service = AddService(services, m_place.service);
+    Undo noService(
+        [&]
+        {
+            Logoff();
+            services.Delete(service.uid);
+        });
+    services.Configure(service, {PropValue::String(Tags::offlineStorePathW, full), OptionsValue(setting)});
+    // Only a logon shows whether there can be a store.
+    Begin(Profile());
+    Open(service, MDB_WRITE);
+    Logoff();
+    noService.Keep();
+    noProfile.Keep();
 }
 
 std::filesystem::path ArchiveSession::ArchivePath() const
 {
-    if (!m_session.HasService())
+    const auto service = Service();
+    if (!service)
         return {};
-    const PropertyBag section = m_session.ProfileOf().Section(m_session.ServiceSection());
-    const PropValue* const path = section.Find(PROP_ID(Tags::offlineStorePathW));
-    return path ? std::filesystem::path(path->AsText()) : std::filesystem::path();
+    return Services(*MapiOf(), Profile()).Read(*service, {Tags::offlineStorePathW}).front().AsText();
 }
 
 void ArchiveSession::Logon(const Setting& setting)
 {
-    if (!Configured())
+    // A session that runs would still have the setting of before.
+    Logoff();
+    if (!ProfileExists(*MapiOf(), Profile()))
     {
-        Fail(MAPI_E_UNCONFIGURED, L"The profile \"" + m_session.ProfileOf().File().wstring() +
-                                      L"\" has no archive yet; \"archive-browser import FILE.pst\" makes one.");
+        Fail(MAPI_E_NOT_FOUND, L"There is no profile \"" + Profile() +
+                                   L"\"; \"archive-browser import FILE.pst\" makes it, with an archive in it.");
     }
-    const PropertyBag section = m_session.ProfileOf().Section(m_session.ServiceSection());
-    const PropValue* const options = section.Find(PROP_ID(PR_ARCHIVE_HOST_OPTIONS));
-    if (!options || options->AsLong() != setting.Options())
-        m_session.Configure({OptionsValue(setting)});
-    m_session.Logon();
+    if (!m_place.store.empty())
+    {
+        Begin(Profile());
+        Open(m_place.store, MAPI_BEST_ACCESS);
+        return;
+    }
+    Services services(*MapiOf(), Profile());
+    const auto service = services.Find(m_place.service);
+    if (!service)
+    {
+        Fail(MAPI_E_UNCONFIGURED, L"The profile \"" + Profile() + L"\" has no archive yet: its services lack \"" +
+                                      m_place.service + L"\", which \"archive-browser import FILE.pst\" adds.");
+    }
+    // Another host's service need not know the sample host's settings.
+    const PropValue options = services.Read(*service, {PR_ARCHIVE_HOST_OPTIONS}).front();
+    if (options.AsLong() != setting.Options() && (!options.IsError() || setting.Options() != 0))
+        services.Configure(*service, {OptionsValue(setting)});
+    Begin(Profile());
+    Open(*service, MDB_WRITE);
 }
 
-PstSession::PstSession(const std::filesystem::path& file, bool mustExist, bool writable) : m_session(PstOptions())
+ScratchArchive::ScratchArchive(std::shared_ptr<const Mapi> mapi, const std::wstring& service,
+                               const std::filesystem::path& file, const Setting& setting)
+    : StoreSession(std::move(mapi))
+{
+    TemporaryProfile profile(MapiOf());
+    Services services(*MapiOf(), profile.Name());
+    const ServiceRow row = AddService(services, service);
+    services.Configure(row, {PropValue::String(Tags::offlineStorePathW, FullPath(file)), OptionsValue(setting)});
+    Begin(profile.Name());
+    profile.Delete();
+    Open(row, MDB_WRITE);
+}
+
+PstSession::PstSession(std::shared_ptr<const Mapi> mapi, const std::filesystem::path& file, bool mustExist,
+                       bool writable)
+    : StoreSession(std::move(mapi))
 {
     if (mustExist)
         RequireFile(file);
-    m_session.CreateService();
-    m_session.ConfigurePath(std::filesystem::absolute(file).make_preferred().wstring());
-    LogonOptions options;
-    options.flags = MDB_NO_DIALOG | MAPI_UNICODE | logonUnicode | (writable ? MDB_WRITE : 0);
-    m_session.Logon(options);
+    TemporaryProfile profile(MapiOf());
+    Services services(*MapiOf(), profile.Name());
+    const ServiceRow row = AddService(services, pstService);
+    services.Configure(row, {PropValue::String(Tags::pstPathW, FullPath(file))});
+    Begin(profile.Name());
+    profile.Delete();
+    Open(row, writable ? MDB_WRITE : 0);
 }
 
 void RequireFile(const std::filesystem::path& file)
@@ -168,17 +294,16 @@ void RequireFile(const std::filesystem::path& file)
         Fail(MAPI_E_NOT_FOUND, L"\"" + file.wstring() + L"\" is not a file.");
 }
 
-std::filesystem::path OverlayOf(const std::filesystem::path& file)
+std::filesystem::path DefaultArchive(const std::wstring& profile)
 {
-    std::filesystem::path overlay = file;
-    overlay += ".overlay";
-    return overlay;
+    return std::filesystem::current_path() / (profile + L".pst");
 }
 
 ScratchFolder::ScratchFolder()
 {
-    const Uid uid = Uid::Create();
-    m_path = std::filesystem::temp_directory_path() / (L"archive-browser-" + uid.Text());
+    GUID guid{};
+    Check(CoCreateGuid(&guid), L"The system makes no identifier.");
+    m_path = std::filesystem::temp_directory_path() / (L"archive-browser-" + HexText(&guid, sizeof(guid)));
     std::filesystem::create_directory(m_path);
 }
 
@@ -188,20 +313,15 @@ ScratchFolder::~ScratchFolder()
     std::filesystem::remove_all(m_path, ignored);
 }
 
-std::filesystem::path ScratchFolder::CopyStore(const std::filesystem::path& file) const
+std::filesystem::path ScratchFolder::Copy(const std::filesystem::path& file) const
 {
-    const std::filesystem::path copy = m_path / file.filename();
-    for (const auto& [from, to] : {std::pair(file, copy), std::pair(OverlayOf(file), OverlayOf(copy))})
+    std::filesystem::path copy = m_path / file.filename();
+    std::error_code error;
+    std::filesystem::copy_file(file, copy, error);
+    if (error)
     {
-        std::error_code error;
-        if (!std::filesystem::exists(from, error))
-            continue;
-        std::filesystem::copy_file(from, to, error);
-        if (error)
-        {
-            Fail(MAPI_E_DISK_ERROR, L"\"" + from.wstring() + L"\" cannot be copied to \"" + to.wstring() + L"\": " +
-                                        WideFromAnsi(error.message()) + L".");
-        }
+        Fail(MAPI_E_DISK_ERROR, L"\"" + file.wstring() + L"\" cannot be copied to \"" + copy.wstring() + L"\": " +
+                                    WideFromAnsi(error.message()) + L".");
     }
     return copy;
 }

@@ -2,7 +2,6 @@
 // what ends it with one sentence on the error stream.
 #pragma once
 
-#include "testbed/mapi/Profile.h"
 #include "tools/browser/ArchiveSession.h"
 #include "tools/browser/LogRecorder.h"
 
@@ -19,18 +18,27 @@ constexpr int exitUsage = 2;
 /// What the options before the command say.
 struct Options
 {
-    std::filesystem::path profile;
+    std::shared_ptr<const Mapi> mapi;
+    /// The profile, and the store in it.
+    Place place;
     bool json = false;
     /// Which wrappers the host gives, and whether modification is on.
     Setting setting;
     /// The library's log as it is recorded.
     LogRecorder* log = nullptr;
-
-    std::shared_ptr<Testbed::Profile> OpenProfile() const;
 };
 
-/// Gives a profile an archive.
+/// The profiles that MAPI has.
+int RunProfiles(const Options& options);
+/// The message services of the profile.
+int RunServices(const Options& options);
+/// The stores of the profile.
+int RunStores(const Options& options);
+/// Gives a profile an archive, and makes the profile where there is none of its name.
 int RunConfigure(const Options& options, const std::filesystem::path& archive);
+/// Takes the message service out of the profile, and removes the profile where nothing else is in it. No file is
+/// touched.
+int RunRemove(const Options& options);
 
 /// The folders with their counts, from the top of the information store or (`all`) the root folder.
 int RunTree(const Options& options, bool all);
@@ -53,6 +61,7 @@ int RunTry(const Options& options);
 /// Compares a PST opened unwrapped and wrapped.
 int RunDiff(const Options& options, const std::filesystem::path& file);
 
-/// The whole path, for newcomers; an empty `source` uses generated mail.
-int RunDemo(const Options& options, const std::filesystem::path& source);
+/// The whole path, for newcomers; an empty `source` uses generated mail. With `remove` the profile is removed at the
+/// end.
+int RunDemo(const Options& options, const std::filesystem::path& source, bool remove);
 } // namespace Browser

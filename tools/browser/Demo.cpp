@@ -20,11 +20,18 @@ namespace
 // Begins with the text by which the PST provider knows a sample store; the provider makes the mail from the numbers.
 constexpr char sampleText[] = "KivNst sample store\nfolders=6 messages=12 seed=1\n";
 constexpr size_t messagesShown = 5;
+// The demonstration's own profile.
+constexpr auto demoProfile = L"Archive Demo";
 
 class Demonstration
 {
 public:
-    Demonstration(const Options& options, const std::filesystem::path& source) : m_options(options), m_source(source) {}
+    Demonstration(const Options& options, const std::filesystem::path& source, bool remove)
+        : m_options(options),
+          m_source(source),
+          m_remove(remove)
+    {
+    }
 
     int Run()
     {
@@ -32,15 +39,26 @@ public:
         ChooseSource();
         const std::filesystem::path archive = Fill();
         const bool unchanged = ShowAsClient(archive);
-        Say("");
-        Say("Where to go next:");
-        Say("  ./run browse tree                     the folders again");
-        Say("  ./run browse list \"" + m_folderPath + "\"");
-        Say("  ./run browse show \"" + m_folderPath + "#1\"");
-        Say("  ./run browse props store              what a client sees of the store; --plain --modify changes it");
-        Say("  ./run browse try                      every modifying call, in all four settings");
-        Say("  ./run browse diff FILE.pst            a PST unwrapped and wrapped, difference by difference");
-        Say("  host/ArchiveHost.cpp                  how a host uses the library; docs/architecture.md, README.md");
+        if (m_remove)
+        {
+            Step("The profile is removed again (DeleteProfile); the archive's file stays");
+            DeleteProfile(*m_options.mapi, m_options.place.profile);
+            Say("  profile  " + Utf8(m_options.place.profile) + ", removed");
+            Require(!ProfileExists(*m_options.mapi, m_options.place.profile), "the profile is still there");
+        }
+        else
+        {
+            Say("");
+            Say("Where to go next:");
+            Say("  ./run browse tree                     the folders again");
+            Say("  ./run browse list \"" + m_folderPath + "\"");
+            Say("  ./run browse show \"" + m_folderPath + "#1\"");
+            Say("  ./run browse props store              what a client sees of the store; --plain --modify changes it");
+            Say("  ./run browse try                      every modifying call, in all four settings");
+            Say("  ./run browse diff FILE.pst            a PST unwrapped and wrapped, difference by difference");
+            Say("  ./run demo --remove                   the same once more, and everything removed at its end");
+            Say("  host/ArchiveHost.cpp                  how a host uses the library; docs/architecture.md, README.md");
+        }
         m_json["ok"] = m_ok && unchanged;
         if (m_options.json)
             PrintLine(m_json.dump(2));
@@ -72,23 +90,24 @@ private:
     }
 
     // The demonstration has a profile and an archive of its own, which every run makes anew.
-    void Begin() const
+    void Begin()
     {
+        const Mapi& mapi = *m_options.mapi;
+        const std::wstring& profile = m_options.place.profile;
+        if (ProfileExists(mapi, profile))
+        {
+            if (profile != demoProfile)
+            {
+                Fail(MAPI_E_COLLISION,
+                     L"The profile \"" + profile + L"\" exists already; the demonstration wants a new one.");
+            }
+            DeleteProfile(mapi, profile);
+        }
         std::error_code error;
-        if (m_options.profile != DefaultProfile() && std::filesystem::exists(m_options.profile, error))
-        {
-            Fail(MAPI_E_COLLISION, L"The profile \"" + m_options.profile.wstring() +
-                                       L"\" exists already; the demonstration wants a new one.");
-        }
-        std::filesystem::create_directories(std::filesystem::absolute(m_options.profile).parent_path());
-        std::filesystem::path archive = m_options.profile;
-        archive.replace_extension(".pst");
-        for (const auto& file : {m_options.profile, OverlayOf(archive)})
-        {
-            std::filesystem::remove(file, error);
-            if (error)
-                Fail(MAPI_E_NO_ACCESS, L"\"" + file.wstring() + L"\" of an earlier run cannot be removed.");
-        }
+        const std::filesystem::path archive = DefaultArchive(profile);
+        std::filesystem::remove(archive, error);
+        if (error)
+            Fail(MAPI_E_NO_ACCESS, L"\"" + archive.wstring() + L"\" of an earlier run cannot be removed.");
     }
 
     void ChooseSource()
@@ -109,7 +128,7 @@ private:
             RequireFile(m_source);
             return;
         }
-        m_source = std::filesystem::absolute(m_options.profile).parent_path() / "sample.pst";
+        m_source = std::filesystem::current_path() / "sample.pst";
         Say("There is no real mail here (it needs the network once), so generated sample mail is used.");
         std::ofstream file(m_source, std::ios::binary | std::ios::trunc);
         file << sampleText;
@@ -120,15 +139,16 @@ private:
     // Steps 1 to 3: what an archiving product does.
     std::filesystem::path Fill()
     {
-        PstSession source(m_source);
-        ArchiveSession archive(m_options.OpenProfile());
-        Step("A new profile gets an archive through ArchiveHost.dll's ServiceEntry");
+        PstSession source(m_options.mapi, m_source);
+        ArchiveSession archive(m_options.mapi, m_options.place);
+        Step("A new profile (MAPIAdminProfiles) gets the message service of the host (CreateMsgServiceEx)");
         const Progress progress = [this](const std::string& line) { Say("  " + line); };
         Setting writable = m_options.setting;
         writable.modify = true;
-        RequireArchive(archive, m_options.profile, writable, [](const std::string&) {});
+        RequireArchive(archive, writable, [](const std::string&) {});
         const std::filesystem::path path = archive.ArchivePath();
-        Say("  profile  " + Utf8(m_options.profile.wstring()));
+        Say("  profile  " + Utf8(archive.Profile()));
+        Say("  service  " + Utf8(m_options.place.service) + " of MAPISVC.INF");
         Say("  archive  " + Utf8(path.wstring()) + ", new, opened by mspst32.dll behind KivNst.dll");
 
         Step("The mail of " + Utf8(m_source.filename().wstring()) + " is imported, with store modification on");
@@ -145,6 +165,7 @@ private:
         Require(verified.counts == imported.added, "what was compared is not what was imported");
         Require(verified.Same(), "the archive is not what was imported (\"archive-browser verify\" says where)");
         m_json["source"] = Utf8(m_source.wstring());
+        m_json["profile"] = Utf8(archive.Profile());
         m_json["archive"] = Utf8(path.wstring());
         m_imported = imported.added;
         m_json["imported"] = CountsJson(m_imported);
@@ -157,9 +178,9 @@ private:
     bool ShowAsClient(const std::filesystem::path& path)
     {
         {
-            ArchiveSession client(m_options.OpenProfile());
+            ArchiveSession client(m_options.mapi, m_options.place);
             client.Logon(m_options.setting);
-            Step("A mail client logs on: the folders below its top of information store");
+            Step("A mail client logs on (MAPILogonEx, OpenMsgStore): the folders below its top of information store");
             const FolderNode tree = ReadTree(client.Memory(), client.Store(), false);
             if (!m_options.json)
                 PrintTree(tree, 2);
@@ -179,30 +200,10 @@ private:
                 if (!m_options.json)
                     PrintMessages(client.Memory(), *opened, messagesShown, 2);
             }
-
-            Step("What the wrapper changed in the store's properties");
-            PstSession unwrapped(path, false, true);
-            TextTable table({{"property"},
-                             {"the PST provider's", false, 40},
-                             {"the archive's", false, 40},
-                             {"because", false, 90}});
-            Json differences = Json::array();
-            for (const Difference& difference : StoreDifferences(unwrapped, client, m_options.setting))
-            {
-                table.Add({difference.property, difference.unwrapped, difference.wrapped, difference.rule});
-                differences.push_back({{"property", difference.property},
-                                       {"unwrapped", difference.unwrapped},
-                                       {"wrapped", difference.wrapped},
-                                       {"rule", difference.rule}});
-                Require(!difference.rule.empty(), difference.property + " differs for no reason");
-            }
-            Require(!table.Empty(), "nothing was changed");
-            if (!m_options.json)
-                table.Print(2);
-            m_json["store"] = std::move(differences);
         }
+        ShowDifferences(path);
         Step("The writes that the archive refuses, each with MAPI_E_NO_ACCESS and a line in its log");
-        const TryReport attempts = TryAll(m_options, {Setting{}});
+        const TryReport attempts = TryAll(m_options, {Setting{}}, nullptr);
         if (!m_options.json)
             PrintTryRows(attempts, Setting{}, true, 2);
         size_t refused = 0;
@@ -210,12 +211,40 @@ private:
             refused += row.outcome == "refused" ? 1 : 0;
         Say("");
         Say("  " + std::to_string(refused) + " of " + Count(attempts.rows.size(), "modifying call", "modifying calls") +
-            " refused without the PST provider seeing them; the others change nothing here or are let through on");
-        Say("  purpose (\"archive-browser try\" shows all). The archive's files are " +
-            std::string(attempts.ArchiveUnchanged() ? "what they were before." : "CHANGED."));
+            " refused; the others change nothing here or are let through on purpose (\"archive-browser try\" shows");
+        Say("  all). The archive is " + std::string(attempts.ArchiveUnchanged() ? "what it was before." : "CHANGED."));
         Require(refused != 0, "no call was refused");
         m_json["attempts"] = attempts.ToJson();
         return attempts.ArchiveUnchanged();
+    }
+
+    // One store after the other: a provider need not open one file twice.
+    void ShowDifferences(const std::filesystem::path& path)
+    {
+        Step("What the wrapper changed in the store's properties");
+        std::shared_ptr<const StoreRecord> unwrapped;
+        {
+            PstSession session(m_options.mapi, path, false, true);
+            unwrapped = Record(session, false);
+        }
+        ArchiveSession client(m_options.mapi, m_options.place);
+        client.Logon(m_options.setting);
+        TextTable table(
+            {{"property"}, {"the PST provider's", false, 40}, {"the archive's", false, 40}, {"because", false, 90}});
+        Json differences = Json::array();
+        for (const Difference& difference : Compare(*unwrapped, client, path, m_options.setting).differences)
+        {
+            table.Add({difference.property, difference.unwrapped, difference.wrapped, difference.rule});
+            differences.push_back({{"property", difference.property},
+                                   {"unwrapped", difference.unwrapped},
+                                   {"wrapped", difference.wrapped},
+                                   {"rule", difference.rule}});
+            Require(!difference.rule.empty(), difference.property + " differs for no reason");
+        }
+        Require(!table.Empty(), "nothing was changed");
+        if (!m_options.json)
+            table.Print(2);
+        m_json["store"] = std::move(differences);
     }
 
     // The folder with the most messages is the one worth looking into; its path goes to m_folderPath.
@@ -238,6 +267,7 @@ private:
 
     const Options& m_options;
     std::filesystem::path m_source;
+    bool m_remove;
     std::string m_folderPath = "/";
     ObjectCounts m_imported;
     Json m_json;
@@ -246,11 +276,13 @@ private:
 };
 } // namespace
 
-int RunDemo(const Options& options, const std::filesystem::path& source)
+int RunDemo(const Options& options, const std::filesystem::path& source, bool remove)
 {
     Options demonstrated = options;
     // What a mail client gets by default; the other settings are for `try`.
     demonstrated.setting = {};
-    return Demonstration(demonstrated, source).Run();
+    if (demonstrated.place.profile.empty())
+        demonstrated.place.profile = demoProfile;
+    return Demonstration(demonstrated, source, remove).Run();
 }
 } // namespace Browser

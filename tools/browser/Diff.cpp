@@ -3,16 +3,17 @@
 
 #include "common/Boundary.h"
 #include "common/StoreEntryId.h"
+#include "common/Text.h"
 #include "nst/KivNstCore.h"
 #include "support/MapiHeaders.h"
 #include "tools/browser/Commands.h"
 #include "tools/browser/Copy.h"
+#include "tools/browser/Sha256.h"
 
 #include <cstring>
 #include <functional>
 
 using namespace Common;
-using namespace Testbed;
 
 namespace Browser
 {
@@ -25,116 +26,262 @@ Bytes BytesOf(const Quillon::Binary& binary)
     return binary.GetSize() != 0 ? Bytes(binary.GetBuffer(), binary.GetBuffer() + binary.GetSize()) : Bytes();
 }
 
-// Compares two stores that are one.
+// A value that is compared and shown, but too long to be kept: its size and its SHA-256.
+PropValue Condensed(const PropValue& value)
+{
+    constexpr size_t longest = 1024;
+    if (value.Size() <= longest)
+        return value;
+    const auto mark = [](const void* bytes, size_t size)
+    {
+        Sha256 hash;
+        hash.Add(bytes, size);
+        return std::to_string(size) + " bytes, SHA-256 " + hash.Finish();
+    };
+    if (const auto* text = value.Get<std::wstring>())
+        return PropValue::String(value.Tag(), Wide(mark(text->data(), text->size() * sizeof(wchar_t))));
+    if (const auto* text = value.Get<std::string>())
+        return PropValue::String(value.Tag(), Wide(mark(text->data(), text->size())));
+    if (const auto* bytes = value.Get<Bytes>())
+    {
+        const std::string text = mark(bytes->data(), bytes->size());
+        return PropValue::Binary(value.Tag(), text.data(), text.size());
+    }
+    return value;
+}
+
+Row Condensed(Row row)
+{
+    for (PropValue& value : row)
+        value = Condensed(value);
+    return row;
+}
+
+enum class Kind
+{
+    Store,
+    Folder,
+    Message,
+    Attachment,
+    Row
+};
+
+const char* KindName(Kind kind)
+{
+    switch (kind)
+    {
+    case Kind::Store:
+        return "store";
+    case Kind::Folder:
+        return "folder";
+    case Kind::Message:
+        return "message";
+    case Kind::Attachment:
+        return "attachment";
+    default:
+        return "table row";
+    }
+}
+
+ObjectProperties PropertiesOf(const MapiMemory& memory, Kind kind, IMAPIProp& object)
+{
+    // A store and a read-only folder open no property, so there only what comes inline can be compared.
+    ObjectProperties properties = ReadProperties(memory, object, kind == Kind::Message || kind == Kind::Attachment);
+    for (PropValue& value : properties.values)
+        value = Condensed(value);
+    return properties;
+}
+
+ComPtr<IMAPITable> RecipientTable(IMessage& message)
+{
+    ComPtr<IMAPITable> table;
+    Check(message.GetRecipientTable(MAPI_UNICODE, table.Put()), L"A message does not list its recipients.");
+    return table;
+}
+
+ComPtr<IMAPITable> AttachmentTable(IMessage& message)
+{
+    ComPtr<IMAPITable> table;
+    Check(message.GetAttachmentTable(MAPI_UNICODE, table.Put()), L"A message does not list its attachments.");
+    return table;
+}
+} // namespace
+
+// A table as it was.
+struct TableRecord
+{
+    std::vector<ULONG> columns;
+    std::vector<Row> rows;
+};
+
+// An object as it was, with what lies in it.
+struct ObjectRecord
+{
+    Bytes entryId;
+    ULONG number = 0;
+    std::string label;
+    ObjectProperties properties;
+    std::vector<TableRecord> tables;
+    // Of a folder its messages, shown and hidden; of a message its attachments; of an attachment its message.
+    std::vector<ObjectRecord> parts;
+    std::vector<ObjectRecord> folders;
+};
+
+struct StoreRecord
+{
+    std::wstring dllName;
+    Bytes archiveRoot;
+    ObjectProperties properties;
+    HRESULT receiveResult = S_OK;
+    TableRecord receiveFolders;
+    std::optional<ObjectRecord> root;
+};
+
+namespace
+{
+// Reads the store that the provider shows.
+class Recorder
+{
+public:
+    Recorder(const MapiMemory& memory, IMsgStore& store) : m_memory(memory), m_store(store) {}
+
+    ObjectRecord RecordFolder(const Bytes& entryId, const std::string& label) const
+    {
+        ObjectRecord record;
+        record.entryId = entryId;
+        record.label = label;
+        const auto folder = OpenFolder(m_store, entryId);
+        record.properties = PropertiesOf(m_memory, Kind::Folder, *folder);
+        record.tables.push_back(RecordTable(*Hierarchy(*folder)));
+        for (const bool associated : {false, true})
+        {
+            record.tables.push_back(RecordTable(*Contents(*folder, associated)));
+            ForEachRow(m_memory, *Contents(*folder, associated), {PR_ENTRYID, PR_SUBJECT_W},
+                       [&](const Row& row)
+                       {
+                           ObjectRecord message =
+                               RecordMessage(*OpenMessage(m_store, row[0].AsBytes()),
+                                             label + " > \"" + Shorten(Utf8(row[1].AsText()), 60) + "\"");
+                           message.entryId = row[0].AsBytes();
+                           record.parts.push_back(std::move(message));
+                           return true;
+                       });
+        }
+        for (const FolderRow& row : SubFolders(m_memory, *folder))
+            record.folders.push_back(RecordFolder(row.entryId, (label == "/" ? "" : label) + "/" + Utf8(row.name)));
+        return record;
+    }
+
+    TableRecord RecordTable(IMAPITable& table) const
+    {
+        TableRecord record;
+        record.columns = AllColumns(m_memory, table);
+        ForEachRow(m_memory, table, record.columns,
+                   [&](Row&& row)
+                   {
+                       record.rows.push_back(Condensed(std::move(row)));
+                       return true;
+                   });
+        return record;
+    }
+
+private:
+    ObjectRecord RecordMessage(IMessage& message, const std::string& label) const
+    {
+        ObjectRecord record;
+        record.label = label;
+        record.properties = PropertiesOf(m_memory, Kind::Message, message);
+        record.tables = {RecordTable(*RecipientTable(message)), RecordTable(*AttachmentTable(message))};
+        for (const ULONG number : AttachmentNumbers(m_memory, message))
+        {
+            const auto opened = OpenAttachment(message, number);
+            ObjectRecord attachment;
+            attachment.label = label + " > attachment " + std::to_string(number);
+            attachment.number = number;
+            attachment.properties = PropertiesOf(m_memory, Kind::Attachment, *opened);
+            const auto method = ReadProp(m_memory, *opened, PR_ATTACH_METHOD);
+            if (method && method->AsLong() == ATTACH_EMBEDDED_MSG)
+                attachment.parts.push_back(RecordMessage(*OpenEmbedded(*opened), attachment.label + " > message"));
+            record.parts.push_back(std::move(attachment));
+        }
+        return record;
+    }
+
+    const MapiMemory& m_memory;
+    IMsgStore& m_store;
+};
+
+// Compares a store with what it was before it was wrapped.
 class Comparer
 {
 public:
-    Comparer(PstSession& unwrapped, ArchiveSession& wrapped, const Setting& setting)
-        : m_memory(unwrapped.Memory()),
-          m_unwrapped(unwrapped.Store()),
+    Comparer(const StoreRecord& unwrapped, StoreSession& wrapped, const std::filesystem::path& file,
+             const Setting& setting)
+        : m_memory(wrapped.Memory()),
+          m_unwrapped(unwrapped),
           m_wrapped(wrapped.Store()),
+          m_dllName(wrapped.DllName()),
           m_setting(setting),
-          m_names(unwrapped.Memory(), unwrapped.Store())
+          m_names(wrapped.Memory(), wrapped.Store()),
+          m_storeEntryId(BytesOf(Quillon::Nst::CreateStoreEntryID(file.wstring().c_str())))
     {
-        if (const auto root = ReadProp(m_memory, m_unwrapped, archiveRoot))
-            m_archiveRoot = root->AsBytes();
-        m_storeEntryId = BytesOf(Quillon::Nst::CreateStoreEntryID(wrapped.ArchivePath().wstring().c_str()));
     }
 
     void CompareStores()
     {
         ++m_report.objects;
-        CompareProperties(Kind::Store, "store", m_unwrapped, m_wrapped);
-        CompareReceiveFolders();
+        CompareProperties(Kind::Store, "store", m_unwrapped.properties, m_wrapped);
+        ComPtr<IMAPITable> table;
+        const HRESULT result = m_wrapped.GetReceiveFolderTable(MAPI_UNICODE, table.Put());
+        if (result != m_unwrapped.receiveResult)
+        {
+            ReportTable("receive folders",
+                        ResultName(m_unwrapped.receiveResult) + " unwrapped, " + ResultName(result) + " wrapped");
+        }
+        else if (SUCCEEDED(result))
+        {
+            CompareTables("receive folders", m_unwrapped.receiveFolders, *table);
+        }
     }
 
-    void CompareFolders(const Bytes& entryId, const std::string& label)
+    void CompareFolders(const ObjectRecord& before)
     {
         ++m_report.objects;
-        const auto unwrapped = OpenFolder(m_unwrapped, entryId);
-        const auto wrapped = OpenFolder(m_wrapped, entryId);
-        CompareProperties(Kind::Folder, "folder " + label, *unwrapped, *wrapped);
-        CompareTables(label + " (sub-folders)", *Hierarchy(*unwrapped), *Hierarchy(*wrapped));
-        for (const bool associated : {false, true})
-        {
-            const std::string name = label + (associated ? " (hidden messages)" : " (messages)");
-            const auto table = Contents(*unwrapped, associated);
-            CompareTables(name, *table, *Contents(*wrapped, associated));
-            for (const Row& row : ReadTable(m_memory, *table, {PR_ENTRYID, PR_SUBJECT_W}))
-            {
-                CompareMessages(*OpenMessage(m_unwrapped, row[0].AsBytes()), *OpenMessage(m_wrapped, row[0].AsBytes()),
-                                label + " > \"" + Shorten(Utf8(row[1].AsText()), 60) + "\"");
-            }
-        }
-        for (const FolderRow& row : SubFolders(m_memory, *unwrapped))
-            CompareFolders(row.entryId, (label == "/" ? "" : label) + "/" + Utf8(row.name));
+        const std::string& label = before.label;
+        const auto wrapped = OpenFolder(m_wrapped, before.entryId);
+        CompareProperties(Kind::Folder, "folder " + label, before.properties, *wrapped);
+        CompareTables(label + " (sub-folders)", before.tables[0], *Hierarchy(*wrapped));
+        CompareTables(label + " (messages)", before.tables[1], *Contents(*wrapped, false));
+        CompareTables(label + " (hidden messages)", before.tables[2], *Contents(*wrapped, true));
+        for (const ObjectRecord& message : before.parts)
+            CompareMessages(message, *OpenMessage(m_wrapped, message.entryId));
+        for (const ObjectRecord& folder : before.folders)
+            CompareFolders(folder);
     }
 
     DiffReport& Report() noexcept { return m_report; }
 
 private:
-    enum class Kind
-    {
-        Store,
-        Folder,
-        Message,
-        Attachment,
-        Row
-    };
-
-    static const char* KindName(Kind kind)
-    {
-        switch (kind)
-        {
-        case Kind::Store:
-            return "store";
-        case Kind::Folder:
-            return "folder";
-        case Kind::Message:
-            return "message";
-        case Kind::Attachment:
-            return "attachment";
-        default:
-            return "table row";
-        }
-    }
-
-    void CompareMessages(IMessage& unwrapped, IMessage& wrapped, const std::string& label)
+    void CompareMessages(const ObjectRecord& before, IMessage& wrapped)
     {
         ++m_report.objects;
-        CompareProperties(Kind::Message, "message " + label, unwrapped, wrapped);
-        ComPtr<IMAPITable> tables[2];
-        Check(unwrapped.GetRecipientTable(MAPI_UNICODE, tables[0].Put()), L"A message does not list its recipients.");
-        Check(wrapped.GetRecipientTable(MAPI_UNICODE, tables[1].Put()), L"A message does not list its recipients.");
-        CompareTables(label + " (recipients)", *tables[0], *tables[1]);
-        Check(unwrapped.GetAttachmentTable(MAPI_UNICODE, tables[0].Put()), L"A message does not list its attachments.");
-        Check(wrapped.GetAttachmentTable(MAPI_UNICODE, tables[1].Put()), L"A message does not list its attachments.");
-        CompareTables(label + " (attachments)", *tables[0], *tables[1]);
-        for (const ULONG number : AttachmentNumbers(m_memory, unwrapped))
+        CompareProperties(Kind::Message, "message " + before.label, before.properties, wrapped);
+        CompareTables(before.label + " (recipients)", before.tables[0], *RecipientTable(wrapped));
+        CompareTables(before.label + " (attachments)", before.tables[1], *AttachmentTable(wrapped));
+        for (const ObjectRecord& attachment : before.parts)
         {
-            CompareAttachments(*OpenAttachment(unwrapped, number), *OpenAttachment(wrapped, number),
-                               label + " > attachment " + std::to_string(number));
-        }
-    }
-
-    void CompareAttachments(IAttach& unwrapped, IAttach& wrapped, const std::string& label)
-    {
-        ++m_report.objects;
-        CompareProperties(Kind::Attachment, "attachment " + label, unwrapped, wrapped);
-        const auto method = ReadProp(m_memory, unwrapped, PR_ATTACH_METHOD);
-        if (method && method->AsLong() == ATTACH_EMBEDDED_MSG)
-        {
+            ++m_report.objects;
+            const auto opened = OpenAttachment(wrapped, attachment.number);
+            CompareProperties(Kind::Attachment, "attachment " + attachment.label, attachment.properties, *opened);
             // What an attachment holds is handed out unwrapped, so nothing is different there.
-            CompareMessages(*OpenEmbedded(unwrapped), *OpenEmbedded(wrapped), label + " > message");
+            for (const ObjectRecord& message : attachment.parts)
+                CompareMessages(message, *OpenEmbedded(*opened));
         }
     }
 
-    void CompareProperties(Kind kind, const std::string& label, IMAPIProp& unwrapped, IMAPIProp& wrapped)
+    void CompareProperties(Kind kind, const std::string& label, const ObjectProperties& before, IMAPIProp& wrapped)
     {
-        // A store and a read-only folder open no property, so there only what comes inline can be compared.
-        const bool streams = kind == Kind::Message || kind == Kind::Attachment;
-        const ObjectProperties before = ReadProperties(m_memory, unwrapped, streams);
-        const ObjectProperties after = ReadProperties(m_memory, wrapped, streams);
+        const ObjectProperties after = PropertiesOf(m_memory, kind, wrapped);
         std::map<ULONG, const PropValue*> byTag;
         for (size_t index = 0; index < after.values.size(); ++index)
             byTag.emplace(PROP_ID(after.tags[index]), &after.values[index]);
@@ -157,41 +304,33 @@ private:
                 Report(kind, label, after.tags[index], nullptr, &after.values[index]);
     }
 
-    void CompareTables(const std::string& label, IMAPITable& unwrapped, IMAPITable& wrapped)
+    void CompareTables(const std::string& label, const TableRecord& before, IMAPITable& wrapped)
     {
-        const auto columns = AllColumns(m_memory, unwrapped);
-        if (columns != AllColumns(m_memory, wrapped))
+        if (before.columns != AllColumns(m_memory, wrapped))
             ReportTable(label, "the columns are not the same");
-        const auto before = ReadTable(m_memory, unwrapped, columns);
-        const auto after = ReadTable(m_memory, wrapped, columns);
-        if (before.size() != after.size())
+        size_t index = 0;
+        ForEachRow(m_memory, wrapped, before.columns,
+                   [&](const Row& cells)
+                   {
+                       if (index < before.rows.size())
+                           CompareRows(label + ", row " + std::to_string(index + 1), before.columns, before.rows[index],
+                                       Condensed(cells));
+                       ++index;
+                       return true;
+                   });
+        if (before.rows.size() != index)
         {
-            ReportTable(label, std::to_string(before.size()) + " rows unwrapped, " + std::to_string(after.size()) +
-                                   " wrapped");
-        }
-        for (size_t index = 0; index < std::min(before.size(), after.size()); ++index)
-        {
-            ++m_report.rows;
-            for (size_t cell = 0; cell < columns.size(); ++cell)
-            {
-                if (!(before[index].at(cell) == after[index].at(cell)))
-                {
-                    Report(Kind::Row, label + ", row " + std::to_string(index + 1), columns[cell], &before[index][cell],
-                           &after[index][cell]);
-                }
-            }
+            ReportTable(label,
+                        std::to_string(before.rows.size()) + " rows unwrapped, " + std::to_string(index) + " wrapped");
         }
     }
 
-    void CompareReceiveFolders()
+    void CompareRows(const std::string& label, const std::vector<ULONG>& columns, const Row& before, const Row& after)
     {
-        ComPtr<IMAPITable> tables[2];
-        const HRESULT before = m_unwrapped.GetReceiveFolderTable(MAPI_UNICODE, tables[0].Put());
-        const HRESULT after = m_wrapped.GetReceiveFolderTable(MAPI_UNICODE, tables[1].Put());
-        if (before != after)
-            ReportTable("receive folders", ResultName(before) + " unwrapped, " + ResultName(after) + " wrapped");
-        else if (SUCCEEDED(before))
-            CompareTables("receive folders", *tables[0], *tables[1]);
+        ++m_report.rows;
+        for (size_t cell = 0; cell < columns.size(); ++cell)
+            if (!(before.at(cell) == after.at(cell)))
+                Report(Kind::Row, label, columns[cell], &before[cell], &after[cell]);
     }
 
     void ReportTable(const std::string& label, const std::string& text)
@@ -213,16 +352,16 @@ private:
             m_report.differences.push_back(difference);
     }
 
-    // Whether an entry ID is the store's, as the host's MAPI wrapped it: then it names the host's module and holds the
-    // archive's own entry ID instead of the PST provider's.
+    // Whether an entry ID is the store's, as MAPI wrapped it for its module: then it names the host's module and holds
+    // the archive's own entry ID instead of the PST provider's.
     bool IsStoreEntryIdPair(const PropValue& before, const PropValue& after) const
     {
         const auto unwrap = [](const PropValue& value)
         { return UnwrapStoreEntryId(value.AsBytes().data(), value.AsBytes().size()); };
         const auto pst = unwrap(before);
         const auto archive = unwrap(after);
-        return pst && archive && _stricmp(pst->dllName.c_str(), "mspst32.dll") == 0 &&
-               _stricmp(archive->dllName.c_str(), "ArchiveHost.dll") == 0 && archive->entryId == m_storeEntryId;
+        return pst && archive && WideFromAnsi(pst->dllName) == m_unwrapped.dllName &&
+               WideFromAnsi(archive->dllName) == m_dllName && archive->entryId == m_storeEntryId;
     }
 
     // The rule by which a wrapped value follows from the unwrapped one; empty when there is none, or when the value is
@@ -248,7 +387,7 @@ private:
                        ? "the store belongs to the archive's provider"
                        : "";
         case PR_IPM_SUBTREE_ENTRYID:
-            return isStore && !m_archiveRoot.empty() && after.AsBytes() == m_archiveRoot
+            return isStore && !m_unwrapped.archiveRoot.empty() && after.AsBytes() == m_unwrapped.archiveRoot
                        ? "the archive root is the top of the information store"
                        : "";
         default:
@@ -285,11 +424,11 @@ private:
     }
 
     const MapiMemory& m_memory;
-    IMsgStore& m_unwrapped;
+    const StoreRecord& m_unwrapped;
     IMsgStore& m_wrapped;
+    std::wstring m_dllName;
     Setting m_setting;
     PropertyNames m_names;
-    Bytes m_archiveRoot;
     Bytes m_storeEntryId;
     DiffReport m_report;
 };
@@ -341,19 +480,32 @@ Json DiffReport::ToJson() const
             {"explained", rules}, {"differences", std::move(list)}, {"unexplained", unexplained}};
 }
 
-DiffReport Compare(PstSession& unwrapped, ArchiveSession& wrapped, const Setting& setting)
+std::shared_ptr<const StoreRecord> Record(StoreSession& unwrapped, bool withFolders)
 {
-    Comparer comparer(unwrapped, wrapped, setting);
-    comparer.CompareStores();
-    comparer.CompareFolders({}, "/");
-    return std::move(comparer.Report());
+    const MapiMemory& memory = unwrapped.Memory();
+    const Recorder recorder(memory, unwrapped.Store());
+    auto record = std::make_shared<StoreRecord>();
+    record->dllName = unwrapped.DllName();
+    if (const auto root = ReadProp(memory, unwrapped.Store(), archiveRoot))
+        record->archiveRoot = root->AsBytes();
+    record->properties = PropertiesOf(memory, Kind::Store, unwrapped.Store());
+    ComPtr<IMAPITable> table;
+    record->receiveResult = unwrapped.Store().GetReceiveFolderTable(MAPI_UNICODE, table.Put());
+    if (SUCCEEDED(record->receiveResult))
+        record->receiveFolders = recorder.RecordTable(*table);
+    if (withFolders)
+        record->root = recorder.RecordFolder({}, "/");
+    return record;
 }
 
-std::vector<Difference> StoreDifferences(PstSession& unwrapped, ArchiveSession& wrapped, const Setting& setting)
+DiffReport Compare(const StoreRecord& unwrapped, StoreSession& wrapped, const std::filesystem::path& file,
+                   const Setting& setting)
 {
-    Comparer comparer(unwrapped, wrapped, setting);
+    Comparer comparer(unwrapped, wrapped, file, setting);
     comparer.CompareStores();
-    return std::move(comparer.Report().differences);
+    if (unwrapped.root)
+        comparer.CompareFolders(*unwrapped.root);
+    return std::move(comparer.Report());
 }
 
 int RunDiff(const Options& options, const std::filesystem::path& file)
@@ -361,12 +513,16 @@ int RunDiff(const Options& options, const std::filesystem::path& file)
     RequireFile(file);
     // A logon gives a store its archive root: that shall not happen to the caller's file.
     const ScratchFolder scratch;
-    const std::filesystem::path copy = scratch.CopyStore(file);
-    ArchiveSession wrapped(Profile::InMemory(L"diff"));
-    wrapped.Configure(copy, options.setting);
-    wrapped.Logon(options.setting);
-    PstSession unwrapped(copy, true, true);
-    const DiffReport report = Compare(unwrapped, wrapped, options.setting);
+    const std::filesystem::path copy = scratch.Copy(file);
+    // Every store that is opened is closed before the next: a provider need not open one file twice.
+    ScratchArchive(options.mapi, options.place.service, copy, options.setting);
+    std::shared_ptr<const StoreRecord> unwrapped;
+    {
+        PstSession session(options.mapi, copy, true, true);
+        unwrapped = Record(session, true);
+    }
+    ScratchArchive wrapped(options.mapi, options.place.service, copy, options.setting);
+    const DiffReport report = Compare(*unwrapped, wrapped, copy, options.setting);
     if (options.json)
     {
         Json json = report.ToJson();

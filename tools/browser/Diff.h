@@ -37,10 +37,14 @@ struct DiffReport
     Json ToJson() const;
 };
 
-/// Walks both stores from the store objects and the root folder down and compares every property of every object and
-/// every row of every table. Both have to be logged on to the same file.
-DiffReport Compare(PstSession& unwrapped, ArchiveSession& wrapped, const Setting& setting);
+/// What a store was when it was recorded; long values by their size and SHA-256.
+struct StoreRecord;
 
-/// The store properties by which a client sees that a store is an archive, before (unwrapped) and after.
-std::vector<Difference> StoreDifferences(PstSession& unwrapped, ArchiveSession& wrapped, const Setting& setting);
+/// Reads the store's own properties and receive folders, and where wanted everything below its root folder.
+std::shared_ptr<const StoreRecord> Record(StoreSession& unwrapped, bool withFolders);
+
+/// Compares what was recorded of a PST, every property of every object and every row of every table, with the same
+/// `file` behind a host's service.
+DiffReport Compare(const StoreRecord& unwrapped, StoreSession& wrapped, const std::filesystem::path& file,
+                   const Setting& setting);
 } // namespace Browser

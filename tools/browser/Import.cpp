@@ -3,7 +3,9 @@
 
 #include "common/Boundary.h"
 #include "tools/browser/Commands.h"
+#include "tools/browser/Tree.h"
 
+#include <map>
 #include <set>
 #include <system_error>
 
@@ -13,16 +15,58 @@ namespace Browser
 {
 namespace
 {
-constexpr size_t messagesPerReport = 250;
+// Tells how far an import or a comparison is, now and then.
+class Pace
+{
+public:
+    Pace(size_t all, const Progress& progress) : m_all(all), m_progress(progress) {}
+
+    // `fresh` is false for a message that took no time.
+    void Step(const std::string& place, bool fresh)
+    {
+        constexpr ULONGLONG pause = 2000;
+        ++m_done;
+        m_fresh += fresh ? 1 : 0;
+        const ULONGLONG now = GetTickCount64();
+        if (now - m_told < pause || m_done >= m_all)
+            return;
+        m_told = now;
+        const double seconds = static_cast<double>(now - m_begin) / 1000;
+        const double rate = static_cast<double>(m_fresh) / seconds;
+        std::string line = "  " + place + ": " + std::to_string(m_done) + " of " + std::to_string(m_all) + " messages";
+        if (rate >= 1)
+        {
+            line += ", " + std::to_string(static_cast<size_t>(rate)) + " a second, " +
+                    Duration(static_cast<double>(m_all - m_done) / rate) + " left";
+        }
+        m_progress(line);
+    }
+
+private:
+    static std::string Duration(double seconds)
+    {
+        constexpr double minute = 60;
+        return seconds < 2 * minute ? std::to_string(static_cast<size_t>(seconds) + 1) + " s"
+                                    : std::to_string(static_cast<size_t>(seconds / minute)) + " min";
+    }
+
+    size_t m_all;
+    const Progress& m_progress;
+    size_t m_done = 0;
+    size_t m_fresh = 0;
+    ULONGLONG m_begin = GetTickCount64();
+    ULONGLONG m_told = m_begin;
+};
 
 class Importer
 {
 public:
-    Importer(ArchiveSession& archive, PstSession& source, const Progress& progress)
+    Importer(StoreSession& archive, StoreSession& source, size_t messages, const Progress& progress)
         : m_memory(archive.Memory()),
           m_archive(archive.Store()),
           m_source(source.Store()),
           m_progress(progress),
+          m_pace(messages, progress),
           m_sourceNames(source.Memory(), source.Store()),
           m_targetNames(archive.Memory(), archive.Store()),
           m_copier(archive.Memory(), m_sourceNames, m_targetNames),
@@ -42,8 +86,11 @@ public:
         m_progress("  " + Utf8(name) + ": " + Count(messages.all, "message", "messages") +
                    (hidden.all != 0 ? ", " + Count(hidden.all, "hidden message", "hidden messages") : "") + ", " +
                    std::to_string(messages.added + hidden.added) + " new");
-        std::set<Bytes> taken;
-        for (const FolderRow& row : SubFolders(m_memory, source))
+        const auto folders = SubFolders(m_memory, source);
+        if (folders.empty())
+            return;
+        Children children = ReadChildren(target);
+        for (const FolderRow& row : folders)
         {
             if (row.type == FOLDER_SEARCH)
             {
@@ -51,7 +98,7 @@ public:
                 continue;
             }
             const auto from = OpenFolder(m_source, row.entryId);
-            const auto to = TargetFolder(row, *from, target, taken);
+            const auto to = TargetFolder(row, *from, target, children);
             ++m_report.source.folders;
             ImportFolder(*from, *to, name + L"/" + row.name);
         }
@@ -72,6 +119,15 @@ private:
         size_t added = 0;
     };
 
+    // What lies under a folder of the archive.
+    struct Children
+    {
+        std::set<std::wstring> names;
+        // By their marks, and those without one by their names.
+        std::map<Bytes, Bytes> marked;
+        std::multimap<std::wstring, Bytes> unmarked;
+    };
+
     PropValue Mark(const Bytes& entryId) const { return PropValue::Binary(m_markTag, m_marks.Of(entryId)); }
 
     void SetMark(IMAPIProp& object, const Bytes& entryId)
@@ -84,71 +140,78 @@ private:
     {
         // A message is saved as a whole and with its mark, so what is there is complete.
         std::set<Bytes> present;
-        for (const Row& row : ReadTable(m_memory, *Contents(target, associated), {m_markTag}))
-            if (!row[0].IsError())
-                present.insert(row[0].AsBytes());
-        const auto rows = ReadTable(m_memory, *Contents(source, associated), {PR_ENTRYID, PR_SUBJECT_W});
+        ForEachRow(m_memory, *Contents(target, associated), {m_markTag},
+                   [&](const Row& row)
+                   {
+                       if (!row[0].IsError())
+                           present.insert(row[0].AsBytes());
+                       return true;
+                   });
+        const std::string place = Utf8(name);
         Imported done;
-        for (const Row& row : rows)
-        {
-            const Bytes& entryId = row[0].AsBytes();
-            if (!present.contains(m_marks.Of(entryId)))
-            {
-                const auto from = OpenMessage(m_source, entryId);
-                ComPtr<IMessage> to;
-                Check(target.CreateMessage(nullptr, associated ? MAPI_ASSOCIATED : 0, to.Put()),
-                      L"The archive takes no message.");
-                m_copier.CopyMessage(*from, *to, Utf8(name) + " > \"" + Utf8(row[1].AsText()) + "\"");
-                SetMark(*to, entryId);
-                Check(to->SaveChanges(0), L"An imported message cannot be saved.");
-                ++done.added;
-            }
-            ++done.all;
-            if (done.all % messagesPerReport == 0 && done.all != rows.size())
-                m_progress("  " + Utf8(name) + ": " + std::to_string(done.all) + " of " + std::to_string(rows.size()));
-        }
+        ForEachRow(m_memory, *Contents(source, associated), {PR_ENTRYID, PR_SUBJECT_W},
+                   [&](const Row& row)
+                   {
+                       const Bytes& entryId = row[0].AsBytes();
+                       const bool isNew = !present.contains(m_marks.Of(entryId));
+                       if (isNew)
+                       {
+                           const auto from = OpenMessage(m_source, entryId);
+                           ComPtr<IMessage> to;
+                           Check(target.CreateMessage(nullptr, associated ? MAPI_ASSOCIATED : 0, to.Put()),
+                                 L"The archive takes no message.");
+                           m_copier.CopyMessage(*from, *to, place + " > \"" + Utf8(row[1].AsText()) + "\"");
+                           SetMark(*to, entryId);
+                           Check(to->SaveChanges(0), L"An imported message cannot be saved.");
+                           ++done.added;
+                       }
+                       ++done.all;
+                       m_pace.Step(place, isNew);
+                       return true;
+                   });
         return done;
+    }
+
+    Children ReadChildren(IMAPIFolder& parent)
+    {
+        Children children;
+        for (const FolderRow& row : SubFolders(m_memory, parent))
+        {
+            children.names.insert(row.name);
+            const auto mark = ReadProp(m_memory, *OpenFolder(m_archive, row.entryId), m_markTag);
+            if (mark)
+                children.marked.emplace(mark->AsBytes(), row.entryId);
+            else
+                children.unmarked.emplace(row.name, row.entryId);
+        }
+        return children;
     }
 
     // The folder of the archive that stands for the source's: the one with its mark, else one of its name that a run
     // was stopped before it could mark, else a new one.
-    ComPtr<IMAPIFolder> TargetFolder(const FolderRow& row, IMAPIFolder& source, IMAPIFolder& parent,
-                                     std::set<Bytes>& taken)
+    ComPtr<IMAPIFolder> TargetFolder(const FolderRow& row, IMAPIFolder& source, IMAPIFolder& parent, Children& children)
     {
-        const Bytes mark = m_marks.Of(row.entryId);
+        if (const auto found = children.marked.find(m_marks.Of(row.entryId)); found != children.marked.end())
+            return OpenFolder(m_archive, found->second, MAPI_MODIFY);
         ComPtr<IMAPIFolder> folder;
-        ComPtr<IMAPIFolder> unmarked;
-        std::set<std::wstring> names;
-        for (const FolderRow& candidate : SubFolders(m_memory, parent))
+        if (const auto unmarked = children.unmarked.find(row.name); unmarked != children.unmarked.end())
         {
-            names.insert(candidate.name);
-            auto opened = OpenFolder(m_archive, candidate.entryId, MAPI_MODIFY);
-            const auto found = ReadProp(m_memory, *opened, m_markTag);
-            if (found && found->AsBytes() == mark)
-                folder = opened;
-            else if (!found && candidate.name == row.name && !taken.contains(candidate.entryId))
-                unmarked = opened;
+            folder = OpenFolder(m_archive, unmarked->second, MAPI_MODIFY);
+            children.unmarked.erase(unmarked);
         }
-        const bool isNew = !folder;
-        if (isNew && unmarked)
-            folder = unmarked;
-        if (!folder)
+        else
         {
             // Two folders of one name under one parent are possible in a PST, and not in an archive.
             std::wstring name = row.name.empty() ? L"(no name)" : row.name;
-            for (int number = 2; names.contains(name); ++number)
+            for (int number = 2; children.names.contains(name); ++number)
                 name = row.name + L" (" + std::to_wstring(number) + L")";
             Check(parent.CreateFolder(FOLDER_GENERIC, name.data(), nullptr, nullptr, MAPI_UNICODE, folder.Put()),
                   L"The archive takes no folder.");
+            children.names.insert(name);
         }
-        if (isNew)
-        {
-            m_copier.CopyProperties(ObjectKind::Folder, source, *folder, Utf8(row.name));
-            SetMark(*folder, row.entryId);
-            ++m_report.added.folders;
-        }
-        if (const auto entryId = ReadProp(m_memory, *folder, PR_ENTRYID))
-            taken.insert(entryId->AsBytes());
+        m_copier.CopyProperties(ObjectKind::Folder, source, *folder, Utf8(row.name));
+        SetMark(*folder, row.entryId);
+        ++m_report.added.folders;
         return folder;
     }
 
@@ -156,6 +219,7 @@ private:
     IMsgStore& m_archive;
     IMsgStore& m_source;
     const Progress& m_progress;
+    Pace m_pace;
     PropertyNames m_sourceNames;
     PropertyNames m_targetNames;
     ObjectCopier m_copier;
@@ -171,43 +235,44 @@ bool IsSameFile(const std::filesystem::path& a, const std::filesystem::path& b)
 }
 } // namespace
 
-ImportReport Import(ArchiveSession& archive, PstSession& source, bool all, const Progress& progress)
+ImportReport Import(StoreSession& archive, StoreSession& source, bool all, const Progress& progress)
 {
     const ImportTop top = SourceTop(source.Memory(), source.Store(), all);
+    const ObjectCounts expected = CountTree(ReadTree(source.Memory(), source.Store(), all || top.isRoot));
     const auto root = OpenFolder(archive.Store(), TopOfStore(archive.Memory(), archive.Store()), MAPI_MODIFY);
-    Importer importer(archive, source, progress);
+    Importer importer(archive, source, expected.messages + expected.hidden, progress);
     importer.ImportFolder(*top.folder, *root, top.name);
     return importer.Report();
 }
 
-void RequireArchive(ArchiveSession& archive, const std::filesystem::path& profile, const Setting& setting,
-                    const Progress& progress)
+void RequireArchive(ArchiveSession& archive, const Setting& setting, const Progress& progress)
 {
     if (archive.Configured())
         return;
-    std::filesystem::path file = std::filesystem::absolute(profile);
-    std::filesystem::create_directories(file.parent_path());
-    file.replace_extension(".pst");
+    const std::filesystem::path file = DefaultArchive(archive.Profile());
     progress("The profile has no archive yet; it gets " + Utf8(file.wstring()) + ".");
     archive.Configure(file, setting);
 }
 
 int RunImport(const Options& options, const std::filesystem::path& file, bool all)
 {
-    // The source first: a wrong path shall leave nothing behind.
-    PstSession source(file);
-    ArchiveSession archive(options.OpenProfile());
+    if (!options.place.store.empty())
+        Fail(MAPI_E_INVALID_PARAMETER, L"Mail is imported into an archive and into no other store.");
+    RequireFile(file);
+    ArchiveSession archive(options.mapi, options.place);
     if (IsSameFile(file, archive.ArchivePath()))
     {
         Fail(MAPI_E_INVALID_PARAMETER,
              L"\"" + file.wstring() + L"\" is the archive itself and cannot be imported into it.");
     }
+    // The source first: a wrong path shall leave nothing behind.
+    PstSession source(options.mapi, file);
     const Progress progress = [&](const std::string& line)
     {
         if (!options.json)
             PrintLine(line);
     };
-    RequireArchive(archive, options.profile, options.setting, progress);
+    RequireArchive(archive, options.setting, progress);
     Setting writable = options.setting;
     writable.modify = true;
     archive.Logon(writable);

@@ -22,14 +22,13 @@ struct ImportReport
     std::vector<CopyProblem> problems;
 };
 
-/// Called with a sentence for each folder, and now and then within a large one.
+/// Called with a sentence for each folder, and every two seconds within a large one.
 using Progress = std::function<void(const std::string&)>;
 
 /// Imports what lies below the source's top, folder by folder; what an earlier run imported is left as it is. The
 /// archive has to be logged on with modification on. Throws `Common::Failure`.
-ImportReport Import(ArchiveSession& archive, PstSession& source, bool all, const Progress& progress);
+ImportReport Import(StoreSession& archive, StoreSession& source, bool all, const Progress& progress);
 
-/// Sees to it that the profile has an archive: by default beside the profile, with its name.
-void RequireArchive(ArchiveSession& archive, const std::filesystem::path& profile, const Setting& setting,
-                    const Progress& progress);
+/// Sees to it that there is the profile and has an archive: by default in the current folder, with the profile's name.
+void RequireArchive(ArchiveSession& archive, const Setting& setting, const Progress& progress);
 } // namespace Browser

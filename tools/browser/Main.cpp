@@ -18,6 +18,8 @@ namespace
 struct GlobalArguments
 {
     std::string profile;
+    std::string service = "ArchiveSvc";
+    std::string store;
     bool json = false;
     bool log = false;
     bool plain = false;
@@ -32,7 +34,8 @@ std::filesystem::path PathOf(const std::string& text)
 Options MakeOptions(const GlobalArguments& arguments, LogRecorder& log)
 {
     Options options;
-    options.profile = arguments.profile.empty() ? DefaultProfile() : PathOf(arguments.profile);
+    options.mapi = Mapi::Start();
+    options.place = {Wide(arguments.profile), Wide(arguments.service), Wide(arguments.store)};
     options.json = arguments.json;
     options.setting = {arguments.plain, arguments.modify};
     options.log = &log;
@@ -51,7 +54,8 @@ int Report(const std::exception& error)
 
 int Run(int argc, wchar_t** argv)
 {
-    CLI::App app("Browses an archive store: a PST file behind ArchiveHost.dll, opened as a mail client opens it.",
+    CLI::App app("Browses an archive store: a PST file behind a host's message service, opened through MAPI as a mail "
+                 "client opens it.",
                  "archive-browser");
     app.footer("Exit codes: 0 done, 1 failed or a check found differences, 2 wrong arguments.\n"
                "A message is named FOLDER#NUMBER, with the number that \"list FOLDER\" shows, its attachment "
@@ -61,9 +65,12 @@ int Run(int argc, wchar_t** argv)
     app.set_help_all_flag("--help-all", "Print the help of all commands and exit");
 
     GlobalArguments global;
-    app.add_option("--profile", global.profile,
-                   "The profile's file; default: demo\\archive.profile in the build folder")
-        ->type_name("FILE");
+    app.add_option("--profile", global.profile, "The MAPI profile; default: the default profile")->type_name("NAME");
+    app.add_option("--service", global.service, "The message service of MAPISVC.INF whose store is the archive")
+        ->type_name("NAME")
+        ->capture_default_str();
+    app.add_option("--store", global.store, "Look at another store of the profile, by its display name")
+        ->type_name("NAME");
     app.add_flag("--json", global.json, "Print one JSON document instead of text");
     app.add_flag("--log", global.log, "Show the library's log lines on the error stream");
     auto* const plain = app.add_flag("--plain", global.plain, "Have the host give the library's plain wrappers");
@@ -75,10 +82,21 @@ int Run(int argc, wchar_t** argv)
 
     std::function<int(const Options&)> command;
 
+    app.add_subcommand("profiles", "Print MAPI's profiles")
+        ->callback([&] { command = [](const Options& o) { return RunProfiles(o); }; });
+    app.add_subcommand("services", "Print the message services of the profile")
+        ->callback([&] { command = [](const Options& o) { return RunServices(o); }; });
+    app.add_subcommand("stores", "Print the stores of the profile")
+        ->callback([&] { command = [](const Options& o) { return RunStores(o); }; });
+
     std::string archive;
-    auto* const configure = app.add_subcommand("configure", "Make a profile whose archive is the file, new or not");
+    auto* const configure = app.add_subcommand(
+        "configure", "Give the profile, which is made where it is not there, the service with this archive");
     configure->add_option("ARCHIVE", archive, "The archive's file")->required()->type_name("");
     configure->callback([&] { command = [&](const Options& o) { return RunConfigure(o, PathOf(archive)); }; });
+
+    app.add_subcommand("remove", "Take the service out of the profile, and remove a profile that is empty then")
+        ->callback([&] { command = [](const Options& o) { return RunRemove(o); }; });
 
     bool all = false;
     auto* const tree = app.add_subcommand("tree", "Print the folders with their counts");
@@ -132,7 +150,11 @@ int Run(int argc, wchar_t** argv)
     auto* const demo = app.add_subcommand("demo", "Fill a new archive with real mail and show what comes of it");
     demo->add_option("--source", demoSource, "The PST to import; default: enron.pst where KIVNST_PST_DATA says")
         ->type_name("FILE");
-    demo->callback([&] { command = [&](const Options& o) { return RunDemo(o, PathOf(demoSource)); }; });
+    bool keep = false;
+    bool remove = false;
+    auto* const keepFlag = demo->add_flag("--keep", keep, "Leave the profile, to look around in it (the default)");
+    demo->add_flag("--remove", remove, "Remove the profile at the end")->excludes(keepFlag);
+    demo->callback([&] { command = [&](const Options& o) { return RunDemo(o, PathOf(demoSource), remove); }; });
 
     std::vector<std::string> arguments;
     for (int index = argc - 1; index > 0; --index)

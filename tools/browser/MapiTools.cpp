@@ -47,6 +47,23 @@ std::optional<PropValue> ReadLarge(IMAPIProp& object, ULONG tag)
     return FromStreamBytes(tag, ReadStream(*stream, largestProperty));
 }
 
+// A table's call, tried again while the table is busy with an earlier one.
+template <class Call>
+HRESULT WhenReady(IMAPITable& table, Call&& call)
+{
+    constexpr int most = 100;
+    constexpr ULONG milliseconds = 300;
+    HRESULT result = call();
+    for (int tries = 1; result == MAPI_E_BUSY && tries < most; ++tries)
+    {
+        ULONG status = 0;
+        if (FAILED(table.WaitForCompletion(0, milliseconds, &status)))
+            Sleep(milliseconds / 10);
+        result = call();
+    }
+    return result;
+}
+
 std::string GuidText(const GUID& guid)
 {
     wchar_t text[40] = {};
@@ -132,13 +149,27 @@ LPENTRYID EntryIdOf(const Bytes& bytes) noexcept
 
 ObjectProperties ReadProperties(const MapiMemory& memory, IMAPIProp& object, bool streams)
 {
-    MapiBlock<SPropTagArray> list(memory);
-    Check(object.GetPropList(MAPI_UNICODE, list.Put()), L"An object does not list its properties.");
+    ULONG count = 0;
+    MapiBlock<SPropValue> values(memory);
+    const HRESULT result = object.GetProps(nullptr, MAPI_UNICODE, &count, values.Put());
+    if (FAILED(result))
+        Fail(result, L"An object's properties cannot be read: " + ResultText(result) + L".");
     ObjectProperties properties;
-    if (!list || list->cValues == 0)
-        return properties;
-    properties.tags.assign(list->aulPropTag, list->aulPropTag + list->cValues);
-    properties.values = ReadProps(memory, object, properties.tags);
+    properties.values = CopyProps(count, values.Get());
+    std::map<ULONG, ULONG> types;
+    for (const PropValue& value : properties.values)
+    {
+        // What comes as an error has lost its type, which the list of properties names.
+        if (value.IsError() && types.empty())
+        {
+            MapiBlock<SPropTagArray> list(memory);
+            Check(object.GetPropList(MAPI_UNICODE, list.Put()), L"An object does not list its properties.");
+            for (ULONG index = 0; list && index < list->cValues; ++index)
+                types.emplace(PROP_ID(list->aulPropTag[index]), list->aulPropTag[index]);
+        }
+        const auto listed = value.IsError() ? types.find(value.Id()) : types.end();
+        properties.tags.push_back(listed != types.end() ? listed->second : value.Tag());
+    }
     for (size_t index = 0; index < properties.values.size(); ++index)
     {
         PropValue& value = properties.values[index];
@@ -191,22 +222,49 @@ std::vector<ULONG> AllColumns(const MapiMemory& memory, IMAPITable& table)
     return {columns->aulPropTag, columns->aulPropTag + columns->cValues};
 }
 
-std::vector<Row> ReadTable(const MapiMemory& memory, IMAPITable& table, const std::vector<ULONG>& columns)
+void ForEachRow(const MapiMemory& memory, IMAPITable& table, const std::vector<ULONG>& columns,
+                const std::function<bool(Row&&)>& take, size_t first, size_t atOnce)
 {
     const MapiBlock<SPropTagArray> set(memory,
                                        MakeTagArray(memory, columns.empty() ? AllColumns(memory, table) : columns));
-    Check(table.SetColumns(set.Get(), 0), L"A table does not take its columns.");
-    Check(table.SeekRow(BOOKMARK_BEGINNING, 0, nullptr), L"A table cannot be read from its beginning.");
-    std::vector<Row> rows;
+    Check(WhenReady(table, [&] { return table.SetColumns(set.Get(), 0); }), L"A table does not take its columns.");
+    Check(WhenReady(table, [&] { return table.SeekRow(BOOKMARK_BEGINNING, static_cast<LONG>(first), nullptr); }),
+          L"A table cannot be read from its beginning.");
+    const auto portionSize = static_cast<LONG>(std::min<size_t>(atOnce, rowsAtOnce));
     for (;;)
     {
         MapiRows portion(memory);
-        Check(table.QueryRows(rowsAtOnce, 0, portion.Put()), L"A table's rows cannot be read.");
+        Check(WhenReady(table, [&] { return table.QueryRows(portionSize, 0, portion.Put()); }),
+              L"A table's rows cannot be read.");
+        // A portion may be smaller than what was asked for; the end is where none comes.
         if (portion.Count() == 0)
-            return rows;
+            return;
         for (ULONG index = 0; index < portion.Count(); ++index)
-            rows.push_back(CopyProps(portion[index].cValues, portion[index].lpProps));
+            if (!take(CopyProps(portion[index].cValues, portion[index].lpProps)))
+                return;
     }
+}
+
+std::vector<Row> ReadTable(const MapiMemory& memory, IMAPITable& table, const std::vector<ULONG>& columns, size_t limit,
+                           size_t first)
+{
+    std::vector<Row> rows;
+    if (limit == 0)
+        return rows;
+    const auto take = [&](Row&& row)
+    {
+        rows.push_back(std::move(row));
+        return rows.size() < limit;
+    };
+    ForEachRow(memory, table, columns, take, first, limit);
+    return rows;
+}
+
+size_t RowCount(IMAPITable& table)
+{
+    ULONG count = 0;
+    Check(WhenReady(table, [&] { return table.GetRowCount(0, &count); }), L"A table does not count its rows.");
+    return count;
 }
 
 ComPtr<IMAPITable> Contents(IMAPIFolder& folder, bool associated)
@@ -267,11 +325,13 @@ std::vector<FolderRow> SubFolders(const MapiMemory& memory, IMAPIFolder& folder)
 {
     const auto table = Hierarchy(folder);
     std::vector<FolderRow> folders;
-    for (const Row& row : ReadTable(
-             memory, *table, {PR_ENTRYID, PR_DISPLAY_NAME_W, PR_FOLDER_TYPE, PR_CONTENT_COUNT, PR_CONTENT_UNREAD}))
+    for (const Row& row : ReadTable(memory, *table,
+                                    {PR_ENTRYID, PR_DISPLAY_NAME_W, PR_FOLDER_TYPE, PR_CONTENT_COUNT, PR_CONTENT_UNREAD,
+                                     PR_ASSOC_CONTENT_COUNT, PR_SUBFOLDERS}))
     {
-        folders.push_back(
-            {row[0].AsBytes(), row[1].AsText(), row[2].AsLong(FOLDER_GENERIC), row[3].AsLong(), row[4].AsLong()});
+        folders.push_back({row[0].AsBytes(), row[1].AsText(), row[2].AsLong(FOLDER_GENERIC), row[3].AsLong(),
+                           row[4].AsLong(), row[5].IsError() ? std::optional<LONG>() : row[5].AsLong(),
+                           row[6].IsError() || row[6].AsLong() != 0});
     }
     return folders;
 }

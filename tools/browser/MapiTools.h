@@ -36,8 +36,17 @@ std::string ReadText(const Common::MapiMemory& memory, IMAPIProp& object, ULONG 
 /// A row of a table: a cell for each of the columns that were asked for, or of all that the table has.
 using Row = std::vector<Common::PropValue>;
 
-/// Reads a table in portions, from its beginning: with `columns`, or with all that it offers.
-std::vector<Row> ReadTable(const Common::MapiMemory& memory, IMAPITable& table, const std::vector<ULONG>& columns);
+constexpr size_t allRows = static_cast<size_t>(-1);
+/// Reads a table in portions, from the row numbered `first` (counted from 0), `limit` rows at most: with `columns`, or
+/// with all that it offers.
+std::vector<Row> ReadTable(const Common::MapiMemory& memory, IMAPITable& table, const std::vector<ULONG>& columns,
+                           size_t limit = allRows, size_t first = 0);
+/// The same, row by row for as long as `take` says so, so that a long table need not be held; `atOnce` rows are asked
+/// for at a time, and no more than a few hundred.
+void ForEachRow(const Common::MapiMemory& memory, IMAPITable& table, const std::vector<ULONG>& columns,
+                const std::function<bool(Row&&)>& take, size_t first = 0, size_t atOnce = allRows);
+/// How many rows a table has.
+size_t RowCount(IMAPITable& table);
 /// The columns that a table offers.
 std::vector<ULONG> AllColumns(const Common::MapiMemory& memory, IMAPITable& table);
 
@@ -61,6 +70,10 @@ struct FolderRow
     LONG type = FOLDER_GENERIC;
     LONG messages = 0;
     LONG unread = 0;
+    /// How many hidden messages it has, where the table tells.
+    std::optional<LONG> hidden;
+    /// False only where the table says that it has no sub-folder.
+    bool hasChildren = true;
 };
 std::vector<FolderRow> SubFolders(const Common::MapiMemory& memory, IMAPIFolder& folder);
 

@@ -6,8 +6,7 @@
 
 #include <bcrypt.h>
 
-#include <fstream>
-#include <vector>
+#include <algorithm>
 
 using namespace Common;
 
@@ -15,63 +14,48 @@ namespace Browser
 {
 namespace
 {
-class Hash
+void Require(NTSTATUS status)
 {
-public:
-    Hash()
-    {
-        Require(BCryptOpenAlgorithmProvider(&m_algorithm, BCRYPT_SHA256_ALGORITHM, nullptr, 0));
-        Require(BCryptCreateHash(m_algorithm, &m_hash, nullptr, 0, nullptr, 0, 0));
-    }
-    ~Hash()
-    {
-        if (m_hash)
-            BCryptDestroyHash(m_hash);
-        if (m_algorithm)
-            BCryptCloseAlgorithmProvider(m_algorithm, 0);
-    }
-    Hash(const Hash&) = delete;
-    Hash& operator=(const Hash&) = delete;
-
-    void Add(char* bytes, size_t size)
-    {
-        Require(BCryptHashData(m_hash, reinterpret_cast<PUCHAR>(bytes), static_cast<ULONG>(size), 0));
-    }
-    std::string Finish()
-    {
-        constexpr ULONG size = 32;
-        BYTE digest[size] = {};
-        Require(BCryptFinishHash(m_hash, digest, size, 0));
-        return Utf8FromWide(HexText(digest, size));
-    }
-
-private:
-    static void Require(NTSTATUS status)
-    {
-        if (status < 0)
-            Fail(MAPI_E_CALL_FAILED, L"The system cannot work out a SHA-256.");
-    }
-
-    BCRYPT_ALG_HANDLE m_algorithm = nullptr;
-    BCRYPT_HASH_HANDLE m_hash = nullptr;
-};
+    if (status < 0)
+        Fail(MAPI_E_CALL_FAILED, L"The system cannot work out a SHA-256.");
+}
 } // namespace
 
-std::string Sha256Of(const std::filesystem::path& file)
+Sha256::Sha256()
 {
-    std::error_code error;
-    if (!std::filesystem::exists(file, error))
-        return {};
-    std::ifstream stream(file, std::ios::binary);
-    if (!stream)
-        Fail(MAPI_E_NO_ACCESS, L"\"" + file.wstring() + L"\" cannot be read.");
-    Hash hash;
-    std::vector<char> buffer(1u << 20);
-    while (stream)
+    Require(BCryptOpenAlgorithmProvider(&m_algorithm, BCRYPT_SHA256_ALGORITHM, nullptr, 0));
+    if (BCryptCreateHash(m_algorithm, &m_hash, nullptr, 0, nullptr, 0, 0) < 0)
     {
-        stream.read(buffer.data(), static_cast<std::streamsize>(buffer.size()));
-        hash.Add(buffer.data(), static_cast<size_t>(stream.gcount()));
+        BCryptCloseAlgorithmProvider(m_algorithm, 0);
+        Require(-1);
     }
-    return hash.Finish();
+}
+
+Sha256::~Sha256()
+{
+    BCryptDestroyHash(m_hash);
+    BCryptCloseAlgorithmProvider(m_algorithm, 0);
+}
+
+void Sha256::Add(const void* bytes, size_t size)
+{
+    constexpr size_t portion = size_t{1} << 30;
+    // The system's function takes the bytes without const and does not write to them.
+    auto* position = static_cast<PUCHAR>(const_cast<void*>(bytes));
+    while (size != 0)
+    {
+        const auto part = static_cast<ULONG>(std::min(size, portion));
+        Require(BCryptHashData(m_hash, position, part, 0));
+        position += part;
+        size -= part;
+    }
+}
+
+std::string Sha256::Finish()
+{
+    constexpr ULONG size = 32;
+    BYTE digest[size] = {};
+    Require(BCryptFinishHash(m_hash, digest, size, 0));
+    return Utf8FromWide(HexText(digest, size));
 }
 } // namespace Browser

@@ -50,13 +50,14 @@ bool IsEntryId(const std::wstring& text)
 ComPtr<IMessage> MessageAt(const MapiMemory& memory, IMsgStore& store, const std::wstring& path, size_t number)
 {
     const auto folder = OpenFolder(store, FindFolder(memory, store, path));
-    const auto rows = ReadTable(memory, *Contents(*folder, false), {PR_ENTRYID});
-    if (number == 0 || number > rows.size())
+    const auto table = Contents(*folder, false);
+    const auto rows = number == 0 ? std::vector<Row>() : ReadTable(memory, *table, {PR_ENTRYID}, 1, number - 1);
+    if (rows.empty())
     {
         Fail(MAPI_E_NOT_FOUND, L"There is no message " + std::to_wstring(number) + L" in \"" + path +
-                                   L"\", which has " + std::to_wstring(rows.size()) + L".");
+                                   L"\", which has " + std::to_wstring(RowCount(*table)) + L".");
     }
-    return OpenMessage(store, rows[number - 1][0].AsBytes());
+    return OpenMessage(store, rows.front()[0].AsBytes());
 }
 
 // "store", "root", a folder's path, FOLDER#N for a message, FOLDER#N@K for an attachment of it, or an entry ID.
@@ -209,28 +210,30 @@ void PrintBody(const std::string& body)
 
 size_t PrintMessages(const MapiMemory& memory, IMAPIFolder& folder, size_t limit, size_t indent)
 {
-    const auto rows = ReadTable(memory, *Contents(folder, false), listColumns);
+    const auto contents = Contents(folder, false);
+    const auto rows = ReadTable(memory, *contents, listColumns, limit);
     TextTable table({{"#", true}, {"from", false, 28}, {"subject", false, 48}, {"date"}, {"size", true}, {"att."}});
-    for (size_t index = 0; index < std::min(limit, rows.size()); ++index)
+    for (size_t index = 0; index < rows.size(); ++index)
     {
         const Row& row = rows[index];
         table.Add({std::to_string(index + 1), Utf8(row[1].AsText()), Utf8(row[2].AsText()), Date(row),
                    std::to_string(row[5].AsLong()), row[6].AsLong() != 0 && !row[6].IsError() ? "yes" : ""});
     }
     table.Print(indent);
-    return rows.size();
+    return rows.size() < limit ? rows.size() : RowCount(*contents);
 }
 
 int RunList(const Options& options, const std::wstring& folder, size_t limit)
 {
-    ArchiveSession archive(options.OpenProfile());
+    ArchiveSession archive(options.mapi, options.place);
     archive.Logon(options.setting);
     const auto opened = OpenFolder(archive.Store(), FindFolder(archive.Memory(), archive.Store(), folder));
     if (options.json)
     {
         Json messages = Json::array();
-        const auto rows = ReadTable(archive.Memory(), *Contents(*opened, false), listColumns);
-        for (size_t index = 0; index < std::min(limit, rows.size()); ++index)
+        const auto contents = Contents(*opened, false);
+        const auto rows = ReadTable(archive.Memory(), *contents, listColumns, limit);
+        for (size_t index = 0; index < rows.size(); ++index)
         {
             const Row& row = rows[index];
             messages.push_back({{"number", index + 1},
@@ -243,7 +246,7 @@ int RunList(const Options& options, const std::wstring& folder, size_t limit)
                                 {"attachments", !row[6].IsError() && row[6].AsLong() != 0},
                                 {"read", (row[7].AsLong() & MSGFLAG_READ) != 0}});
         }
-        PrintLine(Json{{"messages", std::move(messages)}, {"count", rows.size()}}.dump(2));
+        PrintLine(Json{{"messages", std::move(messages)}, {"count", RowCount(*contents)}}.dump(2));
         return exitOk;
     }
     const size_t count = PrintMessages(archive.Memory(), *opened, limit, 0);
@@ -255,7 +258,7 @@ int RunList(const Options& options, const std::wstring& folder, size_t limit)
 
 int RunShow(const Options& options, const std::wstring& name)
 {
-    ArchiveSession archive(options.OpenProfile());
+    ArchiveSession archive(options.mapi, options.place);
     archive.Logon(options.setting);
     const Target target = FindTarget(archive.Memory(), archive.Store(), name);
     if (!target.message)
@@ -302,7 +305,7 @@ int RunShow(const Options& options, const std::wstring& name)
 
 int RunProps(const Options& options, const std::wstring& name)
 {
-    ArchiveSession archive(options.OpenProfile());
+    ArchiveSession archive(options.mapi, options.place);
     archive.Logon(options.setting);
     const Target target = FindTarget(archive.Memory(), archive.Store(), name);
     if (!target.object)

@@ -17,9 +17,9 @@ const PropertyNames::Name markName = {
 
 ImportTop SourceTop(const MapiMemory& memory, IMsgStore& source, bool all)
 {
-    Bytes entryId = all ? Bytes() : TopOfStore(memory, source);
-    auto folder = OpenFolder(source, entryId);
-    return {folder, Wide(ReadText(memory, *folder, PR_DISPLAY_NAME_W))};
+    const Bytes entryId = all ? Bytes() : TopOfStore(memory, source);
+    const auto folder = OpenFolder(source, entryId);
+    return {folder, Wide(ReadText(memory, *folder, PR_DISPLAY_NAME_W)), entryId.empty()};
 }
 
 ULONG MarkTag(PropertyNames& names, bool create)

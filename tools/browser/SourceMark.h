@@ -10,6 +10,8 @@ struct ImportTop
 {
     Common::ComPtr<IMAPIFolder> folder;
     std::wstring name;
+    /// Whether it is the store's root folder.
+    bool isRoot = false;
 };
 
 /// The folder whose contents are imported: the top of the information store, or with `all`, or when the store has no

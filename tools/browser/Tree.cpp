@@ -13,14 +13,14 @@ FolderNode Node(const MapiMemory& memory, IMsgStore& store, const FolderRow& row
 {
     // Folders nest as deep as their maker liked; the stack does not.
     constexpr int deepest = 200;
-    FolderNode node;
-    node.entryId = row.entryId;
-    node.name = row.name;
-    node.messages = row.messages;
-    node.unread = row.unread;
+    FolderNode node{row.entryId, row.name, row.messages, row.unread, row.hidden.value_or(0), {}};
+    // What the parent's table tells need not be asked of the folder.
+    if (row.hidden && !row.hasChildren)
+        return node;
     const auto folder = OpenFolder(store, row.entryId);
-    if (const auto hidden = ReadProp(memory, *folder, PR_ASSOC_CONTENT_COUNT))
-        node.hidden = hidden->AsLong();
+    if (!row.hidden)
+        if (const auto hidden = ReadProp(memory, *folder, PR_ASSOC_CONTENT_COUNT))
+            node.hidden = hidden->AsLong();
     if (depth < deepest)
         for (const FolderRow& child : SubFolders(memory, *folder))
             node.children.push_back(Node(memory, store, child, depth + 1));
@@ -45,7 +45,8 @@ FolderNode ReadTree(const MapiMemory& memory, IMsgStore& store, bool all)
     const auto folder = OpenFolder(store, entryId);
     const std::vector<PropValue> values =
         ReadProps(memory, *folder, {PR_ENTRYID, PR_DISPLAY_NAME_W, PR_CONTENT_COUNT, PR_CONTENT_UNREAD});
-    FolderRow row{values[0].AsBytes(), values[1].AsText(), FOLDER_GENERIC, values[2].AsLong(), values[3].AsLong()};
+    FolderRow row{
+        values[0].AsBytes(), values[1].AsText(), FOLDER_GENERIC, values[2].AsLong(), values[3].AsLong(), {}, true};
     return Node(memory, store, row, 0);
 }
 
@@ -85,7 +86,7 @@ Json TreeJson(const FolderNode& node)
 
 int RunTree(const Options& options, bool all)
 {
-    ArchiveSession archive(options.OpenProfile());
+    ArchiveSession archive(options.mapi, options.place);
     archive.Logon(options.setting);
     const FolderNode tree = ReadTree(archive.Memory(), archive.Store(), all);
     if (options.json)

@@ -2,12 +2,11 @@
 #include "tools/browser/Try.h"
 
 #include "common/Boundary.h"
-#include "nst/NstMapiFolder.h"
-#include "nst/NstMsgStore.h"
+#include "support/Log.h"
+#include "support/MapiHeaders.h"
 #include "tools/browser/Commands.h"
 #include "tools/browser/Copy.h"
 #include "tools/browser/MapiTools.h"
-#include "tools/browser/Observer.h"
 #include "tools/browser/Sha256.h"
 
 #include <algorithm>
@@ -15,7 +14,6 @@
 #include <optional>
 
 using namespace Common;
-using namespace Testbed;
 
 namespace Browser
 {
@@ -116,7 +114,7 @@ private:
 class Stage
 {
 public:
-    Stage(ArchiveSession& archive, PstSession& target, const Subject& subject, const Victims& victims)
+    Stage(StoreSession& archive, PstSession& target, const Subject& subject, const Victims& victims)
         : m_archive(archive),
           m_target(target),
           m_subject(subject),
@@ -135,6 +133,10 @@ public:
     IMAPIFolder& Folder()
     {
         return Keep(m_folder, [&] { return OpenFolder(Store(), m_subject.folder, MAPI_MODIFY); });
+    }
+    IMAPIFolder& EmptiedFolder()
+    {
+        return Keep(m_emptiedFolder, [&] { return OpenFolder(Store(), m_victims.emptiedFolder, MAPI_MODIFY); });
     }
     IMessage& Message()
     {
@@ -173,6 +175,7 @@ public:
         m_targetMessage.Reset();
         m_attachment.Reset();
         m_message.Reset();
+        m_emptiedFolder.Reset();
         m_folder.Reset();
     }
 
@@ -226,12 +229,13 @@ private:
         return *place;
     }
 
-    ArchiveSession& m_archive;
+    StoreSession& m_archive;
     PstSession& m_target;
     Subject m_subject;
     Victims m_victims;
     ComPtr<IMAPIFolder> m_targetFolder;
     ComPtr<IMAPIFolder> m_folder;
+    ComPtr<IMAPIFolder> m_emptiedFolder;
     ComPtr<IMessage> m_message;
     ComPtr<IAttach> m_attachment;
     ComPtr<IMessage> m_targetMessage;
@@ -478,13 +482,7 @@ std::vector<Attempt> FolderAttempts()
              SSortOrderSet order{};
              return s.Folder().SaveContentsSort(&order, 0);
          }},
-        {"folder", "EmptyFolder",
-         [](Stage& s)
-         {
-             const auto folder = OpenFolder(s.Store(), s.Doomed().emptiedFolder, MAPI_MODIFY);
-             TakeCalls();
-             return folder->EmptyFolder(0, nullptr, 0);
-         }},
+        {"folder", "EmptyFolder", [](Stage& s) { return s.EmptiedFolder().EmptyFolder(0, nullptr, 0); }},
     };
 }
 
@@ -494,21 +492,6 @@ std::vector<Attempt> AllAttempts()
     for (auto&& part : {StoreAttempts(), FolderAttempts(), MessageAttempts(), AttachmentAttempts()})
         all.insert(all.end(), part.begin(), part.end());
     return all;
-}
-
-// The method that an attempt's provider object is asked for: "IMAPIFolder::CreateMessage".
-std::string MethodOf(const Attempt& attempt)
-{
-    const std::string_view call = attempt.call;
-    const std::string method(call.substr(0, call.find('(')));
-    const std::string_view object = attempt.object;
-    if (object == "folder" && method == "CopyFolder")
-        return "IMAPISupport::CopyFolder";
-    return (object == "store"     ? "IMsgStore::"
-            : object == "folder"  ? "IMAPIFolder::"
-            : object == "message" ? "IMessage::"
-                                  : "IAttach::") +
-           method;
 }
 
 // The library's lines, details joined to what they belong to.
@@ -523,13 +506,21 @@ std::vector<std::string> JoinLog(const std::vector<LogRecorder::Line>& lines)
     return joined;
 }
 
-TryRow RunAttempt(const Attempt& attempt, Stage& stage, const Setting& setting, LogRecorder& log)
+// Whether a call that passed a wrapper was refused behind it, which the library's log tells as a failure.
+bool HasFailure(const std::vector<LogRecorder::Line>& lines)
+{
+    return std::any_of(lines.begin(), lines.end(), [](const LogRecorder::Line& line)
+                       { return !line.isDetail && line.level == static_cast<int>(Quillon::LogId::Error); });
+}
+
+TryRow RunAttempt(const Attempt& attempt, Stage& stage, const Setting& setting, LogRecorder& log, AttemptWatch* watch)
 {
     // Opening what the call is made on shall not show in what the call did.
     const std::string_view object = attempt.object;
     if (object == "folder")
     {
         stage.Folder();
+        stage.EmptiedFolder();
     }
     else if (object == "message")
     {
@@ -546,37 +537,23 @@ TryRow RunAttempt(const Attempt& attempt, Stage& stage, const Setting& setting, 
         stage.Message();
     }
     log.Take();
-    TakeCalls();
+    if (watch)
+        watch->Before();
     TryRow row;
     row.setting = setting;
     row.object = attempt.object;
     row.call = attempt.call;
     const HRESULT result = attempt.run(stage);
-    row.reached = TakeCalls();
-    row.log = JoinLog(log.Take());
+    const auto lines = log.Take();
+    row.log = JoinLog(lines);
     row.code = ResultName(result);
-    const bool reached = std::find(row.reached.begin(), row.reached.end(), MethodOf(attempt)) != row.reached.end();
-    row.outcome = reached                      ? "let through"
-                  : result == MAPI_E_NO_ACCESS ? "refused"
-                  : result == S_OK             ? "ignored"
-                                               : "failed";
+    row.outcome = result == MAPI_E_NO_ACCESS && !HasFailure(lines) ? "refused"
+                  : SUCCEEDED(result)                              ? "succeeded"
+                                                                   : "failed";
+    if (watch)
+        watch->After(row);
     stage.Reset();
     return row;
-}
-
-// Watches the classes of the provider's objects, which the wrapped ones give on demand.
-void WatchProvider(ArchiveSession& archive, const Subject& subject)
-{
-    ComPtr<IMsgStore> store;
-    Check(archive.Store().QueryInterface(Quillon::Nst::IID_UnwrappedMsgStore, reinterpret_cast<void**>(store.Put())),
-          L"The archive does not give the store behind it.");
-    Watch(*store);
-    Watch(*OpenFolder(*store, subject.folder));
-    const auto message = OpenMessage(*store, subject.message);
-    Watch(*message);
-    if (subject.attachment)
-        Watch(*OpenAttachment(*message, *subject.attachment));
-    Watch(*archive.Session().MakeSupport());
 }
 
 Bytes EntryIdOfObject(const MapiMemory& memory, IMAPIProp& object)
@@ -585,59 +562,167 @@ Bytes EntryIdOfObject(const MapiMemory& memory, IMAPIProp& object)
     return entryId ? entryId->AsBytes() : Bytes();
 }
 
-// Makes what the attempts may delete and move, in a copy of the archive.
-Victims MakeVictims(const std::filesystem::path& copy, const Subject& subject)
+// What an archive that is made for the attempts has in it.
+struct Scene
 {
-    PstSession session(copy, false, true);
-    const auto parent = OpenFolder(session.Store(), subject.folder, MAPI_MODIFY);
-    const auto message = [&](IMAPIFolder& folder)
-    {
-        ComPtr<IMessage> made;
-        Check(folder.CreateMessage(nullptr, 0, made.Put()), L"No message can be made in the copy of the archive.");
-        const MapiBlock<SPropValue> values(
-            session.Memory(), MakePropArray(session.Memory(), {PropValue::String(PR_SUBJECT_W, L"Victim")}));
-        Check(made->SetProps(1, values.Get(), nullptr), L"A message in the copy of the archive cannot be written.");
-        Check(made->SaveChanges(KEEP_OPEN_READWRITE), L"A message in the copy of the archive cannot be saved.");
-        return EntryIdOfObject(session.Memory(), *made);
-    };
-    const auto folder = [&](std::wstring name)
+    Subject subject;
+    Victims victims;
+};
+
+// Makes an archive with a copy of the subject, and with what the attempts may delete and move.
+Scene MakeScene(const Options& options, ArchiveSession& archive, const Subject& original,
+                const std::filesystem::path& file)
+{
+    archive.Logon({});
+    const MapiMemory memory = archive.Memory();
+    ScratchArchive scratch(options.mapi, options.place.service, file, {false, true});
+    const auto top = OpenFolder(scratch.Store(), TopOfStore(memory, scratch.Store()), MAPI_MODIFY);
+    const auto newFolder = [](IMAPIFolder& parent, std::wstring name)
     {
         ComPtr<IMAPIFolder> made;
-        Check(parent->CreateFolder(FOLDER_GENERIC, name.data(), nullptr, nullptr, MAPI_UNICODE | OPEN_IF_EXISTS,
-                                   made.Put()),
-              L"No folder can be made in the copy of the archive.");
-        message(*made);
-        return EntryIdOfObject(session.Memory(), *made);
+        Check(parent.CreateFolder(FOLDER_GENERIC, name.data(), nullptr, nullptr, MAPI_UNICODE | OPEN_IF_EXISTS,
+                                  made.Put()),
+              L"No folder can be made in the archive for the attempts.");
+        return made;
     };
-    return {message(*parent), message(*parent), folder(L"Deleted"), folder(L"Moved"), folder(L"Emptied")};
+    const auto newMessage = [&](IMAPIFolder& folder, const std::function<void(IMessage&)>& fill)
+    {
+        ComPtr<IMessage> made;
+        Check(folder.CreateMessage(nullptr, 0, made.Put()), L"No message can be made in the archive for the attempts.");
+        fill(*made);
+        Check(made->SaveChanges(KEEP_OPEN_READWRITE), L"A message in the archive for the attempts cannot be saved.");
+        return EntryIdOfObject(memory, *made);
+    };
+    const auto victim = [&](IMessage& message)
+    {
+        const MapiBlock<SPropValue> values(memory, MakePropArray(memory, {PropValue::String(PR_SUBJECT_W, L"Victim")}));
+        Check(message.SetProps(1, values.Get(), nullptr),
+              L"A message in the archive for the attempts cannot be written.");
+    };
+    const auto folder = newFolder(*top, L"Attempts");
+    const auto filledFolder = [&](const wchar_t* name)
+    {
+        const auto made = newFolder(*folder, name);
+        newMessage(*made, victim);
+        return EntryIdOfObject(memory, *made);
+    };
+    PropertyNames from(memory, archive.Store());
+    PropertyNames to(memory, scratch.Store());
+    ObjectCopier copier(memory, from, to);
+    Scene scene;
+    scene.subject = original;
+    scene.subject.folder = EntryIdOfObject(memory, *folder);
+    scene.subject.message = newMessage(*folder,
+                                       [&](IMessage& message)
+                                       {
+                                           const auto source = OpenMessage(archive.Store(), original.message);
+                                           copier.CopyMessage(*source, message, "the subject of the attempts");
+                                       });
+    if (original.attachment)
+    {
+        const auto copy = OpenMessage(scratch.Store(), scene.subject.message);
+        scene.subject.attachment = AttachmentNumbers(memory, *copy).at(0);
+    }
+    scene.victims = {newMessage(*folder, victim), newMessage(*folder, victim), filledFolder(L"Deleted"),
+                     filledFolder(L"Moved"), filledFolder(L"Emptied")};
+    archive.Logoff();
+    return scene;
 }
 
 // Runs the attempts that `wanted` chooses.
-void RunStage(ArchiveSession& archive, const Setting& setting, const Subject& subject, const Victims& victims,
-              LogRecorder& log, const std::function<bool(const Attempt&)>& wanted, std::vector<TryRow>& rows)
+void RunStage(const Options& options, StoreSession& archive, const Setting& setting, const Scene& scene,
+              AttemptWatch* watch, const std::function<bool(const Attempt&)>& wanted, std::vector<TryRow>& rows)
 {
     const ScratchFolder scratch;
-    PstSession target(scratch.Path() / "target.pst", false, true);
-    WatchProvider(archive, subject);
-    Stage stage(archive, target, subject, victims);
+    PstSession target(options.mapi, scratch.Path() / "target.pst", false, true);
+    if (watch)
+        watch->Begin(archive, scene.subject.folder, scene.subject.message, scene.subject.attachment);
+    Stage stage(archive, target, scene.subject, scene.victims);
     for (const Attempt& attempt : AllAttempts())
-        if (wanted(attempt) && (subject.attachment || std::string_view(attempt.object) != "attachment"))
-            rows.push_back(RunAttempt(attempt, stage, setting, log));
+        if (wanted(attempt) && (scene.subject.attachment || std::string_view(attempt.object) != "attachment"))
+            rows.push_back(RunAttempt(attempt, stage, setting, *options.log, watch));
+}
+
+// What a store holds, in one number: all properties of the store, of its folders and of the subject, and the rows of
+// its contents tables.
+class Fingerprint
+{
+public:
+    Fingerprint(StoreSession& archive, const Subject& subject) : m_memory(archive.Memory()), m_store(archive.Store())
+    {
+        AddProperties(m_store, false);
+        AddFolder({});
+        const auto message = OpenMessage(m_store, subject.message);
+        AddProperties(*message, true);
+        for (const Row& row : Recipients(m_memory, *message))
+            AddRow(row);
+        for (const ULONG number : AttachmentNumbers(m_memory, *message))
+            AddProperties(*OpenAttachment(*message, number), true);
+    }
+
+    std::string Finish() { return m_hash.Finish(); }
+
+private:
+    void AddFolder(const Bytes& entryId)
+    {
+        const auto folder = OpenFolder(m_store, entryId);
+        AddProperties(*folder, false);
+        const auto add = [this](const Row& row)
+        {
+            AddRow(row);
+            return true;
+        };
+        for (const bool associated : {false, true})
+        {
+            ForEachRow(m_memory, *Contents(*folder, associated),
+                       {PR_ENTRYID, PR_SUBJECT_W, PR_MESSAGE_FLAGS, PR_MSG_STATUS, PR_MESSAGE_SIZE, PR_HASATTACH,
+                        PR_LAST_MODIFICATION_TIME},
+                       add);
+        }
+        for (const FolderRow& row : SubFolders(m_memory, *folder))
+            if (row.type != FOLDER_SEARCH)
+                AddFolder(row.entryId);
+    }
+
+    void AddProperties(IMAPIProp& object, bool streams) { AddRow(ReadProperties(m_memory, object, streams).values); }
+
+    void AddRow(const Row& row)
+    {
+        for (const PropValue& value : row)
+        {
+            const std::string text =
+                std::to_string(value.Tag()) + "=" + ValueText(value, static_cast<size_t>(-1)) + "\n";
+            m_hash.Add(text.data(), text.size());
+        }
+    }
+
+    const MapiMemory& m_memory;
+    IMsgStore& m_store;
+    Sha256 m_hash;
+};
+
+// The calls are made on the archive itself only where they are to be refused.
+void RequireReadOnly(StoreSession& archive)
+{
+    const auto mask = ReadProp(archive.Memory(), archive.Store(), PR_STORE_SUPPORT_MASK);
+    if (!mask || (mask->AsLong() & STORE_MODIFY_OK) != 0)
+    {
+        Fail(MAPI_E_NO_ACCESS,
+             L"The store says that it can be modified: it is no archive, and the calls, of which some "
+             L"delete mail, are not tried on it.");
+    }
 }
 } // namespace
 
-TryReport TryAll(const Options& options, const std::vector<Setting>& settings)
+TryReport TryAll(const Options& options, const std::vector<Setting>& settings, AttemptWatch* watch)
 {
     constexpr Setting safe{};
     TryReport report;
-    ArchiveSession archive(options.OpenProfile());
+    ArchiveSession archive(options.mapi, options.place);
     archive.Logon(safe);
-    const std::filesystem::path file = archive.ArchivePath();
     const Subject subject = SubjectFinder(archive.Memory(), archive.Store()).Find();
-    // What the first logon to an archive writes is there from here on.
+    report.before = Fingerprint(archive, subject).Finish();
     archive.Logoff();
-    report.pstBefore = Sha256Of(file);
-    report.overlayBefore = Sha256Of(OverlayOf(file));
 
     for (const Setting& setting : settings)
     {
@@ -646,24 +731,24 @@ TryReport TryAll(const Options& options, const std::vector<Setting>& settings)
         if (inPlace)
         {
             archive.Logon(setting);
+            RequireReadOnly(archive);
             Bytes child = subject.folder;
             const auto folder = OpenFolder(archive.Store(), subject.folder);
             if (const auto children = SubFolders(archive.Memory(), *folder); !children.empty())
                 child = children.front().entryId;
             RunStage(
-                archive, setting, subject, {subject.message, subject.message, child, child, subject.folder},
-                *options.log, [](const Attempt& attempt) { return !attempt.writesByDesign; }, rows);
+                options, archive, setting, {subject, {subject.message, subject.message, child, child, subject.folder}},
+                watch, [](const Attempt& attempt) { return !attempt.writesByDesign; }, rows);
+            archive.Logoff();
         }
-        archive.Logoff();
-        const ScratchFolder scratch;
-        const std::filesystem::path copy = scratch.CopyStore(file);
-        const Victims victims = MakeVictims(copy, subject);
-        ArchiveSession copied(Profile::InMemory(L"attempts"));
-        copied.Configure(copy, setting);
-        copied.Logon(setting);
+        const ScratchFolder folder;
+        const std::filesystem::path file = folder.Path() / "attempts.pst";
+        const Scene scene = MakeScene(options, archive, subject, file);
+        ScratchArchive scratch(options.mapi, options.place.service, file, setting);
         RunStage(
-            copied, setting, subject, victims, *options.log,
+            options, scratch, setting, scene, watch,
             [inPlace](const Attempt& attempt) { return !inPlace || attempt.writesByDesign; }, rows);
+        scratch.Logoff();
         // In the order of the attempts, wherever they were made.
         std::vector<std::pair<std::string, std::string>> order;
         for (const Attempt& attempt : AllAttempts())
@@ -674,8 +759,8 @@ TryReport TryAll(const Options& options, const std::vector<Setting>& settings)
                          [&](const TryRow& a, const TryRow& b) { return position(a) < position(b); });
         report.rows.insert(report.rows.end(), rows.begin(), rows.end());
     }
-    report.pstAfter = Sha256Of(file);
-    report.overlayAfter = Sha256Of(OverlayOf(file));
+    archive.Logon(safe);
+    report.after = Fingerprint(archive, subject).Finish();
     return report;
 }
 
@@ -690,27 +775,17 @@ Json TryReport::ToJson() const
                         {"call", row.call},
                         {"code", row.code},
                         {"outcome", row.outcome},
-                        {"reached", row.reached},
                         {"log", row.log}});
     }
     return {{"calls", std::move(list)},
-            {"archive",
-             {{"pstSha256Before", pstBefore},
-              {"pstSha256After", pstAfter},
-              {"overlaySha256Before", overlayBefore},
-              {"overlaySha256After", overlayAfter},
-              {"unchanged", ArchiveUnchanged()}}}};
+            {"archive", {{"before", before}, {"after", after}, {"unchanged", ArchiveUnchanged()}}}};
 }
 
 void PrintTryRows(const TryReport& report, const Setting& setting, bool refusedOnly, size_t indent)
 {
-    TextTable table(refusedOnly ? std::vector<TextTable::Column>{{"object"}, {"call"}, {"result"}}
-                                : std::vector<TextTable::Column>{{"object"},
-                                                                 {"call"},
-                                                                 {"code"},
-                                                                 {"outcome"},
-                                                                 {"provider reached by", false, 64},
-                                                                 {"log", false, 150}});
+    TextTable table(
+        refusedOnly ? std::vector<TextTable::Column>{{"object"}, {"call"}, {"result"}}
+                    : std::vector<TextTable::Column>{{"object"}, {"call"}, {"code"}, {"outcome"}, {"log", false, 150}});
     for (const TryRow& row : report.rows)
     {
         if (!(row.setting == setting) || (refusedOnly && row.outcome != "refused"))
@@ -720,14 +795,10 @@ void PrintTryRows(const TryReport& report, const Setting& setting, bool refusedO
             table.Add({row.object, row.call, row.code});
             continue;
         }
-        std::string reached;
-        for (const std::string& call : row.reached)
-            if (reached.find(call) == std::string::npos)
-                reached += (reached.empty() ? "" : ", ") + call;
         std::string log;
         for (const std::string& line : row.log)
             log += (log.empty() ? "" : " | ") + line;
-        table.Add({row.object, row.call, row.code, row.outcome, reached, log});
+        table.Add({row.object, row.call, row.code, row.outcome, log});
     }
     table.Print(indent);
 }
@@ -735,7 +806,7 @@ void PrintTryRows(const TryReport& report, const Setting& setting, bool refusedO
 int RunTry(const Options& options)
 {
     const std::vector<Setting> settings = {{false, false}, {false, true}, {true, false}, {true, true}};
-    const TryReport report = TryAll(options, settings);
+    const TryReport report = TryAll(options, settings, nullptr);
     if (options.json)
     {
         PrintLine(report.ToJson().dump(2));
@@ -743,13 +814,13 @@ int RunTry(const Options& options)
     }
     for (const Setting& setting : settings)
     {
-        PrintLine(setting.Name() + (setting == Setting{} ? " (on the archive itself):" : " (on a copy):"));
+        PrintLine(setting.Name() +
+                  (setting == Setting{} ? " (on the archive itself):" : " (on an archive made for it):"));
         PrintLine();
         PrintTryRows(report, setting, false, 2);
         PrintLine();
     }
-    PrintLine(report.ArchiveUnchanged() ? "The archive's files are what they were before."
-                                        : "The archive's files have CHANGED.");
+    PrintLine(report.ArchiveUnchanged() ? "The archive is what it was before." : "The archive has CHANGED.");
     return report.ArchiveUnchanged() ? exitOk : exitFailed;
 }
 } // namespace Browser

@@ -20,11 +20,9 @@ struct TryRow
     /// The method, and in parentheses what sets the call apart from others of it.
     std::string call;
     std::string code;
-    /// "refused": by the wrapper, MAPI_E_NO_ACCESS; "ignored": success without effect; "let through": the provider (or
-    /// the support object, which copies folders) got the call; "failed": anything else.
+    /// "refused": MAPI_E_NO_ACCESS by the wrapper; "succeeded"; "failed": any other failure, also one with
+    /// MAPI_E_NO_ACCESS that the library's log ascribes to what is behind the wrapper.
     std::string outcome;
-    /// The methods of the provider's objects, and of the support object, that the call reached.
-    std::vector<std::string> reached;
     /// The library's lines of log; a detail stands on its entry's line.
     std::vector<std::string> log;
 };
@@ -33,19 +31,31 @@ struct TryRow
 struct TryReport
 {
     std::vector<TryRow> rows;
-    /// SHA-256 of the archive's file (empty where it has none) and of the file that keeps its changes.
-    std::string pstBefore;
-    std::string pstAfter;
-    std::string overlayBefore;
-    std::string overlayAfter;
+    /// SHA-256 over what the archive held: the properties of store and folders, the rows of the contents tables, and
+    /// all of the message on which the calls were made.
+    std::string before;
+    std::string after;
 
-    bool ArchiveUnchanged() const { return pstBefore == pstAfter && overlayBefore == overlayAfter; }
+    bool ArchiveUnchanged() const { return before == after; }
     Json ToJson() const;
 };
 
+/// Told of the attempts, for those who can see more of a call than its caller.
+class AttemptWatch
+{
+public:
+    virtual ~AttemptWatch() = default;
+    /// Attempts on these objects of this store follow.
+    virtual void Begin(StoreSession& archive, const Common::Bytes& folder, const Common::Bytes& message,
+                       std::optional<ULONG> attachment) = 0;
+    virtual void Before() = 0;
+    virtual void After(const TryRow& row) = 0;
+};
+
 /// Runs the attempts in `settings`. Those of the read-only setting with modification off are made on the archive
-/// itself, but for those that may change it by design; everything else on copies.
-TryReport TryAll(const Options& options, const std::vector<Setting>& settings);
+/// itself, but for those that may change it by design; everything else on archives that are made for it, with a copy of
+/// the same message. `watch` may be null.
+TryReport TryAll(const Options& options, const std::vector<Setting>& settings, AttemptWatch* watch);
 
 /// Prints the rows of one setting as a table.
 void PrintTryRows(const TryReport& report, const Setting& setting, bool refusedOnly, size_t indent);

@@ -19,7 +19,7 @@ constexpr size_t messagesPerReport = 250;
 class Verifier
 {
 public:
-    Verifier(ArchiveSession& archive, PstSession& source, const std::function<void(const std::string&)>& progress)
+    Verifier(StoreSession& archive, StoreSession& source, const std::function<void(const std::string&)>& progress)
         : m_memory(archive.Memory()),
           m_archive(archive.Store()),
           m_source(source.Store()),
@@ -75,30 +75,32 @@ private:
         std::map<Bytes, Bytes> present;
         if (target && m_markTag)
         {
-            for (const Row& row : ReadTable(m_memory, *Contents(*target, associated), {m_markTag, PR_ENTRYID}))
-            {
-                if (row[0].IsError())
-                    continue;
-                if (!present.emplace(row[0].AsBytes(), row[1].AsBytes()).second)
-                    m_report.different.push_back("folder " + label + ": a message was imported twice");
-            }
+            ForEachRow(m_memory, *Contents(*target, associated), {m_markTag, PR_ENTRYID},
+                       [&](const Row& row)
+                       {
+                           if (!row[0].IsError() && !present.emplace(row[0].AsBytes(), row[1].AsBytes()).second)
+                               m_report.different.push_back("folder " + label + ": a message was imported twice");
+                           return true;
+                       });
         }
         size_t done = 0;
-        for (const Row& row : ReadTable(m_memory, *Contents(source, associated), {PR_ENTRYID, PR_SUBJECT_W}))
-        {
-            ++(associated ? m_report.counts.hidden : m_report.counts.messages);
-            const std::string name = label + " > \"" + Utf8(row[1].AsText()) + "\"";
-            const auto found = present.find(m_marks.Of(row[0].AsBytes()));
-            if (found == present.end())
-            {
-                m_report.missing.push_back("message " + name);
-                continue;
-            }
-            CompareMessage(*OpenMessage(m_source, row[0].AsBytes()), *OpenMessage(m_archive, found->second), name);
-            ++done;
-            if (done % messagesPerReport == 0)
-                m_progress("  " + label + ": " + Count(done, "message", "messages") + " compared");
-        }
+        ForEachRow(m_memory, *Contents(source, associated), {PR_ENTRYID, PR_SUBJECT_W},
+                   [&](const Row& row)
+                   {
+                       ++(associated ? m_report.counts.hidden : m_report.counts.messages);
+                       const std::string name = label + " > \"" + Utf8(row[1].AsText()) + "\"";
+                       const auto found = present.find(m_marks.Of(row[0].AsBytes()));
+                       if (found == present.end())
+                       {
+                           m_report.missing.push_back("message " + name);
+                           return true;
+                       }
+                       CompareMessage(*OpenMessage(m_source, row[0].AsBytes()), *OpenMessage(m_archive, found->second),
+                                      name);
+                       if (++done % messagesPerReport == 0)
+                           m_progress("  " + label + ": " + Count(done, "message", "messages") + " compared");
+                       return true;
+                   });
     }
 
     void CompareMessage(IMessage& source, IMessage& target, const std::string& label)
@@ -220,7 +222,7 @@ std::string VerifyReport::Summary() const
            count(different.size()) + " different";
 }
 
-VerifyReport Verify(ArchiveSession& archive, PstSession& source, bool all,
+VerifyReport Verify(StoreSession& archive, StoreSession& source, bool all,
                     const std::function<void(const std::string&)>& progress)
 {
     const ImportTop top = SourceTop(source.Memory(), source.Store(), all);
@@ -232,8 +234,9 @@ VerifyReport Verify(ArchiveSession& archive, PstSession& source, bool all,
 
 int RunVerify(const Options& options, const std::filesystem::path& file, bool all)
 {
-    PstSession source(file);
-    ArchiveSession archive(options.OpenProfile());
+    RequireFile(file);
+    PstSession source(options.mapi, file);
+    ArchiveSession archive(options.mapi, options.place);
     archive.Logon(options.setting);
     const VerifyReport report = Verify(archive, source, all,
                                        [&](const std::string& line)

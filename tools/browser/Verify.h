@@ -28,6 +28,6 @@ struct VerifyReport
 
 /// Compares every object of the source with the one in the archive that carries its mark: properties, recipients, and
 /// attachments with all that is in them. Throws `Common::Failure` when a store cannot be read.
-VerifyReport Verify(ArchiveSession& archive, PstSession& source, bool all,
+VerifyReport Verify(StoreSession& archive, StoreSession& source, bool all,
                     const std::function<void(const std::string&)>& progress);
 } // namespace Browser
