@@ -57,5 +57,10 @@ prepare_prefix() {
     fi
 }
 
+# Makes the sample host known to the mail client of this build folder.
+register_host() {
+    wine "$build_dir/bin/archive-setup.exe" register --service ArchiveSvc --display "My Archive" --dll ArchiveHost.dll
+}
+
 # Ends what this prefix still has running; only this prefix's.
 end_wine() { [[ ! -d $WINEPREFIX ]] || wineserver -k >/dev/null 2>&1 || true; }

@@ -99,7 +99,7 @@ TEST_F(PlantedFaultDeathTest, IsReportedInTheHost)
 {
     EXPECT_EXIT(
         {
-            const HMODULE host = LoadLibraryW(L"ArchiveHost.dll");
+            const HMODULE host = LoadLibraryW(L"ArchiveHost32.dll");
             const auto serviceEntry =
                 reinterpret_cast<MSGSERVICEENTRY*>(reinterpret_cast<void*>(GetProcAddress(host, "ServiceEntry")));
             auto* const values = static_cast<SPropValue*>(std::calloc(2, sizeof(SPropValue)));

@@ -4,8 +4,9 @@
 #include "common/Boundary.h"
 #include "tests/common/StartProcess.h"
 #include "tests/e2e/Environment.h"
-#include "tools/browser/ArchiveSession.h"
+#include "tools/setup/Locations.h"
 
+#include <algorithm>
 #include <cstdlib>
 
 using namespace Testbed;
@@ -72,8 +73,13 @@ public:
           m_output(CreateInheritable(m_outputFile)),
           m_errors(CreateInheritable(m_errorFile))
     {
-        const std::filesystem::path program = Browser::ProgramFolder() / "archive-browser.exe";
-        std::wstring line = Quoted(program.wstring()) + L" --profile " + Quoted((folder / "test.profile").wstring());
+        const std::filesystem::path program = std::filesystem::path(Setup::GetProgramFolder()) / "archive-browser.exe";
+        std::wstring line = Quoted(program.wstring());
+        // What the test names itself goes before.
+        if (std::find(arguments.begin(), arguments.end(), L"--profile") == arguments.end())
+            line += L" --profile " + Quoted(ProfileOf(folder));
+        if (std::find(arguments.begin(), arguments.end(), L"--service") == arguments.end())
+            line += std::wstring(L" --service ") + hostService;
         for (const std::wstring& argument : arguments)
             line += L" " + Quoted(argument);
         STARTUPINFOW startup{};

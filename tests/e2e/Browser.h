@@ -18,7 +18,8 @@ struct BrowserRun
     std::string errors;
 };
 
-/// Runs the browser with these arguments, with the profile "test.profile" of `folder`, to its end.
+/// Runs the browser in `folder` with these arguments, with the profile that belongs to it and the service of the tests
+/// where the arguments name no others, to its end.
 BrowserRun RunBrowser(const std::filesystem::path& folder, const std::vector<std::wstring>& arguments);
 
 /// The same with --json; the document that it printed. A run that fails where `exitCode` is 0, or prints no JSON, fails

@@ -4,8 +4,11 @@
 #include "common/ComObject.h"
 #include "common/Text.h"
 #include "nst/KivNstCore.h"
+#include "nst/StoreProviderRegistration.h"
+#include "tools/setup/Locations.h"
 
 #include <cstdlib>
+#include <cwctype>
 #include <fstream>
 #include <sstream>
 
@@ -96,7 +99,48 @@ std::filesystem::path NewFolder()
     const std::filesystem::path folder = FolderOf(L"KIVNST_TEST_TEMP") / name;
     std::filesystem::remove_all(folder);
     std::filesystem::create_directories(folder);
+    if (Browser::ProfileExists(*TestMapi(), ProfileOf(folder)))
+        Browser::DeleteProfile(*TestMapi(), ProfileOf(folder));
     return folder;
+}
+
+std::wstring ProfileOf(const std::filesystem::path& folder)
+{
+    // A profile's name has 64 characters at most, and of these few.
+    constexpr size_t longest = 40;
+    const std::wstring whole = folder.filename().wstring();
+    std::wstring name = L"e2e ";
+    for (const wchar_t character : whole.substr(0, longest))
+        name += std::iswalnum(character) ? character : L'_';
+    return name + L"_" + std::to_wstring(std::hash<std::wstring>()(whole) % 1000000);
+}
+
+Browser::Place PlaceOf(const std::filesystem::path& folder)
+{
+    return {ProfileOf(folder), hostService, {}};
+}
+
+const std::shared_ptr<const Browser::Mapi>& TestMapi()
+{
+    // Until the end of the process, when MAPI may be gone already.
+    static const auto& mapi = *new std::shared_ptr<const Browser::Mapi>(Browser::Mapi::Start());
+    return mapi;
+}
+
+HostRegistration::HostRegistration()
+{
+    Quillon::OutlookAddIn::RegisterStoreProvider(hostService, L"Test Archive", L"ArchiveHost.dll", InfFile().c_str(),
+                                                 L"");
+}
+
+HostRegistration::~HostRegistration()
+{
+    Quillon::OutlookAddIn::UnregisterStoreProvider(hostService, InfFile().c_str());
+}
+
+std::wstring InfFile()
+{
+    return Setup::FindMapiSvcInf().path;
 }
 
 std::filesystem::path CopyInto(const std::filesystem::path& folder, const std::filesystem::path& file)
@@ -126,6 +170,7 @@ std::string ContentsOf(const std::filesystem::path& file)
 void InstallLeakListener()
 {
     Mapi();
+    TestMapi();
     testing::UnitTest::GetInstance()->listeners().Append(new LeakListener);
 }
 } // namespace Tests

@@ -3,6 +3,7 @@
 
 #include "common/Boundary.h"
 #include "testbed/mapi/MapiModule.h"
+#include "tools/browser/Commands.h"
 
 #include <gtest/gtest.h>
 
@@ -17,14 +18,37 @@ std::vector<std::filesystem::path> SmallFiles();
 /// The file of that name in the fetched mail; empty where it is not there.
 std::filesystem::path FetchedFile(const wchar_t* name);
 
-/// A new, empty folder of the running test.
+/// The message service of the sample host, as the tests have it in MAPISVC.INF.
+constexpr auto hostService = L"ArchiveTestSvc";
+
+/// MAPI, for the whole program.
+const std::shared_ptr<const Browser::Mapi>& TestMapi();
+
+/// A new, empty folder of the running test. A profile that belongs to it is removed.
 std::filesystem::path NewFolder();
+/// The name of the profile that belongs to a folder.
+std::wstring ProfileOf(const std::filesystem::path& folder);
+/// The archive of that profile.
+Browser::Place PlaceOf(const std::filesystem::path& folder);
 /// A copy of the file in `folder`.
 std::filesystem::path CopyInto(const std::filesystem::path& folder, const std::filesystem::path& file);
 /// A generated store's file in `folder`.
 std::filesystem::path SampleInto(const std::filesystem::path& folder, unsigned folders, unsigned messages);
 /// A file's bytes; empty when there is none.
 std::string ContentsOf(const std::filesystem::path& file);
+
+/// Registers the sample host's message service for as long as it lives.
+class HostRegistration
+{
+public:
+    HostRegistration();
+    ~HostRegistration();
+    HostRegistration(const HostRegistration&) = delete;
+    HostRegistration& operator=(const HostRegistration&) = delete;
+};
+
+/// The path of MAPISVC.INF.
+std::wstring InfFile();
 
 /// Fails every test at whose end a MAPI block, a COM object of this program or one of the PST provider is left, or one
 /// of the library's switches is on.

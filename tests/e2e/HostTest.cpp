@@ -5,9 +5,11 @@
 #include "common/Text.h"
 #include "host/HostSettings.h"
 #include "nst/KivNstCore.h"
+#include "testbed/mapi/MailSession.h"
 #include "tools/browser/ArchiveSession.h"
 #include "tools/browser/LogRecorder.h"
 #include "tools/browser/MapiTools.h"
+#include "tools/setup/Locations.h"
 
 using namespace Testbed;
 using namespace Browser;
@@ -19,7 +21,10 @@ namespace
 // The host's service in a profile of its own, without what ArchiveSession does around it.
 SessionOptions HostOptions(const std::shared_ptr<Profile>& profile)
 {
-    return {{L"ARCHIVE", L"Archive", ProgramFolder() / "ArchiveHost.dll", "ServiceEntry"}, profile, nullptr};
+    return {{L"ARCHIVE", L"Archive", std::filesystem::path(Setup::GetProgramFolder()) / "ArchiveHost32.dll",
+             "ServiceEntry"},
+            profile,
+            nullptr};
 }
 
 TEST(HostTest, UnknownOptionsAreRefusedWithATextAndNothingIsStored)
@@ -56,7 +61,7 @@ TEST(HostTest, FailuresOfTheLibraryComeAsCodesWithATextAndALogLine)
 
 TEST(HostTest, ProviderInitialisationGivesCodesInsteadOfExceptions)
 {
-    const auto module = LoadLibraryW((ProgramFolder() / "ArchiveHost.dll").c_str());
+    const auto module = LoadLibraryW((std::filesystem::path(Setup::GetProgramFolder()) / "ArchiveHost32.dll").c_str());
     ASSERT_NE(module, nullptr);
     const auto init =
         reinterpret_cast<MSPROVIDERINIT*>(reinterpret_cast<void*>(GetProcAddress(module, "MSProviderInit")));
@@ -94,7 +99,7 @@ TEST(HostTest, TheLogFileSettingSendsTheLogThere)
 TEST(HostTest, TheSettingsChooseWrappersAndModification)
 {
     const std::filesystem::path folder = NewFolder();
-    ArchiveSession archive(Profile::InMemory(L"host"));
+    ArchiveSession archive(TestMapi(), PlaceOf(folder));
     archive.Configure(SampleInto(folder, 2, 2), {});
     for (const Setting& setting :
          {Setting{false, false}, Setting{false, true}, Setting{true, false}, Setting{true, true}})
@@ -122,7 +127,7 @@ TEST(HostTest, BookmarksAndConnectionsThatAreAddressesComeBackWhole)
 {
     const std::filesystem::path folder = NewFolder();
     LogRecorder log(false);
-    ArchiveSession archive(Profile::InMemory(L"host"));
+    ArchiveSession archive(TestMapi(), PlaceOf(folder));
     archive.Configure(SampleInto(folder, 3, 1), {});
     archive.Logon({false, false});
     const auto root = OpenFolder(archive.Store(), {});

@@ -49,8 +49,6 @@ protected:
         REQUIRE_FETCHED(m_file);
     }
 
-    std::shared_ptr<Profile> OpenProfile() const { return Profile::Open(m_folder / "test.profile"); }
-
     std::filesystem::path m_folder;
     std::filesystem::path m_file;
 };
@@ -90,23 +88,21 @@ TEST_P(PathTest, GoesFromTheServiceEntryToTheSecondLogon)
     const std::string before = ContentsOf(m_file);
     Bytes archiveRoot;
     {
-        ArchiveSession archive(OpenProfile());
+        ArchiveSession archive(TestMapi(), PlaceOf(m_folder));
         EXPECT_FALSE(archive.Configured());
         archive.Configure(m_file, {});
         EXPECT_TRUE(archive.Configured());
 
         // The configuration gave the store its identity.
-        const PropertyBag provider = archive.Session().ProfileOf().Section(archive.Session().ProviderSection());
-        const PropValue* const wrapped = provider.Find(PROP_ID(PR_ENTRYID));
-        ASSERT_NE(wrapped, nullptr);
-        const auto entryId = UnwrapStoreEntryId(wrapped->AsBytes().data(), wrapped->AsBytes().size());
+        archive.Logon({});
+        const auto stores = ListStores(archive.Memory(), archive.Session());
+        ASSERT_EQ(stores.size(), 1u);
+        const auto entryId = UnwrapStoreEntryId(stores[0].entryId.data(), stores[0].entryId.size());
         ASSERT_TRUE(entryId.has_value());
         EXPECT_EQ(entryId->dllName, "ArchiveHost.dll");
         const Quillon::Binary own = Quillon::Nst::CreateStoreEntryID(m_file.c_str());
         EXPECT_EQ(entryId->entryId, Bytes(own.GetBuffer(), own.GetBuffer() + own.GetSize()));
 
-        archive.Logon({});
-        EXPECT_EQ(archive.Session().ProviderVersion(), ULONG(CURRENT_SPI_VERSION));
         const MapiMemory& memory = archive.Memory();
         IMsgStore& store = archive.Store();
         const LONG mask = LongOf(memory, store, PR_STORE_SUPPORT_MASK);
@@ -121,7 +117,7 @@ TEST_P(PathTest, GoesFromTheServiceEntryToTheSecondLogon)
         const size_t messages = ReadMessages(memory, store, {});
         EXPECT_GT(messages, 0u);
         EXPECT_EQ(messages, GetParam().messages != 0 ? GetParam().messages : messages);
-        // The logon opens entries wrapped, too.
+        // The session opens entries wrapped, too.
         ULONG type = 0;
         ComPtr<IUnknown> object;
         ASSERT_EQ(archive.Session().OpenEntry(ULONG(archiveRoot.size()), EntryIdOf(archiveRoot), nullptr, MAPI_MODIFY,
@@ -135,12 +131,22 @@ TEST_P(PathTest, GoesFromTheServiceEntryToTheSecondLogon)
                   MAPI_E_NO_ACCESS);
         EXPECT_FALSE(created);
         // No identity of the profile's user is reported for an archive.
-        EXPECT_EQ(archive.Session().StatusRow().Find(PROP_ID(PR_IDENTITY_ENTRYID)), nullptr);
-        EXPECT_NE(archive.Session().StatusRow().Find(PROP_ID(PR_STATUS_CODE)), nullptr);
+        ComPtr<IMAPITable> status;
+        ASSERT_EQ(archive.Session().GetStatusTable(MAPI_UNICODE, status.Put()), S_OK);
+        size_t providers = 0;
+        for (const Row& row : ReadTable(memory, *status, {PR_RESOURCE_TYPE, PR_IDENTITY_ENTRYID, PR_STATUS_CODE}))
+        {
+            if (row[0].AsLong() != MAPI_STORE_PROVIDER)
+                continue;
+            ++providers;
+            EXPECT_TRUE(row[1].IsError());
+            EXPECT_FALSE(row[2].IsError());
+        }
+        EXPECT_EQ(providers, 1u);
     }
     {
         // As a mail client that is started later.
-        ArchiveSession archive(OpenProfile());
+        ArchiveSession archive(TestMapi(), PlaceOf(m_folder));
         archive.Logon({});
         EXPECT_EQ(TopOfStore(archive.Memory(), archive.Store()), archiveRoot);
         size_t roots = 0;

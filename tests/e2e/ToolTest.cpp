@@ -56,7 +56,7 @@ TEST_F(ToolTest, AFileThatIsNotThereIsNamed)
         ExpectOneSentence(RunBrowser(m_folder, {command, L"C:\\nowhere\\mail.pst"}), 1,
                           R"(There is no file "C:\nowhere\mail.pst")");
     }
-    EXPECT_FALSE(std::filesystem::exists(m_folder / "test.profile"));
+    EXPECT_FALSE(Browser::ProfileExists(*TestMapi(), ProfileOf(m_folder)));
 }
 
 TEST_F(ToolTest, AFolderInPlaceOfAFileIsNamed)
@@ -71,8 +71,8 @@ TEST_F(ToolTest, AFileThatIsNoPstIsRefusedAndLeavesNothingBehind)
     for (const wchar_t* command : {L"import", L"verify", L"diff", L"configure"})
         ExpectOneSentence(RunBrowser(m_folder, {command, file.wstring()}), 1, "letter.pst");
     EXPECT_FALSE(std::filesystem::exists(m_folder / "letter.pst.overlay"));
-    // A configuration that failed has left no archive in the profile.
-    ExpectOneSentence(RunBrowser(m_folder, {L"tree"}), 1, "has no archive yet");
+    // A configuration that failed has left no profile.
+    ExpectOneSentence(RunBrowser(m_folder, {L"tree"}), 1, "There is no profile");
 }
 
 TEST_F(ToolTest, AnArchiveInAFolderThatIsNotThereIsRefused)
@@ -83,17 +83,20 @@ TEST_F(ToolTest, AnArchiveInAFolderThatIsNotThereIsRefused)
 
 TEST_F(ToolTest, AProfileWithoutAnArchiveSaysWhatToDo)
 {
+    ExpectOneSentence(RunBrowser(m_folder, {L"tree"}), 1, "archive-browser import");
+    Browser::CreateProfile(*TestMapi(), ProfileOf(m_folder));
     for (const std::vector<std::wstring>& arguments :
          {std::vector<std::wstring>{L"tree"}, {L"list", L"Inbox"}, {L"props", L"store"}, {L"try"}})
     {
         ExpectOneSentence(RunBrowser(m_folder, arguments), 1, "archive-browser import");
     }
+    ExpectOneSentence(RunBrowser(m_folder, {L"tree"}), 1, "its services lack \"ArchiveTestSvc\"");
 }
 
-TEST_F(ToolTest, AProfileThatIsNoneIsRefused)
+TEST_F(ToolTest, AProfileThatIsNotThereIsNamed)
 {
-    std::ofstream(m_folder / "test.profile") << "not a profile";
-    ExpectOneSentence(RunBrowser(m_folder, {L"tree"}), 1, "test.profile");
+    for (const wchar_t* command : {L"tree", L"services", L"stores", L"remove"})
+        ExpectOneSentence(RunBrowser(m_folder, {L"--profile", L"No such profile", command}), 1, "\"No such profile\"");
 }
 
 TEST_F(ToolTest, WrongArgumentsGiveTwoAndHelpGivesNought)
@@ -102,8 +105,8 @@ TEST_F(ToolTest, WrongArgumentsGiveTwoAndHelpGivesNought)
     EXPECT_EQ(RunBrowser(m_folder, {L"frobnicate"}).exitCode, 2u);
     EXPECT_EQ(RunBrowser(m_folder, {L"list"}).exitCode, 2u);
     EXPECT_EQ(RunBrowser(m_folder, {L"--plain", L"--read-only", L"tree"}).exitCode, 2u);
-    for (const wchar_t* command :
-         {L"configure", L"tree", L"import", L"verify", L"list", L"show", L"props", L"try", L"diff", L"demo"})
+    for (const wchar_t* command : {L"profiles", L"services", L"stores", L"configure", L"remove", L"tree", L"import",
+                                   L"verify", L"list", L"show", L"props", L"try", L"diff", L"demo"})
     {
         const BrowserRun help = RunBrowser(m_folder, {command, L"--help"});
         EXPECT_EQ(help.exitCode, 0u);

@@ -122,7 +122,7 @@ protected:
 
     const Tests::TempFolder folder;
     const std::wstring host = folder / L"Host \u00C4.dll";
-    const std::string sound = BytesOf(L"ArchiveHost.dll");
+    const std::string sound = BytesOf(L"ArchiveHost32.dll");
 
 private:
     std::wstring m_path;
@@ -132,7 +132,7 @@ private:
 
 TEST_F(DllProbe, FindsNothingWrongWithTheSampleHost)
 {
-    EXPECT_THAT(Setup::ProbeDll(BuiltModule(L"ArchiveHost.dll")), IsEmpty());
+    EXPECT_THAT(Setup::ProbeDll(BuiltModule(L"ArchiveHost32.dll")), IsEmpty());
     Tests::WriteFileBytes(host, sound);
     PutLibraryBeside(BytesOf(L"KivNst.dll"));
     EXPECT_THAT(Setup::ProbeDll(host), IsEmpty());

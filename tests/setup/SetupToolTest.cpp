@@ -81,7 +81,7 @@ protected:
     /// A host that can be loaded; what else it needs is in the mail client's folder.
     void MakeDll(const wchar_t* name = L"ArchiveHost.dll") const
     {
-        for (const auto& [from, to] : {std::pair(L"ArchiveHost.dll", name), {L"KivNst.dll", L"KivNst.dll"}})
+        for (const auto& [from, to] : {std::pair(L"ArchiveHost32.dll", name), {L"KivNst.dll", L"KivNst.dll"}})
             EXPECT_TRUE(CopyFileW((ProgramFolder() / from).c_str(), (folder / to).c_str(), FALSE));
     }
     void RegisterByTheLibrary() const
@@ -597,7 +597,7 @@ TEST_F(MailClientRegistration, LeadsToTheFileBesideTheMapiModule)
               static_cast<DWORD>(success));
     EXPECT_EQ(ReadInf(inf, L"Services", L"A"), L"B");
     // The module is looked for in the mail client's folder, too.
-    EXPECT_TRUE(CopyFileW((ProgramFolder() / L"ArchiveHost.dll").c_str(), (folder / L"own.dll").c_str(), TRUE));
+    EXPECT_TRUE(CopyFileW((ProgramFolder() / L"ArchiveHost32.dll").c_str(), (folder / L"own.dll").c_str(), TRUE));
     const Result status = RunTool({L"status", L"--json"});
     EXPECT_EQ(status.exitCode, static_cast<DWORD>(success)) << status.output;
     EXPECT_EQ(json::parse(status.output)["services"][0]["dllPath"], Utf8(folder / L"own.dll"));

@@ -164,7 +164,7 @@ TEST(Unloading, TheLibraryLeavesNothingBehind)
 
 TEST(Unloading, TheSampleHostLeavesNothingBehind)
 {
-    ExpectNothingLeft(L"ArchiveHost.dll");
+    ExpectNothingLeft(L"ArchiveHost32.dll");
 }
 
 TEST(Unloading, AtTheEndOfTheProcessNothingIsTidiedUp)
