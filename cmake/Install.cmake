@@ -44,7 +44,7 @@ install(FILES support/KivNst.natvis DESTINATION share/kivnst)
 install(DIRECTORY examples DESTINATION share/kivnst)
 install(FILES LICENSE CHANGELOG.md DESTINATION share/doc/kivnst)
 install(FILES docs/deployment.md docs/errors.md docs/host-guide.md docs/log-reference.md docs/mapisvc-inf.md docs/msvc.md
-  docs/properties.md docs/registration.md docs/verified.md DESTINATION share/doc/kivnst/docs)
+  docs/properties.md docs/registration.md docs/verified.md docs/windows.md DESTINATION share/doc/kivnst/docs)
 
 # What others hold the rights in, of what is installed: the corrected headers, what is linked in, the runtime DLLs.
 if(NOT CMAKE_HOST_WIN32)

@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <fstream>
 
+using namespace Common;
+
 namespace Tests
 {
 namespace

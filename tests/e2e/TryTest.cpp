@@ -10,6 +10,8 @@
 #include <map>
 #include <optional>
 
+using namespace Common;
+
 namespace Tests
 {
 namespace

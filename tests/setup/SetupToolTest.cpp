@@ -79,7 +79,7 @@ protected:
         ASSERT_TRUE(WritePrivateProfileStringW(section, key, value, path.c_str()));
     }
     /// A host that can be loaded; what else it needs is in the mail client's folder.
-    void MakeDll(const wchar_t* name = L"ArchiveHost.dll") const
+    void MakeDll(const wchar_t* name = L"ArchiveHost32.dll") const
     {
         for (const auto& [from, to] : {std::pair(L"ArchiveHost32.dll", name), {L"KivNst.dll", L"KivNst.dll"}})
             EXPECT_TRUE(CopyFileW((ProgramFolder() / from).c_str(), (folder / to).c_str(), FALSE));
@@ -93,6 +93,8 @@ protected:
     const Tests::TempFolder folder;
     const std::wstring path = folder / L"MAPISVC \u00C4.INF";
     const std::wstring dll = folder / L"ArchiveHost.dll";
+    /// What MAPI loads for it.
+    const std::wstring loaded = folder / L"ArchiveHost32.dll";
 };
 
 } // namespace
@@ -166,7 +168,7 @@ TEST_F(SetupTool, RegistersChecksAndRemoves)
                                                 {"provider", "ArchiveSvc_P"},
                                                 {"displayName", "My Archive"},
                                                 {"dll", Utf8(dll)},
-                                                {"dllPath", Utf8(dll)},
+                                                {"dllPath", Utf8(loaded)},
                                                 {"extraFlags", ""},
                                                 {"problems", json::array()}}}));
 
@@ -297,12 +299,21 @@ TEST_F(SetupTool, FindsHalfARegistration)
 TEST_F(SetupTool, FindsAMissingDll)
 {
     ASSERT_EQ(Register().exitCode, static_cast<DWORD>(success));
-    EXPECT_EQ(Problems(), json::array({{{"problem", "missing file"}, {"file", Utf8(dll)}}}));
+    EXPECT_EQ(Problems(),
+              json::array({{{"problem", "missing file"}, {"file", Utf8(dll)}, {"loadedAs", Utf8(loaded)}}}));
+
+    MakeDll(L"ArchiveHost.dll");
+    EXPECT_EQ(Problems(), json::array({{{"problem", "missing file"},
+                                        {"file", Utf8(dll)},
+                                        {"loadedAs", Utf8(loaded)},
+                                        {"withoutSuffix", Utf8(dll)}}}));
+    EXPECT_THAT(RunTool({L"status", L"--inf", path}).output,
+                HasSubstr(", is in none of the folders where it looks for it; " + Utf8(dll) + " lacks the 32\n"));
 
     MakeDll(L"ArchiveHost32.dll");
     const Result result = Status();
     EXPECT_EQ(result.exitCode, static_cast<DWORD>(success)) << "MAPI puts 32 behind the name";
-    EXPECT_EQ(json::parse(result.output)["services"][0]["dllPath"], Utf8(folder / L"ArchiveHost32.dll"));
+    EXPECT_EQ(json::parse(result.output)["services"][0]["dllPath"], Utf8(loaded));
 }
 
 TEST_F(SetupTool, TellsOfEveryRegistration)
@@ -328,7 +339,7 @@ TEST_F(SetupTool, TellsOfEveryRegistration)
     const Result text = RunTool({L"status", L"--inf", path});
     EXPECT_THAT(text.output, HasSubstr("\"ArchiveSvc\", shown as \"My Archive\": registered, nothing is wrong\n"));
     EXPECT_THAT(text.output, HasSubstr(": registered, 1 problem\n"));
-    EXPECT_THAT(text.output, HasSubstr("  missing file: the DLL nowhere.dll "));
+    EXPECT_THAT(text.output, HasSubstr("  missing file: the DLL nowhere.dll, which MAPI loads as nowhere32.dll, "));
 }
 
 TEST_F(SetupTool, LeavesOtherServicesAlone)
@@ -427,11 +438,11 @@ TEST_F(SetupTool, AReadOnlyFileStaysOne)
 TEST_F(SetupTool, TellsWhatIsWrongWithTheDll)
 {
     ASSERT_EQ(Register().exitCode, static_cast<DWORD>(success));
-    Tests::WriteFileBytes(dll, "not empty");
+    Tests::WriteFileBytes(loaded, "not empty");
     const json problems = Problems();
     ASSERT_EQ(problems.size(), 1u);
     EXPECT_EQ(problems[0]["problem"], "not a module");
-    EXPECT_EQ(problems[0]["file"], Utf8(dll));
+    EXPECT_EQ(problems[0]["file"], Utf8(loaded));
     const Result text = RunTool({L"status", L"--inf", path});
     EXPECT_EQ(text.exitCode, static_cast<DWORD>(faulty));
     EXPECT_THAT(text.output, HasSubstr("  not a module: " + problems[0]["detail"].get<std::string>() + "\n"));
@@ -597,10 +608,10 @@ TEST_F(MailClientRegistration, LeadsToTheFileBesideTheMapiModule)
               static_cast<DWORD>(success));
     EXPECT_EQ(ReadInf(inf, L"Services", L"A"), L"B");
     // The module is looked for in the mail client's folder, too.
-    EXPECT_TRUE(CopyFileW((ProgramFolder() / L"ArchiveHost32.dll").c_str(), (folder / L"own.dll").c_str(), TRUE));
+    EXPECT_TRUE(CopyFileW((ProgramFolder() / L"ArchiveHost32.dll").c_str(), (folder / L"own32.dll").c_str(), TRUE));
     const Result status = RunTool({L"status", L"--json"});
     EXPECT_EQ(status.exitCode, static_cast<DWORD>(success)) << status.output;
-    EXPECT_EQ(json::parse(status.output)["services"][0]["dllPath"], Utf8(folder / L"own.dll"));
+    EXPECT_EQ(json::parse(status.output)["services"][0]["dllPath"], Utf8(folder / L"own32.dll"));
     EXPECT_EQ(RunTool({L"unregister", L"--service", L"A"}).exitCode, static_cast<DWORD>(success));
 }
 

@@ -94,12 +94,6 @@ std::wstring FoundOnPath(const std::wstring& name)
     return SearchPathW(nullptr, name.c_str(), nullptr, 1024, path, nullptr) != 0 ? path : std::wstring();
 }
 
-// The name under which MAPI loads a module that a profile names.
-std::wstring LoadedName(std::wstring name)
-{
-    name.insert(std::min(name.find(L'.'), name.size()), L"32");
-    return name;
-}
 } // namespace
 
 std::vector<ProfileRow> ListProfiles(const Mapi& mapi)
@@ -273,10 +267,11 @@ std::wstring ExplainService(const std::wstring& name)
     for (const std::wstring& module : modules)
     {
         // What lies with the mail client MAPI finds in its own way.
-        if (module.empty() || !FoundOnPath(LoadedName(module)).empty() || Setup::FindProviderDll(LoadedName(module)))
+        const std::wstring loaded = Setup::GetLoadedName(module);
+        if (module.empty() || !FoundOnPath(loaded).empty() || Setup::FindProviderDll(module))
             continue;
         const std::wstring plain = FoundOnPath(module);
-        return L"For the message service \"" + name + L"\" MAPI loads \"" + LoadedName(module) +
+        return L"For the message service \"" + name + L"\" MAPI loads \"" + loaded +
                L"\", which it does not find" +
                (plain.empty() ? std::wstring(L".") : L": \"" + plain + L"\" lacks the \"32\" before its first period.");
     }

@@ -136,13 +136,22 @@ std::wstring FormatProblem(const Problem& problem)
     case Problem::Kind::MissingDll:
         break;
     }
-    return L"  missing file: the DLL " + problem.entry.value + L" is in none of the folders where MAPI looks for it\n";
+    return L"  missing file: the DLL " + problem.entry.value + L", which MAPI loads as " +
+           GetLoadedName(problem.entry.value) + L", is in none of the folders where it looks for it" +
+           (problem.actual.empty() ? L"" : L"; " + problem.actual + L" lacks the 32") + L"\n";
 }
 
 ordered_json ToJson(const Problem& problem)
 {
     if (problem.kind == Problem::Kind::MissingDll)
-        return {{"problem", "missing file"}, {"file", ToUtf8(problem.entry.value)}};
+    {
+        ordered_json item = {{"problem", "missing file"},
+                             {"file", ToUtf8(problem.entry.value)},
+                             {"loadedAs", ToUtf8(GetLoadedName(problem.entry.value))}};
+        if (!problem.actual.empty())
+            item["withoutSuffix"] = ToUtf8(problem.actual);
+        return item;
+    }
     if (problem.kind == Problem::Kind::UnusableDll)
     {
         return {{"problem", ToUtf8(problem.dll.kind)},

@@ -9,6 +9,7 @@
 
 #include <windows.h>
 
+#include <algorithm>
 #include <vector>
 
 namespace Setup
@@ -45,13 +46,22 @@ std::wstring GetFolder(const Quillon::StringW& path)
     return Os::GetDirectoryFromPath(path).GetString();
 }
 
-std::wstring InsertSuffix(const std::wstring& dllName)
+/// A file in the folders in which the mail client's process looks for modules.
+std::optional<std::wstring> FindModule(const std::wstring& name)
 {
-    const std::size_t nameBegin = dllName.find_last_of(L"\\/") + 1;
-    const std::size_t dot = dllName.find_last_of(L'.');
-    if (dot == std::wstring::npos || dot < nameBegin)
-        return dllName + L"32";
-    return dllName.substr(0, dot) + L"32" + dllName.substr(dot);
+    std::wstring folders;
+    for (const std::wstring& folder :
+         {GetFolder(Quillon::OutlookAddIn::GetOutlookPath()), GetFolder(Quillon::Mapi::GetMapiPath()),
+          GetSystemFolder(), ReadPath([](wchar_t* buffer, DWORD size) { return GetWindowsDirectoryW(buffer, size); }),
+          ReadPath([](wchar_t* buffer, DWORD size) { return GetEnvironmentVariableW(L"PATH", buffer, size); })})
+    {
+        if (!folder.empty())
+            folders += folder + L";";
+    }
+    std::wstring path =
+        ReadPath([&](wchar_t* buffer, DWORD size)
+                 { return SearchPathW(folders.c_str(), name.c_str(), nullptr, size, buffer, nullptr); });
+    return !path.empty() && Os::VerifyFileExists(path.c_str()) ? std::optional(std::move(path)) : std::nullopt;
 }
 
 } // namespace
@@ -94,28 +104,22 @@ Location FindMapiSvcInf()
                      L"\"); --inf names it.");
 }
 
+std::wstring GetLoadedName(const std::wstring& dllName)
+{
+    const std::size_t nameBegin = dllName.find_last_of(L"\\/") + 1;
+    std::wstring loaded = dllName;
+    loaded.insert(std::min(dllName.find(L'.', nameBegin), dllName.size()), L"32");
+    return loaded;
+}
+
 std::optional<std::wstring> FindProviderDll(const std::wstring& dllName)
 {
-    if (dllName.empty())
-        return std::nullopt;
-    std::wstring folders;
-    for (const std::wstring& folder :
-         {GetFolder(Quillon::OutlookAddIn::GetOutlookPath()), GetFolder(Quillon::Mapi::GetMapiPath()),
-          GetSystemFolder(), ReadPath([](wchar_t* buffer, DWORD size) { return GetWindowsDirectoryW(buffer, size); }),
-          ReadPath([](wchar_t* buffer, DWORD size) { return GetEnvironmentVariableW(L"PATH", buffer, size); })})
-    {
-        if (!folder.empty())
-            folders += folder + L";";
-    }
-    for (const std::wstring& name : {dllName, InsertSuffix(dllName)})
-    {
-        std::wstring path =
-            ReadPath([&](wchar_t* buffer, DWORD size)
-                     { return SearchPathW(folders.c_str(), name.c_str(), nullptr, size, buffer, nullptr); });
-        if (!path.empty() && Os::VerifyFileExists(path.c_str()))
-            return path;
-    }
-    return std::nullopt;
+    return dllName.empty() ? std::nullopt : FindModule(GetLoadedName(dllName));
+}
+
+std::optional<std::wstring> FindDllWithoutSuffix(const std::wstring& dllName)
+{
+    return dllName.empty() ? std::nullopt : FindModule(dllName);
 }
 
 } // namespace Setup

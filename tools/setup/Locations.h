@@ -25,8 +25,15 @@ std::wstring GetProgramFolder();
 /// SetupError with the places when it is in neither.
 Location FindMapiSvcInf();
 
-/// The DLL that MAPI loads for a provider registered with the name `dllName`: by that name, or by that name with "32"
-/// before its extension, in the folders in which the mail client's process looks for it. Nothing when there is none.
+/// The name under which MAPI loads a module that is registered as `dllName`: with "32" before its first period. (Before
+/// that of the whole path, where it has one: a folder's name with a period cannot be registered.)
+std::wstring GetLoadedName(const std::wstring& dllName);
+
+/// The DLL that MAPI loads for a provider registered with the name `dllName`, in the folders in which the mail client's
+/// process looks for it. Nothing when there is none.
 std::optional<std::wstring> FindProviderDll(const std::wstring& dllName);
+
+/// The file of the registered name itself, which MAPI does not load.
+std::optional<std::wstring> FindDllWithoutSuffix(const std::wstring& dllName);
 
 } // namespace Setup

@@ -392,7 +392,7 @@ Status GetStatus(const InfFile& file, const Expectation& expectation)
     status.dllPath = FindProviderDll(dllName);
     const Entry named = {expectation.name, L"PR_SERVICE_DLL_NAME", dllName};
     if (!status.dllPath && !dllName.empty())
-        status.problems.push_back({Problem::Kind::MissingDll, named, {}, {}});
+        status.problems.push_back({Problem::Kind::MissingDll, named, FindDllWithoutSuffix(dllName).value_or(L""), {}});
     if (status.dllPath)
         for (DllProblem& problem : ProbeDll(*status.dllPath))
             status.problems.push_back({Problem::Kind::UnusableDll, named, *status.dllPath, std::move(problem)});
