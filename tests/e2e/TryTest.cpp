@@ -261,9 +261,9 @@ Json TryAll(const std::filesystem::path& folder)
         const std::string object = row["object"];
         const std::string call = row["call"];
         row["reached"] = reached;
-        // A folder is copied by the support object, which reads the provider's folder for that.
+        // A folder's copying goes to the support object, which is told of a message and says so in the log.
         const bool isReached = object == "folder" && call.starts_with("CopyFolder")
-                                   ? !reached.empty()
+                                   ? row["log"].dump().find("IMAPISupport::CopyFolder: ") != std::string::npos
                                    : std::find(reached.begin(), reached.end(), MethodOf(object, call)) != reached.end();
         row["outcome"] = isReached                           ? "let through"
                          : row["code"] == "MAPI_E_NO_ACCESS" ? "refused"
