@@ -73,7 +73,9 @@ public:
           m_output(CreateInheritable(m_outputFile)),
           m_errors(CreateInheritable(m_errorFile))
     {
-        const std::filesystem::path program = std::filesystem::path(Setup::GetProgramFolder()) / "archive-browser.exe";
+        std::filesystem::path program = folder / "archive-browser.exe";
+        if (!std::filesystem::exists(program))
+            program = std::filesystem::path(Setup::GetProgramFolder()) / program.filename();
         std::wstring line = Quoted(program.wstring());
         // What the test names itself goes before.
         if (std::find(arguments.begin(), arguments.end(), L"--profile") == arguments.end())

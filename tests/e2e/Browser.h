@@ -19,7 +19,7 @@ struct BrowserRun
 };
 
 /// Runs the browser in `folder` with these arguments, with the profile that belongs to it and the service of the tests
-/// where the arguments name no others, to its end.
+/// where the arguments name no others, to its end. A browser that lies in the folder itself is taken.
 BrowserRun RunBrowser(const std::filesystem::path& folder, const std::vector<std::wstring>& arguments);
 
 /// The same with --json; the document that it printed. A run that fails where `exitCode` is 0, or prints no JSON, fails

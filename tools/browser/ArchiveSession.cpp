@@ -123,6 +123,11 @@ void StoreSession::Open(const ServiceRow& service, ULONG flags)
         if (row.service.size() == sizeof(MAPIUID) &&
             std::memcmp(row.service.data(), &service.uid, sizeof(MAPIUID)) == 0)
             return Open(row, service.name, flags);
+    LogCause(L"IMAPISession::GetMsgStoresTable", MAPI_E_NOT_FOUND,
+             L"no store of the message service \"" + service.name + L"\"");
+    std::wstring explained = ExplainService(service.name);
+    if (!explained.empty())
+        Fail(MAPI_E_NOT_FOUND, std::move(explained));
     Fail(MAPI_E_NOT_FOUND, L"The profile's message service \"" + service.name + L"\" has no store.");
 }
 

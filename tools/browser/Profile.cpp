@@ -271,8 +271,7 @@ std::wstring ExplainService(const std::wstring& name)
         if (module.empty() || !FoundOnPath(loaded).empty() || Setup::FindProviderDll(module))
             continue;
         const std::wstring plain = FoundOnPath(module);
-        return L"For the message service \"" + name + L"\" MAPI loads \"" + loaded +
-               L"\", which it does not find" +
+        return L"For the message service \"" + name + L"\" MAPI loads \"" + loaded + L"\", which it does not find" +
                (plain.empty() ? std::wstring(L".") : L": \"" + plain + L"\" lacks the \"32\" before its first period.");
     }
     return {};
