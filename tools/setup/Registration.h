@@ -77,8 +77,8 @@ struct Problem
     Kind kind;
     /// The entry as it should be; of a DLL, the one that names it.
     Entry entry;
-    /// What stands there instead of it, for a wrong value; the path of an unusable DLL; for a missing one, the path of the
-    /// file that only lacks the "32" in its name, if there is one.
+    /// What stands there instead of it, for a wrong value; the path of an unusable DLL; for a missing one, the path of
+    /// the file that only lacks the "32" in its name, if there is one.
     std::wstring actual;
     /// What is wrong with an unusable DLL.
     DllProblem dll;
