@@ -8,7 +8,6 @@
 
 #include <compare>
 #include <cstring>
-#include <filesystem>
 #include <memory>
 #include <mutex>
 
@@ -35,21 +34,11 @@ struct Uid : MAPIUID
 class Profile
 {
 public:
-    /// Opens the profile kept in `file`; one that is not there is an empty profile whose file comes with the first
-    /// change. Throws `Failure`: MAPI_E_CORRUPT_DATA for a file that is no profile (naming it and the place),
-    /// MAPI_E_NO_ACCESS when it cannot be read.
-    static std::shared_ptr<Profile> Open(const std::filesystem::path& file);
-
-    /// A profile that lives in memory only.
-    static std::shared_ptr<Profile> InMemory(std::wstring name);
-
     virtual ~Profile() = default;
     Profile(const Profile&) = delete;
     Profile& operator=(const Profile&) = delete;
 
     const std::wstring& Name() const noexcept { return m_name; }
-    /// The file of a profile that is kept in one.
-    virtual std::filesystem::path File() const { return {}; }
     /// What no other profile has, whatever its name; empty for one that nobody else can open.
     const std::wstring& Id() const noexcept { return m_id; }
 

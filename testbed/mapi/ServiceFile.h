@@ -3,6 +3,8 @@
 
 #include "testbed/mapi/ProviderAdmin.h"
 
+#include <filesystem>
+
 namespace Testbed
 {
 /// A service as the file describes it.

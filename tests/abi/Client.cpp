@@ -1,14 +1,15 @@
 // A mail client's run over a host module, written out line by line: configures the service, fills an archive, reads it
 // again and is refused. It links nothing of the library, so host and client may be of different C++ ABIs: what they
-// share is MAPI's interfaces alone.
+// share is MAPI's interfaces alone, which it gets from mapi32.dll.
 //
-//     abi-client HOST.DLL FOLDER
+//     abi-client HOST FOLDER
 //
-// FOLDER must be there and empty; the library's log is left in it as library.log.
+// HOST is the host's file, which MAPI has to find by its name (that ends in "32"): beside this program, say. FOLDER
+// must be there and empty; the library's log is left in it as library.log.
 #include "common/Boundary.h"
 #include "common/Text.h"
 #include "host/HostSettings.h"
-#include "testbed/mapi/MailSession.h"
+#include "tests/common/MapiClient.h"
 
 #include <windows.h>
 
@@ -16,7 +17,7 @@
 #include <string>
 #include <vector>
 
-using namespace Testbed;
+using namespace Common;
 
 namespace
 {
@@ -101,11 +102,10 @@ ComPtr<Object> OpenAs(IMsgStore* store, const SBinary& entryId, ULONG flags, con
     return opened;
 }
 
-void Fill(MailSession& session)
+void Fill(const MapiMemory& memory, IMsgStore* store)
 {
-    const ComPtr<IMsgStore> store = session.OpenStore();
-    const Property subtree(session.Memory(), store.Get(), PR_IPM_SUBTREE_ENTRYID);
-    const auto root = OpenAs<IMAPIFolder>(store.Get(), subtree->Value.bin, MAPI_MODIFY, "root");
+    const Property subtree(memory, store, PR_IPM_SUBTREE_ENTRYID);
+    const auto root = OpenAs<IMAPIFolder>(store, subtree->Value.bin, MAPI_MODIFY, "root");
     ComPtr<IMAPIFolder> folder;
     Report("CreateFolder", root->CreateFolder(FOLDER_GENERIC, const_cast<LPTSTR>(L"Letters"), nullptr, nullptr,
                                               MAPI_UNICODE, folder.Put()));
@@ -148,14 +148,12 @@ void ReadMessage(const MapiMemory& memory, IMsgStore* store, const SBinary& entr
     Report("GetRecipientTable", message->GetRecipientTable(0, recipients.Put()));
 }
 
-void Read(MailSession& session)
+void Read(const MapiMemory& memory, IMsgStore* store)
 {
-    const MapiMemory& memory = session.Memory();
-    const ComPtr<IMsgStore> store = session.OpenStore();
-    const Property mask(memory, store.Get(), PR_STORE_SUPPORT_MASK);
+    const Property mask(memory, store, PR_STORE_SUPPORT_MASK);
     Line("support mask: " + Code(mask->Value.l));
-    const Property subtree(memory, store.Get(), PR_IPM_SUBTREE_ENTRYID);
-    const auto root = OpenAs<IMAPIFolder>(store.Get(), subtree->Value.bin, 0, "root");
+    const Property subtree(memory, store, PR_IPM_SUBTREE_ENTRYID);
+    const auto root = OpenAs<IMAPIFolder>(store, subtree->Value.bin, 0, "root");
     ComPtr<IMAPITable> hierarchy;
     Report("GetHierarchyTable", root->GetHierarchyTable(MAPI_UNICODE, hierarchy.Put()));
     SizedSPropTagArray(2, columns) = {2, {PR_ENTRYID, PR_DISPLAY_NAME_W}};
@@ -163,7 +161,7 @@ void Read(MailSession& session)
     for (ULONG row = 0; row < folders.Count(); ++row)
     {
         Line("folder " + TextOf(folders.At(row, 1)));
-        const auto folder = OpenAs<IMAPIFolder>(store.Get(), folders.At(row, 0).Value.bin, 0, "folder");
+        const auto folder = OpenAs<IMAPIFolder>(store, folders.At(row, 0).Value.bin, 0, "folder");
         ComPtr<IMAPITable> contents;
         Report("GetContentsTable", folder->GetContentsTable(MAPI_UNICODE, contents.Put()));
         BOOKMARK bookmark = 0;
@@ -172,7 +170,7 @@ void Read(MailSession& session)
         SizedSPropTagArray(1, entryIds) = {1, {PR_ENTRYID}};
         const Rows messages(memory, contents.Get(), reinterpret_cast<LPSPropTagArray>(&entryIds));
         for (ULONG each = 0; each < messages.Count(); ++each)
-            ReadMessage(memory, store.Get(), messages.At(each, 0).Value.bin);
+            ReadMessage(memory, store, messages.At(each, 0).Value.bin);
         ComPtr<IMessage> message;
         Report("CreateMessage", folder->CreateMessage(nullptr, 0, message.Put()));
         ComPtr<IMAPIFolder> inner;
@@ -183,25 +181,34 @@ void Read(MailSession& session)
     Report("SetReceiveFolder", store->SetReceiveFolder(nullptr, 0, 0, nullptr));
 }
 
+// The name under which a host's file is registered: without the "32" that MAPI adds.
+std::wstring RegisteredName(const std::filesystem::path& host)
+{
+    std::wstring stem = host.stem().wstring();
+    if (!stem.ends_with(L"32"))
+        Fail(MAPI_E_INVALID_PARAMETER, L"The host's name does not end in 32.");
+    return stem.substr(0, stem.size() - 2) + host.extension().wstring();
+}
+
 int Run(const std::filesystem::path& host, const std::filesystem::path& folder)
 {
-    MailSession session({{L"ARCHIVE", L"Archive", host, "ServiceEntry"}, Profile::InMemory(L"client"), nullptr});
-    session.CreateService();
-    const auto configure = [&](LONG options)
+    constexpr auto serviceName = L"ABI CLIENT";
+    const Tests::MapiClient client;
+    const Tests::InstalledTestService installed(serviceName, RegisteredName(host), L"ServiceEntry");
+    const Tests::TestProfile profile(client);
+    const MAPIUID service = profile.CreateService(serviceName);
+    const auto logOn = [&](LONG options, const auto& work)
     {
-        session.Configure({PropValue::String(Tags::offlineStorePathW, (folder / "archive.pst").wstring()),
-                           PropValue::String(PR_ARCHIVE_HOST_LOG_FILE, (folder / "library.log").wstring()),
-                           PropValue::Long(PR_ARCHIVE_HOST_OPTIONS, options)});
-        session.Logon();
+        profile.Configure(service, {PropValue::String(Tags::offlineStorePathW, (folder / "archive.pst").wstring()),
+                                    PropValue::String(PR_ARCHIVE_HOST_LOG_FILE, (folder / "library.log").wstring()),
+                                    PropValue::Long(PR_ARCHIVE_HOST_OPTIONS, options)});
+        const Tests::TestSession session(client, profile.Name());
+        const ComPtr<IMsgStore> store = session.OpenStore(&service);
         Line("logged on with options " + std::to_string(options));
+        work(client.Memory(), store.Get());
     };
-    configure(ArchiveHost::OptionPlainWrappers | ArchiveHost::OptionModifyStores);
-    Fill(session);
-    session.Logoff();
-    configure(0);
-    Read(session);
-    session.Logoff();
-    session.DeleteService();
+    logOn(ArchiveHost::OptionPlainWrappers | ArchiveHost::OptionModifyStores, Fill);
+    logOn(0, Read);
     Line("done");
     return 0;
 }
@@ -211,7 +218,7 @@ int wmain(int count, wchar_t** arguments)
 {
     if (count != 3)
     {
-        Line("usage: abi-client HOST.DLL FOLDER");
+        Line("usage: abi-client HOST FOLDER");
         return 2;
     }
     try

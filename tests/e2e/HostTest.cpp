@@ -5,7 +5,7 @@
 #include "common/Text.h"
 #include "host/HostSettings.h"
 #include "nst/KivNstCore.h"
-#include "testbed/mapi/MailSession.h"
+#include "tests/common/MailSession.h"
 #include "tools/browser/ArchiveSession.h"
 #include "tools/browser/LogRecorder.h"
 #include "tools/browser/MapiTools.h"
@@ -29,7 +29,7 @@ SessionOptions HostOptions(const std::shared_ptr<Profile>& profile)
 
 TEST(HostTest, UnknownOptionsAreRefusedWithATextAndNothingIsStored)
 {
-    const auto profile = Profile::InMemory(L"host");
+    const auto profile = MemoryProfile(L"host");
     MailSession session(HostOptions(profile));
     session.CreateService();
     std::wstring text;
@@ -47,7 +47,7 @@ TEST(HostTest, UnknownOptionsAreRefusedWithATextAndNothingIsStored)
 TEST(HostTest, FailuresOfTheLibraryComeAsCodesWithATextAndALogLine)
 {
     LogRecorder log(false);
-    MailSession session(HostOptions(Profile::InMemory(L"host")));
+    MailSession session(HostOptions(MemoryProfile(L"host")));
     session.CreateService();
     std::wstring text;
     EXPECT_EQ(session.CallEntry(MSG_SERVICE_PROVIDER_CREATE, {}, &text), MAPI_E_NO_SUPPORT);
@@ -80,7 +80,7 @@ TEST(HostTest, ProviderInitialisationGivesCodesInsteadOfExceptions)
 TEST(HostTest, TheLogFileSettingSendsTheLogThere)
 {
     const std::filesystem::path folder = NewFolder();
-    const auto profile = Profile::InMemory(L"host");
+    const auto profile = MemoryProfile(L"host");
     {
         MailSession session(HostOptions(profile));
         session.CreateService();

@@ -79,7 +79,7 @@ OpenArchive::OpenArchive(const std::filesystem::path& file, const KivNstHostKit:
 {
     SessionOptions options;
     options.service = {L"PST", L"Personal Folders", Mapi()->Path().parent_path() / "mspst32.dll", "NSTServiceEntry"};
-    options.profile = Profile::InMemory(L"hostkit");
+    options.profile = Tests::MemoryProfile(L"hostkit");
     options.mapi = Mapi();
     m_session = std::make_unique<MailSession>(std::move(options));
     m_session->CreateService();

@@ -4,7 +4,7 @@
 
 #include "hostkit/HostKit.h"
 #include "testbed/common/PropertyBag.h"
-#include "testbed/mapi/MailSession.h"
+#include "tests/common/MailSession.h"
 
 #include <gtest/gtest.h>
 
@@ -52,7 +52,7 @@ public:
     IMSLogon& Logon() const { return *m_logon; }
     IMSProvider& Provider() const { return *m_provider; }
     const Common::MapiMemory& Memory() const { return m_session->Memory(); }
-    Testbed::MailSession& Session() const { return *m_session; }
+    Tests::MailSession& Session() const { return *m_session; }
 
     /// A further logon, whose result it gives.
     HRESULT LogOn(ULONG flags, Common::ComPtr<IMSLogon>& logon, Common::ComPtr<IMsgStore>& store) const;
@@ -83,7 +83,7 @@ public:
     std::vector<Testbed::PropertyBag> Rows(IMAPITable& table, const std::vector<ULONG>& columns = {}) const;
 
 private:
-    std::unique_ptr<Testbed::MailSession> m_session;
+    std::unique_ptr<Tests::MailSession> m_session;
     Common::ComPtr<IMSProvider> m_provider;
     Common::ComPtr<IMSLogon> m_logon;
     Common::ComPtr<IMsgStore> m_store;

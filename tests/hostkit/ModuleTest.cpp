@@ -35,7 +35,7 @@ TEST(ModuleTest, ExportsTheTwoFunctionsUndecorated)
 
 TEST(ModuleTest, ServiceEntryAnswersAsDocumented)
 {
-    MailSession session(RenamedService(Profile::InMemory(L"host")));
+    MailSession session(RenamedService(Tests::MemoryProfile(L"host")));
     session.CreateService();
     std::wstring text;
     EXPECT_EQ(session.CallEntry(MSG_SERVICE_CONFIGURE, {}, &text), MAPI_E_UNCONFIGURED);
@@ -48,7 +48,7 @@ TEST(ModuleTest, ServiceEntryAnswersAsDocumented)
 TEST(ModuleTest, ALogonWithoutAStoreInTheProfileIsUnconfiguredAndSucceedsOnceThereIsOne)
 {
     const std::filesystem::path file = GeneratedPst(NewFolder());
-    MailSession session(RenamedService(Profile::InMemory(L"host")));
+    MailSession session(RenamedService(Tests::MemoryProfile(L"host")));
     session.CreateService();
     EXPECT_EQ(session.TryLogon({}), MAPI_E_UNCONFIGURED);
     session.ConfigurePath(file.wstring());
@@ -57,7 +57,7 @@ TEST(ModuleTest, ALogonWithoutAStoreInTheProfileIsUnconfiguredAndSucceedsOnceThe
 
 TEST(ModuleTest, ShowsARenamedReadOnlyArchive)
 {
-    const auto profile = Profile::InMemory(L"host");
+    const auto profile = Tests::MemoryProfile(L"host");
     MailSession session(RenamedService(profile));
     session.CreateService();
     session.ConfigurePath((NewFolder() / "archive.pst").wstring());

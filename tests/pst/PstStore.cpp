@@ -17,7 +17,7 @@ std::unique_ptr<MailSession> MakeSession(std::shared_ptr<MapiModule> mapi)
     options.service.displayName = L"Personal Folders";
     options.service.modulePath = Location(L"KIVNST_MAIL_CLIENT") / L"mspst32.dll";
     options.service.entryName = "NSTServiceEntry";
-    options.profile = Profile::InMemory(L"Tests");
+    options.profile = Tests::MemoryProfile(L"Tests");
     options.mapi = std::move(mapi);
     return std::make_unique<MailSession>(std::move(options));
 }

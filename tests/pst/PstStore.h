@@ -3,7 +3,7 @@
 
 #include "common/MemoryStream.h"
 #include "testbed/common/PropertyBag.h"
-#include "testbed/mapi/MailSession.h"
+#include "tests/common/MailSession.h"
 
 #include <gtest/gtest.h>
 

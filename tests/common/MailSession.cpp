@@ -1,5 +1,5 @@
 // The calls by which MAPI brings a message service and its store provider to life.
-#include "testbed/mapi/MailSession.h"
+#include "tests/common/MailSession.h"
 
 #include "common/StoreEntryId.h"
 #include "common/Text.h"
@@ -7,10 +7,54 @@
 #include "testbed/mapi/Notifications.h"
 #include "testbed/mapi/SupportObject.h"
 
-namespace Testbed
+namespace Tests
 {
 namespace
 {
+class InMemory final : public Profile
+{
+public:
+    explicit InMemory(std::wstring name) : Profile(std::move(name), {}) {}
+
+    std::vector<Uid> Sections() const override
+    {
+        const std::lock_guard guard(m_lock);
+        std::vector<Uid> uids;
+        for (const auto& [uid, bag] : m_sections)
+            uids.push_back(uid);
+        return uids;
+    }
+    bool HasSection(const Uid& uid) const override
+    {
+        const std::lock_guard guard(m_lock);
+        return m_sections.contains(uid);
+    }
+    PropertyBag Section(const Uid& uid) const override
+    {
+        const std::lock_guard guard(m_lock);
+        const auto found = m_sections.find(uid);
+        return found == m_sections.end() ? PropertyBag() : found->second;
+    }
+    void Change(const Uid& uid, const std::vector<PropValue>& values, const std::vector<ULONG>& removed) override
+    {
+        const std::lock_guard guard(m_lock);
+        PropertyBag& section = m_sections[uid];
+        for (const PropValue& value : values)
+            section.Put(value);
+        for (const ULONG id : removed)
+            section.Erase(id);
+    }
+    void Remove(const Uid& uid) override
+    {
+        const std::lock_guard guard(m_lock);
+        m_sections.erase(uid);
+    }
+
+private:
+    mutable std::mutex m_lock;
+    std::map<Uid, PropertyBag> m_sections;
+};
+
 // Holds a provider's module loaded.
 class LoadedModule
 {
@@ -87,6 +131,11 @@ constexpr const wchar_t* ContextName(ULONG context)
     }
 }
 } // namespace
+
+std::shared_ptr<Profile> MemoryProfile(std::wstring name)
+{
+    return std::make_shared<InMemory>(std::move(name));
+}
 
 struct MailSession::State
 {
@@ -541,4 +590,4 @@ ComPtr<IMAPITable> MailSession::StatusTable(ULONG flags) const
 {
     return m_state->status->OpenTable(Memory(), flags);
 }
-} // namespace Testbed
+} // namespace Tests

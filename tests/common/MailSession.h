@@ -1,5 +1,5 @@
-// A mail session with one message service: drives a provider module as MAPI would, from the service's creation to the
-// open store. Works the same for a PST provider and for a module that wraps one.
+// One provider module driven by hand, past MAPI: for tests that call a service's entry, a provider object or a logon
+// with arguments of their own choice. Whoever wants what MAPI makes of them uses MapiClient.h.
 #pragma once
 
 #include "testbed/mapi/MapiModule.h"
@@ -9,8 +9,13 @@
 
 #include <memory>
 
-namespace Testbed
+namespace Tests
 {
+using namespace Testbed;
+
+/// A profile in memory, which nobody else can open.
+std::shared_ptr<Profile> MemoryProfile(std::wstring name);
+
 /// A message service as MAPI's configuration file describes it.
 struct ServiceDefinition
 {
@@ -118,4 +123,4 @@ private:
     struct State;
     std::shared_ptr<State> m_state;
 };
-} // namespace Testbed
+} // namespace Tests
