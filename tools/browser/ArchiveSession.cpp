@@ -68,14 +68,18 @@ private:
 LONG Setting::Options() const noexcept
 {
     LONG options = 0;
-    options |= plain ? LONG{ArchiveHost::OptionPlainWrappers} : LONG{ArchiveHost::OptionLibraryWrappers};
+    if (!kit)
+        options |= plain ? LONG{ArchiveHost::OptionPlainWrappers} : LONG{ArchiveHost::OptionLibraryWrappers};
     options |= modify ? LONG{ArchiveHost::OptionModifyStores} : 0;
     return options;
 }
 
 std::string Setting::Name() const
 {
-    return std::string(plain ? "plain" : "read-only") + " wrappers, modification " + (modify ? "on" : "off");
+    return std::string(kit     ? "the host kit's"
+                       : plain ? "plain"
+                               : "read-only") +
+           " wrappers, modification " + (modify ? "on" : "off");
 }
 
 std::vector<StoreRow> ListStores(const MapiMemory& memory, IMAPISession& session)

@@ -15,6 +15,8 @@ struct Setting
 {
     bool plain = false;
     bool modify = false;
+    /// The host kit's objects, and not the library's own of either kind.
+    bool kit = false;
 
     /// The host's option bits.
     LONG Options() const noexcept;

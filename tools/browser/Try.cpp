@@ -712,6 +712,13 @@ void RequireReadOnly(StoreSession& archive)
              L"delete mail, are not tried on it.");
     }
 }
+
+// Whether the calls of a setting are made on the archive itself: where none may change it, but for the library's own
+// read-only wrappers those that may by design.
+bool IsTriedInPlace(const Setting& setting)
+{
+    return !setting.plain && !setting.modify;
+}
 } // namespace
 
 TryReport TryAll(const Options& options, const std::vector<Setting>& settings, AttemptWatch* watch)
@@ -726,7 +733,7 @@ TryReport TryAll(const Options& options, const std::vector<Setting>& settings, A
 
     for (const Setting& setting : settings)
     {
-        const bool inPlace = setting == safe;
+        const bool inPlace = IsTriedInPlace(setting);
         std::vector<TryRow> rows;
         if (inPlace)
         {
@@ -738,8 +745,13 @@ TryReport TryAll(const Options& options, const std::vector<Setting>& settings, A
                 child = children.front().entryId;
             RunStage(
                 options, archive, setting, {subject, {subject.message, subject.message, child, child, subject.folder}},
-                watch, [](const Attempt& attempt) { return !attempt.writesByDesign; }, rows);
+                watch, [&](const Attempt& attempt) { return setting.kit || !attempt.writesByDesign; }, rows);
             archive.Logoff();
+        }
+        if (setting.kit)
+        {
+            report.rows.insert(report.rows.end(), rows.begin(), rows.end());
+            continue;
         }
         const ScratchFolder folder;
         const std::filesystem::path file = folder.Path() / "attempts.pst";
@@ -769,7 +781,9 @@ Json TryReport::ToJson() const
     Json list = Json::array();
     for (const TryRow& row : rows)
     {
-        list.push_back({{"wrappers", row.setting.plain ? "plain" : "read-only"},
+        list.push_back({{"wrappers", row.setting.kit     ? "kit"
+                                     : row.setting.plain ? "plain"
+                                                         : "read-only"},
                         {"modification", row.setting.modify ? "on" : "off"},
                         {"object", row.object},
                         {"call", row.call},
@@ -805,7 +819,8 @@ void PrintTryRows(const TryReport& report, const Setting& setting, bool refusedO
 
 int RunTry(const Options& options)
 {
-    const std::vector<Setting> settings = {{false, false}, {false, true}, {true, false}, {true, true}};
+    const std::vector<Setting> settings = {
+        {false, false}, {false, true}, {true, false}, {true, true}, {false, false, true}};
     const TryReport report = TryAll(options, settings, nullptr);
     if (options.json)
     {
@@ -815,7 +830,7 @@ int RunTry(const Options& options)
     for (const Setting& setting : settings)
     {
         PrintLine(setting.Name() +
-                  (setting == Setting{} ? " (on the archive itself):" : " (on an archive made for it):"));
+                  (IsTriedInPlace(setting) ? " (on the archive itself):" : " (on an archive made for it):"));
         PrintLine();
         PrintTryRows(report, setting, false, 2);
         PrintLine();
