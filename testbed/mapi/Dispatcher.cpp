@@ -91,7 +91,9 @@ struct Delivery
 std::mutex g_lock;
 std::shared_ptr<Delivery>& Current()
 {
-    static std::shared_ptr<Delivery> delivery;
+    // Never destroyed: a client that ends without MAPIUninitialize leaves the worker to Windows, which has ended its
+    // thread by the time this module is told of the process's end, and a wait for it would have no end.
+    static auto& delivery = *new std::shared_ptr<Delivery>();
     return delivery;
 }
 
