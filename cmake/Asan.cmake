@@ -8,13 +8,14 @@ if(KIVNST_ASAN)
   endforeach()
   set(asan_dir "${KIVNST_DEPS_DIR}/asan-runtime")
   set(asan_flags -fsanitize=address -g -gcodeview -fno-omit-frame-pointer -D_LIBCPP_INSTRUMENTED_WITH_ASAN=1
-    "-fpass-plugin=${asan_dir}/catch_objects.so" -mllvm -asan-stack-dynamic-alloca=0)
-  set(KIVNST_MSVC_ABI_VARIANT asan ${asan_flags})
+    "-fpass-plugin=${asan_dir}/catch_objects.so")
+  set(KIVNST_MSVC_ABI_VARIANT asan ${asan_flags} -mllvm -asan-stack-dynamic-alloca=0)
 
   add_library(kivnst_asan INTERFACE)
   # Not the options of the directory: the start-up of a module runs before the runtime knows it.
   # Of what -g tells reports need lines alone.
-  target_compile_options(kivnst_asan INTERFACE "SHELL:$<JOIN:${asan_flags}, > -gline-tables-only")
+  target_compile_options(kivnst_asan INTERFACE ${asan_flags} -gline-tables-only
+    "SHELL:-mllvm -asan-stack-dynamic-alloca=0")
   target_compile_definitions(kivnst_asan INTERFACE KIVNST_ASAN)
   target_link_libraries(kivnst_asan INTERFACE "${asan_dir}/clang_rt.asan.lib")
   target_link_options(kivnst_asan INTERFACE "LINKER:/wholearchive:${asan_dir}/asan_thunk.lib" LINKER:/debug

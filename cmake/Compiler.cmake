@@ -55,7 +55,7 @@ elseif(KIVNST_MSVC_ABI)
     # -Wgnu-anonymous-struct, -Wnested-anon-types (C4201): the platform's own headers, which Visual Studio excuses.
     # -Wpadded (C4324): here of structures with alignas alone, of which there are none in the library.
     # C4127 (a condition that is constant), C4714, C4512: clang has none.
-    "SHELL:-include ${PROJECT_SOURCE_DIR}/runtime/msvc-abi/Deprecated.h"
+    "SHELL:-include \"${PROJECT_SOURCE_DIR}/runtime/msvc-abi/Deprecated.h\""
     # No path of the building machine gets into a binary or a log line.
     "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=" "-ffile-prefix-map=${PROJECT_BINARY_DIR}/=build/")
 else()
