@@ -127,15 +127,14 @@ const std::shared_ptr<const Browser::Mapi>& TestMapi()
     return mapi;
 }
 
-HostRegistration::HostRegistration()
+ServiceInFile::ServiceInFile(const wchar_t* name, const wchar_t* display, const wchar_t* dll) : m_name(name)
 {
-    Quillon::OutlookAddIn::RegisterStoreProvider(hostService, L"Test Archive", L"ArchiveHost.dll", InfFile().c_str(),
-                                                 L"");
+    Quillon::OutlookAddIn::RegisterStoreProvider(m_name, display, dll, InfFile().c_str(), L"");
 }
 
-HostRegistration::~HostRegistration()
+ServiceInFile::~ServiceInFile()
 {
-    Quillon::OutlookAddIn::UnregisterStoreProvider(hostService, InfFile().c_str());
+    Quillon::OutlookAddIn::UnregisterStoreProvider(m_name, InfFile().c_str());
 }
 
 std::wstring InfFile()

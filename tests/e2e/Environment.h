@@ -37,14 +37,17 @@ std::filesystem::path SampleInto(const std::filesystem::path& folder, unsigned f
 /// A file's bytes; empty when there is none.
 std::string ContentsOf(const std::filesystem::path& file);
 
-/// Registers the sample host's message service for as long as it lives.
-class HostRegistration
+/// A message service that is in MAPISVC.INF for as long as this lives.
+class ServiceInFile
 {
 public:
-    HostRegistration();
-    ~HostRegistration();
-    HostRegistration(const HostRegistration&) = delete;
-    HostRegistration& operator=(const HostRegistration&) = delete;
+    ServiceInFile(const wchar_t* name, const wchar_t* display, const wchar_t* dll);
+    ~ServiceInFile();
+    ServiceInFile(const ServiceInFile&) = delete;
+    ServiceInFile& operator=(const ServiceInFile&) = delete;
+
+private:
+    const wchar_t* m_name;
 };
 
 /// The path of MAPISVC.INF.

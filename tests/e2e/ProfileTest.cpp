@@ -3,7 +3,7 @@
 #include "tests/e2e/Environment.h"
 
 #include "common/Text.h"
-#include "nst/StoreProviderRegistration.h"
+#include "host/HostSettings.h"
 #include "tools/setup/Locations.h"
 
 #include <algorithm>
@@ -16,22 +16,6 @@ namespace Tests
 namespace
 {
 using Json = nlohmann::ordered_json;
-
-// A message service that is in MAPISVC.INF for as long as this lives.
-class ServiceInFile
-{
-public:
-    ServiceInFile(std::wstring name, const wchar_t* dll) : m_name(std::move(name))
-    {
-        Quillon::OutlookAddIn::RegisterStoreProvider(m_name.c_str(), L"Another Archive", dll, InfFile().c_str(), L"");
-    }
-    ~ServiceInFile() { Quillon::OutlookAddIn::UnregisterStoreProvider(m_name.c_str(), InfFile().c_str()); }
-    ServiceInFile(const ServiceInFile&) = delete;
-    ServiceInFile& operator=(const ServiceInFile&) = delete;
-
-private:
-    std::wstring m_name;
-};
 
 class ProfileTest : public testing::Test
 {
@@ -99,7 +83,7 @@ TEST_F(ProfileTest, AStoreIsOpenedByItsName)
 
 TEST_F(ProfileTest, TwoServicesHaveTwoArchivesInOneProfile)
 {
-    const ServiceInFile second(L"ArchiveTestSvc2", L"ArchiveHost.dll");
+    const ServiceInFile second(L"ArchiveTestSvc2", L"Another Archive", L"ArchiveHost.dll");
     Configure();
     const std::filesystem::path source = CopyInto(m_folder, SmallFiles()[2]);
     RunBrowserJson(m_folder, {L"--service", L"ArchiveTestSvc2", L"configure", (m_folder / "second.pst").wstring()});
@@ -133,9 +117,25 @@ TEST_F(ProfileTest, AServiceThatMapiDoesNotKnowIsNamed)
     EXPECT_FALSE(Browser::ProfileExists(*TestMapi(), ProfileOf(m_folder)));
 }
 
+TEST_F(ProfileTest, AnotherHostIsToldNothingButItsArchive)
+{
+    const ServiceInFile service(L"RenamedTestSvc", L"Renamed", L"RenamedHost.dll");
+    const std::wstring archive = CopyInto(m_folder, SmallFiles()[2]).wstring();
+    const std::vector<std::string> parts = {"\"RenamedTestSvc\" is not the sample host's"};
+    ExpectSentence({L"--service", L"RenamedTestSvc", L"--plain", L"configure", archive}, parts, "");
+    ExpectSentence({L"--service", L"RenamedTestSvc", L"import", SmallFiles()[0].wstring()}, parts, "");
+    EXPECT_FALSE(Browser::ProfileExists(*TestMapi(), ProfileOf(m_folder)));
+    RunBrowserJson(m_folder, {L"--service", L"RenamedTestSvc", L"configure", archive});
+    EXPECT_EQ(RunBrowserJson(m_folder, {L"stores"})["stores"][0]["store"], "Mail of 2019");
+    EXPECT_EQ(RunBrowser(m_folder, {L"--service", L"RenamedTestSvc", L"tree", L"--all"}).exitCode, 0u);
+    ExpectSentence({L"--service", L"RenamedTestSvc", L"--modify", L"tree"}, parts, "");
+    const Browser::Services services(*TestMapi(), ProfileOf(m_folder));
+    EXPECT_TRUE(services.Read(*services.Find(L"RenamedTestSvc"), {PR_ARCHIVE_HOST_OPTIONS}).front().IsError());
+}
+
 TEST_F(ProfileTest, AMissingSectionIsNamed)
 {
-    const ServiceInFile service(L"ArchiveTestSvc3", L"ArchiveHost.dll");
+    const ServiceInFile service(L"ArchiveTestSvc3", L"Another Archive", L"ArchiveHost.dll");
     WritePrivateProfileStringW(L"ArchiveTestSvc3_P", nullptr, nullptr, InfFile().c_str());
     ExpectSentence({L"--service", L"ArchiveTestSvc3", L"configure", (m_folder / "a.pst").wstring()},
                    {"has no section [ArchiveTestSvc3_P]", "archive-setup register"}, "IMAPISession::GetMsgStoresTable");

@@ -3,6 +3,7 @@
 #include "tests/e2e/Environment.h"
 
 #include "nst/NstMsgStore.h"
+#include "tests/e2e/Browser.h"
 #include "tests/e2e/Observer.h"
 #include "tools/browser/Try.h"
 
@@ -430,6 +431,56 @@ TEST(TryTest, GeneratedMailAndSmallFilesDoTheSame)
     const std::filesystem::path second = NewFolder();
     ConfigureArchive(second, CopyInto(second, SmallFiles()[2]));
     CheckAgainstTable(TryAll(second), true);
+}
+
+// What a host of a few lines over the kit gives, which knows none of the sample host's settings.
+TEST(TryTest, AHostOfTheKitRefusesEveryChangeAsItIs)
+{
+    const ServiceInFile service(L"RenamedTestSvc", L"Renamed", L"RenamedHost.dll");
+    const std::filesystem::path folder = NewFolder();
+    const std::filesystem::path archive = CopyInto(folder, SmallFiles()[2]);
+    std::filesystem::path overlay = archive;
+    overlay += ".overlay";
+    const auto run = [&](std::vector<std::wstring> arguments)
+    {
+        arguments.insert(arguments.begin(), {L"--service", L"RenamedTestSvc"});
+        return RunBrowserJson(folder, arguments);
+    };
+    run({L"configure", archive.wstring()});
+    const std::string before = ContentsOf(overlay);
+    ASSERT_FALSE(before.empty());
+
+    const Json report = run({L"try", L"--all"});
+    std::map<std::string, Json> rows;
+    for (const Json& row : report["calls"])
+    {
+        EXPECT_EQ(row["wrappers"], "host");
+        rows.emplace(row["object"].get<std::string>() + "/" + row["call"].get<std::string>(), row);
+    }
+    EXPECT_EQ(rows.size(), std::size(table));
+    for (const Expected& expected : table)
+    {
+        const Json& row = rows[std::string(expected.object) + "/" + expected.call];
+        const Fate fate = KitFate(expected);
+        EXPECT_EQ(row["outcome"] == "refused", fate == r) << row;
+        if (fate == i)
+            EXPECT_EQ(row["code"], "S_OK") << row;
+    }
+    EXPECT_EQ(report["archive"]["unchanged"], true);
+    EXPECT_TRUE(ContentsOf(overlay) == before) << "the overlay beside the PST was changed";
+
+    // What a host may let through by design is left out unless it is asked for.
+    const Json withoutAll = run({L"try"});
+    for (const Json& row : withoutAll["calls"])
+        rows.erase(row["object"].get<std::string>() + "/" + row["call"].get<std::string>());
+    std::vector<std::string> left;
+    for (const auto& [name, row] : rows)
+        left.push_back(name);
+    EXPECT_EQ(left, (std::vector<std::string>{
+                        "attachment/GetIDsFromNames(MAPI_CREATE)", "folder/GetIDsFromNames(MAPI_CREATE)",
+                        "folder/SetProps(0x30200102, 0x30210102)", "message/GetIDsFromNames(MAPI_CREATE)",
+                        "store/DeleteProps(the host's own)", "store/GetIDsFromNames(MAPI_CREATE)",
+                        "store/SetProps(the host's own)"}));
 }
 
 // A call that is let through really arrives: with modification on the copy of the archive is changed.

@@ -16,7 +16,7 @@ std::filesystem::path Module()
 {
     std::wstring path(32767, L'\0');
     path.resize(GetEnvironmentVariableW(L"KIVNST_BIN", path.data(), static_cast<DWORD>(path.size())));
-    return std::filesystem::path(path) / "RenamedHost.dll";
+    return std::filesystem::path(path) / "RenamedHost32.dll";
 }
 
 SessionOptions RenamedService(const std::shared_ptr<Profile>& profile)

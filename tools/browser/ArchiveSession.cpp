@@ -29,6 +29,40 @@ std::wstring FullPath(const std::filesystem::path& file)
     return std::filesystem::absolute(file).make_preferred().wstring();
 }
 
+// The options of the service's store; an error for that of another host than the sample host, which keeps them from the
+// first configuration on.
+PropValue OptionsOf(const Services& services, const ServiceRow& service)
+{
+    return services.Read(service, {PR_ARCHIVE_HOST_OPTIONS}).front();
+}
+
+// Has a service that is configured use the setting. Another host's is left alone.
+void Choose(Services& services, const ServiceRow& service, const Setting& setting)
+{
+    if (setting.asIs)
+        return;
+    const PropValue options = OptionsOf(services, service);
+    if (!options.IsError())
+    {
+        if (options.AsLong() != setting.Options())
+            services.Configure(service, {OptionsValue(setting)});
+    }
+    else if (!(setting == Setting{}))
+    {
+        Fail(MAPI_E_NO_SUPPORT, L"The message service \"" + service.name +
+                                    L"\" is not the sample host's: which objects it gives, and whether they can be "
+                                    L"changed, is its own affair.");
+    }
+}
+
+// Gives a service without an archive one.
+void GiveArchive(Services& services, const ServiceRow& service, const std::filesystem::path& archive,
+                 const Setting& setting)
+{
+    services.Configure(service, {PropValue::String(Tags::offlineStorePathW, FullPath(archive))});
+    Choose(services, service, setting);
+}
+
 // Adds a service to a profile that has none of it yet.
 ServiceRow AddService(Services& services, const std::wstring& name)
 {
@@ -76,6 +110,8 @@ LONG Setting::Options() const noexcept
 
 std::string Setting::Name() const
 {
+    if (asIs)
+        return "the host's own objects";
     return std::string(kit     ? "the host kit's"
                        : plain ? "plain"
                                : "read-only") +
@@ -201,7 +237,8 @@ void ArchiveSession::Configure(const std::filesystem::path& archive, const Setti
             Fail(MAPI_E_COLLISION, L"The archive of the profile \"" + Profile() + L"\" is \"" + present.wstring() +
                                        L"\" already; another profile can have another one.");
         }
-        Services(*MapiOf(), Profile()).Configure(*Service(), {OptionsValue(setting)});
+        Services services(*MapiOf(), Profile());
+        Choose(services, *Service(), setting);
         return;
     }
     const bool isNew = !ProfileExists(*MapiOf(), Profile());
@@ -218,7 +255,7 @@ void ArchiveSession::Configure(const std::filesystem::path& archive, const Setti
             Logoff();
             services.Delete(service.uid);
         });
-    services.Configure(service, {PropValue::String(Tags::offlineStorePathW, full), OptionsValue(setting)});
+    GiveArchive(services, service, archive, setting);
     // Only a logon shows whether there can be a store.
     Begin(Profile());
     Open(service, MDB_WRITE);
@@ -257,12 +294,15 @@ void ArchiveSession::Logon(const Setting& setting)
         Fail(MAPI_E_UNCONFIGURED, L"The profile \"" + Profile() + L"\" has no archive yet: its services lack \"" +
                                       m_place.service + L"\", which \"archive-browser import FILE.pst\" adds.");
     }
-    // Another host's service need not know the sample host's settings.
-    const PropValue options = services.Read(*service, {PR_ARCHIVE_HOST_OPTIONS}).front();
-    if (options.AsLong() != setting.Options() && (!options.IsError() || setting.Options() != 0))
-        services.Configure(*service, {OptionsValue(setting)});
+    Choose(services, *service, setting);
     Begin(Profile());
     Open(*service, MDB_WRITE);
+}
+
+bool ArchiveSession::HasSettings() const
+{
+    const auto service = m_place.store.empty() ? Service() : std::nullopt;
+    return service && !OptionsOf(Services(*MapiOf(), Profile()), *service).IsError();
 }
 
 ScratchArchive::ScratchArchive(std::shared_ptr<const Mapi> mapi, const std::wstring& service,
@@ -272,7 +312,7 @@ ScratchArchive::ScratchArchive(std::shared_ptr<const Mapi> mapi, const std::wstr
     TemporaryProfile profile(MapiOf());
     Services services(*MapiOf(), profile.Name());
     const ServiceRow row = AddService(services, service);
-    services.Configure(row, {PropValue::String(Tags::offlineStorePathW, FullPath(file)), OptionsValue(setting)});
+    GiveArchive(services, row, file, setting);
     Begin(profile.Name());
     profile.Delete();
     Open(row, MDB_WRITE);

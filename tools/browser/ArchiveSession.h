@@ -17,8 +17,10 @@ struct Setting
     bool modify = false;
     /// The host kit's objects, and not the library's own of either kind.
     bool kit = false;
+    /// What the store's host gives of itself; it is told nothing. The others are settings of the sample host.
+    bool asIs = false;
 
-    /// The host's option bits.
+    /// The sample host's option bits.
     LONG Options() const noexcept;
     /// "read-only wrappers, modification off".
     std::string Name() const;
@@ -120,8 +122,11 @@ public:
     void Configure(const std::filesystem::path& archive, const Setting& setting);
     /// The archive's file as the profile names it; empty when there is none.
     std::filesystem::path ArchivePath() const;
-    /// Has the host use the setting and logs on (anew). Another store than the service's is opened as it is.
+    /// Has the host use the setting and logs on (anew). Another store than the service's is opened as it is, and so is
+    /// that of another host than the sample host, from which a setting that is not the default cannot be had.
     void Logon(const Setting& setting);
+    /// Whether the store is one of the sample host, whose settings can be chosen.
+    bool HasSettings() const;
 
 private:
     std::optional<ServiceRow> Service() const;

@@ -55,8 +55,9 @@ int RunImport(const Options& options, const std::filesystem::path& source, bool 
 /// Compares every imported object with its source.
 int RunVerify(const Options& options, const std::filesystem::path& source, bool all);
 
-/// Attempts every modifying call in the four settings.
-int RunTry(const Options& options);
+/// Attempts every modifying call in the five settings; on another host's store as it is, and there with `all` also
+/// those that such a host may let through by design.
+int RunTry(const Options& options, bool all);
 
 /// Compares a PST opened unwrapped and wrapped.
 int RunDiff(const Options& options, const std::filesystem::path& file);

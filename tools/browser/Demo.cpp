@@ -54,7 +54,7 @@ public:
             Say("  ./run browse list \"" + m_folderPath + "\"");
             Say("  ./run browse show \"" + m_folderPath + "#1\"");
             Say("  ./run browse props store              what a client sees of the store; --plain --modify changes it");
-            Say("  ./run browse try                      every modifying call, in all four settings");
+            Say("  ./run browse try                      every modifying call, in all five settings");
             Say("  ./run browse diff FILE.pst            a PST unwrapped and wrapped, difference by difference");
             Say("  ./run demo --remove                   the same once more, and everything removed at its end");
             Say("  host/ArchiveHost.cpp                  how a host uses the library; docs/architecture.md, README.md");

@@ -272,9 +272,9 @@ int RunImport(const Options& options, const std::filesystem::path& file, bool al
         if (!options.json)
             PrintLine(line);
     };
-    RequireArchive(archive, options.setting, progress);
     Setting writable = options.setting;
     writable.modify = true;
+    RequireArchive(archive, writable, progress);
     archive.Logon(writable);
     progress("Importing " + Utf8(file.wstring()) + " into " + Utf8(archive.ArchivePath().wstring()));
     const ImportReport report = Import(archive, source, all, progress);

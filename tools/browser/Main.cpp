@@ -138,8 +138,10 @@ int Run(int argc, wchar_t** argv)
     props->callback([&] { command = [&](const Options& o) { return RunProps(o, Wide(object)); }; });
 
     auto* const attempt = app.add_subcommand(
-        "try", "Attempt every modifying call, with read-only and plain wrappers, modification off and on");
-    attempt->callback([&] { command = [&](const Options& o) { return RunTry(o); }; });
+        "try", "Attempt every modifying call: in each setting of the sample host, or on another host's store as it is");
+    attempt->add_flag("--all", all,
+                      "On another host's store also what it may let through by design: its own properties and names");
+    attempt->callback([&] { command = [&](const Options& o) { return RunTry(o, all); }; });
 
     std::string file;
     auto* const diff = app.add_subcommand("diff", "Compare a PST opened unwrapped with the same one wrapped");

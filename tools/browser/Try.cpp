@@ -721,7 +721,7 @@ bool IsTriedInPlace(const Setting& setting)
 }
 } // namespace
 
-TryReport TryAll(const Options& options, const std::vector<Setting>& settings, AttemptWatch* watch)
+TryReport TryAll(const Options& options, const std::vector<Setting>& settings, AttemptWatch* watch, bool all)
 {
     constexpr Setting safe{};
     TryReport report;
@@ -745,10 +745,11 @@ TryReport TryAll(const Options& options, const std::vector<Setting>& settings, A
                 child = children.front().entryId;
             RunStage(
                 options, archive, setting, {subject, {subject.message, subject.message, child, child, subject.folder}},
-                watch, [&](const Attempt& attempt) { return setting.kit || !attempt.writesByDesign; }, rows);
+                watch, [&](const Attempt& attempt)
+                { return setting.kit || (setting.asIs && all) || !attempt.writesByDesign; }, rows);
             archive.Logoff();
         }
-        if (setting.kit)
+        if (setting.kit || setting.asIs)
         {
             report.rows.insert(report.rows.end(), rows.begin(), rows.end());
             continue;
@@ -781,7 +782,8 @@ Json TryReport::ToJson() const
     Json list = Json::array();
     for (const TryRow& row : rows)
     {
-        list.push_back({{"wrappers", row.setting.kit     ? "kit"
+        list.push_back({{"wrappers", row.setting.asIs    ? "host"
+                                     : row.setting.kit   ? "kit"
                                      : row.setting.plain ? "plain"
                                                          : "read-only"},
                         {"modification", row.setting.modify ? "on" : "off"},
@@ -817,11 +819,13 @@ void PrintTryRows(const TryReport& report, const Setting& setting, bool refusedO
     table.Print(indent);
 }
 
-int RunTry(const Options& options)
+int RunTry(const Options& options, bool all)
 {
-    const std::vector<Setting> settings = {
-        {false, false}, {false, true}, {true, false}, {true, true}, {false, false, true}};
-    const TryReport report = TryAll(options, settings, nullptr);
+    std::vector<Setting> settings = {{false, false}, {false, true}, {true, false}, {true, true}, {false, false, true}};
+    // Of another host, or another store, nothing is known but that it says that it is read-only.
+    if (!ArchiveSession(options.mapi, options.place).HasSettings())
+        settings = {{false, false, false, true}};
+    const TryReport report = TryAll(options, settings, nullptr, all);
     if (options.json)
     {
         PrintLine(report.ToJson().dump(2));

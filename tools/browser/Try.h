@@ -52,10 +52,11 @@ public:
     virtual void After(const TryRow& row) = 0;
 };
 
-/// Runs the attempts in `settings`. Those of the read-only setting with modification off are made on the archive
-/// itself, but for those that may change it by design; everything else on archives that are made for it, with a copy of
-/// the same message. `watch` may be null.
-TryReport TryAll(const Options& options, const std::vector<Setting>& settings, AttemptWatch* watch);
+/// Runs the attempts in `settings`. Made on the archive itself are all of the host kit's setting, and those of the
+/// read-only setting with modification off that may not change it by design; everything else is made on archives of its
+/// own, with a copy of the same message. On another host's store as it is, those that may change it by design are made
+/// only with `all`. `watch` may be null.
+TryReport TryAll(const Options& options, const std::vector<Setting>& settings, AttemptWatch* watch, bool all = false);
 
 /// Prints the rows of one setting as a table.
 void PrintTryRows(const TryReport& report, const Setting& setting, bool refusedOnly, size_t indent);
