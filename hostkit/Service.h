@@ -123,6 +123,8 @@ HRESULT InitialiseProvider(const CallSite& site, LPMALLOC lpMalloc, LPALLOCATEBU
                            LPALLOCATEMORE lpAllocateMore, LPFREEBUFFER lpFreeBuffer, ULONG ulFlags, ULONG ulMAPIVer,
                            ULONG* lpulProviderVer, LPMSPROVIDER* lppMSProvider) noexcept
 {
+    if (lppMSProvider)
+        *lppMSProvider = nullptr;
     return AtBoundary(site,
                       [&]
                       {

@@ -1,6 +1,8 @@
 // The captured log.
 #include "tests/common/LogCapture.h"
 
+#include "tests/common/OwnMemory.h"
+
 #include <windows.h>
 
 #include <cstdio>
@@ -66,6 +68,7 @@ LogCapture::LogCapture()
     Quillon::Logging::SetLogSink(
         [](void* context, const Quillon::Logging::LogLine& line)
         {
+            const OwnMemory own;
             auto& capture = *static_cast<LogCapture*>(context);
             const std::lock_guard lock(capture.m_lock);
             capture.m_lines.push_back({line.level, line.isDetail, line.text});

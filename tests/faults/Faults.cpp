@@ -2,6 +2,7 @@
 #include "tests/faults/Faults.h"
 
 #include "tests/common/MapiModule.h"
+#include "tests/common/OwnMemory.h"
 
 #include <cstdlib>
 
@@ -36,22 +37,23 @@ void Faults::Plan(const Fault& fault)
 
 void Faults::Arm()
 {
-    m_armed = true;
+    s_armed = true;
     ResumeMapi();
 }
 
 void Faults::Disarm()
 {
-    if (!m_armed)
+    if (!s_armed)
         return;
     PauseMapi();
-    m_armed = false;
+    s_armed = false;
 }
 
 bool Faults::Hits(const char* call)
 {
-    if (!m_armed)
+    if (!s_armed)
         return false;
+    const OwnMemory own;
     m_calls.emplace_back(call);
     const bool hits = m_calls.size() == m_fault.call;
     m_happened = m_happened || hits;
@@ -87,8 +89,9 @@ bool Faults::PassHook(const char* hook)
 
 void* Faults::Allocate(std::size_t size)
 {
+    const OwnMemory own;
     Faults& self = *g_faults;
-    if (self.m_armed)
+    if (s_armed)
     {
         const std::size_t number = ++self.m_allocations;
         const std::size_t failing = self.m_fault.allocation;
@@ -106,6 +109,7 @@ void* Faults::Allocate(std::size_t size)
 
 void Faults::Free(void* block)
 {
+    const OwnMemory own;
     g_faults->m_blocks.erase(block);
     std::free(block);
 }
@@ -129,13 +133,13 @@ void Faults::PauseMapi()
 
 Faults::OwnAllocations::OwnAllocations()
 {
-    if (Get().m_armed)
+    if (s_armed)
         Get().PauseMapi();
 }
 
 Faults::OwnAllocations::~OwnAllocations()
 {
-    if (Get().m_armed)
+    if (s_armed)
         Get().ResumeMapi();
 }
 

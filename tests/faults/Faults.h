@@ -91,6 +91,8 @@ public:
         ~OwnAllocations();
     };
 
+    /// Between Arm and Disarm.
+    static bool IsArmed() noexcept { return s_armed; }
     const Fault& Planned() const noexcept { return m_fault; }
     const std::vector<std::string>& Calls() const noexcept { return m_calls; }
     std::size_t Allocations() const noexcept { return m_allocations; }
@@ -115,7 +117,7 @@ private:
     std::size_t m_allocations = 0;
     std::size_t m_mapiAllocations = 0;
     unsigned long long m_mapiCallsAtResume = 0;
-    bool m_armed = false;
+    inline static bool s_armed = false;
     bool m_happened = false;
 };
 

@@ -98,7 +98,7 @@ HRESULT STDAPICALLTYPE Wrap(ULONG flags, LPSTR dllName, ULONG size, LPENTRYID en
 FARPROC WINAPI FindFunction(HMODULE module, const char* name)
 {
     const auto as = [](auto* function) { return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(function)); };
-    const std::string text(name);
+    const std::string_view text(name);
     if (text == "NSTServiceEntry")
         return Faults::Get().PassSystem("GetProcAddress") ? as(&PstServiceEntry) : nullptr;
     if (text == "MSProviderInit")
@@ -150,7 +150,7 @@ LSTATUS WINAPI ReadRegistry(HKEY, const wchar_t*, const wchar_t*, DWORD, DWORD* 
 
 DWORD WINAPI VersionSize(const wchar_t* path, DWORD*)
 {
-    return Faults::Get().PassSystem("GetFileVersionInfoSizeW") && std::wstring(path) == outlookPath ? 64 : 0;
+    return Faults::Get().PassSystem("GetFileVersionInfoSizeW") && std::wstring_view(path) == outlookPath ? 64 : 0;
 }
 
 BOOL WINAPI ReadVersion(const wchar_t*, DWORD, DWORD size, void* data)

@@ -4,12 +4,15 @@
 #include "support/Format.h"
 #include "tests/common/LogCapture.h"
 #include "tests/common/MapiModule.h"
+#include "tests/common/OwnMemory.h"
 #include "tests/faults/Surroundings.h"
 
 #include <gmock/gmock.h>
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
+#include <new>
 
 using namespace Quillon;
 using KivNstHostKit::ArchiveSettings;
@@ -20,6 +23,19 @@ namespace Tests
 {
 namespace
 {
+
+/// What the kit, which is compiled into this program, allocates in a run.
+struct KitHeap
+{
+    std::size_t allocations = 0;
+    /// The number of the one that fails; 0: none.
+    std::size_t failing = 0;
+    bool staysEmpty = false;
+    /// Blocks that live, of those allocated in a run.
+    std::unordered_set<void*> blocks;
+};
+
+KitHeap g_kitHeap;
 
 constexpr ULONG ownTag = PROP_TAG(PT_UNICODE, 0x7C31);
 
@@ -437,6 +453,7 @@ bool Writes(const std::string& call)
 
 struct Outcome
 {
+    std::size_t kitAllocations = 0;
     HRESULT result = S_OK;
     bool happened = false;
     std::vector<LogLine> lines;
@@ -447,8 +464,9 @@ struct Outcome
 
 std::size_t g_faults = 0;
 
-Outcome Execute(const Operation& operation, const Fault& fault)
+Outcome Execute(const Operation& operation, const Fault& fault, const KitHeap& kitHeap = {})
 {
+    g_kitHeap = kitHeap;
     Faults& faults = Faults::Get();
     faults.Plan(fault);
     const std::size_t heapBlocks = faults.LiveHeapBlocks();
@@ -462,7 +480,9 @@ Outcome Execute(const Operation& operation, const Fault& fault)
         outcome.lines = log.Take();
         surroundings.ExpectNoReferences();
     }
-    outcome.happened = faults.Happened();
+    outcome.kitAllocations = g_kitHeap.allocations;
+    outcome.happened = faults.Happened() || (kitHeap.failing != 0 && outcome.kitAllocations >= kitHeap.failing);
+    EXPECT_TRUE(g_kitHeap.blocks.empty()) << "blocks of the kit's heap are left";
     outcome.calls = faults.Calls();
     outcome.allocations = faults.Allocations();
     outcome.mapiAllocations = faults.MapiAllocations();
@@ -558,6 +578,17 @@ TEST_P(HostFaultTest, EachAllocationFails)
             EXPECT_TRUE(Execute(operation, fault).happened);
         }
     }
+    for (const bool staysEmpty : {false, true})
+    {
+        for (std::size_t allocation = 1; allocation <= base.kitAllocations; ++allocation)
+        {
+            SCOPED_TRACE(allocation);
+            const Outcome outcome = Execute(operation, {}, {0, allocation, staysEmpty, {}});
+            EXPECT_TRUE(outcome.happened);
+            if (operation.base == S_OK)
+                EXPECT_EQ(outcome.result, E_OUTOFMEMORY);
+        }
+    }
     for (ULONG allocation = 1; allocation <= base.mapiAllocations; ++allocation)
     {
         Fault fault;
@@ -599,3 +630,41 @@ INSTANTIATE_TEST_SUITE_P(All, HostFaultTest,
 
 } // namespace
 } // namespace Tests
+
+// The kit's memory is that of this program; the library's is its own.
+void* operator new(std::size_t size)
+{
+    Tests::KitHeap& heap = Tests::g_kitHeap;
+    const bool isKits = Tests::Faults::IsArmed() && !Tests::OwnMemory::IsAllocated();
+    if (isKits)
+    {
+        const std::size_t number = ++heap.allocations;
+
+        if (heap.failing != 0 && (number == heap.failing || (heap.staysEmpty && number > heap.failing)))
+            throw std::bad_alloc();
+    }
+    void* const block = std::malloc(size);
+    if (!block)
+        throw std::bad_alloc();
+    if (isKits)
+    {
+        const Tests::OwnMemory own;
+        heap.blocks.insert(block);
+    }
+    return block;
+}
+
+void operator delete(void* block) noexcept
+{
+    if (!Tests::g_kitHeap.blocks.empty() && !Tests::OwnMemory::IsAllocated())
+    {
+        const Tests::OwnMemory own;
+        Tests::g_kitHeap.blocks.erase(block);
+    }
+    std::free(block);
+}
+
+void operator delete(void* block, std::size_t) noexcept
+{
+    operator delete(block);
+}

@@ -434,6 +434,55 @@ TEST(ReadOnlyArchiveTest, CopiesOutOfTheArchiveSucceed)
     EXPECT_TRUE(isThere);
 }
 
+TEST(ReadOnlyArchiveTest, AClientSearchesByAFolderOfItsOwnThroughWhichNothingIsChanged)
+{
+    const std::filesystem::path file = GeneratedPst(NewFolder());
+    Bytes searchId;
+    Bytes finderId;
+    {
+        const OpenArchive archive(file, HostOf({}));
+        finderId = archive.Prop(archive.Store(), PR_FINDER_ENTRYID).AsBytes();
+        const auto finder = archive.Open<IMAPIFolder>(finderId, MAPI_MODIFY);
+        std::wstring name = L"Found";
+        ComPtr<IMAPIFolder> search;
+        ASSERT_EQ(finder->CreateFolder(FOLDER_SEARCH, name.data(), nullptr, nullptr, MAPI_UNICODE, search.Put()), S_OK);
+        SRestriction restriction = {};
+        restriction.rt = RES_EXIST;
+        restriction.res.resExist.ulPropTag = PR_SUBJECT_W;
+        Bytes where = archive.EntryId(*archive.Mail());
+        SBinary binary = {SizeOf(where), where.data()};
+        ENTRYLIST list = {1, &binary};
+        ASSERT_EQ(search->SetSearchCriteria(&restriction, &list, RECURSIVE_SEARCH | FOREGROUND_SEARCH), S_OK);
+        searchId = archive.EntryId(*search);
+        ASSERT_FALSE(searchId.empty());
+    }
+    const OpenArchive archive(file, HostOf({}));
+    const auto search = archive.Open<IMAPIFolder>(searchId, MAPI_BEST_ACCESS);
+    ComPtr<IMAPITable> table;
+    ASSERT_EQ(search->GetContentsTable(0, table.Put()), S_OK);
+    const auto rows = archive.Rows(*table, {PR_ENTRYID, PR_PARENT_ENTRYID});
+    ASSERT_FALSE(rows.empty());
+    Bytes messageId = rows[0].Find(PROP_ID(PR_ENTRYID))->AsBytes();
+    SBinary binary = {SizeOf(messageId), messageId.data()};
+    ENTRYLIST messages = {1, &binary};
+    EXPECT_EQ(search->DeleteMessages(&messages, 0, nullptr, 0), MAPI_E_NO_ACCESS);
+    EXPECT_EQ(search->EmptyFolder(0, nullptr, 0), MAPI_E_NO_ACCESS);
+    EXPECT_EQ(search->SetReadFlags(&messages, 0, nullptr, 0), MAPI_E_NO_ACCESS);
+    ULONG type = 0;
+    ComPtr<IMessage> message;
+    ASSERT_EQ(search->OpenEntry(SizeOf(messageId), IdOf(messageId), nullptr, MAPI_BEST_ACCESS, &type,
+                                message.PutAs<IUnknown>()),
+              S_OK);
+    EXPECT_EQ(archive.Set(*message, {Text(PR_SUBJECT_W)}), MAPI_E_NO_ACCESS);
+    EXPECT_EQ(message->SaveChanges(0), MAPI_E_NO_ACCESS);
+
+    const auto finder = archive.Open<IMAPIFolder>(finderId, MAPI_MODIFY);
+    EXPECT_EQ(archive.Set(*finder, {Text(PR_COMMENT_W)}), MAPI_E_NO_ACCESS);
+    ASSERT_EQ(finder->DeleteFolder(SizeOf(searchId), IdOf(searchId), 0, nullptr, 0), S_OK);
+    // The mail that was found is there still.
+    EXPECT_NO_THROW(archive.Open<IMessage>(messageId));
+}
+
 TEST(ReadOnlyArchiveTest, TheHostChoosesWhatStaysWritable)
 {
     KivNstHostKit::ArchiveSettings settings;

@@ -1,6 +1,7 @@
 // The recorder's virtual table.
 #include "tests/wrappers/Recorder.h"
 
+#include "tests/common/OwnMemory.h"
 #include "tests/common/TestDouble.h"
 
 #include <cstddef>
@@ -70,6 +71,7 @@ void Recorder::Forget()
 
 RawArgument Recorder::OnCall(int slot, const RawArguments& arguments)
 {
+    const OwnMemory own;
     const auto hr = static_cast<HRESULT>(arguments[0]);
     if (m_hasLastError && slot == 3 && static_cast<ULONG>(arguments[1]) == MAPI_UNICODE)
     {
