@@ -2,6 +2,7 @@
 // medium that cannot be written, streams that could be written to, a folder without a name.
 #include "hostkit/ExactWrappers.h"
 #include "hostkit/HostKit.h"
+#include "tests/common/ImportHook.h"
 #include "tests/common/LogCapture.h"
 #include "tests/faults/Surroundings.h"
 
@@ -307,6 +308,31 @@ TEST(ArchiveStreamTest, AStreamThatCouldBeWrittenToIsNot)
         EXPECT_EQ(CallsOf(stream, 3), 1u);
     }
     EXPECT_EQ(stream.References(), 1u);
+}
+
+std::vector<HANDLE> g_flushed;
+
+TEST(HostLogTest, IsFlushedBeforeTheProcessIsEndedAndNoLongerOnceItIsClosed)
+{
+    const ImportHook<BOOL WINAPI(HANDLE)> hook(
+        "FlushFileBuffers",
+        [](HANDLE file) -> BOOL
+        {
+            g_flushed.push_back(file);
+            return TRUE;
+        },
+        nullptr);
+    wchar_t folder[MAX_PATH] = {};
+    GetTempPathW(MAX_PATH, folder);
+    KivNstHostKit::LogSettings settings;
+    settings.path = FormatString(L"%skivnst-flushed-%lu.log", folder, GetCurrentProcessId());
+    KivNstHostKit::CHostLog::Get().Open(settings);
+    OnDie(1);
+    EXPECT_EQ(g_flushed.size(), 1u);
+    KivNstHostKit::CHostLog::Get().Close();
+    OnDie(1);
+    EXPECT_EQ(g_flushed.size(), 1u);
+    EXPECT_TRUE(DeleteFileW(settings.path)) << "there was no log";
 }
 
 TEST(ExactWrappersTest, AFolderWithoutAReadableNameRefusesAllTheSame)
