@@ -2,6 +2,7 @@
 #pragma once
 
 #include "hostkit/Archive.h"
+#include "hostkit/Lock.h"
 #include "support/Die.h"
 #include "support/Format.h"
 #include "support/Log.h"
@@ -39,7 +40,7 @@ public:
                                       [&]
                                       {
                                           LogSettings copy = settings;
-                                          const Lock lock(m_lock);
+                                          const CLock lock(m_lock);
                                           if (m_file != INVALID_HANDLE_VALUE && copy.path == m_settings.path)
                                           {
                                               std::swap(m_settings, copy);
@@ -70,7 +71,7 @@ public:
             Quillon::SetDieHandler(nullptr, nullptr);
             m_isSink = false;
         }
-        const Lock lock(m_lock);
+        const CLock lock(m_lock);
         CloseFile();
         m_settings = LogSettings();
     }
@@ -78,18 +79,6 @@ public:
 private:
     CHostLog() noexcept = default;
     ~CHostLog() = default;
-
-    class Lock
-    {
-    public:
-        explicit Lock(SRWLOCK& lock) noexcept : m_held(lock) { AcquireSRWLockExclusive(&m_held); }
-        Lock(const Lock&) = delete;
-        Lock& operator=(const Lock&) = delete;
-        ~Lock() { ReleaseSRWLockExclusive(&m_held); }
-
-    private:
-        SRWLOCK& m_held;
-    };
 
     static HANDLE OpenFile(const wchar_t* path) noexcept
     {
@@ -135,7 +124,7 @@ private:
 
     void WriteBytes(const char* bytes, std::size_t size)
     {
-        const Lock lock(m_lock);
+        const CLock lock(m_lock);
         if (m_settings.path.IsEmpty())
             return;
         if (!HasRoom(size))
@@ -161,7 +150,7 @@ private:
         catch (...)
         {
             constexpr char missing[] = "a line of the log is missing here: out of memory\r\n";
-            const Lock lock(self.m_lock);
+            const CLock lock(self.m_lock);
             DWORD written = 0;
             if (self.m_file != INVALID_HANDLE_VALUE)
                 WriteFile(self.m_file, missing, sizeof(missing) - 1, &written, nullptr);
@@ -171,7 +160,7 @@ private:
     static void __stdcall FlushBeforeEnd(void* context, unsigned /*code*/)
     {
         auto& self = *static_cast<CHostLog*>(context);
-        const Lock lock(self.m_lock);
+        const CLock lock(self.m_lock);
         if (self.m_file != INVALID_HANDLE_VALUE)
             FlushFileBuffers(self.m_file);
     }

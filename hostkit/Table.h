@@ -3,6 +3,7 @@
 
 #include "hostkit/Archive.h"
 #include "hostkit/Guards.h"
+#include "hostkit/Lock.h"
 #include "nst/NstMapiTable.h"
 #include "support/com_wrap.h"
 
@@ -39,7 +40,7 @@ public:
         const HRESULT hr = CNstMapiTable::SetColumns(AsTagArray(block), ulFlags);
         if (SUCCEEDED(hr))
         {
-            const Lock lock(m_lock);
+            const CLock lock(m_lock);
             m_columns = std::move(columns);
         }
         return hr;
@@ -115,22 +116,10 @@ private:
         SRowSet* set = nullptr;
     };
 
-    class Lock
-    {
-    public:
-        explicit Lock(SRWLOCK& lock) noexcept : m_held(lock) { AcquireSRWLockExclusive(&m_held); }
-        Lock(const Lock&) = delete;
-        Lock& operator=(const Lock&) = delete;
-        ~Lock() { ReleaseSRWLockExclusive(&m_held); }
-
-    private:
-        SRWLOCK& m_held;
-    };
-
     const CValues& GetValues() const noexcept { return m_archive->GetValues(m_objectType); }
     Columns GetColumns()
     {
-        const Lock lock(m_lock);
+        const CLock lock(m_lock);
         return m_columns;
     }
 
