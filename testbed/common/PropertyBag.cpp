@@ -27,12 +27,6 @@ void CheckFlags(ULONG flags)
     if (flags & ~MAPI_UNICODE)
         Fail(MAPI_E_UNKNOWN_FLAGS, L"Only MAPI_UNICODE is allowed here.");
 }
-
-void GiveProblems(const MapiMemory& memory, const std::vector<SPropProblem>& problems, LPSPropProblemArray* out)
-{
-    if (out)
-        *out = problems.empty() ? nullptr : MakeProblemArray(memory, problems);
-}
 } // namespace
 
 PropValue GetProp(const PropertySource& source, ULONG tag, ULONG flags, size_t limit)
@@ -187,5 +181,73 @@ void PropertyBag::Put(PropValue value)
 {
     const ULONG id = value.Id();
     m_values.insert_or_assign(id, std::move(value));
+}
+
+void PropertyChanges::Put(PropValue value)
+{
+    m_removed.erase(value.Id());
+    m_values.Put(std::move(value));
+}
+
+void PropertyChanges::Put(const PropertyBag& values)
+{
+    for (const auto& [id, value] : values.Values())
+        Put(value);
+}
+
+void PropertyChanges::Remove(ULONG id)
+{
+    m_values.Erase(id);
+    m_removed.insert(id);
+}
+
+void PropertyChanges::Forget(ULONG id)
+{
+    m_values.Erase(id);
+    m_removed.erase(id);
+}
+
+void PropertyChanges::Clear()
+{
+    m_values.Clear();
+    m_removed.clear();
+}
+
+void PropertyChanges::Apply(PropertyBag& target) const
+{
+    for (const ULONG id : m_removed)
+        target.Erase(id);
+    for (const auto& [id, value] : m_values.Values())
+        target.Put(value);
+}
+
+LONG LongOf(const PropertyBag& bag, ULONG tag, LONG otherwise)
+{
+    const PropValue* value = bag.Find(PROP_ID(tag));
+    return value ? value->AsLong(otherwise) : otherwise;
+}
+
+std::wstring TextOf(const PropertyBag& bag, ULONG tag)
+{
+    const PropValue* value = bag.Find(PROP_ID(tag));
+    return value ? value->AsText() : std::wstring();
+}
+
+Bytes BytesOf(const PropertyBag& bag, ULONG tag)
+{
+    const PropValue* value = bag.Find(PROP_ID(tag));
+    return value ? value->AsBytes() : Bytes();
+}
+
+void Require(const void* argument)
+{
+    if (!argument)
+        Fail(MAPI_E_INVALID_PARAMETER, L"A required argument is null.");
+}
+
+void GiveProblems(const MapiMemory& memory, const std::vector<SPropProblem>& problems, LPSPropProblemArray* out)
+{
+    if (out)
+        *out = problems.empty() ? nullptr : MakeProblemArray(memory, problems);
 }
 } // namespace Testbed

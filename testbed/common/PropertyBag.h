@@ -105,4 +105,36 @@ private:
     std::map<ULONG, PropValue> m_values;
     std::set<ULONG> m_computed;
 };
+
+/// What has been set and taken away on top of an object's own properties.
+class PropertyChanges
+{
+public:
+    void Put(PropValue value);
+    void Put(const PropertyBag& values);
+    void Remove(ULONG id);
+    /// As if the property had never been changed.
+    void Forget(ULONG id);
+    void Clear();
+    bool Empty() const noexcept { return m_values.Values().empty() && m_removed.empty(); }
+    /// Brings the changes into `target`.
+    void Apply(PropertyBag& target) const;
+
+    const PropertyBag& Values() const noexcept { return m_values; }
+    const std::set<ULONG>& Removed() const noexcept { return m_removed; }
+
+private:
+    PropertyBag m_values;
+    std::set<ULONG> m_removed;
+};
+
+/// A property's value in a bag, or what stands for a missing one.
+LONG LongOf(const PropertyBag& bag, ULONG tag, LONG otherwise = 0);
+std::wstring TextOf(const PropertyBag& bag, ULONG tag);
+Bytes BytesOf(const PropertyBag& bag, ULONG tag);
+
+/// Throws `Failure` (MAPI_E_INVALID_PARAMETER) for an argument that is null and must not be.
+void Require(const void* argument);
+/// Gives a call's problems to a caller who wants them; null for none.
+void GiveProblems(const MapiMemory& memory, const std::vector<SPropProblem>& problems, LPSPropProblemArray* out);
 } // namespace Testbed

@@ -1,4 +1,4 @@
-// MAPI restrictions as a tree of checked, owned nodes.
+// MAPI restrictions as checked, owned trees.
 #include "testbed/common/Restriction.h"
 
 #include "common/Boundary.h"
@@ -12,8 +12,7 @@ namespace Testbed
 namespace
 {
 constexpr int maxDepth = 64;
-
-using Node = std::shared_ptr<const Restriction>;
+constexpr ULONG fuzzyKind = 0xFFFF;
 
 bool IsText(ULONG type)
 {
@@ -25,38 +24,46 @@ ULONG SingleType(ULONG type)
     return type & ~ULONG(MV_FLAG | MV_INSTANCE);
 }
 
-bool Comparable(ULONG a, ULONG b)
+void RequireComparable(ULONG typeA, ULONG typeB)
 {
-    const ULONG x = SingleType(a);
-    const ULONG y = SingleType(b);
-    return x == y || (IsText(x) && IsText(y));
+    const ULONG a = SingleType(typeA);
+    const ULONG b = SingleType(typeB);
+    if (a != b && !(IsText(a) && IsText(b)))
+        Fail(MAPI_E_TOO_COMPLEX, L"A restriction compares values of different types.");
 }
 
-// A multi-valued property's values one by one; a single-valued one as it is.
-std::vector<PropValue> Singles(const PropValue& value)
+void RequireRelation(ULONG relation)
 {
-    std::vector<PropValue> singles;
+    if (relation == RELOP_RE)
+        Fail(MAPI_E_TOO_COMPLEX, L"Regular expressions are not supported in restrictions.");
+    if (relation > RELOP_NE)
+        Fail(MAPI_E_INVALID_PARAMETER, L"A restriction has an unknown relation.");
+}
+
+// Whether a test holds for one of a multi-valued property's values, or for a single-valued one.
+template <class Test>
+bool AnySingle(const PropValue& value, Test test)
+{
     const ULONG tag = CHANGE_PROP_TYPE(value.Tag(), SingleType(value.Type()));
     const auto split = [&]<class T>(const T& payload)
     {
         if constexpr (!std::is_same_v<T, std::string> && !std::is_same_v<T, std::wstring> &&
                       !std::is_same_v<T, Bytes> && requires { payload.begin(); })
         {
-            for (const auto& element : payload)
-                singles.emplace_back(tag, element);
+            return std::any_of(payload.begin(), payload.end(),
+                               [&](const auto& element) { return test(PropValue(tag, element)); });
         }
         else
         {
-            singles.push_back(value);
+            return test(value);
         }
     };
-    std::visit(split, value.Data());
-    return singles;
+    return std::visit(split, value.Data());
 }
 
-bool Holds(ULONG relop, int order)
+bool Holds(ULONG relation, int order)
 {
-    switch (relop)
+    switch (relation)
     {
     case RELOP_LT:
         return order < 0;
@@ -73,471 +80,261 @@ bool Holds(ULONG relop, int order)
     }
 }
 
-void CheckRelop(ULONG relop)
+std::wstring WithoutNonSpacing(const std::wstring& text)
 {
-    if (relop == RELOP_RE)
-        Fail(MAPI_E_TOO_COMPLEX, L"Regular expressions are not supported in restrictions.");
-    if (relop > RELOP_NE)
-        Fail(MAPI_E_INVALID_PARAMETER, L"A restriction has an unknown relation.");
-}
-
-SPropValue* LinkedProp(const PropValue& value, const MapiMemory& memory, void* parent)
-{
-    auto* copy = static_cast<SPropValue*>(memory.AllocateMore(sizeof(SPropValue), parent));
-    value.CopyTo(*copy, memory, parent);
-    return copy;
-}
-
-SRestriction* LinkedNode(const Node& node, const MapiMemory& memory, void* parent)
-{
-    auto* copy = static_cast<SRestriction*>(memory.AllocateMore(sizeof(SRestriction), parent));
-    node->CopyTo(*copy, memory, parent);
-    return copy;
-}
-
-class Combination final : public Restriction
-{
-public:
-    Combination(ULONG kind, std::vector<Node> parts) : m_kind(kind), m_parts(std::move(parts)) {}
-
-    bool Matches(const PropertySource& properties) const override
-    {
-        const auto matches = [&properties](const Node& part) { return part->Matches(properties); };
-        return m_kind == RES_AND ? std::all_of(m_parts.begin(), m_parts.end(), matches)
-                                 : std::any_of(m_parts.begin(), m_parts.end(), matches);
-    }
-
-    void CopyTo(SRestriction& target, const MapiMemory& memory, void* parent) const override
-    {
-        const size_t size = std::max<size_t>(m_parts.size(), 1) * sizeof(SRestriction);
-        auto* parts = static_cast<SRestriction*>(memory.AllocateMore(size, parent));
-        for (size_t i = 0; i < m_parts.size(); ++i)
-            m_parts[i]->CopyTo(parts[i], memory, parent);
-        target.rt = m_kind;
-        // Both kinds have the same layout.
-        target.res.resAnd = {static_cast<ULONG>(m_parts.size()), parts};
-    }
-
-    Plan Planned() const override
-    {
-        Plan plan{m_kind, 0, 0, 0, {}, {}};
-        for (const Node& part : m_parts)
-            plan.parts.push_back(part->Planned());
-        return plan;
-    }
-
-private:
-    ULONG m_kind;
-    std::vector<Node> m_parts;
-};
-
-class Negation final : public Restriction
-{
-public:
-    explicit Negation(Node part) : m_part(std::move(part)) {}
-
-    bool Matches(const PropertySource& properties) const override { return !m_part->Matches(properties); }
-
-    void CopyTo(SRestriction& target, const MapiMemory& memory, void* parent) const override
-    {
-        target.rt = RES_NOT;
-        target.res.resNot = {0, LinkedNode(m_part, memory, parent)};
-    }
-
-    Plan Planned() const override { return {RES_NOT, 0, 0, 0, {}, {m_part->Planned()}}; }
-
-private:
-    Node m_part;
-};
-
-class Comment final : public Restriction
-{
-public:
-    Comment(Node part, std::vector<PropValue> values) : m_part(std::move(part)), m_values(std::move(values)) {}
-
-    bool Matches(const PropertySource& properties) const override { return !m_part || m_part->Matches(properties); }
-
-    void CopyTo(SRestriction& target, const MapiMemory& memory, void* parent) const override
-    {
-        const size_t size = std::max<size_t>(m_values.size(), 1) * sizeof(SPropValue);
-        auto* values = static_cast<SPropValue*>(memory.AllocateMore(size, parent));
-        for (size_t i = 0; i < m_values.size(); ++i)
-            m_values[i].CopyTo(values[i], memory, parent);
-        target.rt = RES_COMMENT;
-        target.res.resComment = {static_cast<ULONG>(m_values.size()),
-                                 m_part ? LinkedNode(m_part, memory, parent) : nullptr, values};
-    }
-
-    Plan Planned() const override
-    {
-        return {RES_COMMENT, 0, 0, 0, m_values, m_part ? std::vector<Plan>{m_part->Planned()} : std::vector<Plan>()};
-    }
-
-private:
-    Node m_part;
-    std::vector<PropValue> m_values;
-};
-
-class Property final : public Restriction
-{
-public:
-    Property(ULONG relop, ULONG tag, PropValue value) : m_relop(relop), m_tag(tag), m_value(std::move(value)) {}
-
-    bool Matches(const PropertySource& properties) const override
-    {
-        const auto own = properties.Load(PROP_ID(m_tag));
-        if (!own)
-            return false;
-        const auto holds = [this](const PropValue& value)
-        {
-            const auto order = Compare(value, m_value);
-            return order && Holds(m_relop, *order);
-        };
-        if ((own->Type() & MV_FLAG) && !(m_value.Type() & MV_FLAG))
-        {
-            const auto singles = Singles(*own);
-            return std::any_of(singles.begin(), singles.end(), holds);
-        }
-        return holds(*own);
-    }
-
-    void CopyTo(SRestriction& target, const MapiMemory& memory, void* parent) const override
-    {
-        target.rt = RES_PROPERTY;
-        target.res.resProperty = {m_relop, m_tag, LinkedProp(m_value, memory, parent)};
-    }
-
-    Plan Planned() const override { return {RES_PROPERTY, m_relop, m_tag, 0, {m_value}, {}}; }
-
-private:
-    ULONG m_relop;
-    ULONG m_tag;
-    PropValue m_value;
-};
-
-class Content final : public Restriction
-{
-public:
-    Content(ULONG fuzzyLevel, ULONG tag, PropValue value)
-        : m_fuzzyLevel(fuzzyLevel),
-          m_tag(tag),
-          m_value(std::move(value)),
-          m_pattern(m_value.Type() == PT_BINARY ? std::wstring() : Folded(m_value.AsText()))
-    {
-    }
-
-    bool Matches(const PropertySource& properties) const override
-    {
-        const auto own = properties.Load(PROP_ID(m_tag));
-        if (!own)
-            return false;
-        const auto singles = Singles(*own);
-        return std::any_of(singles.begin(), singles.end(), [this](const PropValue& value) { return Contains(value); });
-    }
-
-    void CopyTo(SRestriction& target, const MapiMemory& memory, void* parent) const override
-    {
-        target.rt = RES_CONTENT;
-        target.res.resContent = {m_fuzzyLevel, m_tag, LinkedProp(m_value, memory, parent)};
-    }
-
-    Plan Planned() const override { return {RES_CONTENT, m_fuzzyLevel, m_tag, 0, {m_value}, {}}; }
-
-private:
-    template <class Text>
-    bool Found(const Text& text, const Text& pattern) const
-    {
-        switch (m_fuzzyLevel & 0xFFFF)
-        {
-        case FL_SUBSTRING:
-            return std::search(text.begin(), text.end(), pattern.begin(), pattern.end()) != text.end() ||
-                   pattern.empty();
-        case FL_PREFIX:
-            return text.size() >= pattern.size() && std::equal(pattern.begin(), pattern.end(), text.begin());
-        default:
-            return text == pattern;
-        }
-    }
-
-    bool Contains(const PropValue& value) const
-    {
-        if (m_value.Type() == PT_BINARY)
-            return value.Type() == PT_BINARY && Found(value.AsBytes(), m_value.AsBytes());
-        return IsText(value.Type()) && Found(Folded(value.AsText()), m_pattern);
-    }
-
-    // The text with what the fuzzy level ignores taken out of it.
-    std::wstring Folded(std::wstring text) const
-    {
-        if (m_fuzzyLevel & (FL_IGNORENONSPACE | FL_LOOSE))
-            text = WithoutNonSpacing(text);
-        if ((m_fuzzyLevel & (FL_IGNORECASE | FL_LOOSE)) && !text.empty())
-            CharUpperBuffW(text.data(), static_cast<DWORD>(text.size()));
+    if (text.empty())
         return text;
-    }
-
-    static std::wstring WithoutNonSpacing(const std::wstring& text)
-    {
-        if (text.empty())
-            return text;
-        const int length = static_cast<int>(text.size());
-        const int needed = FoldStringW(MAP_COMPOSITE, text.data(), length, nullptr, 0);
-        std::wstring composite(static_cast<size_t>(needed), L'\0');
-        FoldStringW(MAP_COMPOSITE, text.data(), length, composite.data(), needed);
-        std::vector<WORD> kinds(composite.size());
-        if (!GetStringTypeW(CT_CTYPE3, composite.data(), needed, kinds.data()))
-            return text;
-        std::wstring plain;
-        for (size_t i = 0; i < composite.size(); ++i)
-            if (!(kinds[i] & C3_NONSPACING))
-                plain += composite[i];
-        return plain;
-    }
-
-    ULONG m_fuzzyLevel;
-    ULONG m_tag;
-    PropValue m_value;
-    std::wstring m_pattern;
-};
-
-class TwoProperties final : public Restriction
-{
-public:
-    explicit TwoProperties(const SComparePropsRestriction& restriction) : m_restriction(restriction) {}
-
-    bool Matches(const PropertySource& properties) const override
-    {
-        const auto first = properties.Load(PROP_ID(m_restriction.ulPropTag1));
-        const auto second = properties.Load(PROP_ID(m_restriction.ulPropTag2));
-        const auto order = first && second ? Compare(*first, *second) : std::nullopt;
-        return order && Holds(m_restriction.relop, *order);
-    }
-
-    void CopyTo(SRestriction& target, const MapiMemory&, void*) const override
-    {
-        target.rt = RES_COMPAREPROPS;
-        target.res.resCompareProps = m_restriction;
-    }
-
-    Plan Planned() const override
-    {
-        return {RES_COMPAREPROPS, m_restriction.relop, m_restriction.ulPropTag1, m_restriction.ulPropTag2, {}, {}};
-    }
-
-private:
-    SComparePropsRestriction m_restriction;
-};
-
-class BitMask final : public Restriction
-{
-public:
-    explicit BitMask(const SBitMaskRestriction& restriction) : m_restriction(restriction) {}
-
-    bool Matches(const PropertySource& properties) const override
-    {
-        const auto own = properties.Load(PROP_ID(m_restriction.ulPropTag));
-        if (!own || own->Type() != PT_LONG)
-            return false;
-        const bool set = (static_cast<ULONG>(own->AsLong()) & m_restriction.ulMask) != 0;
-        return set == (m_restriction.relBMR == BMR_NEZ);
-    }
-
-    void CopyTo(SRestriction& target, const MapiMemory&, void*) const override
-    {
-        target.rt = RES_BITMASK;
-        target.res.resBitMask = m_restriction;
-    }
-
-    Plan Planned() const override
-    {
-        return {RES_BITMASK, m_restriction.relBMR, m_restriction.ulPropTag, m_restriction.ulMask, {}, {}};
-    }
-
-private:
-    SBitMaskRestriction m_restriction;
-};
-
-class SizeOfProperty final : public Restriction
-{
-public:
-    explicit SizeOfProperty(const SSizeRestriction& restriction) : m_restriction(restriction) {}
-
-    bool Matches(const PropertySource& properties) const override
-    {
-        const auto own = properties.Load(PROP_ID(m_restriction.ulPropTag));
-        const size_t wanted = m_restriction.cb;
-        return own && Holds(m_restriction.relop, own->Size() < wanted ? -1 : own->Size() > wanted ? 1 : 0);
-    }
-
-    void CopyTo(SRestriction& target, const MapiMemory&, void*) const override
-    {
-        target.rt = RES_SIZE;
-        target.res.resSize = m_restriction;
-    }
-
-    Plan Planned() const override
-    {
-        return {RES_SIZE, m_restriction.relop, m_restriction.ulPropTag, m_restriction.cb, {}, {}};
-    }
-
-private:
-    SSizeRestriction m_restriction;
-};
-
-class Existence final : public Restriction
-{
-public:
-    explicit Existence(ULONG tag) : m_tag(tag) {}
-
-    bool Matches(const PropertySource& properties) const override
-    {
-        return properties.Describe(PROP_ID(m_tag)).has_value();
-    }
-
-    void CopyTo(SRestriction& target, const MapiMemory&, void*) const override
-    {
-        target.rt = RES_EXIST;
-        target.res.resExist = {0, m_tag, 0};
-    }
-
-    Plan Planned() const override { return {RES_EXIST, 0, m_tag, 0, {}, {}}; }
-
-private:
-    ULONG m_tag;
-};
-
-const SPropValue& Operand(const SPropValue* value)
-{
-    if (!value)
-        Fail(MAPI_E_INVALID_PARAMETER, L"A restriction has no value to compare with.");
-    return *value;
+    const int length = static_cast<int>(text.size());
+    const int needed = FoldStringW(MAP_COMPOSITE, text.data(), length, nullptr, 0);
+    std::wstring composite(static_cast<size_t>(needed), L'\0');
+    FoldStringW(MAP_COMPOSITE, text.data(), length, composite.data(), needed);
+    std::vector<WORD> kinds(composite.size());
+    if (!GetStringTypeW(CT_CTYPE3, composite.data(), needed, kinds.data()))
+        return text;
+    std::wstring plain;
+    for (size_t i = 0; i < composite.size(); ++i)
+        if (!(kinds[i] & C3_NONSPACING))
+            plain += composite[i];
+    return plain;
 }
 
-Node CopyNode(const SRestriction* restriction, int depth);
-
-std::vector<Node> CopyNodes(const SAndRestriction& restriction, int depth)
+// The text with what the fuzzy level ignores taken out of it.
+std::wstring Folded(std::wstring text, ULONG fuzzyLevel)
 {
-    if (restriction.cRes && !restriction.lpRes)
-        Fail(MAPI_E_INVALID_PARAMETER, L"A restriction lacks its parts.");
-    std::vector<Node> parts;
-    parts.reserve(restriction.cRes);
-    for (ULONG i = 0; i < restriction.cRes; ++i)
-        parts.push_back(CopyNode(restriction.lpRes + i, depth));
-    return parts;
+    if (fuzzyLevel & (FL_IGNORENONSPACE | FL_LOOSE))
+        text = WithoutNonSpacing(text);
+    if ((fuzzyLevel & (FL_IGNORECASE | FL_LOOSE)) && !text.empty())
+        CharUpperBuffW(text.data(), static_cast<DWORD>(text.size()));
+    return text;
 }
 
-Node CopyContent(const SContentRestriction& restriction)
+template <class Text>
+bool IsFound(const Text& text, const Text& pattern, ULONG fuzzyLevel)
 {
-    PropValue value = PropValue::From(Operand(restriction.lpProp));
-    const ULONG type = SingleType(PROP_TYPE(restriction.ulPropTag));
-    if (!(IsText(type) || type == PT_BINARY) || (value.Type() & MV_FLAG) || !Comparable(type, value.Type()))
-        Fail(MAPI_E_TOO_COMPLEX, L"Content restrictions work on strings and binaries only.");
-    if ((restriction.ulFuzzyLevel & 0xFFFF) > FL_PREFIX)
-        Fail(MAPI_E_INVALID_PARAMETER, L"A content restriction has an unknown fuzzy level.");
-    return std::make_shared<Content>(restriction.ulFuzzyLevel, restriction.ulPropTag, std::move(value));
+    switch (fuzzyLevel & fuzzyKind)
+    {
+    case FL_SUBSTRING:
+        return std::search(text.begin(), text.end(), pattern.begin(), pattern.end()) != text.end() || pattern.empty();
+    case FL_PREFIX:
+        return text.size() >= pattern.size() && std::equal(pattern.begin(), pattern.end(), text.begin());
+    default:
+        return text == pattern;
+    }
 }
 
-Node CopyProperty(const SPropertyRestriction& restriction)
+bool MatchesContent(const PropValue& own, const PropValue& wanted, ULONG fuzzyLevel)
 {
-    CheckRelop(restriction.relop);
-    PropValue value = PropValue::From(Operand(restriction.lpProp));
-    if (!Comparable(PROP_TYPE(restriction.ulPropTag), value.Type()))
-        Fail(MAPI_E_TOO_COMPLEX, L"A property restriction compares values of different types.");
-    return std::make_shared<Property>(restriction.relop, restriction.ulPropTag, std::move(value));
+    if (wanted.Type() == PT_BINARY)
+    {
+        return AnySingle(
+            own, [&](const PropValue& value)
+            { return value.Type() == PT_BINARY && IsFound(value.AsBytes(), wanted.AsBytes(), fuzzyLevel); });
+    }
+    const std::wstring pattern = Folded(wanted.AsText(), fuzzyLevel);
+    return AnySingle(
+        own, [&](const PropValue& value)
+        { return IsText(value.Type()) && IsFound(Folded(value.AsText(), fuzzyLevel), pattern, fuzzyLevel); });
 }
 
-Node CopyNode(const SRestriction* restriction, int depth)
+bool MatchesProperty(const PropValue& own, const PropValue& wanted, ULONG relation)
 {
-    if (!restriction)
-        Fail(MAPI_E_INVALID_PARAMETER, L"A restriction is null.");
+    const auto holds = [&](const PropValue& value)
+    {
+        const auto order = Compare(value, wanted);
+        return order && Holds(relation, *order);
+    };
+    return wanted.Type() & MV_FLAG ? holds(own) : AnySingle(own, holds);
+}
+
+// Copies of values or parts, linked to `parent`; a block also for none.
+template <class To, class From>
+To* LinkedCopies(const std::vector<From>& list, const MapiMemory& memory, void* parent)
+{
+    auto* copies = static_cast<To*>(memory.AllocateMore(std::max<size_t>(list.size(), 1) * sizeof(To), parent));
+    for (size_t i = 0; i < list.size(); ++i)
+        list[i].CopyTo(copies[i], memory, parent);
+    return copies;
+}
+
+Restriction CopyNode(const SRestriction* restriction, int depth)
+{
+    Require(restriction);
     if (depth > maxDepth)
         Fail(MAPI_E_TOO_COMPLEX, L"A restriction is nested too deeply.");
+    Restriction copy;
+    copy.kind = restriction->rt;
+    const auto& given = restriction->res;
+    const auto addParts = [&](ULONG count, const SRestriction* parts)
+    {
+        if (count)
+            Require(parts);
+        for (ULONG i = 0; i < count; ++i)
+            copy.parts.push_back(CopyNode(parts + i, depth + 1));
+    };
+    const auto addValue = [&](const SPropValue* value)
+    {
+        Require(value);
+        copy.values.push_back(PropValue::From(*value));
+        RequireComparable(PROP_TYPE(copy.tag), copy.values.front().Type());
+    };
     switch (restriction->rt)
     {
     case RES_AND:
     case RES_OR:
-        return std::make_shared<Combination>(restriction->rt, CopyNodes(restriction->res.resAnd, depth + 1));
+        // Both have the same layout.
+        addParts(given.resAnd.cRes, given.resAnd.lpRes);
+        break;
     case RES_NOT:
-        return std::make_shared<Negation>(CopyNode(restriction->res.resNot.lpRes, depth + 1));
+        addParts(1, given.resNot.lpRes);
+        break;
     case RES_CONTENT:
-        return CopyContent(restriction->res.resContent);
+        copy.mode = given.resContent.ulFuzzyLevel;
+        copy.tag = given.resContent.ulPropTag;
+        addValue(given.resContent.lpProp);
+        if (const ULONG type = copy.values.front().Type(); !IsText(type) && type != PT_BINARY)
+            Fail(MAPI_E_TOO_COMPLEX, L"Content restrictions work on strings and binaries only.");
+        if ((copy.mode & fuzzyKind) > FL_PREFIX)
+            Fail(MAPI_E_INVALID_PARAMETER, L"A content restriction has an unknown fuzzy level.");
+        break;
     case RES_PROPERTY:
-        return CopyProperty(restriction->res.resProperty);
+        copy.mode = given.resProperty.relop;
+        copy.tag = given.resProperty.ulPropTag;
+        RequireRelation(copy.mode);
+        addValue(given.resProperty.lpProp);
+        break;
     case RES_COMPAREPROPS:
-        CheckRelop(restriction->res.resCompareProps.relop);
-        if (!Comparable(PROP_TYPE(restriction->res.resCompareProps.ulPropTag1),
-                        PROP_TYPE(restriction->res.resCompareProps.ulPropTag2)))
-        {
-            Fail(MAPI_E_TOO_COMPLEX, L"A restriction compares properties of different types.");
-        }
-        return std::make_shared<TwoProperties>(restriction->res.resCompareProps);
+        copy.mode = given.resCompareProps.relop;
+        copy.tag = given.resCompareProps.ulPropTag1;
+        copy.other = given.resCompareProps.ulPropTag2;
+        RequireRelation(copy.mode);
+        RequireComparable(PROP_TYPE(copy.tag), PROP_TYPE(copy.other));
+        break;
     case RES_BITMASK:
-        if (restriction->res.resBitMask.relBMR > BMR_NEZ)
+        copy.mode = given.resBitMask.relBMR;
+        copy.tag = given.resBitMask.ulPropTag;
+        copy.other = given.resBitMask.ulMask;
+        if (copy.mode > BMR_NEZ)
             Fail(MAPI_E_INVALID_PARAMETER, L"A bit mask restriction has an unknown relation.");
-        if (PROP_TYPE(restriction->res.resBitMask.ulPropTag) != PT_LONG)
+        if (PROP_TYPE(copy.tag) != PT_LONG)
             Fail(MAPI_E_TOO_COMPLEX, L"Bit mask restrictions work on PT_LONG properties only.");
-        return std::make_shared<BitMask>(restriction->res.resBitMask);
+        break;
     case RES_SIZE:
-        CheckRelop(restriction->res.resSize.relop);
-        return std::make_shared<SizeOfProperty>(restriction->res.resSize);
+        copy.mode = given.resSize.relop;
+        copy.tag = given.resSize.ulPropTag;
+        copy.other = given.resSize.cb;
+        RequireRelation(copy.mode);
+        break;
     case RES_EXIST:
-        return std::make_shared<Existence>(restriction->res.resExist.ulPropTag);
+        copy.tag = given.resExist.ulPropTag;
+        break;
     case RES_COMMENT:
-    {
-        const SCommentRestriction& comment = restriction->res.resComment;
-        return std::make_shared<Comment>(comment.lpRes ? CopyNode(comment.lpRes, depth + 1) : nullptr,
-                                         CopyProps(comment.cValues, comment.lpProp));
-    }
+        copy.values = CopyProps(given.resComment.cValues, given.resComment.lpProp);
+        addParts(given.resComment.lpRes ? 1 : 0, given.resComment.lpRes);
+        break;
     case RES_SUBRESTRICTION:
         Fail(MAPI_E_TOO_COMPLEX, L"Restrictions on recipients and attachments are not supported.");
     default:
         Fail(MAPI_E_INVALID_PARAMETER, L"A restriction is of an unknown kind.");
     }
+    return copy;
 }
 } // namespace
 
-std::shared_ptr<const Restriction> Restriction::Copy(const SRestriction* restriction)
+Restriction Restriction::Copy(const SRestriction* restriction)
 {
     return CopyNode(restriction, 0);
 }
 
-std::shared_ptr<const Restriction> Restriction::Make(const Plan& plan)
+bool Restriction::IsWhole() const noexcept
 {
-    const auto require = [](bool whole)
+    switch (kind)
     {
-        if (!whole)
-            Fail(MAPI_E_INVALID_PARAMETER, L"A restriction's plan lacks a part.");
-    };
-    std::vector<Node> parts;
-    for (const Plan& part : plan.parts)
-        parts.push_back(Make(part));
-    switch (plan.kind)
+    case RES_NOT:
+        return parts.size() == 1;
+    case RES_CONTENT:
+    case RES_PROPERTY:
+        return values.size() == 1;
+    default:
+        return kind <= RES_COMMENT && kind != RES_SUBRESTRICTION;
+    }
+}
+
+bool Restriction::Matches(const PropertySource& properties) const
+{
+    const auto matches = [&](const Restriction& part) { return part.Matches(properties); };
+    switch (kind)
+    {
+    case RES_OR:
+        return std::any_of(parts.begin(), parts.end(), matches);
+    case RES_NOT:
+        return !matches(parts.front());
+    case RES_AND:
+    case RES_COMMENT:
+        return std::all_of(parts.begin(), parts.end(), matches);
+    case RES_EXIST:
+        return properties.Describe(PROP_ID(tag)).has_value();
+    default:
+        break;
+    }
+    const auto own = properties.Load(PROP_ID(tag));
+    if (!own)
+        return false;
+    switch (kind)
+    {
+    case RES_CONTENT:
+        return MatchesContent(*own, values.front(), mode);
+    case RES_PROPERTY:
+        return MatchesProperty(*own, values.front(), mode);
+    case RES_COMPAREPROPS:
+    {
+        const auto second = properties.Load(PROP_ID(other));
+        const auto order = second ? Compare(*own, *second) : std::nullopt;
+        return order && Holds(mode, *order);
+    }
+    case RES_BITMASK:
+        return own->Type() == PT_LONG && ((static_cast<ULONG>(own->AsLong()) & other) != 0) == (mode == BMR_NEZ);
+    default:
+        return Holds(mode, own->Size() < other ? -1 : own->Size() > other ? 1 : 0);
+    }
+}
+
+void Restriction::CopyTo(SRestriction& target, const MapiMemory& memory, void* parent) const
+{
+    const auto linkedParts = [&] { return LinkedCopies<SRestriction>(parts, memory, parent); };
+    const auto linkedValues = [&] { return LinkedCopies<SPropValue>(values, memory, parent); };
+    const auto partCount = static_cast<ULONG>(parts.size());
+    target.rt = kind;
+    switch (kind)
     {
     case RES_AND:
     case RES_OR:
-        return std::make_shared<Combination>(plan.kind, std::move(parts));
+        target.res.resAnd = {partCount, linkedParts()};
+        break;
     case RES_NOT:
-        require(parts.size() == 1);
-        return std::make_shared<Negation>(parts.front());
+        target.res.resNot = {0, linkedParts()};
+        break;
     case RES_CONTENT:
-        require(plan.values.size() == 1);
-        return std::make_shared<Content>(plan.mode, plan.tag, plan.values.front());
+        target.res.resContent = {mode, tag, linkedValues()};
+        break;
     case RES_PROPERTY:
-        require(plan.values.size() == 1);
-        return std::make_shared<Property>(plan.mode, plan.tag, plan.values.front());
+        target.res.resProperty = {mode, tag, linkedValues()};
+        break;
     case RES_COMPAREPROPS:
-        return std::make_shared<TwoProperties>(SComparePropsRestriction{plan.mode, plan.tag, plan.other});
+        target.res.resCompareProps = {mode, tag, other};
+        break;
     case RES_BITMASK:
-        return std::make_shared<BitMask>(SBitMaskRestriction{plan.mode, plan.tag, plan.other});
+        target.res.resBitMask = {mode, tag, other};
+        break;
     case RES_SIZE:
-        return std::make_shared<SizeOfProperty>(SSizeRestriction{plan.mode, plan.tag, plan.other});
-    case RES_EXIST:
-        return std::make_shared<Existence>(plan.tag);
+        target.res.resSize = {mode, tag, other};
+        break;
     case RES_COMMENT:
-        return std::make_shared<Comment>(parts.empty() ? nullptr : parts.front(), plan.values);
+        target.res.resComment = {static_cast<ULONG>(values.size()), parts.empty() ? nullptr : linkedParts(),
+                                 linkedValues()};
+        break;
     default:
-        require(false);
-        return nullptr;
+        target.res.resExist = {0, tag, 0};
+        break;
     }
 }
 

@@ -2,6 +2,7 @@
 #include "testbed/common/Table.h"
 
 #include "testbed/common/AddressNumbers.h"
+#include "testbed/common/NotOffered.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -13,13 +14,6 @@ namespace Testbed
 {
 namespace
 {
-template <class T>
-void CheckOutput(T* place)
-{
-    if (!place)
-        Fail(MAPI_E_INVALID_PARAMETER, L"A table call has no place for its result.");
-}
-
 // Beyond this many at once a client is told to look at the whole table.
 constexpr size_t mostEvents = 64;
 constexpr size_t cutLength = 255;
@@ -411,7 +405,7 @@ private:
     ULONG m_flags;
     LastError m_lastError;
     std::vector<ULONG> m_columns;
-    std::shared_ptr<const Restriction> m_restriction;
+    std::optional<Restriction> m_restriction;
     std::vector<SSortOrder> m_order;
     // Source indexes in the order shown; none means the source's own rows.
     std::optional<std::vector<size_t>> m_view;
@@ -439,7 +433,7 @@ STDMETHODIMP Table::Advise(ULONG ulEventMask, LPMAPIADVISESINK lpAdviseSink, ULO
     return Call(
         [&]
         {
-            CheckOutput(lpulConnection);
+            Require(lpulConnection);
             if (!lpAdviseSink || !(ulEventMask & fnevTableModified))
                 Fail(MAPI_E_INVALID_PARAMETER, L"A table tells a sink of table changes only.");
             if (m_sinks.empty())
@@ -483,8 +477,8 @@ STDMETHODIMP Table::GetStatus(ULONG* lpulTableStatus, ULONG* lpulTableType)
     return Call(
         [&]
         {
-            CheckOutput(lpulTableStatus);
-            CheckOutput(lpulTableType);
+            Require(lpulTableStatus);
+            Require(lpulTableType);
             *lpulTableStatus = TBLSTAT_COMPLETE;
             *lpulTableType = TBLTYPE_DYNAMIC;
             return S_OK;
@@ -510,7 +504,7 @@ STDMETHODIMP Table::QueryColumns(ULONG ulFlags, LPSPropTagArray* lpPropTagArray)
     return Call(
         [&]
         {
-            CheckOutput(lpPropTagArray);
+            Require(lpPropTagArray);
             RequireFlags(ulFlags, TBL_ALL_COLUMNS);
             RequireIdle();
             *lpPropTagArray =
@@ -524,7 +518,7 @@ STDMETHODIMP Table::GetRowCount(ULONG ulFlags, ULONG* lpulCount)
     return Call(
         [&]
         {
-            CheckOutput(lpulCount);
+            Require(lpulCount);
             RequireFlags(ulFlags, TBL_NOWAIT);
             RequireIdle();
             *lpulCount = static_cast<ULONG>(Count());
@@ -572,9 +566,9 @@ STDMETHODIMP Table::QueryPosition(ULONG* lpulRow, ULONG* lpulNumerator, ULONG* l
     return Call(
         [&]
         {
-            CheckOutput(lpulRow);
-            CheckOutput(lpulNumerator);
-            CheckOutput(lpulDenominator);
+            Require(lpulRow);
+            Require(lpulNumerator);
+            Require(lpulDenominator);
             *lpulRow = static_cast<ULONG>(m_position.index);
             *lpulNumerator = static_cast<ULONG>(m_position.index);
             *lpulDenominator = static_cast<ULONG>(std::max<size_t>(Count(), 1));
@@ -588,11 +582,11 @@ STDMETHODIMP Table::FindRow(LPSRestriction lpRestriction, BOOKMARK bkOrigin, ULO
         [&]
         {
             RequireFlags(ulFlags, DIR_BACKWARD);
-            const auto restriction = Restriction::Copy(lpRestriction);
+            const Restriction restriction = Restriction::Copy(lpRestriction);
             bool changed = false;
             const size_t origin = Resolve(bkOrigin, changed);
             const size_t count = Count();
-            const auto matches = [&](size_t index) { return restriction->Matches(*RowAt(index)); };
+            const auto matches = [&](size_t index) { return restriction.Matches(*RowAt(index)); };
 
             std::optional<size_t> found;
             if (ulFlags & DIR_BACKWARD)
@@ -615,7 +609,7 @@ STDMETHODIMP Table::Restrict(LPSRestriction lpRestriction, ULONG ulFlags)
         {
             RequireFlags(ulFlags, TBL_ASYNC | TBL_BATCH);
             RequireIdle();
-            m_restriction = lpRestriction ? Restriction::Copy(lpRestriction) : nullptr;
+            m_restriction = lpRestriction ? std::optional(Restriction::Copy(lpRestriction)) : std::nullopt;
             Rearranged();
             return S_OK;
         });
@@ -626,7 +620,7 @@ STDMETHODIMP Table::CreateBookmark(BOOKMARK* lpbkPosition)
     return Call(
         [&]
         {
-            CheckOutput(lpbkPosition);
+            Require(lpbkPosition);
             const BOOKMARK bookmark = AddressNumbers::Of(m_bookmarksMade++);
             m_bookmarks[bookmark] = m_position;
             *lpbkPosition = bookmark;
@@ -675,7 +669,7 @@ STDMETHODIMP Table::QuerySortOrder(LPSSortOrderSet* lppSortCriteria)
     return Call(
         [&]
         {
-            CheckOutput(lppSortCriteria);
+            Require(lppSortCriteria);
             RequireIdle();
             const size_t size = CbNewSSortOrderSet(std::max<size_t>(m_order.size(), 1));
             auto* set = static_cast<SSortOrderSet*>(m_memory.Allocate(size));
@@ -691,7 +685,7 @@ STDMETHODIMP Table::QueryRows(LONG lRowCount, ULONG ulFlags, LPSRowSet* lppRows)
     return Call(
         [&]
         {
-            CheckOutput(lppRows);
+            Require(lppRows);
             RequireFlags(ulFlags, TBL_NOADVANCE);
             RequireIdle();
             if (lRowCount == 0)
@@ -720,16 +714,6 @@ STDMETHODIMP Table::Abort()
     return S_OK;
 }
 
-STDMETHODIMP Table::ExpandRow(ULONG, LPBYTE, ULONG, ULONG, LPSRowSet*, ULONG*)
-{
-    return MAPI_E_NO_SUPPORT;
-}
-
-STDMETHODIMP Table::CollapseRow(ULONG, LPBYTE, ULONG, ULONG*)
-{
-    return MAPI_E_NO_SUPPORT;
-}
-
 STDMETHODIMP Table::WaitForCompletion(ULONG, ULONG, ULONG* lpulTableStatus)
 {
     if (lpulTableStatus)
@@ -737,15 +721,10 @@ STDMETHODIMP Table::WaitForCompletion(ULONG, ULONG, ULONG* lpulTableStatus)
     return S_OK;
 }
 
-STDMETHODIMP Table::GetCollapseState(ULONG, ULONG, LPBYTE, ULONG*, LPBYTE*)
-{
-    return MAPI_E_NO_SUPPORT;
-}
-
-STDMETHODIMP Table::SetCollapseState(ULONG, ULONG, LPBYTE, BOOKMARK*)
-{
-    return MAPI_E_NO_SUPPORT;
-}
+NOT_OFFERED(Table, ExpandRow, ULONG, LPBYTE, ULONG, ULONG, LPSRowSet*, ULONG*);
+NOT_OFFERED(Table, CollapseRow, ULONG, LPBYTE, ULONG, ULONG*);
+NOT_OFFERED(Table, GetCollapseState, ULONG, ULONG, LPBYTE, ULONG*, LPBYTE*);
+NOT_OFFERED(Table, SetCollapseState, ULONG, ULONG, LPBYTE, BOOKMARK*);
 } // namespace
 
 MemoryRows::MemoryRows(std::vector<ULONG> columns, std::vector<PropertyBag> rows) : m_columns(std::move(columns))

@@ -3,7 +3,8 @@
 
 #include "common/MemoryStream.h"
 #include "common/Text.h"
-#include "testbed/common/Namespace.h"
+#include "testbed/common/PropertyBag.h"
+#include "testbed/mapi/TableQuery.h"
 
 #include <algorithm>
 #include <cstring>
@@ -17,7 +18,6 @@ namespace
 constexpr int maxDepth = 100;
 constexpr ULONG firstNamedId = 0x8000;
 constexpr ULONG lastNamedId = 0xFFFE;
-constexpr LONG rowsAtOnce = 256;
 
 // What tells where an object is and what its store makes of it; a copy has its own.
 constexpr ULONG placeTags[] = {
@@ -33,16 +33,24 @@ constexpr ULONG structureTags[] = {
     PR_CONTAINER_CONTENTS, PR_CONTAINER_HIERARCHY, PR_FOLDER_ASSOCIATED_CONTENTS,
 };
 
-template <size_t N>
-bool HasId(const ULONG (&tags)[N], ULONG id)
+// The tag of a list that names the same property as `wanted`, or the list's end.
+template <class Tags>
+auto FindId(const Tags& tags, ULONG wanted)
 {
-    return std::any_of(std::begin(tags), std::end(tags), [id](ULONG tag) { return PROP_ID(tag) == id; });
+    return std::find_if(std::begin(tags), std::end(tags),
+                        [wanted](ULONG tag) { return PROP_ID(tag) == PROP_ID(wanted); });
+}
+
+template <class Tags>
+bool HasId(const Tags& tags, ULONG wanted)
+{
+    return FindId(tags, wanted) != std::end(tags);
 }
 
 bool IsStructure(ULONG tag)
 {
     // An attachment's data has one identifier, whether it is bytes or an object; bytes are a value like any other.
-    return HasId(structureTags, PROP_ID(tag)) && PROP_TYPE(tag) != PT_BINARY;
+    return HasId(structureTags, tag) && PROP_TYPE(tag) != PT_BINARY;
 }
 
 bool IsNamed(ULONG tag)
@@ -132,18 +140,13 @@ public:
             Check(table.QueryColumns(TBL_ALL_COLUMNS, tags.Put()), L"IMAPITable::QueryColumns failed.");
         else
             tags = MapiBlock<SPropTagArray>(m_memory, MakeTagArray(m_memory, columns));
-        Check(table.SetColumns(tags.Get(), 0), L"IMAPITable::SetColumns failed.");
-
+        MapiRows rows(m_memory);
+        Check(QueryAllRows(m_memory, &table, tags.Get(), nullptr, nullptr, 0, rows.Put()),
+              L"The table cannot be read.");
         std::vector<std::vector<PropValue>> all;
-        for (;;)
-        {
-            MapiRows rows(m_memory);
-            Check(table.QueryRows(rowsAtOnce, 0, rows.Put()), L"IMAPITable::QueryRows failed.");
-            if (rows.Count() == 0)
-                return all;
-            for (ULONG row = 0; row < rows.Count(); ++row)
-                all.push_back(CopyProps(rows[row].cValues, rows[row].lpProps));
-        }
+        for (ULONG row = 0; row < rows.Count(); ++row)
+            all.push_back(CopyProps(rows[row].cValues, rows[row].lpProps));
+        return all;
     }
 
     // Copies `tags` of a source to a destination, the structures that some stand for included.
@@ -162,7 +165,7 @@ public:
         for (ULONG index = 0; index < tags.size(); ++index)
         {
             const ULONG id = PROP_ID(tags[index]);
-            if (IsStructure(tags[index]) || HasId(placeTags, id) || kept.contains(id))
+            if (IsStructure(tags[index]) || HasId(placeTags, tags[index]) || kept.contains(id))
                 continue;
             plain.push_back(tags[index]);
             plainIndexes.push_back(index);
@@ -193,9 +196,7 @@ public:
         const ComPtr<IMAPIProp> pointer(&object);
         const auto add = [&tags](ULONG tag)
         {
-            const bool listed =
-                std::any_of(tags.begin(), tags.end(), [tag](ULONG known) { return PROP_ID(known) == PROP_ID(tag); });
-            if (!listed)
+            if (!HasId(tags, tag))
                 tags.push_back(tag);
         };
         if (pointer.As<IMessage>(IID_IMessage))
@@ -536,7 +537,7 @@ private:
             std::erase_if(row,
                           [](const PropValue& value)
                           {
-                              return value.IsError() || value.Id() == PROP_ID(PR_ROWID) ||
+                              return value.IsError() || value.Type() == PT_NULL || value.Id() == PROP_ID(PR_ROWID) ||
                                      value.Id() == PROP_ID(PR_INSTANCE_KEY);
                           });
         }
@@ -652,18 +653,13 @@ private:
             Check(source.DeleteProps(array.Get(), nullptr), L"IMAPIProp::DeleteProps failed.");
         }
         const auto message = ComPtr<IMAPIProp>(&source).As<IMessage>(IID_IMessage);
-        const auto asked = [&tags](ULONG wanted)
-        {
-            return std::any_of(tags.begin(), tags.end(),
-                               [wanted](ULONG tag) { return PROP_ID(tag) == PROP_ID(wanted); });
-        };
-        if (message && asked(PR_MESSAGE_RECIPIENTS))
+        if (message && HasId(tags, PR_MESSAGE_RECIPIENTS))
         {
             const MapiRows none(m_memory, MakeRowSet(m_memory, {}));
             Check(message->ModifyRecipients(0, reinterpret_cast<ADRLIST*>(none.Get())),
                   L"IMessage::ModifyRecipients failed.");
         }
-        if (message && asked(PR_MESSAGE_ATTACHMENTS))
+        if (message && HasId(tags, PR_MESSAGE_ATTACHMENTS))
             for (const ULONG number : AttachmentsOf(*message))
                 Check(message->DeleteAttach(number, 0, nullptr, 0), L"IMessage::DeleteAttach failed.");
     }
@@ -698,71 +694,64 @@ void RequireNoCycle(const Copier& copier, IMAPIFolder& folder, IMAPIFolder& dest
     }
 }
 
-struct Pair
+std::pair<ComPtr<IMAPIProp>, ComPtr<IMAPIProp>> AskBoth(const CopyPair& objects)
 {
-    ComPtr<IMAPIProp> source;
-    ComPtr<IMAPIProp> destination;
-};
-
-Pair AskBoth(const CopyToArguments& arguments)
-{
-    RequireFlags(arguments.flags, MAPI_MOVE | MAPI_NOREPLACE | MAPI_DECLINE_OK | MAPI_DIALOG);
-    Pair pair{Ask<IMAPIProp>(arguments.source, arguments.sourceInterface, IID_IMAPIProp),
-              Ask<IMAPIProp>(arguments.destination, arguments.destinationInterface, IID_IMAPIProp)};
-    if (pair.source.As<IUnknown>(IID_IUnknown).Get() == pair.destination.As<IUnknown>(IID_IUnknown).Get())
+    RequireFlags(objects.flags, MAPI_MOVE | MAPI_NOREPLACE | MAPI_DECLINE_OK | MAPI_DIALOG);
+    auto source = Ask<IMAPIProp>(objects.source, objects.sourceInterface, IID_IMAPIProp);
+    auto destination = Ask<IMAPIProp>(objects.destination, objects.destinationInterface, IID_IMAPIProp);
+    if (source.As<IUnknown>(IID_IUnknown).Get() == destination.As<IUnknown>(IID_IUnknown).Get())
         Fail(MAPI_E_NO_ACCESS, L"An object cannot be copied to itself.");
-    return pair;
+    return {std::move(source), std::move(destination)};
 }
 
-bool Excludes(const CopyToArguments& arguments, REFIID iid)
+bool Excludes(const CopyExceptions& exceptions, REFIID iid)
 {
-    return std::any_of(arguments.excludedInterfaces, arguments.excludedInterfaces + arguments.excludedInterfaceCount,
+    return std::any_of(exceptions.interfaces, exceptions.interfaces + exceptions.interfaceCount,
                        [&iid](const IID& excluded) { return IsEqualIID(excluded, iid); });
 }
 } // namespace
 
-void CopyObject(const MapiMemory& memory, const CopyToArguments& arguments, std::vector<SPropProblem>& problems)
+void CopyObject(const MapiMemory& memory, const CopyPair& objects, const CopyExceptions& exceptions,
+                LPSPropProblemArray* problems)
 {
-    if (arguments.excludedInterfaceCount && !arguments.excludedInterfaces)
-        Fail(MAPI_E_INVALID_PARAMETER, L"The list of excluded interfaces is null.");
-    const Pair pair = AskBoth(arguments);
+    if (exceptions.interfaceCount)
+        Require(exceptions.interfaces);
+    const auto [source, destination] = AskBoth(objects);
     const Copier copier(memory);
-    std::vector<ULONG> tags = copier.WholeOf(*pair.source);
+    std::vector<ULONG> tags = copier.WholeOf(*source);
     std::set<ULONG> excluded;
-    if (arguments.excludedTags)
-        for (ULONG i = 0; i < arguments.excludedTags->cValues; ++i)
-            excluded.insert(PROP_ID(arguments.excludedTags->aulPropTag[i]));
+    for (ULONG i = 0; exceptions.tags && i < exceptions.tags->cValues; ++i)
+        excluded.insert(PROP_ID(exceptions.tags->aulPropTag[i]));
     // An excluded interface takes with it what it adds to the object's properties.
-    const bool noProperties = Excludes(arguments, IID_IMAPIProp);
-    const bool noStructure = Excludes(arguments, IID_IMessage) || Excludes(arguments, IID_IMAPIFolder) ||
-                             Excludes(arguments, IID_IMAPIContainer) || Excludes(arguments, IID_IAttachment);
-    std::erase_if(tags,
-                  [&](ULONG tag)
-                  {
-                      const bool structure = IsStructure(tag);
-                      return excluded.contains(PROP_ID(tag)) || (structure ? noStructure : noProperties);
-                  });
-    copier.CopyTags(*pair.source, *pair.destination, tags, arguments.flags, problems, 0);
+    const bool noProperties = Excludes(exceptions, IID_IMAPIProp);
+    const bool noStructure = Excludes(exceptions, IID_IMessage) || Excludes(exceptions, IID_IMAPIFolder) ||
+                             Excludes(exceptions, IID_IMAPIContainer) || Excludes(exceptions, IID_IAttachment);
+    std::erase_if(tags, [&](ULONG tag)
+                  { return excluded.contains(PROP_ID(tag)) || (IsStructure(tag) ? noStructure : noProperties); });
+    std::vector<SPropProblem> found;
+    copier.CopyTags(*source, *destination, tags, objects.flags, found, 0);
+    GiveProblems(memory, found, problems);
 }
 
-void CopyProperties(const MapiMemory& memory, LPSPropTagArray tags, const CopyToArguments& arguments,
-                    std::vector<SPropProblem>& problems)
+void CopyProperties(const MapiMemory& memory, LPSPropTagArray tags, const CopyPair& objects,
+                    LPSPropProblemArray* problems)
 {
     if (!tags || tags->cValues == 0)
         Fail(MAPI_E_INVALID_PARAMETER, L"No properties to copy are named.");
-    const Pair pair = AskBoth(arguments);
+    const auto [source, destination] = AskBoth(objects);
     const Copier copier(memory);
     std::vector<ULONG> asked(tags->aulPropTag, tags->aulPropTag + tags->cValues);
     // A property that is too large for its row has a stream only under its own type.
-    const std::vector<ULONG> own = copier.TagsOf(*pair.source);
+    const std::vector<ULONG> own = copier.TagsOf(*source);
     for (ULONG& tag : asked)
     {
-        const auto found =
-            std::find_if(own.begin(), own.end(), [tag](ULONG known) { return PROP_ID(known) == PROP_ID(tag); });
-        if (PROP_TYPE(tag) == PT_UNSPECIFIED && found != own.end())
-            tag = *found;
+        const auto known = FindId(own, tag);
+        if (PROP_TYPE(tag) == PT_UNSPECIFIED && known != own.end())
+            tag = *known;
     }
-    copier.CopyTags(*pair.source, *pair.destination, asked, arguments.flags, problems, 0);
+    std::vector<SPropProblem> found;
+    copier.CopyTags(*source, *destination, asked, objects.flags, found, 0);
+    GiveProblems(memory, found, problems);
 }
 
 HRESULT CopyMessages(const MapiMemory& memory, LPCIID sourceInterface, LPVOID source, const ENTRYLIST& messages,

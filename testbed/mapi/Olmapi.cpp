@@ -2,13 +2,13 @@
 #include "testbed/mapi/Olmapi.h"
 
 #include "common/Boundary.h"
-#include "common/StoreEntryId.h"
 #include "common/Text.h"
 #include "testbed/common/Namespace.h"
 #include "testbed/common/RegistryKey.h"
 #include "testbed/mapi/Blocks.h"
 #include "testbed/mapi/Dispatcher.h"
 #include "testbed/mapi/Subsystem.h"
+#include "testbed/mapi/SupportObject.h"
 #include "testbed/mapi/TableQuery.h"
 
 #include <cstring>
@@ -121,30 +121,19 @@ extern "C"
     HRESULT WINAPI WrapStoreEntryID(ULONG ulFlags, LPSTR lpszDLLName, ULONG cbOrigEntry, LPENTRYID lpOrigEntry,
                                     ULONG* lpcbWrappedEntry, LPENTRYID* lppWrappedEntry)
     {
-        if (!lpszDLLName || !lpOrigEntry || !lpcbWrappedEntry || !lppWrappedEntry)
+        if (!lpszDLLName)
             return MAPI_E_INVALID_PARAMETER;
         if (ulFlags & ~MAPI_UNICODE)
             return MAPI_E_UNKNOWN_FLAGS;
         if (ulFlags & MAPI_UNICODE)
             return MAPI_E_BAD_CHARWIDTH;
-        if (cbOrigEntry < sizeof(ENTRYID::abFlags))
-            return MAPI_E_INVALID_ENTRYID;
-        try
-        {
-            const Bytes wrapped = WrapStoreEntryId(lpszDLLName, lpOrigEntry, cbOrigEntry);
-            void* block = nullptr;
-            const SCODE result = Allocate(static_cast<ULONG>(wrapped.size()), nullptr, &block);
-            if (FAILED(result))
-                return result;
-            std::memcpy(block, wrapped.data(), wrapped.size());
-            *lpcbWrappedEntry = static_cast<ULONG>(wrapped.size());
-            *lppWrappedEntry = static_cast<ENTRYID*>(block);
-            return S_OK;
-        }
-        catch (const std::exception&)
-        {
-            return MAPI_E_NOT_ENOUGH_MEMORY;
-        }
+        LastError lastError(L"MAPI");
+        return Guarded(lastError,
+                       [&]
+                       {
+                           GiveWrappedEntryId(OwnMemory(), lpszDLLName, cbOrigEntry, lpOrigEntry, lpcbWrappedEntry,
+                                              lppWrappedEntry);
+                       });
     }
 
     BOOL WINAPI FGetComponentPath(LPSTR szComponent, LPSTR, LPSTR szDllPath, DWORD cchBufferSize, BOOL)

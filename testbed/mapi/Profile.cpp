@@ -1,4 +1,4 @@
-// Identifiers of profile sections.
+// Identifiers of profile sections, and names.
 #include "testbed/mapi/Profile.h"
 
 #include "common/Boundary.h"
@@ -27,5 +27,10 @@ std::optional<Uid> Uid::From(const PropValue* value)
 std::wstring Uid::Text() const
 {
     return HexText(ab, sizeof(ab));
+}
+
+bool SameName(const std::wstring& a, const std::wstring& b) noexcept
+{
+    return CompareStringOrdinal(a.c_str(), -1, b.c_str(), -1, TRUE) == CSTR_EQUAL;
 }
 } // namespace Testbed

@@ -30,6 +30,9 @@ struct Uid : MAPIUID
     std::wstring Text() const;
 };
 
+/// Whether two names of profiles, services or files are the same, without regard to case.
+bool SameName(const std::wstring& a, const std::wstring& b) noexcept;
+
 /// A profile: named sections of properties. Thread-safe. Every change is kept when the call returns.
 class Profile
 {

@@ -12,12 +12,6 @@ namespace Testbed
 {
 namespace
 {
-void Require(const void* pointer)
-{
-    if (!pointer)
-        Fail(MAPI_E_INVALID_PARAMETER, L"A required argument is null.");
-}
-
 // Profiles have no passwords: none is given, or an empty one.
 void RequireNoPassword(LPTSTR password, ULONG flags)
 {

@@ -2,6 +2,7 @@
 #include "common/Boundary.h"
 #include "common/MsgServiceAdmin2.h"
 #include "testbed/common/Namespace.h"
+#include "testbed/common/NotOffered.h"
 #include "testbed/mapi/CopyEngine.h"
 #include "testbed/mapi/Profile.h"
 
@@ -18,21 +19,24 @@ constexpr bool IsSecure(ULONG id)
     return id >= PROP_ID_SECURE_MIN && id <= PROP_ID_SECURE_MAX;
 }
 
-// A section with the changes of the call that is being carried out.
+// A section's properties, which change with each call.
 class SectionProperties final : public PropertySource, public PropertySink
 {
 public:
-    SectionProperties(std::shared_ptr<Profile> profile, const Uid& uid) : m_profile(std::move(profile)), m_uid(uid) {}
+    SectionProperties(std::shared_ptr<Profile> profile, const Uid& uid, std::set<ULONG> readOnly)
+        : m_profile(std::move(profile)),
+          m_uid(uid),
+          m_readOnly(std::move(readOnly))
+    {
+        m_readOnly.insert({PROP_ID(PR_OBJECT_TYPE), PROP_ID(PR_PROFILE_NAME)});
+    }
 
-    bool Exists() const { return m_profile->HasSection(m_uid); }
-    void MakeReadOnly(std::vector<ULONG> ids) { m_readOnly = std::move(ids); }
-
-    std::optional<Description> Describe(ULONG id) const override { return Merged().Describe(id); }
-    std::optional<PropValue> Load(ULONG id) const override { return Merged().Load(id); }
+    std::optional<Description> Describe(ULONG id) const override { return All().Describe(id); }
+    std::optional<PropValue> Load(ULONG id) const override { return All().Load(id); }
 
     std::vector<ULONG> Tags() const override
     {
-        std::vector<ULONG> tags = Merged().Tags();
+        std::vector<ULONG> tags = All().Tags();
         std::erase_if(tags, [](ULONG tag) { return IsSecure(PROP_ID(tag)); });
         return tags;
     }
@@ -41,60 +45,42 @@ public:
     {
         if (value.Id() >= firstNamedId)
             return MAPI_E_NO_SUPPORT;
-        if (IsReadOnly(value.Id()))
+        if (m_readOnly.contains(value.Id()))
             return MAPI_E_COMPUTED;
-        m_changes[value.Id()] = value;
+        RequireSection();
+        m_profile->Change(m_uid, {value});
         return S_OK;
     }
 
     SCODE Remove(ULONG tag) override
     {
-        if (IsReadOnly(PROP_ID(tag)))
+        if (m_readOnly.contains(PROP_ID(tag)))
             return MAPI_E_COMPUTED;
-        if (!Merged().Find(PROP_ID(tag)))
+        RequireSection();
+        if (!m_profile->Section(m_uid).Find(PROP_ID(tag)))
             return MAPI_E_NOT_FOUND;
-        m_changes[PROP_ID(tag)] = std::nullopt;
+        m_profile->Change(m_uid, {}, {PROP_ID(tag)});
         return S_OK;
     }
 
-    void Save()
+private:
+    void RequireSection() const
     {
-        // Taken out first, so that changes that cannot be written do not turn up with a later call.
-        const auto changes = std::exchange(m_changes, {});
         if (!m_profile->HasSection(m_uid))
             Fail(MAPI_E_OBJECT_DELETED, L"The profile section has been deleted.");
-        std::vector<PropValue> values;
-        std::vector<ULONG> removed;
-        for (const auto& [id, value] : changes)
-            value ? values.push_back(*value) : removed.push_back(id);
-        if (!changes.empty())
-            m_profile->Change(m_uid, values, removed);
     }
 
-private:
-    bool IsReadOnly(ULONG id) const
+    PropertyBag All() const
     {
-        return id == PROP_ID(PR_OBJECT_TYPE) || id == PROP_ID(PR_PROFILE_NAME) ||
-               std::find(m_readOnly.begin(), m_readOnly.end(), id) != m_readOnly.end();
-    }
-
-    PropertyBag Merged() const
-    {
-        PropertyBag merged = m_profile->Section(m_uid);
-        merged.Put(PropValue::Long(PR_OBJECT_TYPE, MAPI_PROFSECT));
-        merged.Put(PropValue::String(PR_PROFILE_NAME_W, m_profile->Name()));
-        for (const auto& [id, value] : m_changes)
-            if (value)
-                merged.Put(*value);
-            else
-                merged.Erase(id);
-        return merged;
+        PropertyBag all = m_profile->Section(m_uid);
+        all.Put(PropValue::Long(PR_OBJECT_TYPE, MAPI_PROFSECT));
+        all.Put(PropValue::String(PR_PROFILE_NAME_W, m_profile->Name()));
+        return all;
     }
 
     std::shared_ptr<Profile> m_profile;
     Uid m_uid;
-    std::vector<ULONG> m_readOnly;
-    std::map<ULONG, std::optional<PropValue>> m_changes;
+    std::set<ULONG> m_readOnly;
 };
 
 class ProfileSection final : public ComObject<IProfSect, &IID_IProfSect, &IID_IMAPIProp>
@@ -103,12 +89,13 @@ public:
     ProfileSection(std::shared_ptr<Profile> profile, const Uid& uid, bool modify, SectionUser user,
                    const MapiMemory& memory, std::shared_ptr<void> lock)
         : m_sectionLock(std::move(lock)),
-          m_properties(std::move(profile), uid),
+          m_properties(std::move(profile), uid,
+                       user == SectionUser::Provider
+                           ? std::set<ULONG>{PROP_ID(PR_RESOURCE_FLAGS), PROP_ID(PR_PROVIDER_DLL_NAME)}
+                           : std::set<ULONG>()),
           m_modify(modify),
           m_memory(memory)
     {
-        if (user == SectionUser::Provider)
-            m_properties.MakeReadOnly({PROP_ID(PR_RESOURCE_FLAGS), PROP_ID(PR_PROVIDER_DLL_NAME)});
     }
 
     MAPI_IMAPIPROP_METHODS(override)
@@ -169,9 +156,7 @@ STDMETHODIMP ProfileSection::SetProps(ULONG cValues, LPSPropValue lpPropArray, L
         [&]
         {
             RequireModify();
-            const HRESULT result = Testbed::SetProps(m_properties, m_memory, cValues, lpPropArray, lppProblems);
-            m_properties.Save();
-            return result;
+            return Testbed::SetProps(m_properties, m_memory, cValues, lpPropArray, lppProblems);
         });
 }
 
@@ -181,67 +166,38 @@ STDMETHODIMP ProfileSection::DeleteProps(LPSPropTagArray lpPropTagArray, LPSProp
         [&]
         {
             RequireModify();
-            const HRESULT result = Testbed::DeleteProps(m_properties, m_memory, lpPropTagArray, lppProblems);
-            m_properties.Save();
-            return result;
+            return Testbed::DeleteProps(m_properties, m_memory, lpPropTagArray, lppProblems);
         });
 }
 
 STDMETHODIMP ProfileSection::CopyTo(ULONG ciidExclude, LPCIID rgiidExclude, LPSPropTagArray lpExcludeProps, ULONG_PTR,
-                                    LPMAPIPROGRESS lpProgress, LPCIID lpInterface, LPVOID lpDestObj, ULONG ulFlags,
+                                    LPMAPIPROGRESS, LPCIID lpInterface, LPVOID lpDestObj, ULONG ulFlags,
                                     LPSPropProblemArray* lppProblems)
 {
     // Without the object's lock: the copying calls the object's own methods.
     return Guarded(m_lastError,
                    [&]
                    {
-                       CopyToArguments arguments;
-                       arguments.sourceInterface = &IID_IProfSect;
-                       arguments.source = this;
-                       arguments.excludedInterfaceCount = ciidExclude;
-                       arguments.excludedInterfaces = rgiidExclude;
-                       arguments.excludedTags = lpExcludeProps;
-                       arguments.progress = lpProgress;
-                       arguments.destinationInterface = lpInterface;
-                       arguments.destination = static_cast<IUnknown*>(lpDestObj);
-                       arguments.flags = ulFlags;
-                       std::vector<SPropProblem> problems;
-                       CopyObject(m_memory, arguments, problems);
-                       if (lppProblems)
-                           *lppProblems = problems.empty() ? nullptr : MakeProblemArray(m_memory, problems);
+                       CopyObject(m_memory,
+                                  {&IID_IProfSect, this, lpInterface, static_cast<IUnknown*>(lpDestObj), ulFlags},
+                                  {ciidExclude, rgiidExclude, lpExcludeProps}, lppProblems);
                    });
 }
 
-STDMETHODIMP ProfileSection::CopyProps(LPSPropTagArray lpIncludeProps, ULONG_PTR, LPMAPIPROGRESS lpProgress,
-                                       LPCIID lpInterface, LPVOID lpDestObj, ULONG ulFlags,
-                                       LPSPropProblemArray* lppProblems)
+STDMETHODIMP ProfileSection::CopyProps(LPSPropTagArray lpIncludeProps, ULONG_PTR, LPMAPIPROGRESS, LPCIID lpInterface,
+                                       LPVOID lpDestObj, ULONG ulFlags, LPSPropProblemArray* lppProblems)
 {
     return Guarded(m_lastError,
                    [&]
                    {
-                       CopyToArguments arguments;
-                       arguments.sourceInterface = &IID_IProfSect;
-                       arguments.source = this;
-                       arguments.progress = lpProgress;
-                       arguments.destinationInterface = lpInterface;
-                       arguments.destination = static_cast<IUnknown*>(lpDestObj);
-                       arguments.flags = ulFlags;
-                       std::vector<SPropProblem> problems;
-                       CopyProperties(m_memory, lpIncludeProps, arguments, problems);
-                       if (lppProblems)
-                           *lppProblems = problems.empty() ? nullptr : MakeProblemArray(m_memory, problems);
+                       CopyProperties(m_memory, lpIncludeProps,
+                                      {&IID_IProfSect, this, lpInterface, static_cast<IUnknown*>(lpDestObj), ulFlags},
+                                      lppProblems);
                    });
 }
 
-STDMETHODIMP ProfileSection::GetNamesFromIDs(LPSPropTagArray*, LPGUID, ULONG, ULONG*, LPMAPINAMEID**)
-{
-    return MAPI_E_NO_SUPPORT;
-}
-
-STDMETHODIMP ProfileSection::GetIDsFromNames(ULONG, LPMAPINAMEID*, ULONG, LPSPropTagArray*)
-{
-    return MAPI_E_NO_SUPPORT;
-}
+NOT_OFFERED(ProfileSection, GetNamesFromIDs, LPSPropTagArray*, LPGUID, ULONG, ULONG*, LPMAPINAMEID**);
+NOT_OFFERED(ProfileSection, GetIDsFromNames, ULONG, LPMAPINAMEID*, ULONG, LPSPropTagArray*);
 } // namespace
 
 ComPtr<IProfSect> OpenSection(const std::shared_ptr<Profile>& profile, const Uid& uid, ULONG flags, SectionUser user,

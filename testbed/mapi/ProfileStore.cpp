@@ -4,6 +4,7 @@
 #include "common/Boundary.h"
 #include "common/MsgServiceAdmin2.h"
 #include "common/Text.h"
+#include "testbed/common/PropCodec.h"
 #include "testbed/common/RegistryKey.h"
 #include "testbed/mapi/Turn.h"
 
@@ -17,7 +18,7 @@ const MAPIUID subsystemSection = {
 
 namespace
 {
-constexpr const wchar_t* rootPath = L"Software\\KivNst Testbed\\Profiles";
+constexpr const wchar_t* rootPath = L"Software\\KivNst Testbed\\Mail profiles";
 // Changes of the list of profiles are made by one program at a time.
 constexpr const wchar_t* turnName = L"KivNst testbed: profiles";
 constexpr size_t longestName = 64;
@@ -68,161 +69,10 @@ std::vector<std::wstring> SubKeys(const std::wstring& path)
     return names;
 }
 
-// The payloads as bytes: what is of fixed size as it is, what is not behind its length, multi-values behind their
-// count.
-struct Writer
+std::wstring ValueName(ULONG id)
 {
-    Bytes bytes;
-
-    void Raw(const void* data, size_t size)
-    {
-        const auto* const begin = static_cast<const BYTE*>(data);
-        bytes.insert(bytes.end(), begin, begin + size);
-    }
-    void Count(size_t count)
-    {
-        const auto number = static_cast<std::uint32_t>(count);
-        Raw(&number, sizeof(number));
-    }
-
-    void operator()(std::monostate) {}
-    template <class T>
-    void operator()(const T& value)
-    {
-        static_assert(std::is_trivially_copyable_v<T>);
-        Raw(&value, sizeof(value));
-    }
-    void operator()(const std::string& value) { Run(value); }
-    void operator()(const std::wstring& value) { Run(value); }
-    void operator()(const Bytes& value) { Run(value); }
-    template <class T>
-    void operator()(const std::vector<T>& values)
-    {
-        Count(values.size());
-        for (const T& value : values)
-            (*this)(value);
-    }
-    template <class T>
-    void Run(const T& value)
-    {
-        Count(value.size());
-        Raw(value.data(), value.size() * sizeof(value[0]));
-    }
-};
-
-struct Reader
-{
-    const BYTE* at;
-    const BYTE* end;
-
-    void Raw(void* data, size_t size)
-    {
-        if (size > static_cast<size_t>(end - at))
-            Fail(MAPI_E_CORRUPT_DATA, L"A property in the profile is damaged.");
-        if (size)
-            std::memcpy(data, at, size);
-        at += size;
-    }
-    size_t Count(size_t each)
-    {
-        std::uint32_t count = 0;
-        Raw(&count, sizeof(count));
-        if (count > static_cast<size_t>(end - at) / each)
-            Fail(MAPI_E_CORRUPT_DATA, L"A property in the profile is damaged.");
-        return count;
-    }
-
-    template <class T>
-    void Read(T& value)
-    {
-        static_assert(std::is_trivially_copyable_v<T>);
-        Raw(&value, sizeof(value));
-    }
-    void Read(std::monostate&) {}
-    void Read(std::string& value) { Run(value); }
-    void Read(std::wstring& value) { Run(value); }
-    void Read(Bytes& value) { Run(value); }
-    template <class T>
-    void Read(std::vector<T>& values)
-    {
-        values.resize(Count(1));
-        for (T& value : values)
-            Read(value);
-    }
-    template <class T>
-    void Run(T& value)
-    {
-        value.resize(Count(sizeof(value[0])));
-        Raw(value.data(), value.size() * sizeof(value[0]));
-    }
-};
-
-template <class T>
-PropValue ReadAs(ULONG tag, Reader reader)
-{
-    T value{};
-    reader.Read(value);
-    return {tag, std::move(value)};
-}
-
-PropValue ReadValue(ULONG tag, const Bytes& bytes)
-{
-    const Reader reader{bytes.data(), bytes.data() + bytes.size()};
-    switch (PROP_TYPE(tag))
-    {
-    case PT_I2:
-        return ReadAs<std::int16_t>(tag, reader);
-    case PT_LONG:
-        return ReadAs<std::int32_t>(tag, reader);
-    case PT_R4:
-        return ReadAs<float>(tag, reader);
-    case PT_DOUBLE:
-    case PT_APPTIME:
-        return ReadAs<double>(tag, reader);
-    case PT_BOOLEAN:
-        return ReadAs<bool>(tag, reader);
-    case PT_I8:
-    case PT_CURRENCY:
-    case PT_SYSTIME:
-        return ReadAs<std::int64_t>(tag, reader);
-    case PT_STRING8:
-        return ReadAs<std::string>(tag, reader);
-    case PT_UNICODE:
-        return ReadAs<std::wstring>(tag, reader);
-    case PT_BINARY:
-        return ReadAs<Bytes>(tag, reader);
-    case PT_CLSID:
-        return ReadAs<GUID>(tag, reader);
-    case PT_MV_I2:
-        return ReadAs<std::vector<std::int16_t>>(tag, reader);
-    case PT_MV_LONG:
-        return ReadAs<std::vector<std::int32_t>>(tag, reader);
-    case PT_MV_R4:
-        return ReadAs<std::vector<float>>(tag, reader);
-    case PT_MV_DOUBLE:
-    case PT_MV_APPTIME:
-        return ReadAs<std::vector<double>>(tag, reader);
-    case PT_MV_I8:
-    case PT_MV_CURRENCY:
-    case PT_MV_SYSTIME:
-        return ReadAs<std::vector<std::int64_t>>(tag, reader);
-    case PT_MV_STRING8:
-        return ReadAs<std::vector<std::string>>(tag, reader);
-    case PT_MV_UNICODE:
-        return ReadAs<std::vector<std::wstring>>(tag, reader);
-    case PT_MV_BINARY:
-        return ReadAs<std::vector<Bytes>>(tag, reader);
-    case PT_MV_CLSID:
-        return ReadAs<std::vector<GUID>>(tag, reader);
-    default:
-        Fail(MAPI_E_CORRUPT_DATA, L"A property in the profile has a type that profiles do not keep.");
-    }
-}
-
-std::wstring ValueName(ULONG tag)
-{
-    wchar_t name[16];
-    swprintf_s(name, 16, L"%08lX", tag);
+    wchar_t name[8];
+    swprintf_s(name, 8, L"%04lX", id);
     return name;
 }
 
@@ -260,7 +110,7 @@ public:
             if (RegQueryValueExW(key.Get(), name, nullptr, nullptr, bytes.data(), &size) != ERROR_SUCCESS)
                 continue;
             bytes.resize(size);
-            section.Put(ReadValue(std::wcstoul(name, nullptr, 16), bytes));
+            section.Put(ReadValue(bytes));
         }
         return section;
     }
@@ -270,25 +120,14 @@ public:
         if (!OpenKey(PathOf(Id())))
             Fail(MAPI_E_OBJECT_DELETED, L"The profile \"" + Name() + L"\" has been deleted.");
         const RegistryKey key = CreateKey(SectionPath(uid));
-        const auto present = Section(uid);
-        const auto drop = [&](ULONG id)
-        {
-            if (const PropValue* const old = present.Find(id))
-                RegDeleteValueW(key.Get(), ValueName(old->Tag()).c_str());
-        };
         for (const PropValue& value : values)
         {
-            // Of another type it stands under another name.
-            const PropValue* const old = present.Find(value.Id());
-            if (old && old->Tag() != value.Tag())
-                drop(value.Id());
-            Writer writer;
-            std::visit(writer, value.Data());
-            CheckRegistry(RegSetValueExW(key.Get(), ValueName(value.Tag()).c_str(), 0, REG_BINARY, writer.bytes.data(),
-                                         static_cast<DWORD>(writer.bytes.size())));
+            const Bytes bytes = WriteValue(value);
+            CheckRegistry(RegSetValueExW(key.Get(), ValueName(value.Id()).c_str(), 0, REG_BINARY, bytes.data(),
+                                         static_cast<DWORD>(bytes.size())));
         }
         for (const ULONG id : removed)
-            drop(id);
+            RegDeleteValueW(key.Get(), ValueName(id).c_str());
         ++g_generation;
     }
 
@@ -363,11 +202,6 @@ std::vector<Entry> Entries()
         entries.push_back({id, *name});
     }
     return entries;
-}
-
-bool SameName(const std::wstring& a, const std::wstring& b)
-{
-    return CompareStringOrdinal(a.c_str(), -1, b.c_str(), -1, TRUE) == CSTR_EQUAL;
 }
 
 std::optional<Entry> FindEntry(const std::wstring& name)

@@ -5,9 +5,9 @@
 
 namespace Testbed
 {
-/// The profiles of the current user, under HKEY_CURRENT_USER\Software\KivNst Testbed\Profiles: a key for each, named by
-/// its identifier, in it its name and a key for each section. What one program changes the others see at once. A
-/// profile in use is renamed or removed when the last session ends that uses it, or by whoever looks next when that
+/// The profiles of the current user, under HKEY_CURRENT_USER\Software\KivNst Testbed\Mail profiles: a key for each,
+/// named by its identifier, in it its name and a key for each section. What one program changes the others see at once.
+/// A profile in use is renamed or removed when the last session ends that uses it, or by whoever looks next when that
 /// one's program was ended; until then one that is to be removed is in no list. All functions throw `Failure`.
 namespace ProfileStore
 {

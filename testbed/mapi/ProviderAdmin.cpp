@@ -95,24 +95,15 @@ public:
                        [&]
                        {
                            Require(lppProfSect);
-                           RequireFlags(ulFlags, MAPI_MODIFY | MAPI_DEFERRED_ERRORS | mapiForceAccess);
-                           RequireSectionInterface(lpInterface);
                            if (m_user == SectionUser::Client)
                                Require(lpUID);
                            const Uid uid = lpUID ? Uid(*lpUID) : m_service;
-                           *lppProfSect = OpenSection(m_profile, uid, ulFlags, m_user, m_memory,
-                                                      LockSection(*m_profile, uid, ulFlags))
-                                              .Detach();
+                           *lppProfSect =
+                               OpenLockedSection(m_profile, uid, lpInterface, ulFlags, m_user, m_memory).Detach();
                        });
     }
 
 private:
-    static void Require(const void* pointer)
-    {
-        if (!pointer)
-            Fail(MAPI_E_INVALID_PARAMETER, L"A required argument is null.");
-    }
-
     Uid Create(const std::wstring& name, const std::vector<PropValue>& values)
     {
         const auto definition = std::find_if(m_definitions.begin(), m_definitions.end(),
@@ -150,10 +141,7 @@ private:
 
 ULONG ProviderDefinition::Type() const
 {
-    for (const PropValue& value : properties)
-        if (value.Id() == PROP_ID(PR_RESOURCE_TYPE))
-            return static_cast<ULONG>(value.AsLong());
-    return 0;
+    return static_cast<ULONG>(LongOf(PropertyBag(properties), PR_RESOURCE_TYPE));
 }
 
 std::vector<Uid> ReadUids(const PropertyBag& section, ULONG tag)
@@ -180,14 +168,13 @@ Uid CreateProviderSection(Profile& profile, const Uid& service, const ProviderDe
                           const std::vector<PropValue>& values)
 {
     const PropertyBag serviceSection = profile.Section(service);
-    const PropValue* const serviceName = serviceSection.Find(PROP_ID(PR_SERVICE_NAME));
     const Uid provider = Uid::Create();
     PropertyBag section(definition.properties);
     for (const PropValue& value : values)
         section.Put(value);
     section.Put(PropValue::Uid(PR_PROVIDER_UID, provider));
     section.Put(PropValue::Uid(PR_SERVICE_UID, service));
-    section.Put(PropValue::String(PR_SERVICE_NAME_W, serviceName ? serviceName->AsText() : std::wstring()));
+    section.Put(PropValue::String(PR_SERVICE_NAME_W, TextOf(serviceSection, PR_SERVICE_NAME)));
     std::vector<PropValue> all;
     for (const auto& [id, value] : section.Values())
         all.push_back(value);

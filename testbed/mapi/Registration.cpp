@@ -39,14 +39,15 @@ struct InfEntry
     const wchar_t* value;
 };
 
-// The PST provider as a service of its own, under the name that the mail client's has.
+// The PST provider as a service of its own. MAPI's pages do not name the mail client's; this is the name by which the
+// tools look for it.
 constexpr InfEntry infEntries[] = {
     {L"MSUPST MSP", L"PR_PROVIDER_DLL_NAME", L"mspst.dll"},
     {L"MSUPST MSP", L"PR_RESOURCE_TYPE", L"MAPI_STORE_PROVIDER"},
     {L"MSUPST MSP", L"PR_RESOURCE_FLAGS", L"STATUS_DEFAULT_STORE"},
     {L"MSUPST MSP", L"PR_DISPLAY_NAME", L"Personal Folders"},
     {L"MSUPST MSP", L"PR_PROVIDER_DISPLAY", L"Personal Folders"},
-    // The flags of the PST's configuration: its format is the Unicode one.
+    // PR_PST_CONFIG_FLAGS with PST_CONFIG_UNICODE.
     {L"MSUPST MSP", L"67700003", L"00000080"},
     {L"MSUPST MS", L"PR_DISPLAY_NAME", L"Personal Folders"},
     {L"MSUPST MS", L"Providers", L"MSUPST MSP"},

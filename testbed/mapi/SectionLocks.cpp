@@ -2,6 +2,7 @@
 #include "testbed/mapi/SectionLocks.h"
 
 #include "common/Boundary.h"
+#include "common/MsgServiceAdmin2.h"
 #include "testbed/mapi/Turn.h"
 
 namespace Testbed
@@ -43,9 +44,12 @@ bool LocksProviderSections()
     return GetEnvironmentVariableW(L"KIVNST_TESTBED_LOCK_PROVIDER_SECTIONS", value, 2) == 1 && value[0] == L'1';
 }
 
-void RequireSectionInterface(LPCIID iid)
+ComPtr<IProfSect> OpenLockedSection(const std::shared_ptr<Profile>& profile, const Uid& uid, LPCIID iid, ULONG flags,
+                                    SectionUser user, const MapiMemory& memory)
 {
+    RequireFlags(flags, MAPI_MODIFY | MAPI_DEFERRED_ERRORS | mapiForceAccess);
     if (iid && !IsEqualIID(*iid, IID_IProfSect) && !IsEqualIID(*iid, IID_IMAPIProp))
         Fail(MAPI_E_INTERFACE_NOT_SUPPORTED, L"A profile section is an IProfSect.");
+    return OpenSection(profile, uid, flags, user, memory, LockSection(*profile, uid, flags));
 }
 } // namespace Testbed

@@ -16,7 +16,9 @@ std::shared_ptr<void> LockSection(const Profile& profile, const Uid& uid, ULONG 
 /// not stand in each other's way then.
 bool LocksProviderSections();
 
-/// Throws `Failure` with MAPI_E_INTERFACE_NOT_SUPPORTED for an interface that a
-/// section does not have; null is allowed.
-void RequireSectionInterface(LPCIID iid);
+/// The body of a client's or a service entry's OpenProfileSection: opens a section, and takes it for as long as the
+/// object lives. Throws `Failure` as `OpenSection` and `LockSection` do, MAPI_E_UNKNOWN_FLAGS, and
+/// MAPI_E_INTERFACE_NOT_SUPPORTED for an interface that a section does not have; null is allowed.
+ComPtr<IProfSect> OpenLockedSection(const std::shared_ptr<Profile>& profile, const Uid& uid, LPCIID iid, ULONG flags,
+                                    SectionUser user, const MapiMemory& memory);
 } // namespace Testbed

@@ -3,6 +3,7 @@
 
 #include "common/Boundary.h"
 #include "common/Text.h"
+#include "testbed/common/NotOffered.h"
 #include "testbed/common/Table.h"
 #include "testbed/mapi/ProfileStore.h"
 #include "testbed/mapi/SectionLocks.h"
@@ -16,26 +17,6 @@ namespace Testbed
 namespace
 {
 constexpr ULONG uiFlags = SERVICE_UI_ALLOWED | SERVICE_UI_ALWAYS;
-
-void Require(const void* pointer)
-{
-    if (!pointer)
-        Fail(MAPI_E_INVALID_PARAMETER, L"A required argument is null.");
-}
-
-LONG LongOf(const std::vector<PropValue>& values, ULONG tag)
-{
-    for (const PropValue& value : values)
-        if (value.Tag() == tag)
-            return value.AsLong();
-    return 0;
-}
-
-std::wstring TextOf(const PropertyBag& section, ULONG tag)
-{
-    const PropValue* const value = section.Find(PROP_ID(tag));
-    return value ? value->AsText() : std::wstring();
-}
 
 void RequireService(const Profile& profile, const Uid& service)
 {
@@ -174,16 +155,6 @@ STDMETHODIMP ServiceAdmin::DeleteMsgService(LPMAPIUID lpUID)
                    });
 }
 
-STDMETHODIMP ServiceAdmin::CopyMsgService(LPMAPIUID, LPTSTR, LPCIID, LPCIID, LPVOID, ULONG_PTR, ULONG)
-{
-    return MAPI_E_NO_SUPPORT;
-}
-
-STDMETHODIMP ServiceAdmin::RenameMsgService(LPMAPIUID, ULONG, LPTSTR)
-{
-    return MAPI_E_NO_SUPPORT;
-}
-
 STDMETHODIMP ServiceAdmin::ConfigureMsgService(LPMAPIUID lpUID, ULONG_PTR ulUIParam, ULONG ulFlags, ULONG cValues,
                                                LPSPropValue lpProps)
 {
@@ -208,22 +179,15 @@ STDMETHODIMP ServiceAdmin::ConfigureMsgService(LPMAPIUID lpUID, ULONG_PTR ulUIPa
 STDMETHODIMP ServiceAdmin::OpenProfileSection(LPMAPIUID lpUID, LPCIID lpInterface, ULONG ulFlags,
                                               LPPROFSECT* lppProfSect)
 {
-    return Guarded(m_lastError,
-                   [&]
-                   {
-                       Require(lpUID);
-                       Require(lppProfSect);
-                       RequireFlags(ulFlags, MAPI_MODIFY | MAPI_DEFERRED_ERRORS | mapiForceAccess);
-                       RequireSectionInterface(lpInterface);
-                       *lppProfSect = OpenSection(m_profile, *lpUID, ulFlags, SectionUser::Client, m_memory,
-                                                  LockSection(*m_profile, *lpUID, ulFlags))
-                                          .Detach();
-                   });
-}
-
-STDMETHODIMP ServiceAdmin::MsgServiceTransportOrder(ULONG, LPMAPIUID, ULONG)
-{
-    return MAPI_E_NO_SUPPORT;
+    return Guarded(
+        m_lastError,
+        [&]
+        {
+            Require(lpUID);
+            Require(lppProfSect);
+            *lppProfSect =
+                OpenLockedSection(m_profile, *lpUID, lpInterface, ulFlags, SectionUser::Client, m_memory).Detach();
+        });
 }
 
 STDMETHODIMP ServiceAdmin::AdminProviders(LPMAPIUID lpUID, ULONG ulFlags, LPPROVIDERADMIN* lppProviderAdmin)
@@ -248,11 +212,6 @@ STDMETHODIMP ServiceAdmin::AdminProviders(LPMAPIUID lpUID, ULONG ulFlags, LPPROV
         });
 }
 
-STDMETHODIMP ServiceAdmin::SetPrimaryIdentity(LPMAPIUID, ULONG)
-{
-    return MAPI_E_NO_SUPPORT;
-}
-
 STDMETHODIMP ServiceAdmin::GetProviderTable(ULONG ulFlags, LPMAPITABLE* lppTable)
 {
     return Guarded(m_lastError,
@@ -264,6 +223,11 @@ STDMETHODIMP ServiceAdmin::GetProviderTable(ULONG ulFlags, LPMAPITABLE* lppTable
                            OpenProviderTable(*m_profile, AllProvidersOf(*m_profile), m_memory, ulFlags).Detach();
                    });
 }
+
+NOT_OFFERED(ServiceAdmin, CopyMsgService, LPMAPIUID, LPTSTR, LPCIID, LPCIID, LPVOID, ULONG_PTR, ULONG);
+NOT_OFFERED(ServiceAdmin, RenameMsgService, LPMAPIUID, ULONG, LPTSTR);
+NOT_OFFERED(ServiceAdmin, MsgServiceTransportOrder, ULONG, LPMAPIUID, ULONG);
+NOT_OFFERED(ServiceAdmin, SetPrimaryIdentity, LPMAPIUID, ULONG);
 } // namespace
 
 std::vector<Uid> ServicesOf(const Profile& profile)
@@ -290,7 +254,7 @@ Uid CreateService(const std::shared_ptr<Profile>& profile, const std::wstring& n
     const auto definition = ServiceFile::Find(name);
     if (!definition)
         Fail(MAPI_E_NOT_FOUND, L"[Services] of MAPISVC.INF has no message service \"" + name + L"\".");
-    if (LongOf(definition->properties, PR_RESOURCE_FLAGS) & SERVICE_SINGLE_COPY)
+    if (LongOf(PropertyBag(definition->properties), PR_RESOURCE_FLAGS) & SERVICE_SINGLE_COPY)
     {
         for (const Uid& service : ServicesOf(*profile))
             if (TextOf(profile->Section(service), PR_SERVICE_NAME) == definition->name)

@@ -59,11 +59,6 @@ constexpr NamedNumber numberNames[] = {
     {L"STATUS_SECONDARY_STORE", STATUS_SECONDARY_STORE},
 };
 
-bool SameName(const std::wstring& a, const wchar_t* b)
-{
-    return CompareStringOrdinal(a.c_str(), -1, b, -1, TRUE) == CSTR_EQUAL;
-}
-
 std::optional<ULONG> Look(const NamedNumber* begin, const NamedNumber* end, const std::wstring& name)
 {
     const auto found = std::find_if(begin, end, [&](const NamedNumber& known) { return SameName(name, known.name); });
@@ -236,8 +231,8 @@ std::optional<InstalledService> ServiceFile::Find(const std::wstring& name)
 {
     const std::filesystem::path file = Path();
     const auto services = ReadSection(file, L"Services");
-    const auto listed = std::find_if(services.begin(), services.end(),
-                                     [&](const Line& line) { return SameName(line.key, name.c_str()); });
+    const auto listed =
+        std::find_if(services.begin(), services.end(), [&](const Line& line) { return SameName(line.key, name); });
     if (listed == services.end())
         return {};
     const auto lines = ReadSection(file, listed->key);

@@ -20,12 +20,6 @@ std::map<std::wstring, std::shared_ptr<ServiceModule>>& Loaded()
     static std::map<std::wstring, std::shared_ptr<ServiceModule>> modules;
     return modules;
 }
-
-std::wstring TextOf(const PropertyBag& section, ULONG tag)
-{
-    const PropValue* const value = section.Find(PROP_ID(tag));
-    return value ? value->AsText() : std::wstring();
-}
 } // namespace
 
 std::wstring ServiceModule::FileName(const std::wstring& name)

@@ -55,23 +55,6 @@ LPENTRYID EntryIdIn(const Bytes& bytes)
     return bytes.empty() ? nullptr : reinterpret_cast<LPENTRYID>(const_cast<BYTE*>(bytes.data()));
 }
 
-std::wstring TextOf(const PropertyBag& section, ULONG tag)
-{
-    const PropValue* const value = section.Find(PROP_ID(tag));
-    return value ? value->AsText() : std::wstring();
-}
-
-LONG LongOf(const PropertyBag& section, ULONG tag)
-{
-    const PropValue* const value = section.Find(PROP_ID(tag));
-    return value ? value->AsLong() : 0;
-}
-
-bool SameName(const std::wstring& a, const std::wstring& b)
-{
-    return CompareStringOrdinal(a.c_str(), -1, b.c_str(), -1, TRUE) == CSTR_EQUAL;
-}
-
 // The store's own entry ID in a provider's section; empty when there is none.
 Bytes StoredEntryId(const PropertyBag& section)
 {

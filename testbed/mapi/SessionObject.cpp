@@ -1,5 +1,6 @@
 // IMAPISession, each client's own over the session that it may share.
 #include "common/MsgServiceAdmin2.h"
+#include "testbed/common/NotOffered.h"
 #include "testbed/mapi/SectionLocks.h"
 #include "testbed/mapi/ServiceAdmin.h"
 #include "testbed/mapi/Session.h"
@@ -8,12 +9,6 @@ namespace Testbed
 {
 namespace
 {
-void Require(const void* pointer)
-{
-    if (!pointer)
-        Fail(MAPI_E_INVALID_PARAMETER, L"A required argument is null.");
-}
-
 class SessionObject final : public ComObject<IMAPISession, &IID_IMAPISession>
 {
 public:
@@ -90,11 +85,6 @@ STDMETHODIMP SessionObject::OpenMsgStore(ULONG_PTR ulUIParam, ULONG cbEntryID, L
                 { return session.OpenMsgStore(ulUIParam, cbEntryID, lpEntryID, lpInterface, ulFlags, lppMDB); });
 }
 
-STDMETHODIMP SessionObject::OpenAddressBook(ULONG_PTR, LPCIID, ULONG, LPADRBOOK*)
-{
-    return MAPI_E_NO_SUPPORT;
-}
-
 STDMETHODIMP SessionObject::OpenProfileSection(LPMAPIUID lpUID, LPCIID lpInterface, ULONG ulFlags,
                                                LPPROFSECT* lppProfSect)
 {
@@ -103,12 +93,9 @@ STDMETHODIMP SessionObject::OpenProfileSection(LPMAPIUID lpUID, LPCIID lpInterfa
         {
             Require(lpUID);
             Require(lppProfSect);
-            RequireFlags(ulFlags, MAPI_MODIFY | MAPI_DEFERRED_ERRORS | mapiForceAccess);
-            RequireSectionInterface(lpInterface);
-            const auto& profile = session.ProfileOf();
-            *lppProfSect = OpenSection(profile, *lpUID, ulFlags, SectionUser::Client, m_memory,
-                                       LockSection(*profile, *lpUID, ulFlags))
-                               .Detach();
+            *lppProfSect =
+                OpenLockedSection(session.ProfileOf(), *lpUID, lpInterface, ulFlags, SectionUser::Client, m_memory)
+                    .Detach();
             return S_OK;
         });
 }
@@ -155,26 +142,6 @@ STDMETHODIMP SessionObject::Unadvise(ULONG_PTR ulConnection)
     return Call([&](Session& session) { return session.Unadvise(ulConnection); });
 }
 
-STDMETHODIMP SessionObject::MessageOptions(ULONG_PTR, ULONG, LPTSTR, LPMESSAGE)
-{
-    return MAPI_E_NO_SUPPORT;
-}
-
-STDMETHODIMP SessionObject::QueryDefaultMessageOpt(LPTSTR, ULONG, ULONG*, LPSPropValue*)
-{
-    return MAPI_E_NO_SUPPORT;
-}
-
-STDMETHODIMP SessionObject::EnumAdrTypes(ULONG, ULONG*, LPTSTR**)
-{
-    return MAPI_E_NO_SUPPORT;
-}
-
-STDMETHODIMP SessionObject::QueryIdentity(ULONG*, LPENTRYID*)
-{
-    return MAPI_E_NO_SUPPORT;
-}
-
 STDMETHODIMP SessionObject::Logoff(ULONG_PTR, ULONG ulFlags, ULONG)
 {
     return Call(
@@ -213,16 +180,14 @@ STDMETHODIMP SessionObject::AdminServices(ULONG ulFlags, LPSERVICEADMIN* lppServ
         });
 }
 
-STDMETHODIMP SessionObject::ShowForm(ULONG_PTR, LPMDB, LPMAPIFOLDER, LPCIID, ULONG, LPMESSAGE, ULONG, ULONG, ULONG,
-                                     ULONG, LPSTR)
-{
-    return MAPI_E_NO_SUPPORT;
-}
-
-STDMETHODIMP SessionObject::PrepareForm(LPCIID, LPMESSAGE, ULONG*)
-{
-    return MAPI_E_NO_SUPPORT;
-}
+NOT_OFFERED(SessionObject, OpenAddressBook, ULONG_PTR, LPCIID, ULONG, LPADRBOOK*);
+NOT_OFFERED(SessionObject, MessageOptions, ULONG_PTR, ULONG, LPTSTR, LPMESSAGE);
+NOT_OFFERED(SessionObject, QueryDefaultMessageOpt, LPTSTR, ULONG, ULONG*, LPSPropValue*);
+NOT_OFFERED(SessionObject, EnumAdrTypes, ULONG, ULONG*, LPTSTR**);
+NOT_OFFERED(SessionObject, QueryIdentity, ULONG*, LPENTRYID*);
+NOT_OFFERED(SessionObject, ShowForm, ULONG_PTR, LPMDB, LPMAPIFOLDER, LPCIID, ULONG, LPMESSAGE, ULONG, ULONG, ULONG,
+            ULONG, LPSTR);
+NOT_OFFERED(SessionObject, PrepareForm, LPCIID, LPMESSAGE, ULONG*);
 } // namespace
 
 ComPtr<IMAPISession> CreateSessionObject(std::shared_ptr<Session> session, std::function<void()> leave)

@@ -1,8 +1,7 @@
-// The session's status table: one row for each provider that has reported its state.
+// The rows of a session's status table, one for each provider that has reported its state.
 #pragma once
 
 #include "testbed/common/PropertyBag.h"
-#include "testbed/common/Table.h"
 #include "testbed/mapi/Profile.h"
 
 namespace Testbed
@@ -18,11 +17,6 @@ public:
     void Remove(const Uid& provider);
     /// A copy of all rows.
     std::map<Uid, PropertyBag> Rows() const;
-    /// A copy of the provider's row; empty when it has none.
-    PropertyBag Row(const Uid& provider) const;
-
-    /// A snapshot of all rows as a table (MAPI_UNICODE in `flags` for wide default columns).
-    ComPtr<IMAPITable> OpenTable(const MapiMemory& memory, ULONG flags) const;
 
 private:
     mutable std::mutex m_lock;

@@ -3,6 +3,7 @@
 
 #include "common/StoreEntryId.h"
 #include "testbed/common/Namespace.h"
+#include "testbed/common/NotOffered.h"
 #include "testbed/mapi/CopyEngine.h"
 #include "testbed/mapi/InvalidObject.h"
 #include "testbed/mapi/StreamStorage.h"
@@ -11,13 +12,6 @@ namespace Testbed
 {
 namespace
 {
-template <class T>
-void Require(const T* pointer)
-{
-    if (!pointer)
-        Fail(MAPI_E_INVALID_PARAMETER, L"A required argument of a support call is null.");
-}
-
 class SupportObject final : public ComObject<IMAPISupport, &IID_IMAPISup>
 {
 public:
@@ -41,20 +35,6 @@ private:
     HRESULT ForLogon(F&& body) noexcept
     {
         return m_context.kind == SupportKind::Logon ? Guarded(m_lastError, std::forward<F>(body)) : MAPI_E_NO_SUPPORT;
-    }
-
-    // Runs a copying call and gives its problems to the caller.
-    template <class F>
-    HRESULT Copy(LPSPropProblemArray* problems, F&& body) noexcept
-    {
-        return ForLogon(
-            [&]
-            {
-                std::vector<SPropProblem> found;
-                body(found);
-                if (problems)
-                    *problems = found.empty() ? nullptr : MakeProblemArray(m_context.memory, found);
-            });
     }
 
     SupportContext m_context;
@@ -145,11 +125,6 @@ STDMETHODIMP SupportObject::OpenProfileSection(LPMAPIUID lpUid, ULONG ulFlags, L
                    });
 }
 
-STDMETHODIMP SupportObject::RegisterPreprocessor(LPMAPIUID, LPTSTR, LPTSTR, LPSTR, LPSTR, ULONG)
-{
-    return MAPI_E_NO_SUPPORT;
-}
-
 STDMETHODIMP SupportObject::NewUID(LPMAPIUID lpMuid)
 {
     return Guarded(m_lastError,
@@ -169,21 +144,6 @@ STDMETHODIMP SupportObject::MakeInvalid(ULONG ulFlags, LPVOID lpObject, ULONG ul
                        RequireFlags(ulFlags, 0);
                        MakeObjectInvalid(m_context.memory, lpObject, ulRefCount, cMethods);
                    });
-}
-
-STDMETHODIMP SupportObject::SpoolerYield(ULONG)
-{
-    return MAPI_E_NO_SUPPORT;
-}
-
-STDMETHODIMP SupportObject::SpoolerNotify(ULONG, LPVOID)
-{
-    return MAPI_E_NO_SUPPORT;
-}
-
-STDMETHODIMP SupportObject::CreateOneOff(LPTSTR, LPTSTR, LPTSTR, ULONG, ULONG*, LPENTRYID*)
-{
-    return MAPI_E_NO_SUPPORT;
 }
 
 STDMETHODIMP SupportObject::SetProviderUID(LPMAPIUID lpProviderID, ULONG ulFlags)
@@ -226,11 +186,6 @@ STDMETHODIMP SupportObject::CompareEntryIDs(ULONG cbEntry1, LPENTRYID lpEntry1, 
         });
 }
 
-STDMETHODIMP SupportObject::OpenTemplateID(ULONG, LPENTRYID, ULONG, LPMAPIPROP, LPCIID, LPMAPIPROP*, LPMAPIPROP)
-{
-    return MAPI_E_NO_SUPPORT;
-}
-
 STDMETHODIMP SupportObject::OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, ULONG ulOpenFlags,
                                       ULONG* lpulObjType, LPUNKNOWN* lppUnk)
 {
@@ -245,32 +200,6 @@ STDMETHODIMP SupportObject::OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCI
                 Fail(MAPI_E_UNKNOWN_ENTRYID, L"No provider of the session is logged on.");
             return m_context.openEntry(cbEntryID, lpEntryID, lpInterface, ulOpenFlags, lpulObjType, lppUnk);
         });
-}
-
-STDMETHODIMP SupportObject::GetOneOffTable(ULONG, LPMAPITABLE*)
-{
-    return MAPI_E_NO_SUPPORT;
-}
-
-STDMETHODIMP SupportObject::Address(ULONG_PTR*, LPADRPARM, LPADRLIST*)
-{
-    return MAPI_E_NO_SUPPORT;
-}
-
-STDMETHODIMP SupportObject::Details(ULONG_PTR*, LPFNDISMISS, LPVOID, ULONG, LPENTRYID, LPFNBUTTON, LPVOID, LPTSTR,
-                                    ULONG)
-{
-    return MAPI_E_NO_SUPPORT;
-}
-
-STDMETHODIMP SupportObject::NewEntry(ULONG_PTR, ULONG, ULONG, LPENTRYID, ULONG, LPENTRYID, ULONG*, LPENTRYID*)
-{
-    return MAPI_E_NO_SUPPORT;
-}
-
-STDMETHODIMP SupportObject::DoConfigPropsheet(ULONG_PTR, ULONG, LPTSTR, LPMAPITABLE, LPMAPIPROP, ULONG)
-{
-    return MAPI_E_NO_SUPPORT;
 }
 
 STDMETHODIMP SupportObject::CopyMessages(LPCIID lpSrcInterface, LPVOID lpSrcFolder, LPENTRYLIST lpMsgList,
@@ -299,88 +228,31 @@ STDMETHODIMP SupportObject::CopyFolder(LPCIID lpSrcInterface, LPVOID lpSrcFolder
 }
 
 STDMETHODIMP SupportObject::DoCopyTo(LPCIID lpSrcInterface, LPVOID lpSrcObj, ULONG ciidExclude, LPCIID rgiidExclude,
-                                     LPSPropTagArray lpExcludeProps, ULONG_PTR, LPMAPIPROGRESS lpProgress,
-                                     LPCIID lpDestInterface, LPVOID lpDestObj, ULONG ulFlags,
-                                     LPSPropProblemArray* lppProblems)
+                                     LPSPropTagArray lpExcludeProps, ULONG_PTR, LPMAPIPROGRESS, LPCIID lpDestInterface,
+                                     LPVOID lpDestObj, ULONG ulFlags, LPSPropProblemArray* lppProblems)
 {
-    return Copy(lppProblems,
-                [&](std::vector<SPropProblem>& problems)
-                {
-                    CopyToArguments arguments;
-                    arguments.sourceInterface = lpSrcInterface;
-                    arguments.source = static_cast<IUnknown*>(lpSrcObj);
-                    arguments.excludedInterfaceCount = ciidExclude;
-                    arguments.excludedInterfaces = rgiidExclude;
-                    arguments.excludedTags = lpExcludeProps;
-                    arguments.progress = lpProgress;
-                    arguments.destinationInterface = lpDestInterface;
-                    arguments.destination = static_cast<IUnknown*>(lpDestObj);
-                    arguments.flags = ulFlags;
-                    CopyObject(m_context.memory, arguments, problems);
-                });
+    return ForLogon(
+        [&]
+        {
+            CopyObject(m_context.memory,
+                       {lpSrcInterface, static_cast<IUnknown*>(lpSrcObj), lpDestInterface,
+                        static_cast<IUnknown*>(lpDestObj), ulFlags},
+                       {ciidExclude, rgiidExclude, lpExcludeProps}, lppProblems);
+        });
 }
 
 STDMETHODIMP SupportObject::DoCopyProps(LPCIID lpSrcInterface, LPVOID lpSrcObj, LPSPropTagArray lpIncludeProps,
-                                        ULONG_PTR, LPMAPIPROGRESS lpProgress, LPCIID lpDestInterface, LPVOID lpDestObj,
+                                        ULONG_PTR, LPMAPIPROGRESS, LPCIID lpDestInterface, LPVOID lpDestObj,
                                         ULONG ulFlags, LPSPropProblemArray* lppProblems)
 {
-    return Copy(lppProblems,
-                [&](std::vector<SPropProblem>& problems)
-                {
-                    CopyToArguments arguments;
-                    arguments.sourceInterface = lpSrcInterface;
-                    arguments.source = static_cast<IUnknown*>(lpSrcObj);
-                    arguments.progress = lpProgress;
-                    arguments.destinationInterface = lpDestInterface;
-                    arguments.destination = static_cast<IUnknown*>(lpDestObj);
-                    arguments.flags = ulFlags;
-                    CopyProperties(m_context.memory, lpIncludeProps, arguments, problems);
-                });
-}
-
-STDMETHODIMP SupportObject::DoProgressDialog(ULONG_PTR, ULONG, LPMAPIPROGRESS*)
-{
-    return MAPI_E_NO_SUPPORT;
-}
-
-STDMETHODIMP SupportObject::ReadReceipt(ULONG, LPMESSAGE, LPMESSAGE*)
-{
-    return MAPI_E_NO_SUPPORT;
-}
-
-STDMETHODIMP SupportObject::PrepareSubmit(LPMESSAGE, ULONG*)
-{
-    return MAPI_E_NO_SUPPORT;
-}
-
-STDMETHODIMP SupportObject::ExpandRecips(LPMESSAGE, ULONG*)
-{
-    return MAPI_E_NO_SUPPORT;
-}
-
-STDMETHODIMP SupportObject::UpdatePAB(ULONG, LPMESSAGE)
-{
-    return MAPI_E_NO_SUPPORT;
-}
-
-STDMETHODIMP SupportObject::DoSentMail(ULONG, LPMESSAGE)
-{
-    return MAPI_E_NO_SUPPORT;
-}
-
-STDMETHODIMP SupportObject::OpenAddressBook(LPCIID, ULONG, LPADRBOOK*)
-{
-    return MAPI_E_NO_SUPPORT;
-}
-
-STDMETHODIMP SupportObject::Preprocess(ULONG, ULONG, LPENTRYID)
-{
-    return MAPI_E_NO_SUPPORT;
-}
-
-STDMETHODIMP SupportObject::CompleteMsg(ULONG, ULONG, LPENTRYID)
-{
-    return MAPI_E_NO_SUPPORT;
+    return ForLogon(
+        [&]
+        {
+            CopyProperties(m_context.memory, lpIncludeProps,
+                           {lpSrcInterface, static_cast<IUnknown*>(lpSrcObj), lpDestInterface,
+                            static_cast<IUnknown*>(lpDestObj), ulFlags},
+                           lppProblems);
+        });
 }
 
 STDMETHODIMP SupportObject::StoreLogoffTransports(ULONG* lpulFlags)
@@ -395,27 +267,14 @@ STDMETHODIMP SupportObject::StoreLogoffTransports(ULONG* lpulFlags)
         });
 }
 
-STDMETHODIMP SupportObject::StatusRecips(LPMESSAGE, LPADRLIST)
-{
-    return MAPI_E_NO_SUPPORT;
-}
-
 STDMETHODIMP SupportObject::WrapStoreEntryID(ULONG cbOrigEntry, LPENTRYID lpOrigEntry, ULONG* lpcbWrappedEntry,
                                              LPENTRYID* lppWrappedEntry)
 {
     return ForLogon(
         [&]
         {
-            Require(lpOrigEntry);
-            Require(lpcbWrappedEntry);
-            Require(lppWrappedEntry);
-            if (cbOrigEntry < sizeof(ENTRYID::abFlags))
-                Fail(MAPI_E_INVALID_ENTRYID, L"An entry ID is too short.");
-            const Bytes wrapped = WrapStoreEntryId(m_context.dllName, lpOrigEntry, cbOrigEntry);
-            auto* const block = static_cast<ENTRYID*>(m_context.memory.Allocate(wrapped.size()));
-            std::memcpy(block, wrapped.data(), wrapped.size());
-            *lpcbWrappedEntry = static_cast<ULONG>(wrapped.size());
-            *lppWrappedEntry = block;
+            GiveWrappedEntryId(m_context.memory, m_context.dllName, cbOrigEntry, lpOrigEntry, lpcbWrappedEntry,
+                               lppWrappedEntry);
         });
 }
 
@@ -458,10 +317,48 @@ STDMETHODIMP SupportObject::GetSvcConfigSupportObj(ULONG ulFlags, LPMAPISUP* lpp
                        *lppSvcSupport = CreateSupportObject(std::move(context)).Detach();
                    });
 }
+
+// What needs a spooler, an address book, forms or dialogs.
+NOT_OFFERED(SupportObject, RegisterPreprocessor, LPMAPIUID, LPTSTR, LPTSTR, LPSTR, LPSTR, ULONG);
+NOT_OFFERED(SupportObject, SpoolerYield, ULONG);
+NOT_OFFERED(SupportObject, SpoolerNotify, ULONG, LPVOID);
+NOT_OFFERED(SupportObject, CreateOneOff, LPTSTR, LPTSTR, LPTSTR, ULONG, ULONG*, LPENTRYID*);
+NOT_OFFERED(SupportObject, OpenTemplateID, ULONG, LPENTRYID, ULONG, LPMAPIPROP, LPCIID, LPMAPIPROP*, LPMAPIPROP);
+NOT_OFFERED(SupportObject, GetOneOffTable, ULONG, LPMAPITABLE*);
+NOT_OFFERED(SupportObject, Address, ULONG_PTR*, LPADRPARM, LPADRLIST*);
+NOT_OFFERED(SupportObject, Details, ULONG_PTR*, LPFNDISMISS, LPVOID, ULONG, LPENTRYID, LPFNBUTTON, LPVOID, LPTSTR,
+            ULONG);
+NOT_OFFERED(SupportObject, NewEntry, ULONG_PTR, ULONG, ULONG, LPENTRYID, ULONG, LPENTRYID, ULONG*, LPENTRYID*);
+NOT_OFFERED(SupportObject, DoConfigPropsheet, ULONG_PTR, ULONG, LPTSTR, LPMAPITABLE, LPMAPIPROP, ULONG);
+NOT_OFFERED(SupportObject, DoProgressDialog, ULONG_PTR, ULONG, LPMAPIPROGRESS*);
+NOT_OFFERED(SupportObject, ReadReceipt, ULONG, LPMESSAGE, LPMESSAGE*);
+NOT_OFFERED(SupportObject, PrepareSubmit, LPMESSAGE, ULONG*);
+NOT_OFFERED(SupportObject, ExpandRecips, LPMESSAGE, ULONG*);
+NOT_OFFERED(SupportObject, UpdatePAB, ULONG, LPMESSAGE);
+NOT_OFFERED(SupportObject, DoSentMail, ULONG, LPMESSAGE);
+NOT_OFFERED(SupportObject, OpenAddressBook, LPCIID, ULONG, LPADRBOOK*);
+NOT_OFFERED(SupportObject, Preprocess, ULONG, ULONG, LPENTRYID);
+NOT_OFFERED(SupportObject, CompleteMsg, ULONG, ULONG, LPENTRYID);
+NOT_OFFERED(SupportObject, StatusRecips, LPMESSAGE, LPADRLIST);
 } // namespace
 
 ComPtr<IMAPISupport> CreateSupportObject(SupportContext context)
 {
     return MakeObject<SupportObject>(std::move(context));
+}
+
+void GiveWrappedEntryId(const MapiMemory& memory, const std::string& dllName, ULONG size, const ENTRYID* entryId,
+                        ULONG* wrappedSize, LPENTRYID* wrapped)
+{
+    Require(entryId);
+    Require(wrappedSize);
+    Require(wrapped);
+    if (size < sizeof(ENTRYID::abFlags))
+        Fail(MAPI_E_INVALID_ENTRYID, L"An entry ID is too short.");
+    const Bytes bytes = WrapStoreEntryId(dllName, entryId, size);
+    auto* const block = static_cast<ENTRYID*>(memory.Allocate(bytes.size()));
+    std::memcpy(block, bytes.data(), bytes.size());
+    *wrappedSize = static_cast<ULONG>(bytes.size());
+    *wrapped = block;
 }
 } // namespace Testbed

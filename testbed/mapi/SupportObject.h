@@ -48,4 +48,9 @@ struct SupportContext
 /// DoCopyTo, DoCopyProps, WrapStoreEntryID and IStorageFromStream do what MAPI's do; what needs the spooler, an address
 /// book or a dialog gives MAPI_E_NO_SUPPORT. See `CopyEngine.h` for the copying.
 ComPtr<IMAPISupport> CreateSupportObject(SupportContext context);
+
+/// The body of WrapStoreEntryID, MAPI's own and a support object's. Throws `Failure` (MAPI_E_INVALID_PARAMETER,
+/// MAPI_E_INVALID_ENTRYID).
+void GiveWrappedEntryId(const MapiMemory& memory, const std::string& dllName, ULONG size, const ENTRYID* entryId,
+                        ULONG* wrappedSize, LPENTRYID* wrapped);
 } // namespace Testbed

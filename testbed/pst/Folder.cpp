@@ -3,6 +3,7 @@
 
 #include "common/Text.h"
 #include "testbed/common/Namespace.h"
+#include "testbed/common/NotOffered.h"
 #include "testbed/common/Table.h"
 
 #include <algorithm>
@@ -73,6 +74,9 @@ protected:
 private:
     std::shared_ptr<StoreCore> Core() const { return m_session->Core(); }
     Node Current() const;
+    HRESULT GiveTable(ULONG flags, ULONG known, LPMAPITABLE* table, const std::function<ComPtr<IMAPITable>()>& make);
+    // The folders and messages of a list.
+    std::vector<Node> Named(const ENTRYLIST& list) const;
     // The messages of a list, or all of this folder for a null one.
     std::vector<Node> Listed(LPENTRYLIST list) const;
     // The folder of this store that a destination object is, or nothing.
@@ -151,6 +155,16 @@ ComPtr<IUnknown> Folder::OpenObject(ULONG tag, REFIID iid, ULONG options, ULONG)
     return MakeContentsTable(m_session, m_id, id == PROP_ID(PR_FOLDER_ASSOCIATED_CONTENTS), options);
 }
 
+std::vector<Node> Folder::Named(const ENTRYLIST& list) const
+{
+    if (list.cValues != 0)
+        Testbed::Require(list.lpbin);
+    std::vector<Node> nodes;
+    for (ULONG index = 0; index < list.cValues; ++index)
+        nodes.push_back(m_session->Require(list.lpbin[index].cb, reinterpret_cast<LPENTRYID>(list.lpbin[index].lpb)));
+    return nodes;
+}
+
 std::vector<Node> Folder::Listed(LPENTRYLIST list) const
 {
     std::vector<Node> nodes;
@@ -161,12 +175,8 @@ std::vector<Node> Folder::Listed(LPENTRYLIST list) const
                 nodes.push_back(*node);
         return nodes;
     }
-    if (list->cValues != 0 && !list->lpbin)
-        Fail(MAPI_E_INVALID_PARAMETER, L"The list of messages is not there");
-    for (ULONG index = 0; index < list->cValues; ++index)
+    for (const Node& node : Named(*list))
     {
-        const SBinary& entry = list->lpbin[index];
-        const Node node = m_session->Require(entry.cb, reinterpret_cast<LPENTRYID>(entry.lpb));
         if (IsFolder(node.kind))
             Fail(MAPI_E_INVALID_ENTRYID, L"The list of messages names a folder");
         nodes.push_back(node);
@@ -211,13 +221,9 @@ Node Folder::RequireSubFolder(ULONG size, LPENTRYID entryId) const
 
 std::vector<NodeId> Folder::Searched(const ENTRYLIST& list) const
 {
-    if (list.cValues != 0 && !list.lpbin)
-        Fail(MAPI_E_INVALID_PARAMETER, L"The list of folders is not there");
     std::vector<NodeId> folders;
-    for (ULONG index = 0; index < list.cValues; ++index)
+    for (const Node& node : Named(list))
     {
-        const SBinary& entry = list.lpbin[index];
-        const Node node = m_session->Require(entry.cb, reinterpret_cast<LPENTRYID>(entry.lpb));
         if (node.kind != NodeKind::Folder)
             Fail(MAPI_E_INVALID_ENTRYID, L"Only folders that hold messages of their own can be searched");
         folders.push_back(node.id);
@@ -234,36 +240,30 @@ void Folder::RequireCreatedSearch() const
         Fail(MAPI_E_NOT_INITIALIZED, L"The search folder came with the file");
 }
 
-STDMETHODIMP Folder::GetContentsTable(ULONG ulFlags, LPMAPITABLE* lppTable)
+HRESULT Folder::GiveTable(ULONG flags, ULONG known, LPMAPITABLE* table, const std::function<ComPtr<IMAPITable>()>& make)
 {
     return Run(
         [&]() -> HRESULT
         {
-            if (!lppTable)
-                return MAPI_E_INVALID_PARAMETER;
-            if ((ulFlags & softDeletes) != 0)
+            Testbed::Require(table);
+            if ((flags & softDeletes) != 0)
                 return MAPI_E_NO_SUPPORT;
-            RequireFlags(ulFlags, MAPI_UNICODE | MAPI_ASSOCIATED | MAPI_DEFERRED_ERRORS);
+            RequireFlags(flags, MAPI_UNICODE | MAPI_DEFERRED_ERRORS | known);
             RequireAlive();
-            *lppTable = MakeContentsTable(m_session, m_id, (ulFlags & MAPI_ASSOCIATED) != 0, ulFlags).Detach();
+            *table = make().Detach();
             return S_OK;
         });
 }
 
+STDMETHODIMP Folder::GetContentsTable(ULONG ulFlags, LPMAPITABLE* lppTable)
+{
+    return GiveTable(ulFlags, MAPI_ASSOCIATED, lppTable,
+                     [&] { return MakeContentsTable(m_session, m_id, (ulFlags & MAPI_ASSOCIATED) != 0, ulFlags); });
+}
+
 STDMETHODIMP Folder::GetHierarchyTable(ULONG ulFlags, LPMAPITABLE* lppTable)
 {
-    return Run(
-        [&]() -> HRESULT
-        {
-            if (!lppTable)
-                return MAPI_E_INVALID_PARAMETER;
-            if ((ulFlags & softDeletes) != 0)
-                return MAPI_E_NO_SUPPORT;
-            RequireFlags(ulFlags, MAPI_UNICODE | CONVENIENT_DEPTH | MAPI_DEFERRED_ERRORS);
-            RequireAlive();
-            *lppTable = MakeHierarchyTable(m_session, m_id, ulFlags).Detach();
-            return S_OK;
-        });
+    return GiveTable(ulFlags, CONVENIENT_DEPTH, lppTable, [&] { return MakeHierarchyTable(m_session, m_id, ulFlags); });
 }
 
 STDMETHODIMP Folder::OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, ULONG ulFlags,
@@ -324,7 +324,7 @@ STDMETHODIMP Folder::GetSearchCriteria(ULONG ulFlags, LPSRestriction* lppRestric
             const MapiMemory& memory = m_session->Memory();
             MapiBlock<SRestriction> restriction(memory);
             if (lppRestriction)
-                restriction = MapiBlock<SRestriction>(memory, MakeRestriction(memory, *criteria->restriction));
+                restriction = MapiBlock<SRestriction>(memory, MakeRestriction(memory, criteria->restriction));
             MapiBlock<ENTRYLIST> list(memory);
             if (lppContainerList)
             {
@@ -582,11 +582,6 @@ STDMETHODIMP Folder::SetMessageStatus(ULONG cbEntryID, LPENTRYID lpEntryID, ULON
         });
 }
 
-STDMETHODIMP Folder::SaveContentsSort(LPSSortOrderSet, ULONG)
-{
-    return MAPI_E_NO_SUPPORT;
-}
-
 STDMETHODIMP Folder::EmptyFolder(ULONG_PTR, LPMAPIPROGRESS, ULONG ulFlags)
 {
     return Run(
@@ -610,6 +605,8 @@ STDMETHODIMP Folder::EmptyFolder(ULONG_PTR, LPMAPIPROGRESS, ULONG ulFlags)
             return S_OK;
         });
 }
+
+NOT_OFFERED(Folder, SaveContentsSort, LPSSortOrderSet, ULONG);
 } // namespace
 
 std::shared_ptr<LayeredProperties> FolderProperties(const std::shared_ptr<Session>& session, const Node& folder)

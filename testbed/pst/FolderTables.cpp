@@ -71,6 +71,17 @@ public:
         return List().size();
     }
 
+    std::uint64_t RowKey(size_t index) const override { return At(index).first; }
+
+    std::uint64_t Generation() const override
+    {
+        const std::lock_guard lock(m_lock);
+        const std::uint64_t generation = Now();
+        if (std::exchange(m_generation, generation) != generation)
+            m_list.reset();
+        return generation;
+    }
+
     std::shared_ptr<void> Watch(std::function<void(const std::vector<std::uint64_t>&)> changed) const override
     {
         return m_session->Core()->Watch([changed = std::move(changed)](const std::vector<NodeId>& nodes)
@@ -80,8 +91,12 @@ public:
     bool CutsLongValues() const override { return true; }
 
 protected:
-    // Called with the lock held.
-    virtual const std::vector<std::pair<NodeId, int>>& List() const = 0;
+    // Nodes with their depths.
+    using Nodes = std::vector<std::pair<NodeId, int>>;
+
+    // Changes with what `Read` gives.
+    virtual std::uint64_t Now() const = 0;
+    virtual Nodes Read() const = 0;
 
     std::pair<NodeId, int> At(size_t index) const
     {
@@ -91,7 +106,18 @@ protected:
 
     std::shared_ptr<Session> m_session;
     NodeId m_folder;
-    mutable std::recursive_mutex m_lock;
+
+private:
+    const Nodes& List() const
+    {
+        if (!m_list)
+            m_list = Read();
+        return *m_list;
+    }
+
+    mutable std::mutex m_lock;
+    mutable std::uint64_t m_generation = 0;
+    mutable std::optional<Nodes> m_list;
 };
 
 class ContentsRows final : public NodeRows
@@ -104,22 +130,9 @@ public:
     }
 
     std::shared_ptr<const PropertySource> Row(size_t index) const override;
-    std::uint64_t RowKey(size_t index) const override { return At(index).first; }
     PropValue InstanceKey(std::uint64_t key) const override
     {
         return MessageInstance(m_folder, static_cast<NodeId>(key));
-    }
-
-    std::uint64_t Generation() const override
-    {
-        const std::lock_guard lock(m_lock);
-        const std::uint64_t generation = m_session->Core()->Generation(m_folder);
-        if (generation != m_generation)
-        {
-            m_generation = generation;
-            m_loaded = false;
-        }
-        return generation;
     }
 
     std::vector<ULONG> DefaultColumns() const override { return contentsColumns; }
@@ -131,24 +144,17 @@ public:
         return columns;
     }
 
-protected:
-    const std::vector<std::pair<NodeId, int>>& List() const override
+private:
+    std::uint64_t Now() const override { return m_session->Core()->Generation(m_folder); }
+    Nodes Read() const override
     {
-        if (!m_loaded)
-        {
-            m_list.clear();
-            for (const NodeId id : m_session->Core()->Messages(m_folder, m_associated))
-                m_list.emplace_back(id, 0);
-            m_loaded = true;
-        }
-        return m_list;
+        Nodes nodes;
+        for (const NodeId id : m_session->Core()->Messages(m_folder, m_associated))
+            nodes.emplace_back(id, 0);
+        return nodes;
     }
 
-private:
     bool m_associated;
-    mutable std::uint64_t m_generation = 0;
-    mutable bool m_loaded = false;
-    mutable std::vector<std::pair<NodeId, int>> m_list;
 };
 
 // A message's row. A large folder is sorted by one column and shown by a few, so each value is only worked out, and the
@@ -179,24 +185,12 @@ public:
 
     std::vector<ULONG> Tags() const override
     {
-        std::map<ULONG, ULONG> tags;
-        for (const ULONG tag : Stored().Tags())
-            tags[PROP_ID(tag)] = tag;
-        for (const ULONG tag : computedTags)
-            tags[PROP_ID(tag)] = tag;
-        std::vector<ULONG> list;
-        list.reserve(tags.size());
-        for (const auto& [id, tag] : tags)
-            list.push_back(tag);
-        return list;
+        return UnionOfTags({Stored().Tags(),
+                            {PR_INSTANCE_KEY, PR_STORE_ENTRYID, PR_STORE_RECORD_KEY, PR_ACCESS, PR_ACCESS_LEVEL,
+                             PR_MAPPING_SIGNATURE, PR_MDB_PROVIDER, PR_STORE_SUPPORT_MASK}});
     }
 
 private:
-    static constexpr ULONG computedTags[] = {
-        PR_INSTANCE_KEY, PR_STORE_ENTRYID,     PR_STORE_RECORD_KEY, PR_ACCESS,
-        PR_ACCESS_LEVEL, PR_MAPPING_SIGNATURE, PR_MDB_PROVIDER,     PR_STORE_SUPPORT_MASK,
-    };
-
     std::optional<PropValue> Compute(ULONG id) const
     {
         switch (id)
@@ -270,45 +264,23 @@ public:
         return row;
     }
 
-    std::uint64_t RowKey(size_t index) const override { return At(index).first; }
     PropValue InstanceKey(std::uint64_t key) const override { return FolderInstance(static_cast<NodeId>(key)); }
-
-    std::uint64_t Generation() const override
-    {
-        const std::lock_guard lock(m_lock);
-        // A folder's row tells of the folder's contents too, so every change may be one of these rows.
-        const std::uint64_t generation = m_session->Core()->Generation();
-        if (generation != m_generation)
-        {
-            m_generation = generation;
-            m_loaded = false;
-        }
-        return generation;
-    }
-
     std::vector<ULONG> DefaultColumns() const override { return hierarchyColumns; }
 
-protected:
-    const std::vector<std::pair<NodeId, int>>& List() const override
+private:
+    // A folder's row tells of the folder's contents too, so every change may be one of these rows.
+    std::uint64_t Now() const override { return m_session->Core()->Generation(); }
+    Nodes Read() const override
     {
-        if (!m_loaded)
-        {
-            m_list.clear();
-            if (m_deep)
-                m_list = m_session->Core()->FoldersBelow(m_folder);
-            else
-                for (const NodeId id : m_session->Core()->SubFolders(m_folder))
-                    m_list.emplace_back(id, 1);
-            m_loaded = true;
-        }
-        return m_list;
+        if (m_deep)
+            return m_session->Core()->FoldersBelow(m_folder);
+        Nodes nodes;
+        for (const NodeId id : m_session->Core()->SubFolders(m_folder))
+            nodes.emplace_back(id, 1);
+        return nodes;
     }
 
-private:
     bool m_deep;
-    mutable std::uint64_t m_generation = 0;
-    mutable bool m_loaded = false;
-    mutable std::vector<std::pair<NodeId, int>> m_list;
 };
 } // namespace
 

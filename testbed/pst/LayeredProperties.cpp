@@ -16,6 +16,19 @@ bool IsComputedEverywhere(ULONG id)
     return ids.contains(id);
 }
 
+std::vector<ULONG> UnionOfTags(std::initializer_list<std::vector<ULONG>> lists)
+{
+    std::map<ULONG, ULONG> tags;
+    for (const std::vector<ULONG>& list : lists)
+        for (const ULONG tag : list)
+            tags[PROP_ID(tag)] = tag;
+    std::vector<ULONG> all;
+    all.reserve(tags.size());
+    for (const auto& [id, tag] : tags)
+        all.push_back(tag);
+    return all;
+}
+
 void LayeredProperties::PutDefault(PropValue value)
 {
     if (!m_base || !m_base->Describe(value.Id()))
@@ -42,18 +55,9 @@ std::optional<PropValue> LayeredProperties::Load(ULONG id) const
 
 std::vector<ULONG> LayeredProperties::Tags() const
 {
-    std::map<ULONG, ULONG> tags;
-    if (m_base)
-        for (const ULONG tag : m_base->Tags())
-            tags[PROP_ID(tag)] = tag;
-    for (const ULONG tag : m_computed.Tags())
-        tags[PROP_ID(tag)] = tag;
-    for (const auto& [id, lazy] : m_lazy)
-        tags[id] = lazy.tag;
-    std::vector<ULONG> list;
-    list.reserve(tags.size());
-    for (const auto& [id, tag] : tags)
-        list.push_back(tag);
-    return list;
+    std::vector<ULONG> lazy;
+    for (const auto& [id, value] : m_lazy)
+        lazy.push_back(value.tag);
+    return UnionOfTags({m_base ? m_base->Tags() : std::vector<ULONG>(), m_computed.Tags(), lazy});
 }
 } // namespace Testbed::Pst

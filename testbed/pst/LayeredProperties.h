@@ -11,6 +11,9 @@ namespace Testbed::Pst
 /// messages have others of the kind besides.
 bool IsComputedEverywhere(ULONG id);
 
+/// The tags of several lists; of those that name one property the last.
+std::vector<ULONG> UnionOfTags(std::initializer_list<std::vector<ULONG>> lists);
+
 /// Properties of which some are computed, in front of others.
 class LayeredProperties : public PropertySource
 {

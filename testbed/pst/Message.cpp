@@ -1,6 +1,7 @@
 // IMessage and IAttach over an open message.
 #include "testbed/pst/Message.h"
 
+#include "testbed/common/NotOffered.h"
 #include "testbed/common/Table.h"
 
 #include <algorithm>
@@ -47,16 +48,16 @@ std::vector<ULONG> ColumnsOf(const std::vector<ULONG>& wellKnown, const std::vec
     return columns;
 }
 
-class Message final : public PropertyObject<IMessage, &IID_IMessage, &IID_IMAPIProp>
+// What a message and an attachment have in common: the properties of a shared state.
+template <class State, class Interface, const IID* Iid>
+class StateObject : public PropertyObject<Interface, Iid, &IID_IMAPIProp>
 {
 public:
-    explicit Message(std::shared_ptr<MessageState> state)
-        : PropertyObject(state->SessionOf()),
+    StateObject(std::shared_ptr<Session> session, std::shared_ptr<State> state)
+        : PropertyObject<Interface, Iid, &IID_IMAPIProp>(std::move(session)),
           m_state(std::move(state))
     {
     }
-
-    MAPI_IMESSAGE_METHODS(override)
 
 protected:
     std::shared_ptr<const PropertySource> Properties() override { return m_state->Properties(); }
@@ -69,7 +70,19 @@ protected:
         m_state->Save(flags);
         return S_OK;
     }
-    std::pair<LPCIID, IUnknown*> Self() override { return {&IID_IMessage, static_cast<IMessage*>(this)}; }
+    std::pair<LPCIID, IUnknown*> Self() override { return {Iid, static_cast<Interface*>(this)}; }
+
+    std::shared_ptr<State> m_state;
+};
+
+class Message final : public StateObject<MessageState, IMessage, &IID_IMessage>
+{
+public:
+    explicit Message(const std::shared_ptr<MessageState>& state) : StateObject(state->SessionOf(), state) {}
+
+    MAPI_IMESSAGE_METHODS(override)
+
+protected:
     void RequireAlive() override { m_state->RequireAlive(); }
     ComPtr<IUnknown> OpenObject(ULONG tag, REFIID iid, ULONG options, ULONG flags) override;
 
@@ -77,35 +90,19 @@ private:
     ComPtr<IMAPITable> Table(const std::vector<ULONG>& wellKnown, std::vector<PropertyBag> rows, ULONG flags);
     ComPtr<IMAPITable> Recipients(ULONG flags);
     ComPtr<IMAPITable> Attachments(ULONG flags);
-
-    std::shared_ptr<MessageState> m_state;
+    HRESULT GiveTable(ULONG flags, LPMAPITABLE* table, ComPtr<IMAPITable> (Message::*make)(ULONG));
 };
 
-class Attachment final : public PropertyObject<IAttach, &IID_IAttachment, &IID_IMAPIProp>
+class Attachment final : public StateObject<AttachmentState, IAttach, &IID_IAttachment>
 {
 public:
-    explicit Attachment(std::shared_ptr<AttachmentState> state)
-        : PropertyObject(state->Message()->SessionOf()),
-          m_state(std::move(state))
+    explicit Attachment(const std::shared_ptr<AttachmentState>& state)
+        : StateObject(state->Message()->SessionOf(), state)
     {
     }
 
 protected:
-    std::shared_ptr<const PropertySource> Properties() override { return m_state->Properties(); }
-    bool Modifiable() override { return m_state->Modifiable(); }
-    std::recursive_mutex& Lock() override { return m_state->Lock(); }
-    SCODE Set(const PropValue& value) override { return m_state->Set(value); }
-    SCODE Remove(ULONG tag) override { return m_state->Remove(tag); }
-    HRESULT Save(ULONG flags) override
-    {
-        m_state->Save(flags);
-        return S_OK;
-    }
-    std::pair<LPCIID, IUnknown*> Self() override { return {&IID_IAttachment, static_cast<IAttach*>(this)}; }
     ComPtr<IUnknown> OpenObject(ULONG tag, REFIID iid, ULONG options, ULONG flags) override;
-
-private:
-    std::shared_ptr<AttachmentState> m_state;
 };
 
 // ADRLIST and SRowSet are the same structure under two names.
@@ -171,17 +168,26 @@ ComPtr<IUnknown> Message::OpenObject(ULONG tag, REFIID iid, ULONG options, ULONG
     return PROP_ID(tag) == PROP_ID(PR_MESSAGE_RECIPIENTS) ? Recipients(options) : Attachments(options);
 }
 
-STDMETHODIMP Message::GetAttachmentTable(ULONG ulFlags, LPMAPITABLE* lppTable)
+HRESULT Message::GiveTable(ULONG flags, LPMAPITABLE* table, ComPtr<IMAPITable> (Message::*make)(ULONG))
 {
     return Run(
-        [&]() -> HRESULT
+        [&]
         {
-            if (!lppTable)
-                return MAPI_E_INVALID_PARAMETER;
-            RequireFlags(ulFlags, MAPI_UNICODE | MAPI_DEFERRED_ERRORS);
-            *lppTable = Attachments(ulFlags).Detach();
+            Require(table);
+            RequireFlags(flags, MAPI_UNICODE | MAPI_DEFERRED_ERRORS);
+            *table = (this->*make)(flags).Detach();
             return S_OK;
         });
+}
+
+STDMETHODIMP Message::GetAttachmentTable(ULONG ulFlags, LPMAPITABLE* lppTable)
+{
+    return GiveTable(ulFlags, lppTable, &Message::Attachments);
+}
+
+STDMETHODIMP Message::GetRecipientTable(ULONG ulFlags, LPMAPITABLE* lppTable)
+{
+    return GiveTable(ulFlags, lppTable, &Message::Recipients);
 }
 
 STDMETHODIMP Message::OpenAttach(ULONG ulAttachmentNum, LPCIID lpInterface, ULONG ulFlags, LPATTACH* lppAttach)
@@ -239,19 +245,6 @@ STDMETHODIMP Message::DeleteAttach(ULONG ulAttachmentNum, ULONG_PTR, LPMAPIPROGR
         });
 }
 
-STDMETHODIMP Message::GetRecipientTable(ULONG ulFlags, LPMAPITABLE* lppTable)
-{
-    return Run(
-        [&]() -> HRESULT
-        {
-            if (!lppTable)
-                return MAPI_E_INVALID_PARAMETER;
-            RequireFlags(ulFlags, MAPI_UNICODE | MAPI_DEFERRED_ERRORS);
-            *lppTable = Recipients(ulFlags).Detach();
-            return S_OK;
-        });
-}
-
 STDMETHODIMP Message::ModifyRecipients(ULONG ulFlags, LPADRLIST lpMods)
 {
     return Run(
@@ -291,11 +284,8 @@ STDMETHODIMP Message::ModifyRecipients(ULONG ulFlags, LPADRLIST lpMods)
         });
 }
 
-STDMETHODIMP Message::SubmitMessage(ULONG)
-{
-    // The store has no transport behind it (STORE_SUBMIT_OK is not set).
-    return MAPI_E_NO_SUPPORT;
-}
+// The store has no transport behind it (STORE_SUBMIT_OK is not set).
+NOT_OFFERED(Message, SubmitMessage, ULONG);
 
 STDMETHODIMP Message::SetReadFlag(ULONG ulFlags)
 {

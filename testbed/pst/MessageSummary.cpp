@@ -1,6 +1,7 @@
 // What a folder's table, or a search, looks at of a message.
 #include "testbed/pst/MessageSummary.h"
 
+#include "testbed/pst/LayeredProperties.h"
 #include "testbed/pst/NewSource.h"
 
 namespace Testbed::Pst
@@ -54,19 +55,13 @@ public:
     std::vector<ULONG> Tags() const override
     {
         const Known& known = Load();
-        std::map<ULONG, ULONG> tags;
-        for (const ULONG tag : known.bag.Tags())
-            tags[PROP_ID(tag)] = tag;
-        for (const Description& large : known.large)
-            tags[PROP_ID(large.tag)] = large.tag;
-        for (const ULONG tag :
-             {PR_ENTRYID, PR_RECORD_KEY, PR_PARENT_ENTRYID, PR_OBJECT_TYPE, PR_HASATTACH, PR_MSG_STATUS})
-            tags[PROP_ID(tag)] = tag;
-        std::vector<ULONG> list;
-        list.reserve(tags.size());
-        for (const auto& [id, tag] : tags)
-            list.push_back(tag);
-        return list;
+        std::vector<ULONG> large;
+        for (const Description& value : known.large)
+            large.push_back(value.tag);
+        return UnionOfTags(
+            {known.bag.Tags(),
+             large,
+             {PR_ENTRYID, PR_RECORD_KEY, PR_PARENT_ENTRYID, PR_OBJECT_TYPE, PR_HASATTACH, PR_MSG_STATUS}});
     }
 
 private:

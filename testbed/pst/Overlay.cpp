@@ -87,12 +87,6 @@ std::vector<NodeId> NodesOf(Database::Statement& statement)
 }
 } // namespace
 
-bool Overlay::Object::IsLarge(ULONG id) const noexcept
-{
-    return std::any_of(large.begin(), large.end(),
-                       [&](const PropertySource::Description& value) { return PROP_ID(value.tag) == id; });
-}
-
 Overlay::Overlay(std::wstring path) : m_database(std::move(path))
 {
     if (!OpenExisting() && m_writable)

@@ -1,8 +1,8 @@
 // The file beside a PST that holds all that was changed: what is where, and the properties of what was changed or made.
 #pragma once
 
+#include "testbed/common/PropCodec.h"
 #include "testbed/pst/Database.h"
-#include "testbed/pst/PropCodec.h"
 #include "testbed/pst/StoreSource.h"
 
 namespace Testbed::Pst
@@ -91,8 +91,6 @@ public:
         std::optional<std::vector<PropertyBag>> recipients;
         /// Whether a message's attachments are those stored here, and not the source's.
         bool ownAttachments = false;
-
-        bool IsLarge(ULONG id) const noexcept;
     };
     /// Nothing when nothing is stored.
     std::optional<Object> ReadObject(ObjectId object);

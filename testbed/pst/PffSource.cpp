@@ -4,8 +4,8 @@
 #include "common/Boundary.h"
 #include "common/Text.h"
 #include "testbed/common/Namespace.h"
+#include "testbed/common/PropCodec.h"
 #include "testbed/pst/NewSource.h"
-#include "testbed/pst/PropCodec.h"
 
 #include <libpff.h>
 

@@ -39,7 +39,7 @@ Bytes Wrap(IMAPISupport& support, const MapiMemory& memory, Bytes entryId)
     return Bytes(bytes, bytes + size);
 }
 
-// Whether the profile says that the store is one of the Unicode format, as that of the service "MSUPST MS" does.
+// Whether the profile says that the store is one of the Unicode format: PST_CONFIG_UNICODE in PR_PST_CONFIG_FLAGS.
 bool ProfileSaysUnicode(IMAPISupport& support, const MapiMemory& memory)
 {
     constexpr ULONG configFlags = PROP_TAG(PT_LONG, 0x6770);

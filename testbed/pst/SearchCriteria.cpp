@@ -2,7 +2,7 @@
 #include "testbed/pst/SearchCriteria.h"
 
 #include "common/Boundary.h"
-#include "testbed/pst/PropCodec.h"
+#include "testbed/common/PropCodec.h"
 
 #include <cstring>
 
@@ -37,44 +37,47 @@ const T& Required(const PropertyBag& bag, ULONG tag)
     return *payload;
 }
 
-Bytes Write(const Restriction::Plan& plan)
+Bytes Write(const Restriction& restriction)
 {
     PropertyBag bag;
-    bag.Put(PropValue(numbersTag, Numbers{static_cast<std::int32_t>(plan.kind), static_cast<std::int32_t>(plan.mode),
-                                          static_cast<std::int32_t>(plan.tag), static_cast<std::int32_t>(plan.other)}));
+    bag.Put(PropValue(
+        numbersTag, Numbers{static_cast<std::int32_t>(restriction.kind), static_cast<std::int32_t>(restriction.mode),
+                            static_cast<std::int32_t>(restriction.tag), static_cast<std::int32_t>(restriction.other)}));
     ULONG id = firstValue;
-    for (const PropValue& value : plan.values)
+    for (const PropValue& value : restriction.values)
         bag.Put(PropValue::Binary(PROP_TAG(PT_BINARY, id++), WriteValue(value)));
     id = firstPart;
-    for (const Restriction::Plan& part : plan.parts)
+    for (const Restriction& part : restriction.parts)
         bag.Put(PropValue::Binary(PROP_TAG(PT_BINARY, id++), Write(part)));
     return WriteBag(bag);
 }
 
-Restriction::Plan Read(const Bytes& bytes)
+Restriction Read(const Bytes& bytes)
 {
     const PropertyBag bag = ReadBag(bytes);
     const Numbers& numbers = Required<Numbers>(bag, numbersTag);
     if (numbers.size() != 4)
         FailDamaged();
-    Restriction::Plan plan;
-    plan.kind = static_cast<ULONG>(numbers[0]);
-    plan.mode = static_cast<ULONG>(numbers[1]);
-    plan.tag = static_cast<ULONG>(numbers[2]);
-    plan.other = static_cast<ULONG>(numbers[3]);
+    Restriction restriction;
+    restriction.kind = static_cast<ULONG>(numbers[0]);
+    restriction.mode = static_cast<ULONG>(numbers[1]);
+    restriction.tag = static_cast<ULONG>(numbers[2]);
+    restriction.other = static_cast<ULONG>(numbers[3]);
     for (const auto& [id, value] : bag.Values())
         if (id >= firstPart)
-            plan.parts.push_back(Read(value.AsBytes()));
+            restriction.parts.push_back(Read(value.AsBytes()));
         else if (id >= firstValue)
-            plan.values.push_back(ReadValue(value.AsBytes()));
-    return plan;
+            restriction.values.push_back(ReadValue(value.AsBytes()));
+    if (!restriction.IsWhole())
+        FailDamaged();
+    return restriction;
 }
 } // namespace
 
 Bytes WriteCriteria(const SearchCriteria& criteria)
 {
     PropertyBag bag;
-    bag.Put(PropValue::Binary(restrictionTag, Write(criteria.restriction->Planned())));
+    bag.Put(PropValue::Binary(restrictionTag, Write(criteria.restriction)));
     Numbers folders(criteria.folders.size());
     for (size_t index = 0; index < folders.size(); ++index)
         folders[index] = static_cast<std::int32_t>(criteria.folders[index]);
@@ -89,7 +92,7 @@ SearchCriteria ReadCriteria(const Bytes& bytes)
 {
     const PropertyBag bag = ReadBag(bytes);
     SearchCriteria criteria;
-    criteria.restriction = Restriction::Make(Read(Required<Bytes>(bag, restrictionTag)));
+    criteria.restriction = Read(Required<Bytes>(bag, restrictionTag));
     for (const std::int32_t folder : Required<Numbers>(bag, foldersTag))
         criteria.folders.push_back(static_cast<NodeId>(folder));
     criteria.recursive = Required<bool>(bag, recursiveTag);

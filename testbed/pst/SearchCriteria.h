@@ -8,7 +8,7 @@ namespace Testbed::Pst
 {
 struct SearchCriteria
 {
-    std::shared_ptr<const Restriction> restriction;
+    Restriction restriction;
     /// The folders that are searched.
     std::vector<NodeId> folders;
     /// Whether the folders below these are searched, too.

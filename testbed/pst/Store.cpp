@@ -4,6 +4,7 @@
 #include "common/Text.h"
 #include "testbed/common/AddressNumbers.h"
 #include "testbed/common/Namespace.h"
+#include "testbed/common/NotOffered.h"
 #include "testbed/common/Table.h"
 
 #include <algorithm>
@@ -323,30 +324,11 @@ STDMETHODIMP Store::StoreLogoff(ULONG* lpulFlags)
 }
 
 // The store has no outgoing mail: there is nothing to abort, lock, finish or queue.
-STDMETHODIMP Store::AbortSubmit(ULONG, LPENTRYID, ULONG)
-{
-    return MAPI_E_NO_SUPPORT;
-}
-
-STDMETHODIMP Store::GetOutgoingQueue(ULONG, LPMAPITABLE*)
-{
-    return MAPI_E_NO_SUPPORT;
-}
-
-STDMETHODIMP Store::SetLockState(LPMESSAGE, ULONG)
-{
-    return MAPI_E_NO_SUPPORT;
-}
-
-STDMETHODIMP Store::FinishedMsg(ULONG, ULONG, LPENTRYID)
-{
-    return MAPI_E_NO_SUPPORT;
-}
-
-STDMETHODIMP Store::NotifyNewMail(LPNOTIFICATION)
-{
-    return MAPI_E_NO_SUPPORT;
-}
+NOT_OFFERED(Store, AbortSubmit, ULONG, LPENTRYID, ULONG);
+NOT_OFFERED(Store, GetOutgoingQueue, ULONG, LPMAPITABLE*);
+NOT_OFFERED(Store, SetLockState, LPMESSAGE, ULONG);
+NOT_OFFERED(Store, FinishedMsg, ULONG, ULONG, LPENTRYID);
+NOT_OFFERED(Store, NotifyNewMail, LPNOTIFICATION);
 } // namespace
 
 ComPtr<IMsgStore> MakeStore(std::shared_ptr<Session> session)

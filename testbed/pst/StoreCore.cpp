@@ -14,11 +14,14 @@
 #include <algorithm>
 #include <cstring>
 #include <cwctype>
+#include <filesystem>
 
 namespace Testbed::Pst
 {
 namespace
 {
+using FilePath = std::filesystem::path;
+
 constexpr wchar_t overlaySuffix[] = L".overlay";
 constexpr BYTE pstMagic[] = {'!', 'B', 'D', 'N'};
 constexpr ULONG firstName = 0x8000;
@@ -29,35 +32,10 @@ constexpr ULONG foundTag = PROP_TAG(PT_BINARY, 0x67FB);
 // More than a sample store's two lines need.
 constexpr DWORD headSize = 4096;
 
-class FileHandle
+struct FileCloser
 {
-public:
-    explicit FileHandle(HANDLE handle) noexcept : m_handle(handle) {}
-    FileHandle(const FileHandle&) = delete;
-    FileHandle& operator=(const FileHandle&) = delete;
-    ~FileHandle()
-    {
-        if (m_handle != INVALID_HANDLE_VALUE)
-            CloseHandle(m_handle);
-    }
-    HANDLE Get() const noexcept { return m_handle; }
-
-private:
-    HANDLE m_handle;
+    void operator()(void* file) const noexcept { CloseHandle(file); }
 };
-
-std::wstring FolderOf(const std::wstring& path)
-{
-    const size_t end = path.rfind(L'\\');
-    return end == std::wstring::npos ? L"." : path.substr(0, end + 1);
-}
-
-std::wstring StemOf(const std::wstring& path)
-{
-    const size_t begin = path.rfind(L'\\') + 1;
-    const size_t end = path.rfind(L'.');
-    return path.substr(begin, end == std::wstring::npos || end <= begin ? std::wstring::npos : end - begin);
-}
 
 std::wstring Upper(std::wstring text)
 {
@@ -69,10 +47,10 @@ std::wstring Upper(std::wstring text)
 // The first bytes of a file; nothing when there is no file.
 std::optional<std::string> ReadHead(const std::wstring& path)
 {
-    const FileHandle file(CreateFileW(path.c_str(), GENERIC_READ,
-                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
-                                      FILE_ATTRIBUTE_NORMAL, nullptr));
-    if (file.Get() == INVALID_HANDLE_VALUE)
+    const HANDLE opened =
+        CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                    OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (opened == INVALID_HANDLE_VALUE)
     {
         const DWORD error = GetLastError();
         const std::wstring number = L" (Windows error " + std::to_wstring(error) + L")";
@@ -91,9 +69,10 @@ std::optional<std::string> ReadHead(const std::wstring& path)
             Fail(MAPI_E_DISK_ERROR, L"The file \"" + path + L"\" cannot be opened" + number);
         }
     }
+    const std::unique_ptr<void, FileCloser> file(opened);
     std::string head(headSize, '\0');
     DWORD read = 0;
-    if (!ReadFile(file.Get(), head.data(), headSize, &read, nullptr))
+    if (!ReadFile(file.get(), head.data(), headSize, &read, nullptr))
         Fail(MAPI_E_DISK_ERROR, L"The file \"" + path + L"\" cannot be read");
     head.resize(read);
     return head;
@@ -128,7 +107,7 @@ std::shared_ptr<StoreCore> StoreCore::Open(const std::wstring& givenPath)
     if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
         Fail(MAPI_E_CORRUPT_STORE, L"\"" + path + L"\" is a folder, not a PST file");
     const auto head = ReadHead(path);
-    if (!head && GetFileAttributesW(FolderOf(path).c_str()) == INVALID_FILE_ATTRIBUTES)
+    if (!head && GetFileAttributesW(FilePath(path).parent_path().c_str()) == INVALID_FILE_ATTRIBUTES)
         Fail(MAPI_E_NOT_FOUND, L"The folder of \"" + path + L"\" does not exist");
 
     auto overlay = std::make_shared<Overlay>(path + overlaySuffix);
@@ -143,7 +122,7 @@ std::shared_ptr<StoreCore> StoreCore::Open(const std::wstring& givenPath)
             std::memcpy(recordKey.ab, identity->recordKey.data(), sizeof(recordKey.ab));
         else
             recordKey = NewRecordKey();
-        source = MakeNewStore(recordKey, identity ? identity->displayName : StemOf(path));
+        source = MakeNewStore(recordKey, identity ? identity->displayName : FilePath(path).stem().wstring());
     }
     else if (head->size() >= sizeof(pstMagic) && std::memcmp(head->data(), pstMagic, sizeof(pstMagic)) == 0)
     {
@@ -151,7 +130,7 @@ std::shared_ptr<StoreCore> StoreCore::Open(const std::wstring& givenPath)
     }
     else if (const auto sample = ParseSample(*head))
     {
-        source = MakeSampleStore(*sample, StemOf(path));
+        source = MakeSampleStore(*sample, FilePath(path).stem());
     }
     else
     {
@@ -161,7 +140,7 @@ std::shared_ptr<StoreCore> StoreCore::Open(const std::wstring& givenPath)
     const Bytes recordKey = BytesOf(source->StoreProperties(), PR_RECORD_KEY);
     if (identity && (identity->recordKey != recordKey || identity->isNewStore == head.has_value()))
         Fail(MAPI_E_CORRUPT_STORE, L"The overlay file \"" + overlay->Path() + L"\" belongs to another store");
-    overlay->SetIdentity({recordKey, !head, StemOf(path)});
+    overlay->SetIdentity({recordKey, !head, FilePath(path).stem()});
     if (!head && !identity)
     {
         // A new store exists from its first logon on, so that the next one finds the same store.
@@ -533,7 +512,7 @@ const StoreCore::Found& StoreCore::Search(NodeId folder)
         if (!node)
             continue;
         const auto row = MessageRow(*node);
-        if (criteria.running && !criteria.restriction->Matches(*row))
+        if (criteria.running && !criteria.restriction.Matches(*row))
             continue;
         found.messages.push_back(id);
         const auto flags = row->Load(PROP_ID(PR_MESSAGE_FLAGS));

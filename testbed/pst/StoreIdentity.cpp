@@ -4,7 +4,7 @@
 #include "common/Boundary.h"
 #include "common/StoreEntryId.h"
 #include "testbed/common/Namespace.h"
-#include "testbed/pst/PropCodec.h"
+#include "testbed/common/PropCodec.h"
 
 #include <algorithm>
 #include <cstring>

@@ -141,7 +141,7 @@ struct MailSession::State
 {
     ServiceDefinition service;
     std::shared_ptr<Profile> profile;
-    std::shared_ptr<MapiModule> mapi;
+    std::shared_ptr<LoadedMapi> mapi;
     std::shared_ptr<StatusRows> status = std::make_shared<StatusRows>();
     std::shared_ptr<Notifications> notifications = std::make_shared<Notifications>();
 
@@ -332,7 +332,7 @@ MailSession::MailSession(SessionOptions options) : m_state(std::make_shared<Stat
         Fail(MAPI_E_INVALID_PARAMETER, L"A mail session needs a profile.");
     m_state->service = std::move(options.service);
     m_state->profile = std::move(options.profile);
-    m_state->mapi = options.mapi ? std::move(options.mapi) : MapiModule::LoadRegistered();
+    m_state->mapi = options.mapi ? std::move(options.mapi) : LoadedMapi::LoadRegistered();
 }
 
 MailSession::~MailSession()
@@ -345,7 +345,7 @@ const MapiMemory& MailSession::Memory() const noexcept
     return m_state->Memory();
 }
 
-MapiModule& MailSession::Mapi() const noexcept
+LoadedMapi& MailSession::Mapi() const noexcept
 {
     return *m_state->mapi;
 }
@@ -583,11 +583,6 @@ HRESULT MailSession::OpenEntry(ULONG size, LPENTRYID entryId, LPCIID iid, ULONG 
 
 PropertyBag MailSession::StatusRow() const
 {
-    return m_state->status->Row(ProviderSection());
-}
-
-ComPtr<IMAPITable> MailSession::StatusTable(ULONG flags) const
-{
-    return m_state->status->OpenTable(Memory(), flags);
+    return m_state->status->Rows()[ProviderSection()];
 }
 } // namespace Tests

@@ -2,10 +2,10 @@
 // with arguments of their own choice. Whoever wants what MAPI makes of them uses MapiClient.h.
 #pragma once
 
-#include "testbed/mapi/MapiModule.h"
 #include "testbed/mapi/Profile.h"
 #include "testbed/mapi/ProviderAdmin.h"
 #include "testbed/mapi/StatusTable.h"
+#include "tests/common/LoadedMapi.h"
 
 #include <memory>
 
@@ -37,7 +37,7 @@ struct SessionOptions
     /// The profile; several sessions may share one.
     std::shared_ptr<Profile> profile;
     /// The MAPI module; null loads the registered one.
-    std::shared_ptr<MapiModule> mapi;
+    std::shared_ptr<LoadedMapi> mapi;
 };
 
 /// What IMSProvider::Logon is called with, and what a test may want to change in it.
@@ -61,7 +61,7 @@ public:
     MailSession& operator=(const MailSession&) = delete;
 
     const MapiMemory& Memory() const noexcept;
-    MapiModule& Mapi() const noexcept;
+    LoadedMapi& Mapi() const noexcept;
     Profile& ProfileOf() const noexcept;
     /// Whether the profile has the service.
     bool HasService() const;
@@ -115,9 +115,8 @@ public:
     /// the provider's logon.
     HRESULT OpenEntry(ULONG size, LPENTRYID entryId, LPCIID iid, ULONG flags, ULONG* type, LPUNKNOWN* object);
 
-    /// The provider's status row, and the whole status table.
+    /// The provider's status row; empty when it has none.
     PropertyBag StatusRow() const;
-    ComPtr<IMAPITable> StatusTable(ULONG flags = MAPI_UNICODE) const;
 
 private:
     struct State;

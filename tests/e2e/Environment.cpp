@@ -33,9 +33,9 @@ std::filesystem::path FolderOf(const wchar_t* variable)
     return path;
 }
 
-const std::shared_ptr<MapiModule>& Mapi()
+const std::shared_ptr<LoadedMapi>& Mapi()
 {
-    static const auto module = MapiModule::LoadRegistered();
+    static const auto module = LoadedMapi::LoadRegistered();
     return module;
 }
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "common/Boundary.h"
-#include "testbed/mapi/MapiModule.h"
+#include "tests/common/LoadedMapi.h"
 #include "tools/browser/Commands.h"
 
 #include <gtest/gtest.h>

@@ -9,7 +9,7 @@ namespace
 int WriteForEver(const std::filesystem::path& path)
 {
     using namespace Tests;
-    PstStore store(MapiModule::Load(Location(L"KIVNST_MAIL_CLIENT") / L"olmapi32.dll"), path);
+    PstStore store(LoadedMapi::Load(Location(L"KIVNST_MAIL_CLIENT") / L"olmapi32.dll"), path);
     const auto folder = store.Subtree();
     for (LONG number = 0;; ++number)
     {
@@ -29,7 +29,7 @@ int OpenOnce(const std::filesystem::path& path)
     using namespace Tests;
     try
     {
-        PstStore store(MapiModule::Load(Location(L"KIVNST_MAIL_CLIENT") / L"olmapi32.dll"), path);
+        PstStore store(LoadedMapi::Load(Location(L"KIVNST_MAIL_CLIENT") / L"olmapi32.dll"), path);
         return S_OK;
     }
     catch (const Failure& failure)

@@ -10,7 +10,7 @@
 
 namespace Tests
 {
-std::unique_ptr<MailSession> MakeSession(std::shared_ptr<MapiModule> mapi)
+std::unique_ptr<MailSession> MakeSession(std::shared_ptr<LoadedMapi> mapi)
 {
     SessionOptions options;
     options.service.serviceName = L"PST";
@@ -43,7 +43,7 @@ std::filesystem::path Location(const wchar_t* variable)
     return value;
 }
 
-PstStore::PstStore(std::shared_ptr<MapiModule> mapi, const std::filesystem::path& path, ULONG flags)
+PstStore::PstStore(std::shared_ptr<LoadedMapi> mapi, const std::filesystem::path& path, ULONG flags)
     : m_session(MakeSession(std::move(mapi)))
 {
     m_session->CreateService();
@@ -174,7 +174,7 @@ HRESULT PstStore::Set(IMAPIProp& object, const std::vector<PropValue>& values)
 }
 
 PstTest::PstTest()
-    : m_mapi(MapiModule::Load(Location(L"KIVNST_MAIL_CLIENT") / L"olmapi32.dll")),
+    : m_mapi(LoadedMapi::Load(Location(L"KIVNST_MAIL_CLIENT") / L"olmapi32.dll")),
       // Sessions load and unload the module; this keeps it, so that its count can be read at the end.
       m_provider(LoadLibraryW((Location(L"KIVNST_MAIL_CLIENT") / L"mspst32.dll").c_str())),
       m_blocks(m_mapi->Statistics().cLive)
@@ -245,23 +245,5 @@ Bytes PstTest::FileBytes(const std::filesystem::path& file)
 void PstTest::WriteFile(const std::filesystem::path& file, const std::string& text)
 {
     std::ofstream(file, std::ios::binary) << text;
-}
-
-LONG LongOf(const PropertyBag& bag, ULONG tag)
-{
-    const PropValue* value = bag.Find(PROP_ID(tag));
-    return value ? value->AsLong(-1) : -1;
-}
-
-std::wstring TextOf(const PropertyBag& bag, ULONG tag)
-{
-    const PropValue* value = bag.Find(PROP_ID(tag));
-    return value ? value->AsText() : std::wstring();
-}
-
-Bytes BytesOf(const PropertyBag& bag, ULONG tag)
-{
-    const PropValue* value = bag.Find(PROP_ID(tag));
-    return value ? value->AsBytes() : Bytes();
 }
 } // namespace Tests

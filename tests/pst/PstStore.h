@@ -24,13 +24,13 @@ using Row = PropertyBag;
 constexpr ULONG unicodeLogon = MDB_WRITE | MDB_NO_DIALOG | MAPI_UNICODE | logonUnicode;
 
 /// A session with the provider's service, not configured yet.
-std::unique_ptr<MailSession> MakeSession(std::shared_ptr<MapiModule> mapi);
+std::unique_ptr<MailSession> MakeSession(std::shared_ptr<LoadedMapi> mapi);
 
 /// An open store. Throws `Failure` where MAPI fails.
 class PstStore
 {
 public:
-    PstStore(std::shared_ptr<MapiModule> mapi, const std::filesystem::path& path, ULONG flags = unicodeLogon);
+    PstStore(std::shared_ptr<LoadedMapi> mapi, const std::filesystem::path& path, ULONG flags = unicodeLogon);
 
     IMsgStore& Object() { return *m_session->Store(); }
     MailSession& Session() { return *m_session; }
@@ -105,7 +105,7 @@ protected:
     static Bytes FileBytes(const std::filesystem::path& file);
     static void WriteFile(const std::filesystem::path& file, const std::string& text);
 
-    std::shared_ptr<MapiModule> m_mapi;
+    std::shared_ptr<LoadedMapi> m_mapi;
 
 private:
     std::filesystem::path m_folder;
@@ -113,7 +113,4 @@ private:
     ULONG m_blocks;
 };
 
-LONG LongOf(const PropertyBag& bag, ULONG tag);
-std::wstring TextOf(const PropertyBag& bag, ULONG tag);
-Bytes BytesOf(const PropertyBag& bag, ULONG tag);
 } // namespace Tests

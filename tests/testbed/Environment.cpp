@@ -43,9 +43,9 @@ private:
 };
 } // namespace
 
-const std::shared_ptr<Testbed::MapiModule>& Mapi()
+const std::shared_ptr<LoadedMapi>& Mapi()
 {
-    static const auto module = Testbed::MapiModule::Load(MailClientFolder() / L"olmapi32.dll");
+    static const auto module = LoadedMapi::Load(MailClientFolder() / L"olmapi32.dll");
     return module;
 }
 

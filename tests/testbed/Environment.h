@@ -1,7 +1,7 @@
 // What the testbed's tests share: the MAPI module, a folder to write in, and a watch for what is left behind.
 #pragma once
 
-#include "testbed/mapi/MapiModule.h"
+#include "tests/common/LoadedMapi.h"
 
 #include <gtest/gtest.h>
 
@@ -11,7 +11,7 @@
 namespace Tests
 {
 /// The MAPI module of the build's mail client folder, loaded by the first call.
-const std::shared_ptr<Testbed::MapiModule>& Mapi();
+const std::shared_ptr<LoadedMapi>& Mapi();
 /// Its memory.
 const Common::MapiMemory& Memory();
 

@@ -530,7 +530,7 @@ protected:
         bag.Put(PropValue(listTag, std::vector<std::wstring>{L"red", L"green"}));
     }
 
-    bool Matches(const SRestriction& restriction) const { return Restriction::Copy(&restriction)->Matches(bag); }
+    bool Matches(const SRestriction& restriction) const { return Restriction::Copy(&restriction).Matches(bag); }
 
     bool Text(ULONG level, std::wstring text, ULONG tag = nameTag) const
     {
@@ -694,7 +694,7 @@ TEST_F(Restrictions, AreGivenBackAsTheyCame)
     SRestriction all{};
     all.rt = RES_AND;
     all.res.resAnd = {2, parts};
-    const MapiBlock<SRestriction> copy(Memory(), MakeRestriction(Memory(), *Restriction::Copy(&all)));
+    const MapiBlock<SRestriction> copy(Memory(), MakeRestriction(Memory(), Restriction::Copy(&all)));
     ASSERT_EQ(copy->rt, RES_AND);
     ASSERT_EQ(copy->res.resAnd.cRes, 2u);
     EXPECT_EQ(copy->res.resAnd.lpRes[0].res.resProperty.lpProp->Value.l, 6);

@@ -1,12 +1,13 @@
 // Loading of the MAPI module and of its functions.
-#include "testbed/mapi/MapiModule.h"
+#include "tests/common/LoadedMapi.h"
 
 #include "common/Text.h"
-#include "testbed/common/Namespace.h"
 #include "testbed/common/RegistryKey.h"
 
-namespace Testbed
+namespace Tests
 {
+using namespace Testbed;
+
 namespace
 {
 template <class F>
@@ -32,7 +33,7 @@ BOOL WINAPI AppendBlock(const OlmapiBlock* block, LPVOID context)
 }
 } // namespace
 
-std::shared_ptr<MapiModule> MapiModule::Load(const std::filesystem::path& path)
+std::shared_ptr<LoadedMapi> LoadedMapi::Load(const std::filesystem::path& path)
 {
     const HMODULE module = LoadLibraryW(path.c_str());
     if (!module)
@@ -41,13 +42,13 @@ std::shared_ptr<MapiModule> MapiModule::Load(const std::filesystem::path& path)
         Fail(MAPI_E_NOT_FOUND,
              L"The MAPI module \"" + path.wstring() + L"\" cannot be loaded (error " + std::to_wstring(error) + L").");
     }
-    std::shared_ptr<MapiModule> loaded(new MapiModule(module, path));
+    std::shared_ptr<LoadedMapi> loaded(new LoadedMapi(module, path));
     if (!loaded->m_memory)
         Fail(MAPI_E_VERSION, L"\"" + path.wstring() + L"\" is no MAPI module: it does not export MAPI's functions.");
     return loaded;
 }
 
-std::shared_ptr<MapiModule> MapiModule::LoadRegistered()
+std::shared_ptr<LoadedMapi> LoadedMapi::LoadRegistered()
 {
     const RegistryKey mail = RegistryKey::Open(HKEY_LOCAL_MACHINE, L"Software\\Clients\\Mail");
     const auto name = mail ? mail.ReadText(nullptr) : std::nullopt;
@@ -58,7 +59,7 @@ std::shared_ptr<MapiModule> MapiModule::LoadRegistered()
     return Load(*path);
 }
 
-MapiModule::MapiModule(HMODULE module, std::filesystem::path path)
+LoadedMapi::LoadedMapi(HMODULE module, std::filesystem::path path)
     : m_module(module),
       m_path(std::move(path)),
       m_memory(Find<LPALLOCATEBUFFER>(module, "MAPIAllocateBuffer"), Find<LPALLOCATEMORE>(module, "MAPIAllocateMore"),
@@ -66,12 +67,12 @@ MapiModule::MapiModule(HMODULE module, std::filesystem::path path)
 {
 }
 
-MapiModule::~MapiModule()
+LoadedMapi::~LoadedMapi()
 {
     FreeLibrary(m_module);
 }
 
-OlmapiStatistics MapiModule::Statistics() const noexcept
+OlmapiStatistics LoadedMapi::Statistics() const noexcept
 {
     OlmapiStatistics statistics{};
     statistics.cbSize = sizeof(statistics);
@@ -80,13 +81,13 @@ OlmapiStatistics MapiModule::Statistics() const noexcept
     return statistics;
 }
 
-void MapiModule::FailAllocation(ULONG nth) const noexcept
+void LoadedMapi::FailAllocation(ULONG nth) const noexcept
 {
     if (const auto fail = Find<OLMAPI_FAIL_ALLOCATION>(m_module, "OlmapiFailAllocation"))
         fail(nth);
 }
 
-std::wstring MapiModule::LiveBlocks(ULONGLONG firstSerial) const
+std::wstring LoadedMapi::LiveBlocks(ULONGLONG firstSerial) const
 {
     std::wstring text;
     if (const auto enumerate = Find<OLMAPI_ENUMERATE_BLOCKS>(m_module, "OlmapiEnumerateBlocks"))
@@ -94,9 +95,9 @@ std::wstring MapiModule::LiveBlocks(ULONGLONG firstSerial) const
     return text;
 }
 
-void MapiModule::RequireNoBlocks(ULONGLONG firstSerial) const noexcept
+void LoadedMapi::RequireNoBlocks(ULONGLONG firstSerial) const noexcept
 {
     if (const auto require = Find<OLMAPI_REQUIRE_NO_BLOCKS>(m_module, "OlmapiRequireNoBlocks"))
         require(firstSerial);
 }
-} // namespace Testbed
+} // namespace Tests
