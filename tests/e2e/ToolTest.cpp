@@ -183,6 +183,41 @@ TEST_F(ToolTest, TreeListShowAndPropsAgree)
     EXPECT_EQ(RunBrowser(m_folder, {L"tree", L"--all"}).exitCode, 0u);
 }
 
+// Whether MAPI counts the opens of providers among those that exclude each other, its documentation does not say.
+TEST_F(ToolTest, ProvidersProfileSectionsMayBeLocked)
+{
+    SetEnvironmentVariableW(L"KIVNST_TESTBED_LOCK_PROVIDER_SECTIONS", L"1");
+    Import();
+    EXPECT_EQ(RunBrowser(m_folder, {L"verify", m_source.wstring()}).exitCode, 0u);
+    FirstFolder();
+    EXPECT_EQ(RunBrowser(m_folder, {L"remove"}).exitCode, 0u);
+    SetEnvironmentVariableW(L"KIVNST_TESTBED_LOCK_PROVIDER_SECTIONS", nullptr);
+}
+
+TEST_F(ToolTest, NoMoreRowsAreReadThanAreShown)
+{
+    const std::filesystem::path file = SampleInto(m_folder, 1, 20);
+    // A table that gives its rows in portions, and one that gives all that is asked for.
+    for (const wchar_t* const table : {L"rows=3", L""})
+    {
+        SetEnvironmentVariableW(L"KIVNST_TESTBED_TABLES", table);
+        const Browser::PstSession session(TestMapi(), file);
+        const Bytes top = Browser::TopOfStore(session.Memory(), session.Store());
+        const auto folders = Browser::Hierarchy(*Browser::OpenFolder(session.Store(), top));
+        const auto rows = Browser::ReadTable(session.Memory(), *folders, {PR_ENTRYID, PR_CONTENT_COUNT});
+        const auto full = std::find_if(rows.begin(), rows.end(), [](const auto& row) { return row[1].AsLong() != 0; });
+        ASSERT_NE(full, rows.end());
+        const auto messages = Browser::Contents(*Browser::OpenFolder(session.Store(), full->front().AsBytes()), false);
+        EXPECT_EQ(Browser::ReadTable(session.Memory(), *messages, {PR_SUBJECT_W}, 5).size(), 5u);
+        ULONG read = 0;
+        ULONG numerator = 0;
+        ULONG denominator = 0;
+        EXPECT_EQ(messages->QueryPosition(&read, &numerator, &denominator), S_OK);
+        EXPECT_EQ(read, 5u) << Browser::Utf8(table);
+    }
+    SetEnvironmentVariableW(L"KIVNST_TESTBED_TABLES", nullptr);
+}
+
 TEST_F(ToolTest, TheSettingOptionsReachTheHost)
 {
     Import();

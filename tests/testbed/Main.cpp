@@ -1,10 +1,11 @@
 // The main of the testbed's tests.
 #include "tests/common/MapiClient.h"
 #include "tests/testbed/Environment.h"
-#include "tests/testbed/SectionHolder.h"
+#include "tests/testbed/OtherProcess.h"
 
 #include "common/Text.h"
 
+#include <cstdlib>
 #include <cstring>
 
 namespace
@@ -25,12 +26,22 @@ int HoldSection(const std::wstring& profile)
     Sleep(INFINITE);
     return 0;
 }
+
+// Leaves a client, a session and a store behind.
+int LeaveMapi(const std::wstring& profile, ULONG flags)
+{
+    const auto& client = *new Tests::MapiClient(flags);
+    const auto& session = *new Tests::TestSession(client, profile);
+    return session.OpenStore().Detach() ? 0 : 1;
+}
 } // namespace
 
 int main(int argc, char** argv)
 {
     if (argc == 3 && std::strcmp(argv[1], Tests::holdArgument) == 0)
         return HoldSection(Common::WideFromUtf8(argv[2]));
+    if (argc == 4 && std::strcmp(argv[1], Tests::leaveArgument) == 0)
+        return LeaveMapi(Common::WideFromUtf8(argv[2]), std::strtoul(argv[3], nullptr, 10));
     testing::InitGoogleTest(&argc, argv);
     // A death test's child starts anew, with a heap that no other test has touched.
     testing::FLAGS_gtest_death_test_style = "threadsafe";

@@ -2,7 +2,7 @@
 #include "tests/common/MapiClient.h"
 #include "tests/testbed/Environment.h"
 #include "tests/testbed/FakeProvider.h"
-#include "tests/testbed/SectionHolder.h"
+#include "tests/testbed/OtherProcess.h"
 
 #include "common/MemoryStream.h"
 #include "common/StoreEntryId.h"
@@ -168,6 +168,24 @@ std::vector<std::wstring> ProfileNames(const MapiClient& client)
     for (const auto& row : client.Rows(*table, {PR_DISPLAY_NAME_W}))
         names.push_back(row.at(PROP_ID(PR_DISPLAY_NAME)).AsText());
     return names;
+}
+
+constexpr DWORD aMinute = 60000;
+
+// Starts this program once more with these arguments; null when it does not start.
+HANDLE StartOtherProcess(const std::wstring& arguments)
+{
+    wchar_t program[MAX_PATH] = {};
+    GetModuleFileNameW(nullptr, program, MAX_PATH);
+    std::wstring command = L"\"" + std::wstring(program) + L"\" " + arguments;
+    STARTUPINFOW startup = {};
+    startup.cb = sizeof(startup);
+    PROCESS_INFORMATION process = {};
+    EXPECT_TRUE(
+        CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process));
+    if (process.hThread)
+        CloseHandle(process.hThread);
+    return process.hProcess;
 }
 
 bool Has(const std::vector<std::wstring>& names, const std::wstring& name)
@@ -607,23 +625,15 @@ TEST_F(Road, OpensASectionForManyReadersOrOneWriter)
 TEST_F(Road, HoldsASectionAgainstOtherProcessesUntilItsHolderIsEnded)
 {
     const HANDLE held = CreateEventW(nullptr, TRUE, FALSE, heldEvent);
-    wchar_t program[MAX_PATH] = {};
-    GetModuleFileNameW(nullptr, program, MAX_PATH);
-    std::wstring command =
-        L"\"" + std::wstring(program) + L"\" " + WideFromUtf8(holdArgument) + L" \"" + profile.Name() + L"\"";
-    STARTUPINFOW startup = {};
-    startup.cb = sizeof(startup);
-    PROCESS_INFORMATION process = {};
-    ASSERT_TRUE(
-        CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process));
-    EXPECT_EQ(WaitForSingleObject(held, 60000), WAIT_OBJECT_0);
+    const HANDLE process = StartOtherProcess(WideFromUtf8(holdArgument) + L" \"" + profile.Name() + L"\"");
+    EXPECT_EQ(WaitForSingleObject(held, aMinute), WAIT_OBJECT_0);
     ComPtr<IProfSect> section;
     EXPECT_EQ(OpenSection(heldSection, 0, section), MAPI_E_NO_ACCESS);
     EXPECT_EQ(OpenSection(heldSection, MAPI_MODIFY, section), MAPI_E_NO_ACCESS);
-    TerminateProcess(process.hProcess, 1);
-    WaitForSingleObject(process.hProcess, INFINITE);
+    TerminateProcess(process, 1);
+    WaitForSingleObject(process, INFINITE);
     EXPECT_EQ(OpenSection(heldSection, MAPI_MODIFY, section), S_OK);
-    for (const HANDLE handle : {process.hThread, process.hProcess, held})
+    for (const HANDLE handle : {process, held})
         CloseHandle(handle);
 }
 
@@ -1422,6 +1432,25 @@ TEST(MapiRoad, OpensTwoStoresOfOneProfileAndOneInTwoSessions)
                                              folder.Put()),
                   S_OK);
     }
+}
+
+TEST(MapiRoad, LetsAClientsProcessEndThatDidNotEndMapi)
+{
+    const MapiClient client;
+    const TestProfile profile(client);
+    profile.AddPst(TempPath(L"left\\new.pst"));
+    for (const ULONG flags : {ULONG(0), ULONG(MAPI_MULTITHREAD_NOTIFICATIONS)})
+    {
+        const HANDLE process =
+            StartOtherProcess(WideFromUtf8(leaveArgument) + L" \"" + profile.Name() + L"\" " + std::to_wstring(flags));
+        EXPECT_EQ(WaitForSingleObject(process, aMinute), WAIT_OBJECT_0) << flags;
+        TerminateProcess(process, 1);
+        DWORD code = 1;
+        EXPECT_TRUE(GetExitCodeProcess(process, &code));
+        EXPECT_EQ(code, 0u) << flags;
+        CloseHandle(process);
+    }
+    TestSession(client, profile.Name()).OpenStore();
 }
 
 TEST(MapiRoad, LetsAClientReadAStoreByTheDocumentation)

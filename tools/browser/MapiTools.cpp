@@ -223,22 +223,23 @@ std::vector<ULONG> AllColumns(const MapiMemory& memory, IMAPITable& table)
 }
 
 void ForEachRow(const MapiMemory& memory, IMAPITable& table, const std::vector<ULONG>& columns,
-                const std::function<bool(Row&&)>& take, size_t first, size_t atOnce)
+                const std::function<bool(Row&&)>& take, size_t first, size_t most)
 {
     const MapiBlock<SPropTagArray> set(memory,
                                        MakeTagArray(memory, columns.empty() ? AllColumns(memory, table) : columns));
     Check(WhenReady(table, [&] { return table.SetColumns(set.Get(), 0); }), L"A table does not take its columns.");
     Check(WhenReady(table, [&] { return table.SeekRow(BOOKMARK_BEGINNING, static_cast<LONG>(first), nullptr); }),
           L"A table cannot be read from its beginning.");
-    const auto portionSize = static_cast<LONG>(std::min<size_t>(atOnce, rowsAtOnce));
-    for (;;)
+    while (most != 0)
     {
+        const auto portionSize = static_cast<LONG>(std::min<size_t>(most, rowsAtOnce));
         MapiRows portion(memory);
         Check(WhenReady(table, [&] { return table.QueryRows(portionSize, 0, portion.Put()); }),
               L"A table's rows cannot be read.");
         // A portion may be smaller than what was asked for; the end is where none comes.
         if (portion.Count() == 0)
             return;
+        most -= std::min<size_t>(most, portion.Count());
         for (ULONG index = 0; index < portion.Count(); ++index)
             if (!take(CopyProps(portion[index].cValues, portion[index].lpProps)))
                 return;
@@ -249,12 +250,10 @@ std::vector<Row> ReadTable(const MapiMemory& memory, IMAPITable& table, const st
                            size_t first)
 {
     std::vector<Row> rows;
-    if (limit == 0)
-        return rows;
     const auto take = [&](Row&& row)
     {
         rows.push_back(std::move(row));
-        return rows.size() < limit;
+        return true;
     };
     ForEachRow(memory, table, columns, take, first, limit);
     return rows;

@@ -41,10 +41,10 @@ constexpr size_t allRows = static_cast<size_t>(-1);
 /// with all that it offers.
 std::vector<Row> ReadTable(const Common::MapiMemory& memory, IMAPITable& table, const std::vector<ULONG>& columns,
                            size_t limit = allRows, size_t first = 0);
-/// The same, row by row for as long as `take` says so, so that a long table need not be held; `atOnce` rows are asked
-/// for at a time, and no more than a few hundred.
+/// The same, row by row for as long as `take` says so, so that a long table need not be held; no more than `most` rows
+/// are asked for, a few hundred at a time.
 void ForEachRow(const Common::MapiMemory& memory, IMAPITable& table, const std::vector<ULONG>& columns,
-                const std::function<bool(Row&&)>& take, size_t first = 0, size_t atOnce = allRows);
+                const std::function<bool(Row&&)>& take, size_t first = 0, size_t most = allRows);
 /// How many rows a table has.
 size_t RowCount(IMAPITable& table);
 /// The columns that a table offers.
