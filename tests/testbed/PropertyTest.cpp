@@ -2,7 +2,7 @@
 #include "tests/testbed/Environment.h"
 
 #include "common/Text.h"
-#include "testbed/common/PropertyBag.h"
+#include "testbed/common/PropCodec.h"
 
 #include <tuple>
 
@@ -93,6 +93,15 @@ TEST_P(EveryType, SurvivesTheWayThroughMapisStructures)
     const MapiBlock<SPropValue> array(Memory(), MakePropArray(Memory(), {value}));
     EXPECT_EQ(array->ulPropTag, value.Tag());
     EXPECT_TRUE(PropValue::From(*array.Get()) == value);
+}
+
+TEST_P(EveryType, IsReadFromTheBytesThatAreWrittenOfIt)
+{
+    const PropValue value = Value();
+    const Bytes bytes = WriteValue(value);
+    EXPECT_TRUE(ReadValue(bytes) == value);
+    for (size_t size = 0; size < bytes.size(); ++size)
+        ExpectFailure(MAPI_E_CORRUPT_STORE, [&] { ReadValue(Bytes(bytes.data(), bytes.data() + size)); });
 }
 
 TEST_P(EveryType, ComparesAsEqualToItself)
@@ -255,6 +264,63 @@ TEST(GetPropList, ListsStringsInTheWidthAskedFor)
         const ULONG type = flags ? PT_UNICODE : PT_STRING8;
         EXPECT_EQ(std::count(tags->aulPropTag, tags->aulPropTag + 5, PROP_TAG(type, 0x3001)), 1);
         EXPECT_EQ(std::count(tags->aulPropTag, tags->aulPropTag + 5, PROP_TAG(type, 0x3004)), 1);
+    }
+}
+
+TEST(PropCodec, KeepsListsOfBags)
+{
+    const std::vector<PropertyBag> bags = {Sample(), PropertyBag(), Sample()};
+    const auto read = ReadBags(WriteBags(bags));
+    ASSERT_EQ(read.size(), 3u);
+    for (size_t i = 0; i < read.size(); ++i)
+        EXPECT_TRUE(read[i].Values() == bags[i].Values()) << i;
+    const PropValue unknown(PROP_TAG(PT_LONG, 0x6601), std::int32_t(1));
+    Bytes bytes = WriteValue(unknown);
+    bytes[0] = 0x7F;
+    ExpectFailure(MAPI_E_CORRUPT_STORE, [&] { ReadValue(bytes); });
+}
+
+TEST(PropCodec, TakesWhatAPstFileHolds)
+{
+    struct Case
+    {
+        ULONG type;
+        Bytes bytes;
+        std::optional<PropValue::Payload> expected;
+    };
+    const Case cases[] = {
+        {PT_OBJECT, {1, 2}, PropValue::Payload()},
+        {PT_I2, {0x34, 0x12}, std::int16_t(0x1234)},
+        {PT_LONG, {1, 2, 3, 4}, std::int32_t(0x04030201)},
+        {PT_LONG, {1, 2, 3}, std::nullopt},
+        {PT_BOOLEAN, {2}, true},
+        {PT_BOOLEAN, {0, 1}, false},
+        {PT_BOOLEAN, {}, std::nullopt},
+        {PT_SYSTIME, {1, 0, 0, 0, 0, 0, 0, 1}, std::int64_t(0x0100000000000001)},
+        {PT_SYSTIME, {1, 0, 0, 0}, std::nullopt},
+        {PT_STRING8, {'a', 0, 'b', 0, 0}, std::string("a\0b", 3)},
+        {PT_STRING8, {0}, std::string()},
+        {PT_UNICODE, {'a', 0, 0, 0, 9}, std::wstring(L"a")},
+        {PT_UNICODE, {}, std::wstring()},
+        {PT_BINARY, {1, 0}, Bytes{1, 0}},
+        {PT_MV_LONG, {1, 0, 0, 0, 2, 0, 0, 0, 9}, std::vector<std::int32_t>{1, 2}},
+        {PT_MV_STRING8, {2, 0, 0, 0, 12, 0, 0, 0, 13, 0, 0, 0, 'a', 'b', 'c'}, std::vector<std::string>{"a", "bc"}},
+        {PT_MV_UNICODE, {1, 0, 0, 0, 8, 0, 0, 0, 'a', 0}, std::vector<std::wstring>{L"a"}},
+        {PT_MV_BINARY, {2, 0, 0, 0, 12, 0, 0, 0, 12, 0, 0, 0, 7}, std::vector<Bytes>{{}, {7}}},
+        {PT_MV_BINARY, {0, 0, 0, 0}, std::vector<Bytes>()},
+        // No count, a count without its offsets, an end before its beginning, a beginning outside.
+        {PT_MV_BINARY, {1, 0}, std::nullopt},
+        {PT_MV_BINARY, {2, 0, 0, 0, 8, 0, 0, 0}, std::nullopt},
+        {PT_MV_BINARY, {2, 0, 0, 0, 13, 0, 0, 0, 12, 0, 0, 0, 7}, std::nullopt},
+        {PT_MV_BINARY, {1, 0, 0, 0, 9, 0, 0, 0}, std::nullopt},
+        {0x007F, {1, 2, 3, 4}, std::nullopt},
+    };
+    for (const Case& each : cases)
+    {
+        const auto value = ValueFromFile(PROP_TAG(each.type, 0x6601), each.bytes.data(), each.bytes.size());
+        ASSERT_EQ(value.has_value(), each.expected.has_value()) << std::hex << each.type;
+        EXPECT_TRUE(!value || *value == PropValue(PROP_TAG(each.type, 0x6601), *each.expected))
+            << std::hex << each.type;
     }
 }
 

@@ -681,6 +681,59 @@ TEST_F(Restrictions, MalformedOrTooComplex)
     ExpectFailure(MAPI_E_TOO_COMPLEX, [&] { Matches(restriction); });
 }
 
+TEST_F(Restrictions, OfEachKindAreGivenBackAsTheyCame)
+{
+    SPropValue number{};
+    number.ulPropTag = numberTag;
+    number.Value.l = 6;
+    wchar_t text[] = L"red";
+    SPropValue word{};
+    word.ulPropTag = nameTag;
+    word.Value.lpszW = text;
+    SRestriction kinds[9] = {};
+    kinds[0].rt = RES_PROPERTY;
+    kinds[0].res.resProperty = {RELOP_GE, numberTag, &number};
+    kinds[1].rt = RES_CONTENT;
+    kinds[1].res.resContent = {FL_PREFIX | FL_IGNORECASE, nameTag, &word};
+    kinds[2].rt = RES_COMPAREPROPS;
+    kinds[2].res.resCompareProps = {RELOP_LT, numberTag, PROP_TAG(PT_LONG, 0x3603)};
+    kinds[3].rt = RES_BITMASK;
+    kinds[3].res.resBitMask = {BMR_NEZ, numberTag, 4};
+    kinds[4].rt = RES_SIZE;
+    kinds[4].res.resSize = {RELOP_NE, dataTag, 17};
+    kinds[5].rt = RES_EXIST;
+    kinds[5].res.resExist.ulPropTag = dataTag;
+    kinds[6].rt = RES_NOT;
+    kinds[6].res.resNot.lpRes = &kinds[0];
+    kinds[7].rt = RES_COMMENT;
+    kinds[7].res.resComment = {1, &kinds[1], &word};
+    kinds[8].rt = RES_COMMENT;
+    kinds[8].res.resComment = {1, nullptr, &number};
+    SRestriction any{};
+    any.rt = RES_OR;
+    any.res.resOr = {9, kinds};
+    const std::function<void(const Restriction&, const Restriction&)> expectSame =
+        [&](const Restriction& a, const Restriction& b)
+    {
+        EXPECT_EQ(a.kind, b.kind);
+        EXPECT_EQ(a.mode, b.mode) << a.kind;
+        EXPECT_EQ(a.tag, b.tag) << a.kind;
+        EXPECT_EQ(a.other, b.other) << a.kind;
+        EXPECT_TRUE(a.values == b.values) << a.kind;
+        EXPECT_TRUE(a.IsWhole()) << a.kind;
+        ASSERT_EQ(a.parts.size(), b.parts.size()) << a.kind;
+        for (size_t i = 0; i < a.parts.size(); ++i)
+            expectSame(a.parts[i], b.parts[i]);
+    };
+    const Restriction first = Restriction::Copy(&any);
+    ASSERT_EQ(first.parts.size(), 9u);
+    EXPECT_EQ(first.parts[4].other, 17u);
+    EXPECT_EQ(first.parts[4].mode, static_cast<ULONG>(RELOP_NE));
+    EXPECT_TRUE(first.parts[8].parts.empty());
+    const MapiBlock<SRestriction> copy(Memory(), MakeRestriction(Memory(), first));
+    expectSame(Restriction::Copy(copy.Get()), first);
+}
+
 TEST_F(Restrictions, AreGivenBackAsTheyCame)
 {
     SPropValue value{};
