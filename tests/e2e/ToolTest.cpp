@@ -106,7 +106,7 @@ TEST_F(ToolTest, WrongArgumentsGiveTwoAndHelpGivesNought)
     EXPECT_EQ(RunBrowser(m_folder, {L"list"}).exitCode, 2u);
     EXPECT_EQ(RunBrowser(m_folder, {L"--plain", L"--read-only", L"tree"}).exitCode, 2u);
     for (const wchar_t* command : {L"profiles", L"services", L"stores", L"configure", L"remove", L"tree", L"import",
-                                   L"verify", L"list", L"show", L"props", L"try", L"diff", L"demo"})
+                                   L"verify", L"list", L"show", L"props", L"try", L"diff", L"report", L"demo"})
     {
         const BrowserRun help = RunBrowser(m_folder, {command, L"--help"});
         EXPECT_EQ(help.exitCode, 0u);

@@ -4,6 +4,7 @@
 
 #include "tools/browser/ArchiveSession.h"
 #include "tools/browser/LogRecorder.h"
+#include "tools/browser/Report.h"
 
 #include <filesystem>
 #include <string>
@@ -61,6 +62,10 @@ int RunTry(const Options& options, bool all);
 
 /// Compares a PST opened unwrapped and wrapped.
 int RunDiff(const Options& options, const std::filesystem::path& file);
+
+/// Writes one page with the archive's mail, its properties with what the wrapper changed, the modifying calls, the log
+/// and the modules to `file`. Nothing of the archive is changed.
+int RunReport(const Options& options, const std::filesystem::path& file, const ReportChoice& choice);
 
 /// The whole path, for newcomers; an empty `source` uses generated mail. With `remove` the profile is removed at the
 /// end.

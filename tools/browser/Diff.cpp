@@ -2,12 +2,11 @@
 #include "tools/browser/Diff.h"
 
 #include "common/Boundary.h"
-#include "common/StoreEntryId.h"
 #include "common/Text.h"
 #include "nst/KivNstCore.h"
-#include "support/MapiHeaders.h"
 #include "tools/browser/Commands.h"
 #include "tools/browser/Copy.h"
+#include "tools/browser/Rules.h"
 #include "tools/browser/Sha256.h"
 
 #include <cstring>
@@ -20,11 +19,6 @@ namespace Browser
 namespace
 {
 constexpr ULONG archiveRoot = Quillon::Nst::archiveSubtreeEntryIdTag;
-
-Bytes BytesOf(const Quillon::Binary& binary)
-{
-    return binary.GetSize() != 0 ? Bytes(binary.GetBuffer(), binary.GetBuffer() + binary.GetSize()) : Bytes();
-}
 
 // A value that is compared and shown, but too long to be kept: its size and its SHA-256.
 PropValue Condensed(const PropValue& value)
@@ -57,36 +51,11 @@ Row Condensed(Row row)
     return row;
 }
 
-enum class Kind
-{
-    Store,
-    Folder,
-    Message,
-    Attachment,
-    Row
-};
-
-const char* KindName(Kind kind)
-{
-    switch (kind)
-    {
-    case Kind::Store:
-        return "store";
-    case Kind::Folder:
-        return "folder";
-    case Kind::Message:
-        return "message";
-    case Kind::Attachment:
-        return "attachment";
-    default:
-        return "table row";
-    }
-}
-
-ObjectProperties PropertiesOf(const MapiMemory& memory, Kind kind, IMAPIProp& object)
+ObjectProperties PropertiesOf(const MapiMemory& memory, CompareKind kind, IMAPIProp& object)
 {
     // A store and a read-only folder open no property, so there only what comes inline can be compared.
-    ObjectProperties properties = ReadProperties(memory, object, kind == Kind::Message || kind == Kind::Attachment);
+    ObjectProperties properties =
+        ReadProperties(memory, object, kind == CompareKind::Message || kind == CompareKind::Attachment);
     for (PropValue& value : properties.values)
         value = Condensed(value);
     return properties;
@@ -151,7 +120,7 @@ public:
         record.entryId = entryId;
         record.label = label;
         const auto folder = OpenFolder(m_store, entryId);
-        record.properties = PropertiesOf(m_memory, Kind::Folder, *folder);
+        record.properties = PropertiesOf(m_memory, CompareKind::Folder, *folder);
         record.tables.push_back(RecordTable(*Hierarchy(*folder)));
         for (const bool associated : {false, true})
         {
@@ -190,7 +159,7 @@ private:
     {
         ObjectRecord record;
         record.label = label;
-        record.properties = PropertiesOf(m_memory, Kind::Message, message);
+        record.properties = PropertiesOf(m_memory, CompareKind::Message, message);
         record.tables = {RecordTable(*RecipientTable(message)), RecordTable(*AttachmentTable(message))};
         for (const ULONG number : AttachmentNumbers(m_memory, message))
         {
@@ -198,7 +167,7 @@ private:
             ObjectRecord attachment;
             attachment.label = label + " > attachment " + std::to_string(number);
             attachment.number = number;
-            attachment.properties = PropertiesOf(m_memory, Kind::Attachment, *opened);
+            attachment.properties = PropertiesOf(m_memory, CompareKind::Attachment, *opened);
             const auto method = ReadProp(m_memory, *opened, PR_ATTACH_METHOD);
             if (method && method->AsLong() == ATTACH_EMBEDDED_MSG)
                 attachment.parts.push_back(RecordMessage(*OpenEmbedded(*opened), attachment.label + " > message"));
@@ -220,17 +189,15 @@ public:
         : m_memory(wrapped.Memory()),
           m_unwrapped(unwrapped),
           m_wrapped(wrapped.Store()),
-          m_dllName(wrapped.DllName()),
-          m_setting(setting),
           m_names(wrapped.Memory(), wrapped.Store()),
-          m_storeEntryId(BytesOf(Quillon::Nst::CreateStoreEntryID(file.wstring().c_str())))
+          m_rules(unwrapped.dllName, unwrapped.archiveRoot, wrapped.DllName(), file, setting)
     {
     }
 
     void CompareStores()
     {
         ++m_report.objects;
-        CompareProperties(Kind::Store, "store", m_unwrapped.properties, m_wrapped);
+        CompareProperties(CompareKind::Store, "store", m_unwrapped.properties, m_wrapped);
         ComPtr<IMAPITable> table;
         const HRESULT result = m_wrapped.GetReceiveFolderTable(MAPI_UNICODE, table.Put());
         if (result != m_unwrapped.receiveResult)
@@ -249,7 +216,7 @@ public:
         ++m_report.objects;
         const std::string& label = before.label;
         const auto wrapped = OpenFolder(m_wrapped, before.entryId);
-        CompareProperties(Kind::Folder, "folder " + label, before.properties, *wrapped);
+        CompareProperties(CompareKind::Folder, "folder " + label, before.properties, *wrapped);
         CompareTables(label + " (sub-folders)", before.tables[0], *Hierarchy(*wrapped));
         CompareTables(label + " (messages)", before.tables[1], *Contents(*wrapped, false));
         CompareTables(label + " (hidden messages)", before.tables[2], *Contents(*wrapped, true));
@@ -265,43 +232,31 @@ private:
     void CompareMessages(const ObjectRecord& before, IMessage& wrapped)
     {
         ++m_report.objects;
-        CompareProperties(Kind::Message, "message " + before.label, before.properties, wrapped);
+        CompareProperties(CompareKind::Message, "message " + before.label, before.properties, wrapped);
         CompareTables(before.label + " (recipients)", before.tables[0], *RecipientTable(wrapped));
         CompareTables(before.label + " (attachments)", before.tables[1], *AttachmentTable(wrapped));
         for (const ObjectRecord& attachment : before.parts)
         {
             ++m_report.objects;
             const auto opened = OpenAttachment(wrapped, attachment.number);
-            CompareProperties(Kind::Attachment, "attachment " + attachment.label, attachment.properties, *opened);
+            CompareProperties(CompareKind::Attachment, "attachment " + attachment.label, attachment.properties,
+                              *opened);
             // What an attachment holds is handed out unwrapped, so nothing is different there.
             for (const ObjectRecord& message : attachment.parts)
                 CompareMessages(message, *OpenEmbedded(*opened));
         }
     }
 
-    void CompareProperties(Kind kind, const std::string& label, const ObjectProperties& before, IMAPIProp& wrapped)
+    void CompareProperties(CompareKind kind, const std::string& label, const ObjectProperties& before,
+                           IMAPIProp& wrapped)
     {
         const ObjectProperties after = PropertiesOf(m_memory, kind, wrapped);
-        std::map<ULONG, const PropValue*> byTag;
-        for (size_t index = 0; index < after.values.size(); ++index)
-            byTag.emplace(PROP_ID(after.tags[index]), &after.values[index]);
-        for (size_t index = 0; index < before.values.size(); ++index)
+        for (const PropertyPair& pair : PairProperties(before, after))
         {
-            ++m_report.properties;
-            const ULONG tag = before.tags[index];
-            const auto found = byTag.find(PROP_ID(tag));
-            if (found == byTag.end())
-            {
-                Report(kind, label, tag, &before.values[index], nullptr);
-                continue;
-            }
-            if (!(before.values[index] == *found->second))
-                Report(kind, label, tag, &before.values[index], found->second);
-            byTag.erase(found);
+            m_report.properties += pair.before ? 1 : 0;
+            if (!pair.Same())
+                Report(kind, label, pair);
         }
-        for (size_t index = 0; index < after.values.size(); ++index)
-            if (byTag.contains(PROP_ID(after.tags[index])))
-                Report(kind, label, after.tags[index], nullptr, &after.values[index]);
     }
 
     void CompareTables(const std::string& label, const TableRecord& before, IMAPITable& wrapped)
@@ -330,7 +285,7 @@ private:
         ++m_report.rows;
         for (size_t cell = 0; cell < columns.size(); ++cell)
             if (!(before.at(cell) == after.at(cell)))
-                Report(Kind::Row, label, columns[cell], &before[cell], &after[cell]);
+                Report(CompareKind::Row, label, {columns[cell], &before[cell], &after[cell]});
     }
 
     void ReportTable(const std::string& label, const std::string& text)
@@ -339,97 +294,25 @@ private:
         m_report.differences.push_back({"table " + label, "", text, "", ""});
     }
 
-    void Report(Kind kind, const std::string& label, ULONG tag, const PropValue* before, const PropValue* after)
+    void Report(CompareKind kind, const std::string& label, const PropertyPair& pair)
     {
-        const std::string rule = before && after ? Explain(kind, tag, *before, *after) : std::string();
-        const Difference difference{label, TagName(tag, &m_names), before ? ValueText(*before, 400) : "(none)",
-                                    after ? ValueText(*after, 400) : "(none)", rule};
+        const std::string rule = m_rules.Explain(kind, pair);
+        const Difference difference{label, TagName(pair.tag, &m_names),
+                                    pair.before ? ValueText(*pair.before, 400) : "(none)",
+                                    pair.after ? ValueText(*pair.after, 400) : "(none)", rule};
         if (rule.empty())
             ++m_report.unexplained;
         else
             ++m_report.explained[std::string(KindName(kind)) + " " + difference.property + ": " + rule];
-        if (rule.empty() || kind == Kind::Store)
+        if (rule.empty() || kind == CompareKind::Store)
             m_report.differences.push_back(difference);
-    }
-
-    // Whether an entry ID is the store's, as MAPI wrapped it for its module: then it names the host's module and holds
-    // the archive's own entry ID instead of the PST provider's.
-    bool IsStoreEntryIdPair(const PropValue& before, const PropValue& after) const
-    {
-        const auto unwrap = [](const PropValue& value)
-        { return UnwrapStoreEntryId(value.AsBytes().data(), value.AsBytes().size()); };
-        const auto pst = unwrap(before);
-        const auto archive = unwrap(after);
-        return pst && archive && WideFromAnsi(pst->dllName) == m_unwrapped.dllName &&
-               WideFromAnsi(archive->dllName) == m_dllName && archive->entryId == m_storeEntryId;
-    }
-
-    // The rule by which a wrapped value follows from the unwrapped one; empty when there is none, or when the value is
-    // not the one that it gives.
-    std::string Explain(Kind kind, ULONG tag, const PropValue& before, const PropValue& after) const
-    {
-        if (before.Tag() != after.Tag())
-            return {};
-        const bool readOnlyObject = kind == Kind::Store ? !m_setting.modify : !m_setting.plain && !m_setting.modify;
-        const bool isStore = kind == Kind::Store;
-        const auto isLong = [&after](LONG wanted, const char* rule)
-        { return after.AsLong() == wanted ? std::string(rule) : std::string(); };
-        switch (tag)
-        {
-        case PR_ENTRYID:
-        case PR_STORE_ENTRYID:
-            return (tag == PR_STORE_ENTRYID || isStore) && IsStoreEntryIdPair(before, after)
-                       ? "the store's entry ID names the host's module and the archive's own identifier"
-                       : "";
-        case PR_MDB_PROVIDER:
-            return after.AsBytes() == Bytes(Quillon::Nst::providerUid.ab,
-                                            Quillon::Nst::providerUid.ab + sizeof(Quillon::Nst::providerUid.ab))
-                       ? "the store belongs to the archive's provider"
-                       : "";
-        case PR_IPM_SUBTREE_ENTRYID:
-            return isStore && !m_unwrapped.archiveRoot.empty() && after.AsBytes() == m_unwrapped.archiveRoot
-                       ? "the archive root is the top of the information store"
-                       : "";
-        default:
-            break;
-        }
-        if (kind == Kind::Row || kind == Kind::Attachment)
-            return {};
-        const bool hasMask = isStore || kind == Kind::Folder;
-        if (hasMask && (tag == PR_STORE_SUPPORT_MASK || tag == PR_STORE_UNICODE_MASK))
-        {
-            const LONG mask = before.AsLong();
-            constexpr LONG itemProcessing = static_cast<LONG>(STORE_ITEMPROC);
-            if (readOnlyObject)
-            {
-                return isLong((mask & ~(itemProcessing | STORE_MODIFY_OK | STORE_CREATE_OK)) | STORE_READONLY,
-                              "a read-only store: nothing can be modified, created or processed");
-            }
-            return isStore ? isLong(mask & ~itemProcessing, "an archive's items are not processed") : "";
-        }
-        if (!readOnlyObject)
-            return {};
-        switch (tag)
-        {
-        case PR_ACCESS:
-            return isLong(MAPI_ACCESS_READ, "read access only");
-        case PR_ACCESS_LEVEL:
-            return isLong(0, "open for reading only");
-        case PR_RIGHTS:
-            return kind == Kind::Folder ? isLong((before.AsLong() & 0x400) | 0x1, "the right to read, and to be seen")
-                                        : "";
-        default:
-            return {};
-        }
     }
 
     const MapiMemory& m_memory;
     const StoreRecord& m_unwrapped;
     IMsgStore& m_wrapped;
-    std::wstring m_dllName;
-    Setting m_setting;
     PropertyNames m_names;
-    Bytes m_storeEntryId;
+    DifferenceRules m_rules;
     DiffReport m_report;
 };
 
@@ -488,7 +371,7 @@ std::shared_ptr<const StoreRecord> Record(StoreSession& unwrapped, bool withFold
     record->dllName = unwrapped.DllName();
     if (const auto root = ReadProp(memory, unwrapped.Store(), archiveRoot))
         record->archiveRoot = root->AsBytes();
-    record->properties = PropertiesOf(memory, Kind::Store, unwrapped.Store());
+    record->properties = PropertiesOf(memory, CompareKind::Store, unwrapped.Store());
     ComPtr<IMAPITable> table;
     record->receiveResult = unwrapped.Store().GetReceiveFolderTable(MAPI_UNICODE, table.Put());
     if (SUCCEEDED(record->receiveResult))

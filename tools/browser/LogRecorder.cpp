@@ -5,6 +5,7 @@
 #include "support/Log.h"
 #include "tools/browser/Console.h"
 
+#include <cstdio>
 #include <utility>
 
 namespace Browser
@@ -37,7 +38,10 @@ void __stdcall LogRecorder::Receive(void* context, const Quillon::Logging::LogLi
             const std::string level = Common::Utf8FromWide(Quillon::Logging::GetLevelName(line.level));
             PrintError((line.isDetail ? std::string(level.size() + 3, ' ') + "  " : "[" + level + "] ") + text);
         }
-        recorder.m_lines.push_back({static_cast<int>(line.level), line.isDetail, text});
+        char time[40] = {};
+        std::snprintf(time, sizeof(time), "%02u:%02u:%02u.%03u", line.time.wHour, line.time.wMinute, line.time.wSecond,
+                      line.time.wMilliseconds);
+        recorder.m_lines.push_back({static_cast<int>(line.level), line.isDetail, text, time});
     }
     catch (...)
     {

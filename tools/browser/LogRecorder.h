@@ -27,6 +27,8 @@ public:
         int level = 0;
         bool isDetail = false;
         std::string text;
+        /// The local time of day: "09:05:07.125".
+        std::string time;
     };
 
     /// Gives the lines since the last call.

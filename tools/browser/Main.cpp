@@ -148,6 +148,33 @@ int Run(int argc, wchar_t** argv)
     diff->add_option("FILE", file, "A PST or OST file; a copy of it is opened")->required()->type_name("");
     diff->callback([&] { command = [&](const Options& o) { return RunDiff(o, PathOf(file)); }; });
 
+    std::string page;
+    ReportChoice choice;
+    bool noTry = false;
+    auto* const report = app.add_subcommand(
+        "report", "Write a page with the mail, the properties, the refused calls, the log and the modules");
+    report->add_option("OUT.html", page, "The page's file; an earlier report there is replaced")
+        ->required()
+        ->type_name("");
+    report->add_flag("--force", choice.force, "Write over a file that is no report");
+    report->add_flag("--all", choice.all, "From the store's root folder instead of the top of the information store");
+    report->add_flag("--no-try", noTry, "Leave the modifying calls out");
+    report->add_option("--limit", choice.listed, "List so many messages of a folder at most")
+        ->type_name("N")
+        ->capture_default_str();
+    report
+        ->add_option("--details", choice.detailed, "So many of these with recipients, attachments, body and properties")
+        ->type_name("N")
+        ->capture_default_str();
+    report->footer("The page holds the mail and the paths that it shows: look at it before you give it away. The calls "
+                   "are made on an archive of their own, never on yours.");
+    report->callback(
+        [&]
+        {
+            choice.attempts = !noTry;
+            command = [&](const Options& o) { return RunReport(o, PathOf(page), choice); };
+        });
+
     std::string demoSource;
     auto* const demo = app.add_subcommand("demo", "Fill a new archive with real mail and show what comes of it");
     demo->add_option("--source", demoSource, "The PST to import; default: enron.pst where KIVNST_PST_DATA says")

@@ -155,6 +155,22 @@ std::string FirstText(const Row& row, std::initializer_list<size_t> cells)
     return {};
 }
 
+// A body's lines, with whatever line ends it has.
+void PrintBody(const std::string& body)
+{
+    size_t begin = 0;
+    while (begin < body.size())
+    {
+        const size_t end = std::min(body.find('\n', begin), body.size());
+        std::string line = body.substr(begin, end - begin);
+        if (!line.empty() && line.back() == '\r')
+            line.pop_back();
+        PrintLine(line);
+        begin = end + 1;
+    }
+}
+} // namespace
+
 Json MessageJson(const MapiMemory& memory, IMessage& message)
 {
     Json json;
@@ -191,22 +207,6 @@ Json MessageJson(const MapiMemory& memory, IMessage& message)
     json["body"] = ReadText(memory, message, PR_BODY_W);
     return json;
 }
-
-// A body's lines, with whatever line ends it has.
-void PrintBody(const std::string& body)
-{
-    size_t begin = 0;
-    while (begin < body.size())
-    {
-        const size_t end = std::min(body.find('\n', begin), body.size());
-        std::string line = body.substr(begin, end - begin);
-        if (!line.empty() && line.back() == '\r')
-            line.pop_back();
-        PrintLine(line);
-        begin = end + 1;
-    }
-}
-} // namespace
 
 size_t PrintMessages(const MapiMemory& memory, IMAPIFolder& folder, size_t limit, size_t indent)
 {

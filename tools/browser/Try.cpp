@@ -2,6 +2,7 @@
 #include "tools/browser/Try.h"
 
 #include "common/Boundary.h"
+#include "nst/KivNstCore.h"
 #include "support/Log.h"
 #include "support/MapiHeaders.h"
 #include "tools/browser/Commands.h"
@@ -570,13 +571,19 @@ struct Scene
 };
 
 // Makes an archive with a copy of the subject, and with what the attempts may delete and move.
-Scene MakeScene(const Options& options, ArchiveSession& archive, const Subject& original,
+Scene MakeScene(const Options& options, ArchiveSession& archive, const Subject& original, const Setting& setting,
                 const std::filesystem::path& file)
 {
     archive.Logon({});
     const MapiMemory memory = archive.Memory();
-    ScratchArchive scratch(options.mapi, options.place.service, file, {false, true});
-    const auto top = OpenFolder(scratch.Store(), TopOfStore(memory, scratch.Store()), MAPI_MODIFY);
+    // The host makes the archive and its root, and the PST provider what is put there: a host need not let anything be
+    // changed.
+    ScratchArchive(options.mapi, options.place.service, file, setting);
+    PstSession scratch(options.mapi, file, false, true);
+    const auto root = ReadProp(memory, scratch.Store(), Quillon::Nst::archiveSubtreeEntryIdTag);
+    if (!root)
+        Fail(MAPI_E_NOT_FOUND, L"The archive that was made for the attempts has no root.");
+    const auto top = OpenFolder(scratch.Store(), root->AsBytes(), MAPI_MODIFY);
     const auto newFolder = [](IMAPIFolder& parent, std::wstring name)
     {
         ComPtr<IMAPIFolder> made;
@@ -721,7 +728,8 @@ bool IsTriedInPlace(const Setting& setting)
 }
 } // namespace
 
-TryReport TryAll(const Options& options, const std::vector<Setting>& settings, AttemptWatch* watch, bool all)
+TryReport TryAll(const Options& options, const std::vector<Setting>& settings, AttemptWatch* watch, bool all,
+                 TryPlace place)
 {
     constexpr Setting safe{};
     TryReport report;
@@ -733,7 +741,7 @@ TryReport TryAll(const Options& options, const std::vector<Setting>& settings, A
 
     for (const Setting& setting : settings)
     {
-        const bool inPlace = IsTriedInPlace(setting);
+        const bool inPlace = place == TryPlace::ArchiveWhereRefused && IsTriedInPlace(setting);
         std::vector<TryRow> rows;
         if (inPlace)
         {
@@ -749,14 +757,14 @@ TryReport TryAll(const Options& options, const std::vector<Setting>& settings, A
                 { return setting.kit || (setting.asIs && all) || !attempt.writesByDesign; }, rows);
             archive.Logoff();
         }
-        if (setting.kit || setting.asIs)
+        if (inPlace && (setting.kit || setting.asIs))
         {
             report.rows.insert(report.rows.end(), rows.begin(), rows.end());
             continue;
         }
         const ScratchFolder folder;
         const std::filesystem::path file = folder.Path() / "attempts.pst";
-        const Scene scene = MakeScene(options, archive, subject, file);
+        const Scene scene = MakeScene(options, archive, subject, setting, file);
         ScratchArchive scratch(options.mapi, options.place.service, file, setting);
         RunStage(
             options, scratch, setting, scene, watch,

@@ -52,11 +52,21 @@ public:
     virtual void After(const TryRow& row) = 0;
 };
 
+/// Where attempts may be made.
+enum class TryPlace
+{
+    /// On the archive itself where it has to refuse them, else on archives made for it.
+    ArchiveWhereRefused,
+    /// On archives made for it alone.
+    OwnArchives
+};
+
 /// Runs the attempts in `settings`. Made on the archive itself are all of the host kit's setting, and those of the
 /// read-only setting with modification off that may not change it by design; everything else is made on archives of its
 /// own, with a copy of the same message. On another host's store as it is, those that may change it by design are made
-/// only with `all`. `watch` may be null.
-TryReport TryAll(const Options& options, const std::vector<Setting>& settings, AttemptWatch* watch, bool all = false);
+/// only with `all`. `place` may rule the archive itself out. `watch` may be null.
+TryReport TryAll(const Options& options, const std::vector<Setting>& settings, AttemptWatch* watch, bool all = false,
+                 TryPlace place = TryPlace::ArchiveWhereRefused);
 
 /// Prints the rows of one setting as a table.
 void PrintTryRows(const TryReport& report, const Setting& setting, bool refusedOnly, size_t indent);
