@@ -278,6 +278,26 @@ TEST_F(ReportTest, TenThousandMessages)
     EXPECT_EQ(data["notTried"], "left out on request (--no-try)");
 }
 
+// A host of a few lines over the kit, which knows none of the sample host's settings.
+TEST_F(ReportTest, AnotherHostIsShownAsItIs)
+{
+    const ServiceInFile service(L"RenamedTestSvc", L"Renamed", L"RenamedHost.dll");
+    const std::filesystem::path archive = CopyInto(m_folder, SmallFiles()[2]);
+    RunBrowserJson(m_folder, {L"--service", L"RenamedTestSvc", L"configure", archive.wstring()});
+    const Json data = DataOf(Report({L"--service", L"RenamedTestSvc", L"--all"}));
+    EXPECT_EQ(data["problems"].size(), 0u) << data["problems"].dump();
+    EXPECT_EQ(data["module"], "RenamedHost.dll");
+    EXPECT_EQ(data["hostDecides"], true);
+    EXPECT_EQ(data["store"], "Mail of 2019");
+    // The kit refuses every change; what is let through changes nothing.
+    EXPECT_GT(data["counts"]["refused"], 30) << data["attempts"].dump(1);
+    EXPECT_EQ(data["unchanged"], true);
+    bool own = false;
+    for (const Json& row : data["attempts"])
+        own = own || (row[1] == "SetProps(the host's own)" && row[3] == "refused");
+    EXPECT_TRUE(own);
+}
+
 TEST_F(ReportTest, ListsNoMoreThanItIsToldTo)
 {
     Import(SampleInto(m_folder, 2, 7));
