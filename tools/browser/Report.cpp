@@ -227,30 +227,30 @@ private:
                      Json& rows, const std::string& label)
     {
         size_t count = 0;
-        ForEachRow(memory, table,
-                   {PR_ENTRYID, PR_SENDER_NAME_W, PR_SUBJECT_W, PR_MESSAGE_DELIVERY_TIME, PR_CLIENT_SUBMIT_TIME,
-                    PR_MESSAGE_SIZE, PR_HASATTACH, PR_MESSAGE_FLAGS},
-                   [&](const Row& row)
-                   {
-                       if (count == m_choice.listed)
-                           return false;
-                       int bits = hidden ? rowIsHidden : 0;
-                       bits |= !row[6].IsError() && row[6].AsLong() != 0 ? rowHasAttachment : 0;
-                       bits |= !row[7].IsError() && (row[7].AsLong() & MSGFLAG_READ) == 0 ? rowIsUnread : 0;
-                       const std::string delivered = TimeText(row[3]);
-                       Json entry = {Cut(Utf8(row[2].AsText()), longestValue), Cut(Utf8(row[1].AsText()), longestValue),
-                                     delivered.empty() ? TimeText(row[4]) : delivered,
-                                     row[5].IsError() ? 0 : row[5].AsLong(), bits};
-                       if (count < m_choice.detailed)
-                       {
-                           Guard("message " + std::to_string(count + 1) + " of " + label,
-                                 [&] { entry.push_back(AddMessage(memory, store, names, row[0].AsBytes())); });
-                       }
-                       rows.push_back(std::move(entry));
-                       ++count;
-                       ++m_listed;
-                       return true;
-                   });
+        ForEachRow(
+            memory, table,
+            {PR_ENTRYID, PR_SENDER_NAME_W, PR_SUBJECT_W, PR_MESSAGE_DELIVERY_TIME, PR_CLIENT_SUBMIT_TIME,
+             PR_MESSAGE_SIZE, PR_HASATTACH, PR_MESSAGE_FLAGS},
+            [&](const Row& row)
+            {
+                int bits = hidden ? rowIsHidden : 0;
+                bits |= !row[6].IsError() && row[6].AsLong() != 0 ? rowHasAttachment : 0;
+                bits |= !row[7].IsError() && (row[7].AsLong() & MSGFLAG_READ) == 0 ? rowIsUnread : 0;
+                const std::string delivered = TimeText(row[3]);
+                Json entry = {Cut(Utf8(row[2].AsText()), longestValue), Cut(Utf8(row[1].AsText()), longestValue),
+                              delivered.empty() ? TimeText(row[4]) : delivered, row[5].IsError() ? 0 : row[5].AsLong(),
+                              bits};
+                if (count < m_choice.detailed)
+                {
+                    Guard("message " + std::to_string(count + 1) + " of " + label,
+                          [&] { entry.push_back(AddMessage(memory, store, names, row[0].AsBytes())); });
+                }
+                rows.push_back(std::move(entry));
+                ++count;
+                ++m_listed;
+                return true;
+            },
+            0, m_choice.listed);
     }
 
     // Gives the place of the message among the details.
