@@ -544,7 +544,8 @@ TEST_F(PlainClient, SortsRestrictsAndFindsRows)
     for (const ULONG i : {0, 1})
         EXPECT_GT(std::string(rows->aRow[i].lpProps[0].Value.lpszA), rows->aRow[i + 1].lpProps[0].Value.lpszA);
     EXPECT_EQ(rows->aRow[0].lpProps[1].Value.l, 8);
-    const std::string last = rows->aRow[2].lpProps[0].Value.lpszA;
+    const SRow* const sorted = rows->aRow;
+    const std::string last = sorted[2].lpProps[0].Value.lpszA;
     freeProws(rows);
 
     SPropValue name{};
