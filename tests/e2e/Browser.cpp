@@ -2,6 +2,7 @@
 #include "tests/e2e/Browser.h"
 
 #include "common/Boundary.h"
+#include "common/Text.h"
 #include "tests/common/StartProcess.h"
 #include "tests/e2e/Environment.h"
 #include "tools/setup/Locations.h"
@@ -16,6 +17,7 @@ namespace Tests
 namespace
 {
 constexpr DWORD longestRun = 15 * 60 * 1000;
+constexpr auto browserName = L"archive-browser.exe";
 
 class Handle
 {
@@ -67,20 +69,22 @@ std::wstring Quoted(const std::wstring& argument)
 class Process
 {
 public:
-    Process(const std::filesystem::path& folder, const std::vector<std::wstring>& arguments)
+    Process(const std::filesystem::path& folder, const std::vector<std::wstring>& arguments,
+            const wchar_t* name = browserName)
         : m_outputFile(folder / "output.txt"),
           m_errorFile(folder / "errors.txt"),
           m_output(CreateInheritable(m_outputFile)),
           m_errors(CreateInheritable(m_errorFile))
     {
-        std::filesystem::path program = folder / "archive-browser.exe";
+        std::filesystem::path program = folder / name;
         if (!std::filesystem::exists(program))
             program = std::filesystem::path(Setup::GetProgramFolder()) / program.filename();
         std::wstring line = Quoted(program.wstring());
         // What the test names itself goes before.
-        if (std::find(arguments.begin(), arguments.end(), L"--profile") == arguments.end())
+        const bool isBrowser = name == std::wstring_view(browserName);
+        if (isBrowser && std::find(arguments.begin(), arguments.end(), L"--profile") == arguments.end())
             line += L" --profile " + Quoted(ProfileOf(folder));
-        if (std::find(arguments.begin(), arguments.end(), L"--service") == arguments.end())
+        if (isBrowser && std::find(arguments.begin(), arguments.end(), L"--service") == arguments.end())
             line += std::wstring(L" --service ") + hostService;
         for (const std::wstring& argument : arguments)
             line += L" " + Quoted(argument);
@@ -121,15 +125,20 @@ private:
 };
 } // namespace
 
-BrowserRun RunBrowser(const std::filesystem::path& folder, const std::vector<std::wstring>& arguments)
+BrowserRun RunTool(const std::filesystem::path& folder, const wchar_t* name, const std::vector<std::wstring>& arguments)
 {
-    const Process process(folder, arguments);
+    const Process process(folder, arguments, name);
     if (!process.Wait(longestRun))
     {
         process.Kill();
-        ADD_FAILURE() << "the browser did not come to an end: " << process.Output();
+        ADD_FAILURE() << Utf8FromWide(name) << " did not come to an end: " << process.Output();
     }
     return {process.ExitCode(), process.Output(), process.Errors()};
+}
+
+BrowserRun RunBrowser(const std::filesystem::path& folder, const std::vector<std::wstring>& arguments)
+{
+    return RunTool(folder, browserName, arguments);
 }
 
 nlohmann::ordered_json RunBrowserJson(const std::filesystem::path& folder, std::vector<std::wstring> arguments,

@@ -22,8 +22,12 @@ struct BrowserRun
 /// where the arguments name no others, to its end. A browser that lies in the folder itself is taken.
 BrowserRun RunBrowser(const std::filesystem::path& folder, const std::vector<std::wstring>& arguments);
 
-/// The same with --json; the document that it printed. A run that fails where `exitCode` is 0, or prints no JSON, fails
-/// the test and gives null.
+/// Runs another of the tools, with these arguments alone.
+BrowserRun RunTool(const std::filesystem::path& folder, const wchar_t* name,
+                   const std::vector<std::wstring>& arguments);
+
+/// The same of the browser with --json; the document that it printed. A run that fails where `exitCode` is 0, or prints
+/// no JSON, fails the test and gives null.
 nlohmann::ordered_json RunBrowserJson(const std::filesystem::path& folder, std::vector<std::wstring> arguments,
                                       unsigned long exitCode = 0);
 

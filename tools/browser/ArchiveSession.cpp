@@ -232,6 +232,12 @@ void ArchiveSession::Configure(const std::filesystem::path& archive, const Setti
     {
         // A host's service gives its store an identity once.
         const std::filesystem::path present = ArchivePath();
+        if (present.empty())
+        {
+            Services unconfigured(*MapiOf(), Profile());
+            GiveArchive(unconfigured, *Service(), archive, setting);
+            return;
+        }
         if (CompareStringOrdinal(present.c_str(), -1, full.c_str(), -1, TRUE) != CSTR_EQUAL)
         {
             Fail(MAPI_E_COLLISION, L"The archive of the profile \"" + Profile() + L"\" is \"" + present.wstring() +
@@ -293,6 +299,12 @@ void ArchiveSession::Logon(const Setting& setting)
     {
         Fail(MAPI_E_UNCONFIGURED, L"The profile \"" + Profile() + L"\" has no archive yet: its services lack \"" +
                                       m_place.service + L"\", which \"archive-browser import FILE.pst\" adds.");
+    }
+    if (services.Read(*service, {Tags::offlineStorePathW}).front().AsText().empty())
+    {
+        Fail(MAPI_E_UNCONFIGURED,
+             L"The message service \"" + m_place.service + L"\" of the profile \"" + Profile() +
+                 L"\" names no file for its archive; \"archive-browser configure FILE.pst\" gives it one.");
     }
     Choose(services, *service, setting);
     Begin(Profile());

@@ -316,8 +316,19 @@ ComPtr<IMessage> OpenEmbedded(IAttach& attachment, ULONG flags)
 
 Bytes TopOfStore(const MapiMemory& memory, IMsgStore& store)
 {
-    const auto top = ReadProp(memory, store, PR_IPM_SUBTREE_ENTRYID);
-    return top ? top->AsBytes() : Bytes();
+    try
+    {
+        const auto top = ReadProp(memory, store, PR_IPM_SUBTREE_ENTRYID);
+        return top ? top->AsBytes() : Bytes();
+    }
+    catch (const Failure& failure)
+    {
+        // The library's wrapper fails the whole call where it has no root to put there.
+        Fail(failure.Result(),
+             L"The store has no archive root: its host has to call ConfigureNstSubtreeEntryId where it "
+             L"makes the store (" +
+                 ResultText(failure.Result()) + L").");
+    }
 }
 
 std::vector<FolderRow> SubFolders(const MapiMemory& memory, IMAPIFolder& folder)

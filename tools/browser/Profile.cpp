@@ -1,8 +1,10 @@
 // Administering profiles and message services.
 #include "tools/browser/Profile.h"
 
+#include "nst/KivNstCore.h"
 #include "tools/browser/MapiTools.h"
 #include "tools/setup/Locations.h"
+#include "tools/setup/Probe.h"
 
 #include <algorithm>
 #include <atomic>
@@ -86,6 +88,21 @@ std::vector<std::wstring> Parts(const std::wstring& list)
         begin = end + 1;
     }
     return parts;
+}
+
+// What is wrong with a host's module, as far as archive-probe tells; empty when it is nothing.
+std::wstring ExplainModule(const std::wstring& path)
+{
+    try
+    {
+        const std::vector<Setup::DllProblem> problems = Setup::ProbeDll(path);
+        return problems.empty() ? std::wstring() : problems.front().detail + L" (" + problems.front().kind + L")";
+    }
+    catch (const std::exception&)
+    {
+        // Without that program there is nothing to say.
+        return {};
+    }
 }
 
 std::wstring FoundOnPath(const std::wstring& name)
@@ -264,15 +281,33 @@ std::wstring ExplainService(const std::wstring& name)
         if (modules.back().empty())
             return lacks(L"has no section [" + provider + L"] for the provider of \"" + name + L"\"");
     }
+    // What registering an archive store writes.
+    const bool isArchive = InfText(file, name, L"PR_SERVICE_ENTRY_NAME") == L"ServiceEntry";
     for (const std::wstring& module : modules)
     {
+        if (module.empty())
+            continue;
         // What lies with the mail client MAPI finds in its own way.
         const std::wstring loaded = Setup::GetLoadedName(module);
-        if (module.empty() || !FoundOnPath(loaded).empty() || Setup::FindProviderDll(module))
+        std::wstring path = FoundOnPath(loaded);
+        if (path.empty())
+            path = Setup::FindProviderDll(module).value_or(std::wstring());
+        if (!path.empty())
+        {
+            std::wstring problem = isArchive ? ExplainModule(path) : std::wstring();
+            if (!problem.empty())
+                return L"MAPI cannot use the module of the message service \"" + name + L"\": " + problem + L".";
             continue;
+        }
         const std::wstring plain = FoundOnPath(module);
         return L"For the message service \"" + name + L"\" MAPI loads \"" + loaded + L"\", which it does not find" +
                (plain.empty() ? std::wstring(L".") : L": \"" + plain + L"\" lacks the \"32\" before its first period.");
+    }
+    if (isArchive && !Quillon::Nst::GetPstModule())
+    {
+        return L"The mail client's PST provider, mspst32.dll, is not found or cannot be loaded, and an archive is one "
+               L"of "
+               L"its stores; repair the mail client.";
     }
     return {};
 }

@@ -41,7 +41,9 @@ FolderNode ReadTree(const MapiMemory& memory, IMsgStore& store, bool all)
 {
     const Bytes entryId = all ? Bytes() : TopOfStore(memory, store);
     if (!all && entryId.empty())
-        Fail(MAPI_E_NOT_FOUND, L"The store has no top of information store.");
+        Fail(MAPI_E_NOT_FOUND,
+             L"The store has no archive root: its host has to call ConfigureNstSubtreeEntryId where it "
+             L"makes the store.");
     const auto folder = OpenFolder(store, entryId);
     const std::vector<PropValue> values =
         ReadProps(memory, *folder, {PR_ENTRYID, PR_DISPLAY_NAME_W, PR_CONTENT_COUNT, PR_CONTENT_UNREAD});

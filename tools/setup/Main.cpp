@@ -3,6 +3,8 @@
 #include "support/Exceptions.h"
 #include "tools/common/Program.h"
 #include "tools/setup/Commands.h"
+#include "tools/setup/Doctor.h"
+#include "tools/setup/ProfileDoctor.h"
 #include "tools/setup/Text.h"
 
 #include <CLI/CLI.hpp>
@@ -20,7 +22,8 @@ using namespace Setup;
 
 constexpr auto about = "Registers an archive store provider in MAPISVC.INF, checks its registration and removes it.";
 constexpr auto exitCodes = "Exit codes: 0 done, or nothing is wrong; 1 it failed; 2 the command line is wrong;\n"
-                           "3 status: not registered; 4 status: registered, but something is wrong with it.";
+                           "3 status: not registered; 4 status: registered, but something is wrong with it;\n"
+                           "  doctor: something is wrong.";
 
 /// What the command line says.
 struct Arguments
@@ -35,6 +38,7 @@ struct Arguments
     std::string flags;
     std::string storeId;
     std::string storeName;
+    std::string profile;
 };
 
 /// The command line and the options of its commands.
@@ -72,6 +76,13 @@ public:
         for (CLI::Option* const option : {m_display, m_dll, m_flags})
             option->needs(m_service);
 
+        m_doctor = Add("doctor", "Look for what hosts meet first, and tell the next step");
+        AddInf(m_doctor);
+        AddService(m_doctor)->description("The service's name; without it all archive stores' services are looked at");
+        m_doctor->add_option(
+            "--profile", m_arguments.profile,
+            "The profile whose archives are opened, as a mail client does; without it the default one");
+
         m_exclude = Add("exclude", "Keep a store out of the Windows Search index");
         AddStore(m_exclude);
         m_url = Add("url", "Print the URL by which Windows Search knows a store");
@@ -104,6 +115,8 @@ public:
             return StatusCommand(inf, {service, Given(m_display, m_arguments.display), Given(m_dll, m_arguments.dll),
                                        Given(m_flags, m_arguments.flags)});
         }
+        if (m_doctor->parsed())
+            return Examine(inf, service);
         return m_exclude->parsed() ? ExcludeCommand(store) : UrlCommand(store);
     }
 
@@ -111,6 +124,23 @@ public:
     const Arguments& Values() const noexcept { return m_arguments; }
 
 private:
+    Outcome Examine(const std::optional<std::wstring>& inf, const std::wstring& service) const
+    {
+        MachineFindings machine = ExamineMachine(inf, service);
+        if (!machine.hasMapi || machine.services.empty())
+        {
+            machine.findings.push_back(
+                {L"profile",
+                 Finding::State::NotLookedFor,
+                 machine.hasMapi ? L"There is no service to look for in a profile." : L"There is no MAPI to ask.",
+                 {}});
+            return DescribeFindings(machine.findings);
+        }
+        for (Finding& finding : ExamineProfile(ToWide(m_arguments.profile), machine.services, !service.empty()))
+            machine.findings.push_back(std::move(finding));
+        return DescribeFindings(machine.findings);
+    }
+
     static std::optional<std::wstring> Given(const CLI::Option* option, const std::string& value)
     {
         return option->count() == 0 ? std::nullopt : std::make_optional(ToWide(value));
@@ -161,6 +191,7 @@ private:
     CLI::App* m_register = nullptr;
     CLI::App* m_unregister = nullptr;
     CLI::App* m_status = nullptr;
+    CLI::App* m_doctor = nullptr;
     CLI::App* m_exclude = nullptr;
     CLI::App* m_url = nullptr;
     CLI::Option* m_dllToRemove = nullptr;

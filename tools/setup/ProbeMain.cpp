@@ -2,6 +2,7 @@
 // so that a DLL that does harm when it is loaded does it to this process.
 //
 //     archive-probe DLL [FOLDER...]
+//     archive-probe --version
 //
 // FOLDERs are looked through for modules, besides the DLL's own, the system's and those of PATH. Each problem is a line
 // of three parts, separated by tabs: "problem", its kind, and the whole of it. The last line is "done".
@@ -211,6 +212,11 @@ int main()
         {
             std::fputs("archive-probe: archive-setup starts this program; by itself it is of no use.\n", stderr);
             return 2;
+        }
+        if (arguments.front() == L"--version")
+        {
+            std::fputs("archive-probe " KIVNST_VERSION "\n", stdout);
+            return 0;
         }
         Probe(arguments.front(), {arguments.begin() + 1, arguments.end()}).Run();
         std::fputs("done\n", stdout);
