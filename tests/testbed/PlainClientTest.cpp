@@ -12,9 +12,9 @@ using HRGETONEPROP = HRESULT(WINAPI*)(LPMAPIPROP, ULONG, LPSPropValue*);
 using FREEPROWS = void(WINAPI*)(LPSRowSet);
 
 // What the pages name and the headers here do not.
-constexpr ULONG PST_PATH_A = PROP_TAG(PT_STRING8, 0x6700);
-constexpr ULONG FORCE_ACCESS = 0x00080000;
-constexpr LONG UNICODE_OK = 0x00040000;
+constexpr ULONG pstPathA = PROP_TAG(PT_STRING8, 0x6700);
+constexpr ULONG forceAccess = 0x00080000;
+constexpr LONG unicodeOk = 0x00040000;
 
 LPSTR Copied(const char* text)
 {
@@ -92,7 +92,7 @@ protected:
 
         const std::string path = file.string();
         SPropValue value{};
-        value.ulPropTag = PST_PATH_A;
+        value.ulPropTag = pstPathA;
         value.Value.lpszA = Copied(path.c_str());
         ASSERT_EQ(serviceAdmin->ConfigureMsgService(&serviceUid, 0, 0, 1, &value), S_OK);
     }
@@ -208,7 +208,7 @@ private:
     // that have one.
     void WalkProperties(IMAPIProp& object, Seen& seen)
     {
-        for (const ULONG width : {ULONG(0), ULONG(MAPI_UNICODE)})
+        for (const ULONG width : {ULONG(0), MAPI_UNICODE})
         {
             LPSPropTagArray list = nullptr;
             ASSERT_EQ(object.GetPropList(width, &list), S_OK);
@@ -377,16 +377,16 @@ TEST_F(PlainClient, ReadsAndWritesProfilesAndTheirSections)
     freeProws(rows);
 
     LPPROFSECT section = nullptr;
-    ASSERT_EQ(serviceAdmin->OpenProfileSection(&serviceUid, nullptr, FORCE_ACCESS, &section), S_OK);
+    ASSERT_EQ(serviceAdmin->OpenProfileSection(&serviceUid, nullptr, forceAccess, &section), S_OK);
     LPSPropValue path = nullptr;
-    ASSERT_EQ(getOneProp(section, PST_PATH_A, &path), S_OK);
+    ASSERT_EQ(getOneProp(section, pstPathA, &path), S_OK);
     EXPECT_NE(std::string(path->Value.lpszA).find("sample.pst"), std::string::npos);
     freeBuffer(path);
     section->Release();
 
     GUID guid = {0xC8B0DB13, 0x05AA, 0x1A10, {0x9B, 0xB0, 0x00, 0xAA, 0x00, 0x2F, 0xC4, 0x5A}};
     auto* const global = reinterpret_cast<LPMAPIUID>(&guid);
-    ASSERT_EQ(serviceAdmin->OpenProfileSection(global, nullptr, FORCE_ACCESS | MAPI_MODIFY, &section), S_OK);
+    ASSERT_EQ(serviceAdmin->OpenProfileSection(global, nullptr, forceAccess | MAPI_MODIFY, &section), S_OK);
     SPropValue user{};
     user.ulPropTag = PROP_TAG(PT_STRING8, 0x6641);
     user.Value.lpszA = Copied("=SMTP:anthony@example.com");
@@ -409,7 +409,7 @@ TEST_F(PlainClient, ReadsAndWritesProfilesAndTheirSections)
     ASSERT_EQ(rows->cRows, 1u);
     EXPECT_EQ(rows->aRow[0].lpProps[1].Value.l, static_cast<LONG>(MAPI_STORE_PROVIDER));
     auto* const uid = reinterpret_cast<LPMAPIUID>(rows->aRow[0].lpProps[0].Value.bin.lpb);
-    EXPECT_EQ(providerAdmin->OpenProfileSection(uid, nullptr, FORCE_ACCESS, &section), S_OK);
+    EXPECT_EQ(providerAdmin->OpenProfileSection(uid, nullptr, forceAccess, &section), S_OK);
     section->Release();
     freeProws(rows);
     providerAdmin->Release();
@@ -445,7 +445,7 @@ TEST_F(PlainClient, FindsTheDefaultStoreInEachDocumentedWay)
         LPSPropValue mask = nullptr;
         ASSERT_EQ(getOneProp(opened, PR_STORE_SUPPORT_MASK, &mask), S_OK);
         // The service says that its file has the Unicode format.
-        EXPECT_NE(mask->Value.l & UNICODE_OK, 0);
+        EXPECT_NE(mask->Value.l & unicodeOk, 0);
         EXPECT_EQ(mask->Value.l & STORE_MODIFY_OK, 0);
         freeBuffer(mask);
         opened->Release();
