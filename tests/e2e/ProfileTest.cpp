@@ -125,7 +125,8 @@ TEST_F(ProfileTest, AnotherHostIsToldNothingButItsArchive)
     ExpectSentence({L"--service", L"RenamedTestSvc", L"--plain", L"configure", archive}, parts, "");
     ExpectSentence({L"--service", L"RenamedTestSvc", L"import", SmallFiles()[0].wstring()}, parts, "");
     EXPECT_FALSE(Browser::ProfileExists(*TestMapi(), ProfileOf(m_folder)));
-    RunBrowserJson(m_folder, {L"--service", L"RenamedTestSvc", L"configure", archive});
+    EXPECT_EQ(RunBrowserJson(m_folder, {L"--service", L"RenamedTestSvc", L"configure", archive})["setting"],
+              "the host's own objects");
     EXPECT_EQ(RunBrowserJson(m_folder, {L"stores"})["stores"][0]["store"], "Mail of 2019");
     EXPECT_EQ(RunBrowser(m_folder, {L"--service", L"RenamedTestSvc", L"tree", L"--all"}).exitCode, 0u);
     ExpectSentence({L"--service", L"RenamedTestSvc", L"--modify", L"tree"}, parts, "");

@@ -298,6 +298,15 @@ TEST_F(ReportTest, AnotherHostIsShownAsItIs)
     EXPECT_TRUE(own);
 }
 
+TEST_F(ReportTest, AnEmptyArchiveIsNoFailure)
+{
+    RunBrowserJson(m_folder, {L"configure", (m_folder / "empty.pst").wstring()});
+    const Json data = DataOf(Report({}));
+    EXPECT_EQ(data["problems"].size(), 0u) << data["problems"].dump();
+    EXPECT_EQ(data["counts"]["listed"], 0);
+    EXPECT_NE(data["notTried"].get<std::string>().find("has no message"), std::string::npos) << data["notTried"];
+}
+
 TEST_F(ReportTest, ListsNoMoreThanItIsToldTo)
 {
     Import(SampleInto(m_folder, 2, 7));

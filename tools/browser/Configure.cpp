@@ -107,11 +107,13 @@ int RunConfigure(const Options& options, const std::filesystem::path& archive)
         Fail(MAPI_E_NOT_FOUND, L"There is no folder \"" + folder.wstring() + L"\" for an archive to lie in.");
     ArchiveSession session(options.mapi, options.place);
     session.Configure(archive, options.setting);
+    Setting setting = options.setting;
+    setting.asIs = !session.HasSettings();
     const std::string path = Utf8(session.ArchivePath().wstring());
     const std::string profile = Utf8(session.Profile());
     PrintLine(options.json
-                  ? Json{{"profile", profile}, {"archive", path}, {"setting", options.setting.Name()}}.dump(2)
-                  : "The archive of the profile \"" + profile + "\" is " + path + " (" + options.setting.Name() + ").");
+                  ? Json{{"profile", profile}, {"archive", path}, {"setting", setting.Name()}}.dump(2)
+                  : "The archive of the profile \"" + profile + "\" is " + path + " (" + setting.Name() + ").");
     return exitOk;
 }
 

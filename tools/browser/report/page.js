@@ -152,7 +152,7 @@ function summaryPanel() {
     make("dl", { class: "inside facts" },
       facts.filter(([, value]) => value).map(([name, value]) => [make("dt", null, name), make("dd", null, foreign(value))]))));
   const changed = make("section", { class: "box" }, make("h2", null, "What the wrapper changed in the store"));
-  if (!data.compared) changed.append(make("p", { class: "empty" }, "Nothing was compared: ", foreign(data.notCompared || "the archive could not be opened"), "."));
+  if (!data.compared) changed.append(make("p", { class: "empty" }, "Nothing was compared: ", foreign((data.notCompared || "the archive could not be opened").replace(/\.$/, "")), "."));
   else changed.append(showProperties(0, isChanged));
   panel.append(changed);
   return panel;
@@ -348,7 +348,7 @@ function propertiesPanel() {
 }
 
 function writesPanel() {
-  if (!data.attempts) return make("p", { class: "box empty" }, "No call was attempted: ", foreign(data.notTried || "the archive could not be opened"), ".");
+  if (!data.attempts) return make("p", { class: "box empty" }, "No call was attempted: ", foreign((data.notTried || "the archive could not be opened").replace(/\.$/, "")), ".");
   const choice = make("select", { "aria-label": "Outcome" }, make("option", { value: "" }, "All outcomes"));
   for (const outcome of ["refused", "succeeded", "failed"])
     choice.append(make("option", { value: outcome }, `${outcome} (${count(data.attempts.filter(row => row[3] === outcome).length)})`));
