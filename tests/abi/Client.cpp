@@ -214,7 +214,7 @@ int Run(const std::filesystem::path& host, const std::filesystem::path& folder)
 }
 } // namespace
 
-int wmain(int count, wchar_t** arguments)
+int wmain(int count, wchar_t** arguments) // NOLINT(misc-use-internal-linkage)
 {
     if (count != 3)
     {

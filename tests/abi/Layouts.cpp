@@ -29,7 +29,7 @@ template <class Class>
 struct Of : Class
 {
     using Class::Class;
-    ~Of();
+    ~Of() override;
 };
 
 template <class Class>

@@ -4,7 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-int wmain(int count, wchar_t** arguments)
+int wmain(int count, wchar_t** arguments) // NOLINT(misc-use-internal-linkage)
 {
     if (count == 3 && std::wstring(arguments[1]) == L"--end")
         return ProcessEnd::EndProcess(arguments[2]);

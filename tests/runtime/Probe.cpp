@@ -44,9 +44,9 @@ struct Thrower
     }
 };
 
-const Marker g_first("first");
-const Thrower g_thrower;
-const Marker g_second("second");
+const Marker firstStatic("first");
+const Thrower throwingStatic;
+const Marker secondStatic("second");
 
 class OfThread
 {

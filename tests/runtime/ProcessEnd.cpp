@@ -62,8 +62,8 @@ private:
     const char* m_name;
 };
 
-const Marker g_marker("static of the program");
-thread_local const Marker t_marker("variable of the thread");
+const Marker programMarker("static of the program");
+thread_local const Marker threadMarker("variable of the thread");
 
 } // namespace
 
@@ -83,7 +83,7 @@ std::vector<std::string> TakeLines()
 int EndProcess(const wchar_t* way)
 {
     g_toOutput = true;
-    static_cast<void>(&t_marker);
+    static_cast<void>(&threadMarker);
     std::atexit([] { WriteLine("exit function of the program"); });
     const std::wstring file = []
     {

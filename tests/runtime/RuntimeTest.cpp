@@ -22,7 +22,6 @@
 using ProcessEnd::RunProcess;
 using ProcessEnd::TakeLines;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace
 {
