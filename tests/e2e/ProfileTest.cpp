@@ -170,7 +170,7 @@ TEST_F(ProfileTest, AHostWithoutThe32InItsNameIsNamed)
     const BarePath path;
     const std::filesystem::path programs = Setup::GetProgramFolder();
     for (const wchar_t* name : {L"archive-browser.exe", L"KivNst.dll", L"ArchiveHost32.dll", L"libstdc++-6.dll",
-                                L"libgcc_s_seh-1.dll", L"libwinpthread-1.dll"})
+                                L"libgcc_s_seh-1.dll", L"libwinpthread-1.dll", L"clang_rt.asan.dll"})
     {
         if (std::filesystem::exists(programs / name))
             std::filesystem::copy_file(programs / name, m_folder / name);

@@ -258,12 +258,12 @@ TEST_F(LogonTest, ASecondLogonByEntryIdLooksAtNoProfileSection)
 TEST_F(LogonTest, AStoreThatWasClosedIsOpenedAfresh)
 {
     Record first;
+    Record second;
     ComPtr<IMSLogon> logon;
     ComPtr<IMsgStore> store;
     ASSERT_EQ(Logon(first, logon, store), S_OK);
     store.Reset();
     logon.Reset();
-    Record second;
     ASSERT_EQ(Logon(second, logon, store), S_OK);
     EXPECT_TRUE(logon);
     EXPECT_EQ(second.uids, 1u);
