@@ -57,7 +57,17 @@ elseif(KIVNST_MSVC_ABI)
     # C4127 (a condition that is constant), C4714, C4512: clang has none.
     "SHELL:-include \"${PROJECT_SOURCE_DIR}/runtime/msvc-abi/Deprecated.h\""
     # No path of the building machine gets into a binary or a log line.
-    "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=" "-ffile-prefix-map=${PROJECT_BINARY_DIR}/=build/")
+    "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=" "-ffile-prefix-map=${PROJECT_BINARY_DIR}/=build/"
+    "-ffile-prefix-map=${KIVNST_DEPS_DIR}/=deps/")
+  if(NOT KIVNST_ASAN)
+    # Calls by a pointer are guarded (runtime/msvc-abi/LoadConfig.cpp).
+    target_compile_options(kivnst_options INTERFACE "SHELL:-Xclang -cfguard")
+    # Of what is installed the symbols know lines, too.
+    set(installed "kivnst_support;kivnst_mapi;KivNst;ArchiveHost;common;tools_common;archive_setup;archive_browser"
+      "archive-setup;archive-probe;archive-browser")
+    target_compile_options(kivnst_options INTERFACE
+      "$<$<IN_LIST:$<TARGET_PROPERTY:NAME>,${installed}>:-gline-tables-only;-gcodeview;-gno-codeview-command-line;-ffile-compilation-dir=.>")
+  endif()
 else()
   target_compile_options(kivnst_options INTERFACE
     -Wall -Wextra -Wpedantic -Werror -Wshadow=local -Wcast-qual -Wconversion -Wno-sign-conversion
