@@ -3,6 +3,7 @@
 #pragma once
 
 #include "common/MapiMemory.h"
+#include "common/Mutex.h"
 
 #include <mutex>
 #include <new>
@@ -54,7 +55,7 @@ public:
     HRESULT Get(const MapiMemory& memory, HRESULT result, ULONG flags, LPMAPIERROR* error) noexcept;
 
 private:
-    std::mutex m_lock;
+    Mutex m_lock;
     const wchar_t* m_component;
     HRESULT m_result = S_OK;
     std::wstring m_text;

@@ -45,7 +45,7 @@ public:
     Contents& operator=(const Contents&) = delete;
 
     bool Writable() const noexcept { return static_cast<bool>(m_commit); }
-    std::mutex& Lock() noexcept { return m_lock; }
+    Mutex& Lock() noexcept { return m_lock; }
     const Bytes& Read() const noexcept { return m_bytes; }
 
     Bytes& Change()
@@ -75,7 +75,7 @@ public:
     }
 
 private:
-    std::mutex m_lock;
+    Mutex m_lock;
     Bytes m_bytes;
     // What Revert goes back to; only there while there are changes.
     std::optional<Bytes> m_committed;

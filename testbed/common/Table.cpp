@@ -108,7 +108,7 @@ private:
     // The way from the source's news to this table, which may be gone by then.
     struct Self
     {
-        std::mutex lock;
+        Mutex lock;
         Table* table = nullptr;
 
         ComPtr<Table> Lock() noexcept
@@ -399,7 +399,7 @@ private:
             m_shown = Keys();
     }
 
-    std::mutex m_lock;
+    Mutex m_lock;
     std::shared_ptr<const RowSource> m_rows;
     MapiMemory m_memory;
     ULONG m_flags;

@@ -42,6 +42,24 @@ constexpr size_t quarantineBytes = size_t(16) << 20;
     std::abort();
 }
 
+// A heap of the blocks' own: what the quarantine keeps and gives back in the order in which it came leaves holes that
+// every other allocation of the process would have to search.
+HANDLE Heap()
+{
+    static const HANDLE heap = HeapCreate(0, 0, 0);
+    return heap;
+}
+
+BYTE* AllocateMemory(size_t size)
+{
+    return static_cast<BYTE*>(Heap() ? HeapAlloc(Heap(), 0, size) : nullptr);
+}
+
+void FreeMemory(BYTE* memory)
+{
+    HeapFree(Heap(), 0, memory);
+}
+
 /// From here on nobody but this file may touch the bytes; AddressSanitizer, where it watches, says who did.
 void Forbid([[maybe_unused]] const void* bytes, [[maybe_unused]] size_t size)
 {
@@ -82,7 +100,7 @@ void* Blocks::Allocate(size_t size, void* parent)
     if (size > maxBlockSize)
         return nullptr;
 
-    auto* memory = static_cast<BYTE*>(std::malloc(size + 2 * guardSize));
+    BYTE* const memory = AllocateMemory(size + 2 * guardSize);
     if (!memory)
         return nullptr;
     std::memset(memory, guardByte, guardSize);
@@ -101,7 +119,7 @@ void* Blocks::Allocate(size_t size, void* parent)
     {
         if (parent && !root->second.linked.empty() && root->second.linked.back() == payload)
             root->second.linked.pop_back();
-        std::free(memory);
+        FreeMemory(memory);
         return nullptr;
     }
     ++m_allocated;
@@ -137,13 +155,13 @@ void Blocks::Discard(BlockMap::iterator block)
     }
     catch (const std::bad_alloc&)
     {
-        std::free(freed.memory);
+        FreeMemory(freed.memory);
     }
     while (m_quarantine.size() > quarantineCount || m_quarantineSize > quarantineBytes)
     {
         const Freed& oldest = m_quarantine.front();
         CheckPoison(oldest);
-        std::free(oldest.memory);
+        FreeMemory(oldest.memory);
         m_quarantineSize -= oldest.size;
         m_quarantine.pop_front();
     }

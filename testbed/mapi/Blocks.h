@@ -1,6 +1,7 @@
 // The registry of MAPI blocks: guard bytes, poison, quarantine and counts.
 #pragma once
 
+#include "common/Mutex.h"
 #include "testbed/mapi/Olmapi.h"
 
 #include <deque>
@@ -54,7 +55,7 @@ private:
     void Discard(BlockMap::iterator block);
     [[noreturn]] void Foreign(const void* pointer, const char* call) const;
 
-    std::mutex m_lock;
+    Mutex m_lock;
     BlockMap m_live;
     std::deque<Freed> m_quarantine;
     size_t m_quarantineSize = 0;

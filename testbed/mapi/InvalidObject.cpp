@@ -24,7 +24,7 @@ struct Invalid
 };
 static_assert(sizeof(Invalid) <= 16);
 
-std::mutex g_lock;
+Mutex g_lock;
 // With what each object's memory is freed; the object itself has no room for it.
 std::map<void*, MapiMemory> g_memory;
 

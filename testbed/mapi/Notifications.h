@@ -39,7 +39,7 @@ private:
 
     void Deliver(ULONG connection, ULONG count, LPNOTIFICATION notifications);
 
-    std::mutex m_lock;
+    Mutex m_lock;
     std::map<ULONG, Subscription> m_subscriptions;
     ULONG m_next = 1;
 };

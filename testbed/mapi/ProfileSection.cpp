@@ -115,7 +115,7 @@ private:
     }
 
     std::shared_ptr<void> m_sectionLock;
-    std::mutex m_lock;
+    Mutex m_lock;
     SectionProperties m_properties;
     const bool m_modify;
     MapiMemory m_memory;

@@ -14,7 +14,7 @@ namespace Testbed
 {
 namespace
 {
-std::mutex g_lock;
+Mutex g_lock;
 std::map<std::wstring, std::shared_ptr<ServiceModule>>& Loaded()
 {
     static std::map<std::wstring, std::shared_ptr<ServiceModule>> modules;

@@ -101,8 +101,8 @@ private:
     std::atomic<bool> m_ended = false;
 
     // Held while a store is opened; a provider may come back with another store meanwhile.
-    std::recursive_mutex m_opening;
-    mutable std::mutex m_lock;
+    RecursiveMutex m_opening;
+    mutable Mutex m_lock;
     std::map<std::wstring, Provider> m_providers;
     std::vector<std::shared_ptr<StoreLogon>> m_logons;
     std::vector<Uid> m_disabled;

@@ -55,7 +55,7 @@ private:
     }
 
     MapiMemory m_memory;
-    std::mutex m_lock;
+    Mutex m_lock;
     std::shared_ptr<Session> m_session;
     std::function<void()> m_leave;
     LastError m_lastError{L"MAPI"};

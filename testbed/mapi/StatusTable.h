@@ -19,7 +19,7 @@ public:
     std::map<Uid, PropertyBag> Rows() const;
 
 private:
-    mutable std::mutex m_lock;
+    mutable Mutex m_lock;
     std::map<Uid, PropertyBag> m_rows;
 };
 } // namespace Testbed

@@ -27,7 +27,7 @@ public:
 
 private:
     const Uid m_section;
-    mutable std::mutex m_lock;
+    mutable Mutex m_lock;
     ComPtr<IMSLogon> m_logon;
     std::vector<Uid> m_uids;
 };

@@ -63,7 +63,7 @@ private:
         return m_stream->Seek(position, STREAM_SEEK_SET, nullptr);
     }
 
-    std::mutex m_lock;
+    Mutex m_lock;
     ComPtr<IStream> m_stream;
 };
 

@@ -19,7 +19,7 @@ constexpr ULONG noCoInit = 0x00000008;
 constexpr size_t longestName = 64;
 constexpr std::chrono::seconds shortTime(3);
 
-std::mutex g_lock;
+Mutex g_lock;
 ULONG g_count = 0;
 std::timed_mutex g_logon;
 

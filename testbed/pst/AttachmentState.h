@@ -18,7 +18,7 @@ public:
     bool Modifiable();
 
     /// As a message's.
-    std::recursive_mutex& Lock() noexcept { return m_lock; }
+    RecursiveMutex& Lock() noexcept { return m_lock; }
 
     std::shared_ptr<const PropertySource> Properties();
     SCODE Set(const PropValue& value);
@@ -33,7 +33,7 @@ public:
 private:
     std::shared_ptr<MessageState> m_message;
     ULONG m_number;
-    std::recursive_mutex m_lock;
+    RecursiveMutex m_lock;
     bool m_modifiable;
     PropertyBag m_properties;
     std::shared_ptr<const MessageContent> m_embedded;

@@ -25,7 +25,7 @@ public:
     Database& operator=(const Database&) = delete;
 
     const std::wstring& Path() const noexcept { return m_path; }
-    std::recursive_mutex& Lock() noexcept { return m_lock; }
+    RecursiveMutex& Lock() noexcept { return m_lock; }
     bool IsOpen() const noexcept { return m_database != nullptr; }
 
     /// Opens the file, which is made when it is not there. What a process that was ended left half done is undone.
@@ -81,7 +81,7 @@ public:
 
     private:
         Database& m_database;
-        std::unique_lock<std::recursive_mutex> m_lock;
+        std::unique_lock<RecursiveMutex> m_lock;
         bool m_open = true;
     };
 
@@ -91,7 +91,7 @@ private:
     [[noreturn]] void FailWith(int code, const wchar_t* action);
 
     std::wstring m_path;
-    std::recursive_mutex m_lock;
+    RecursiveMutex m_lock;
     sqlite3* m_database = nullptr;
     std::vector<std::pair<const char*, sqlite3_stmt*>> m_statements;
 };

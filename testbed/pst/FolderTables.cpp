@@ -115,7 +115,7 @@ private:
         return *m_list;
     }
 
-    mutable std::mutex m_lock;
+    mutable Mutex m_lock;
     mutable std::uint64_t m_generation = 0;
     mutable std::optional<Nodes> m_list;
 };
@@ -228,7 +228,7 @@ private:
     std::shared_ptr<Session> m_session;
     NodeId m_folder;
     Node m_node;
-    mutable std::mutex m_lock;
+    mutable Mutex m_lock;
     mutable std::shared_ptr<const PropertySource> m_stored;
 };
 

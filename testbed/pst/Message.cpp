@@ -62,7 +62,7 @@ public:
 protected:
     std::shared_ptr<const PropertySource> Properties() override { return m_state->Properties(); }
     bool Modifiable() override { return m_state->Modifiable(); }
-    std::recursive_mutex& Lock() override { return m_state->Lock(); }
+    RecursiveMutex& Lock() override { return m_state->Lock(); }
     SCODE Set(const PropValue& value) override { return m_state->Set(value); }
     SCODE Remove(ULONG tag) override { return m_state->Remove(tag); }
     HRESULT Save(ULONG flags) override

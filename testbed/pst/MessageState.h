@@ -36,7 +36,7 @@ public:
     void RequireAlive();
 
     /// What the objects over this hold during their methods, as callers of the methods down to `SetRecipients` do.
-    std::recursive_mutex& Lock() noexcept { return m_lock; }
+    RecursiveMutex& Lock() noexcept { return m_lock; }
 
     /// The properties as clients see them.
     std::shared_ptr<const PropertySource> Properties();
@@ -68,7 +68,7 @@ private:
     std::vector<AttachmentSlot>& LoadedAttachments();
 
     std::shared_ptr<Session> m_session;
-    std::recursive_mutex m_lock;
+    RecursiveMutex m_lock;
     bool m_modifiable = false;
     bool m_new = false;
     // A message of the store once it has been saved there.

@@ -137,7 +137,7 @@ private:
     std::shared_ptr<const StoreSource> m_source;
     Bytes m_recordKey;
     Node m_node;
-    mutable std::mutex m_lock;
+    mutable Mutex m_lock;
     mutable std::optional<Known> m_known;
     mutable std::optional<PropertyBag> m_whole;
 };

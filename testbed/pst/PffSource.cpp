@@ -34,9 +34,9 @@ constexpr ULONG rowVersion = 0x67F3;
 constexpr int deepestFolder = 256;
 
 // libpff has no locks of its own, and its items share the state of their file.
-std::mutex& LibraryLock()
+Mutex& LibraryLock()
 {
-    static std::mutex lock;
+    static Mutex lock;
     return lock;
 }
 

@@ -33,7 +33,7 @@ protected:
     /// Throws MAPI_E_OBJECT_DELETED when what this object stands for is gone.
     virtual void RequireAlive() {}
     /// What the object's methods hold; objects over a shared state give that one's.
-    virtual std::recursive_mutex& Lock() { return m_lock; }
+    virtual RecursiveMutex& Lock() { return m_lock; }
 
     /// Throws MAPI_E_INVALID_OBJECT once the store has been closed.
     void RequireOpen() const { m_session->Core(); }
@@ -58,7 +58,7 @@ protected:
     LastError m_lastError;
 
 private:
-    std::recursive_mutex m_lock;
+    RecursiveMutex m_lock;
     ComPtr<IStream> OpenStream(ULONG tag, ULONG flags);
 };
 

@@ -86,7 +86,7 @@ private:
     void CloseAll() noexcept;
 
     MapiMemory m_memory;
-    std::mutex m_lock;
+    Mutex m_lock;
     // The client's logons, of which MAPI has one provider object for each of its sessions.
     std::vector<std::weak_ptr<Session>> m_sessions;
 };

@@ -107,11 +107,11 @@ private:
     std::wstring m_path;
     bool m_canWrite;
     std::atomic<bool> m_writable;
-    mutable std::mutex m_lock;
+    mutable Mutex m_lock;
     std::shared_ptr<StoreCore> m_core;
     ComPtr<IMAPISupport> m_support;
     bool m_transportsTold = false;
-    mutable std::mutex m_storeLock;
+    mutable Mutex m_storeLock;
     StoreObject* m_store = nullptr;
 };
 

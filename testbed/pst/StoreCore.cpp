@@ -87,7 +87,7 @@ MAPIUID NewRecordKey()
     return uid;
 }
 
-std::mutex g_openLock;
+Mutex g_openLock;
 std::map<std::wstring, std::weak_ptr<StoreCore>>& OpenStores()
 {
     static std::map<std::wstring, std::weak_ptr<StoreCore>> stores;

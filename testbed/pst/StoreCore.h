@@ -117,7 +117,7 @@ private:
     std::shared_ptr<const StoreSource> m_source;
     std::shared_ptr<Overlay> m_overlay;
     Bytes m_recordKey;
-    std::recursive_mutex m_lock;
+    RecursiveMutex m_lock;
     std::vector<NamedProperty> m_names;
     // Of folders alone, as are the next two.
     std::map<NodeId, std::uint64_t> m_generations;
@@ -125,7 +125,7 @@ private:
     // The source never changes, so neither do these.
     std::map<NodeId, Counts> m_sourceCounts;
     std::map<NodeId, Found> m_found;
-    std::mutex m_watchLock;
+    Mutex m_watchLock;
     std::vector<std::weak_ptr<Watcher>> m_watchers;
 };
 } // namespace Testbed::Pst

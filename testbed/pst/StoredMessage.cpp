@@ -118,7 +118,7 @@ private:
         return *m_stored;
     }
 
-    mutable std::mutex m_lock;
+    mutable Mutex m_lock;
     mutable std::optional<Overlay::Object> m_stored;
     std::shared_ptr<Overlay> m_overlay;
     ObjectId m_object;
