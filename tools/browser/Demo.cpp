@@ -160,7 +160,7 @@ private:
 
         Step("Every imported object is compared with its source, with modification off again");
         archive.Logon(m_options.setting);
-        const VerifyReport verified = Verify(archive, source, false, [](const std::string&) {});
+        const VerifyReport verified = Verify(archive, source, false, progress);
         Say("  " + verified.Summary());
         Require(verified.counts == imported.added, "what was compared is not what was imported");
         Require(verified.Same(), "the archive is not what was imported (\"archive-browser verify\" says where)");
@@ -222,17 +222,18 @@ private:
     void ShowDifferences(const std::filesystem::path& path)
     {
         Step("What the wrapper changed in the store's properties");
+        const Progress silence = [](const std::string&) {};
         std::shared_ptr<const StoreRecord> unwrapped;
         {
             PstSession session(m_options.mapi, path, false, true);
-            unwrapped = Record(session, false);
+            unwrapped = Record(session, false, silence);
         }
         ArchiveSession client(m_options.mapi, m_options.place);
         client.Logon(m_options.setting);
         TextTable table(
             {{"property"}, {"the PST provider's", false, 40}, {"the archive's", false, 40}, {"because", false, 90}});
         Json differences = Json::array();
-        for (const Difference& difference : Compare(*unwrapped, client, path, m_options.setting).differences)
+        for (const Difference& difference : Compare(*unwrapped, client, path, m_options.setting, silence).differences)
         {
             table.Add({difference.property, difference.unwrapped, difference.wrapped, difference.rule});
             differences.push_back({{"property", difference.property},

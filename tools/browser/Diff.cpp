@@ -8,6 +8,7 @@
 #include "tools/browser/Copy.h"
 #include "tools/browser/Rules.h"
 #include "tools/browser/Sha256.h"
+#include "tools/browser/Tree.h"
 
 #include <cstring>
 #include <functional>
@@ -112,9 +113,14 @@ namespace
 class Recorder
 {
 public:
-    Recorder(const MapiMemory& memory, IMsgStore& store) : m_memory(memory), m_store(store) {}
+    Recorder(const MapiMemory& memory, IMsgStore& store, size_t messages, const Progress& progress)
+        : m_memory(memory),
+          m_store(store),
+          m_pace(messages, progress)
+    {
+    }
 
-    ObjectRecord RecordFolder(const Bytes& entryId, const std::string& label) const
+    ObjectRecord RecordFolder(const Bytes& entryId, const std::string& label)
     {
         ObjectRecord record;
         record.entryId = entryId;
@@ -133,6 +139,7 @@ public:
                                              label + " > \"" + Shorten(Utf8(row[1].AsText()), 60) + "\"");
                            message.entryId = row[0].AsBytes();
                            record.parts.push_back(std::move(message));
+                           m_pace.Step("unwrapped, " + label);
                            return true;
                        });
         }
@@ -178,17 +185,28 @@ private:
 
     const MapiMemory& m_memory;
     IMsgStore& m_store;
+    Pace m_pace;
 };
+
+// The messages that the folders below one have, hidden ones too.
+size_t CountMessages(const ObjectRecord& folder)
+{
+    size_t count = folder.parts.size();
+    for (const ObjectRecord& child : folder.folders)
+        count += CountMessages(child);
+    return count;
+}
 
 // Compares a store with what it was before it was wrapped.
 class Comparer
 {
 public:
     Comparer(const StoreRecord& unwrapped, StoreSession& wrapped, const std::filesystem::path& file,
-             const Setting& setting)
+             const Setting& setting, const Progress& progress)
         : m_memory(wrapped.Memory()),
           m_unwrapped(unwrapped),
           m_wrapped(wrapped.Store()),
+          m_pace(unwrapped.root ? CountMessages(*unwrapped.root) : 0, progress),
           m_names(wrapped.Memory(), wrapped.Store()),
           m_rules(unwrapped.dllName, unwrapped.archiveRoot, wrapped.DllName(), file, setting)
     {
@@ -221,7 +239,10 @@ public:
         CompareTables(label + " (messages)", before.tables[1], *Contents(*wrapped, false));
         CompareTables(label + " (hidden messages)", before.tables[2], *Contents(*wrapped, true));
         for (const ObjectRecord& message : before.parts)
+        {
             CompareMessages(message, *OpenMessage(m_wrapped, message.entryId));
+            m_pace.Step("wrapped, " + label);
+        }
         for (const ObjectRecord& folder : before.folders)
             CompareFolders(folder);
     }
@@ -311,6 +332,7 @@ private:
     const MapiMemory& m_memory;
     const StoreRecord& m_unwrapped;
     IMsgStore& m_wrapped;
+    Pace m_pace;
     PropertyNames m_names;
     DifferenceRules m_rules;
     DiffReport m_report;
@@ -363,10 +385,13 @@ Json DiffReport::ToJson() const
             {"explained", rules}, {"differences", std::move(list)}, {"unexplained", unexplained}};
 }
 
-std::shared_ptr<const StoreRecord> Record(StoreSession& unwrapped, bool withFolders)
+std::shared_ptr<const StoreRecord> Record(StoreSession& unwrapped, bool withFolders, const Progress& progress)
 {
     const MapiMemory& memory = unwrapped.Memory();
-    const Recorder recorder(memory, unwrapped.Store());
+    ObjectCounts expected;
+    if (withFolders)
+        expected = CountTree(ReadTree(memory, unwrapped.Store(), true));
+    Recorder recorder(memory, unwrapped.Store(), expected.messages + expected.hidden, progress);
     auto record = std::make_shared<StoreRecord>();
     record->dllName = unwrapped.DllName();
     if (const auto root = ReadProp(memory, unwrapped.Store(), archiveRoot))
@@ -382,9 +407,9 @@ std::shared_ptr<const StoreRecord> Record(StoreSession& unwrapped, bool withFold
 }
 
 DiffReport Compare(const StoreRecord& unwrapped, StoreSession& wrapped, const std::filesystem::path& file,
-                   const Setting& setting)
+                   const Setting& setting, const Progress& progress)
 {
-    Comparer comparer(unwrapped, wrapped, file, setting);
+    Comparer comparer(unwrapped, wrapped, file, setting, progress);
     comparer.CompareStores();
     if (unwrapped.root)
         comparer.CompareFolders(*unwrapped.root);
@@ -394,6 +419,11 @@ DiffReport Compare(const StoreRecord& unwrapped, StoreSession& wrapped, const st
 int RunDiff(const Options& options, const std::filesystem::path& file)
 {
     RequireFile(file);
+    const Progress progress = [&](const std::string& line)
+    {
+        if (!options.json)
+            PrintLine(line);
+    };
     // A logon gives a store its archive root: that shall not happen to the caller's file.
     const ScratchFolder scratch;
     const std::filesystem::path copy = scratch.Copy(file);
@@ -402,10 +432,10 @@ int RunDiff(const Options& options, const std::filesystem::path& file)
     std::shared_ptr<const StoreRecord> unwrapped;
     {
         PstSession session(options.mapi, copy, true, true);
-        unwrapped = Record(session, true);
+        unwrapped = Record(session, true, progress);
     }
     ScratchArchive wrapped(options.mapi, options.place.service, copy, options.setting);
-    const DiffReport report = Compare(*unwrapped, wrapped, copy, options.setting);
+    const DiffReport report = Compare(*unwrapped, wrapped, copy, options.setting, progress);
     if (options.json)
     {
         Json json = report.ToJson();

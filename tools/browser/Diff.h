@@ -3,6 +3,7 @@
 
 #include "tools/browser/ArchiveSession.h"
 #include "tools/browser/MapiTools.h"
+#include "tools/browser/Pace.h"
 
 #include <map>
 #include <string>
@@ -40,11 +41,12 @@ struct DiffReport
 /// What a store was when it was recorded; long values by their size and SHA-256.
 struct StoreRecord;
 
-/// Reads the store's own properties and receive folders, and where wanted everything below its root folder.
-std::shared_ptr<const StoreRecord> Record(StoreSession& unwrapped, bool withFolders);
+/// Reads the store's own properties and receive folders, and where wanted everything below its root folder; then
+/// `progress` is told every two seconds.
+std::shared_ptr<const StoreRecord> Record(StoreSession& unwrapped, bool withFolders, const Progress& progress);
 
 /// Compares what was recorded of a PST, every property of every object and every row of every table, with the same
-/// `file` behind a host's service.
+/// `file` behind a host's service. `progress` is told every two seconds.
 DiffReport Compare(const StoreRecord& unwrapped, StoreSession& wrapped, const std::filesystem::path& file,
-                   const Setting& setting);
+                   const Setting& setting, const Progress& progress);
 } // namespace Browser

@@ -15,49 +15,6 @@ namespace Browser
 {
 namespace
 {
-// Tells how far an import or a comparison is, now and then.
-class Pace
-{
-public:
-    Pace(size_t all, const Progress& progress) : m_all(all), m_progress(progress) {}
-
-    // `fresh` is false for a message that took no time.
-    void Step(const std::string& place, bool fresh)
-    {
-        constexpr ULONGLONG pause = 2000;
-        ++m_done;
-        m_fresh += fresh ? 1 : 0;
-        const ULONGLONG now = GetTickCount64();
-        if (now - m_told < pause || m_done >= m_all)
-            return;
-        m_told = now;
-        const double seconds = static_cast<double>(now - m_begin) / 1000;
-        const double rate = static_cast<double>(m_fresh) / seconds;
-        std::string line = "  " + place + ": " + std::to_string(m_done) + " of " + std::to_string(m_all) + " messages";
-        if (rate >= 1)
-        {
-            line += ", " + std::to_string(static_cast<size_t>(rate)) + " a second, " +
-                    Duration(static_cast<double>(m_all - m_done) / rate) + " left";
-        }
-        m_progress(line);
-    }
-
-private:
-    static std::string Duration(double seconds)
-    {
-        constexpr double minute = 60;
-        return seconds < 2 * minute ? std::to_string(static_cast<size_t>(seconds) + 1) + " s"
-                                    : std::to_string(static_cast<size_t>(seconds / minute)) + " min";
-    }
-
-    size_t m_all;
-    const Progress& m_progress;
-    size_t m_done = 0;
-    size_t m_fresh = 0;
-    ULONGLONG m_begin = GetTickCount64();
-    ULONGLONG m_told = m_begin;
-};
-
 class Importer
 {
 public:

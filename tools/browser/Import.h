@@ -4,9 +4,8 @@
 #include "tools/browser/ArchiveSession.h"
 #include "tools/browser/Copy.h"
 #include "tools/browser/Counts.h"
+#include "tools/browser/Pace.h"
 #include "tools/browser/SourceMark.h"
-
-#include <functional>
 
 namespace Browser
 {
@@ -22,11 +21,9 @@ struct ImportReport
     std::vector<CopyProblem> problems;
 };
 
-/// Called with a sentence for each folder, and every two seconds within a large one.
-using Progress = std::function<void(const std::string&)>;
-
 /// Imports what lies below the source's top, folder by folder; what an earlier run imported is left as it is. The
-/// archive has to be logged on with modification on. Throws `Common::Failure`.
+/// archive has to be logged on with modification on. `progress` is told of each folder, and every two seconds within a
+/// large one. Throws `Common::Failure`.
 ImportReport Import(StoreSession& archive, StoreSession& source, bool all, const Progress& progress);
 
 /// Sees to it that there is the profile and has an archive: by default in the current folder, with the profile's name.

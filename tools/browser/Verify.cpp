@@ -5,6 +5,7 @@
 #include "tools/browser/Commands.h"
 #include "tools/browser/Copy.h"
 #include "tools/browser/SourceMark.h"
+#include "tools/browser/Tree.h"
 
 #include <map>
 
@@ -14,16 +15,14 @@ namespace Browser
 {
 namespace
 {
-constexpr size_t messagesPerReport = 250;
-
 class Verifier
 {
 public:
-    Verifier(StoreSession& archive, StoreSession& source, const std::function<void(const std::string&)>& progress)
+    Verifier(StoreSession& archive, StoreSession& source, size_t messages, const Progress& progress)
         : m_memory(archive.Memory()),
           m_archive(archive.Store()),
           m_source(source.Store()),
-          m_progress(progress),
+          m_pace(messages, progress),
           m_sourceNames(source.Memory(), source.Store()),
           m_targetNames(archive.Memory(), archive.Store()),
           m_tags(archive.Memory(), m_sourceNames, m_targetNames),
@@ -83,7 +82,6 @@ private:
                            return true;
                        });
         }
-        size_t done = 0;
         ForEachRow(m_memory, *Contents(source, associated), {PR_ENTRYID, PR_SUBJECT_W},
                    [&](const Row& row)
                    {
@@ -91,14 +89,11 @@ private:
                        const std::string name = label + " > \"" + Utf8(row[1].AsText()) + "\"";
                        const auto found = present.find(m_marks.Of(row[0].AsBytes()));
                        if (found == present.end())
-                       {
                            m_report.missing.push_back("message " + name);
-                           return true;
-                       }
-                       CompareMessage(*OpenMessage(m_source, row[0].AsBytes()), *OpenMessage(m_archive, found->second),
-                                      name);
-                       if (++done % messagesPerReport == 0)
-                           m_progress("  " + label + ": " + Count(done, "message", "messages") + " compared");
+                       else
+                           CompareMessage(*OpenMessage(m_source, row[0].AsBytes()),
+                                          *OpenMessage(m_archive, found->second), name);
+                       m_pace.Step(label, found != present.end());
                        return true;
                    });
     }
@@ -159,9 +154,9 @@ private:
         CompareValues(wanted, ReadProperties(m_memory, target, true).values, label);
     }
 
-    void Differ(const std::string& label, const std::string& property, const std::string& how)
+    void Differ(const std::string& label, const PropValue& value, const std::string& how)
     {
-        m_report.different.push_back(label + ": " + property + " " + how);
+        m_report.different.push_back(label + ": " + TagName(value.Tag(), &m_sourceNames) + " " + how);
     }
 
     static std::string IsInstead(const PropValue& found, const PropValue& wanted)
@@ -185,18 +180,17 @@ private:
             }
             ++m_report.properties;
             const auto found = tag != 0 ? byId.find(PROP_ID(tag)) : byId.end();
-            const std::string property = TagName(value.Tag(), &m_sourceNames);
             if (found == byId.end())
-                Differ(label, property, "is not in the archive");
+                Differ(label, value, "is not in the archive");
             else if (found->second->Type() != value.Type() || found->second->Data() != value.Data())
-                Differ(label, property, IsInstead(*found->second, value));
+                Differ(label, value, IsInstead(*found->second, value));
         }
     }
 
     const MapiMemory& m_memory;
     IMsgStore& m_archive;
     IMsgStore& m_source;
-    const std::function<void(const std::string&)>& m_progress;
+    Pace m_pace;
     PropertyNames m_sourceNames;
     PropertyNames m_targetNames;
     ObjectCopier m_tags;
@@ -222,12 +216,12 @@ std::string VerifyReport::Summary() const
            count(different.size()) + " different";
 }
 
-VerifyReport Verify(StoreSession& archive, StoreSession& source, bool all,
-                    const std::function<void(const std::string&)>& progress)
+VerifyReport Verify(StoreSession& archive, StoreSession& source, bool all, const Progress& progress)
 {
     const ImportTop top = SourceTop(source.Memory(), source.Store(), all);
+    const ObjectCounts expected = CountTree(ReadTree(source.Memory(), source.Store(), all || top.isRoot));
     const auto root = OpenFolder(archive.Store(), TopOfStore(archive.Memory(), archive.Store()));
-    Verifier verifier(archive, source, progress);
+    Verifier verifier(archive, source, expected.messages + expected.hidden, progress);
     verifier.CompareFolder(*top.folder, root.Get(), Utf8(top.name));
     return std::move(verifier.Report());
 }

@@ -3,8 +3,8 @@
 
 #include "tools/browser/ArchiveSession.h"
 #include "tools/browser/Counts.h"
+#include "tools/browser/Pace.h"
 
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -27,7 +27,7 @@ struct VerifyReport
 };
 
 /// Compares every object of the source with the one in the archive that carries its mark: properties, recipients, and
-/// attachments with all that is in them. Throws `Common::Failure` when a store cannot be read.
-VerifyReport Verify(StoreSession& archive, StoreSession& source, bool all,
-                    const std::function<void(const std::string&)>& progress);
+/// attachments with all that is in them. `progress` is told every two seconds. Throws `Common::Failure` when a store
+/// cannot be read.
+VerifyReport Verify(StoreSession& archive, StoreSession& source, bool all, const Progress& progress);
 } // namespace Browser
