@@ -2,8 +2,10 @@
 #include "tests/e2e/Browser.h"
 #include "tests/e2e/Environment.h"
 
+#include <cstdlib>
 #include <functional>
 #include <map>
+#include <random>
 
 namespace Tests
 {
@@ -117,6 +119,68 @@ TEST(ImportTest, AnImportThatWasKilledIsFinishedByTheNextWithoutDuplicates)
     for (const auto& [path, count] : Folders(RunBrowserJson(folder, {L"tree"})))
         total += count;
     EXPECT_EQ(total, 240u);
+}
+
+// What the profile's archive takes on the disk, what its database has not yet taken over included.
+std::uintmax_t ArchiveSize(const std::filesystem::path& folder)
+{
+    std::uintmax_t size = 0;
+    for (const wchar_t* const part : {L".pst.overlay", L".pst.overlay-wal"})
+    {
+        std::error_code none;
+        const auto bytes = std::filesystem::file_size(folder / (ProfileOf(folder) + part), none);
+        size += none ? 0 : bytes;
+    }
+    return size;
+}
+
+TEST(ImportTest, AnImportThatIsKilledAnywhereGoesOnWhereItWas)
+{
+    constexpr size_t all = 240;
+    const char* const given = std::getenv("KIVNST_SEED");
+    const auto seed = static_cast<std::uint32_t>(given ? std::strtoul(given, nullptr, 10) : 1);
+    SCOPED_TRACE("KIVNST_SEED=" + std::to_string(seed));
+    std::mt19937 random(seed);
+    const std::filesystem::path folder = NewFolder();
+    const std::filesystem::path source = SampleInto(folder, 4, all / 4);
+    size_t before = 0;
+    // Each run gets somewhat further, to a random byte of what it writes; the first may not even get as far as that
+    // there is a profile.
+    for (int kills = 0; kills < 6; ++kills)
+    {
+        constexpr std::uint32_t furthest = 5000000;
+        const std::uintmax_t end = ArchiveSize(folder) + random() % furthest;
+        const bool killed = KillBrowser(folder, {L"import", source.wstring()},
+                                        [&](const std::string&) { return ArchiveSize(folder) >= end; });
+        // A machine that is slow to look may have let the first run come to its end.
+        if (!killed)
+        {
+            before = all;
+            break;
+        }
+        if (!Browser::ProfileExists(*TestMapi(), ProfileOf(folder)) || ArchiveSize(folder) == 0)
+            continue;
+        const Json half = RunBrowserJson(folder, {L"verify", source.wstring()}, 1);
+        EXPECT_GT(half["missing"].size(), 0u);
+        // What is there is whole; only a folder whose messages are still to come counts others than it will.
+        for (const Json& difference : half["different"])
+            EXPECT_TRUE(difference.get<std::string>().starts_with("folder ") &&
+                        difference.get<std::string>().find(": PR_CONTENT_") != std::string::npos)
+                << difference;
+        size_t there = 0;
+        for (const auto& [path, count] : Folders(RunBrowserJson(folder, {L"tree"})))
+            there += count;
+        EXPECT_GE(there, before) << "what had been imported is gone";
+        before = there;
+    }
+    const Json finished = RunBrowserJson(folder, {L"import", source.wstring()});
+    EXPECT_EQ(finished["messages"], all);
+    EXPECT_EQ(finished["newMessages"], all - before);
+    ExpectVerified(folder, source);
+    size_t total = 0;
+    for (const auto& [path, count] : Folders(RunBrowserJson(folder, {L"tree"})))
+        total += count;
+    EXPECT_EQ(total, all);
 }
 
 TEST(ImportTest, VerifyNamesWhatIsMissing)

@@ -222,7 +222,12 @@ std::optional<ServiceRow> ArchiveSession::Service() const
 
 bool ArchiveSession::Configured() const
 {
-    return Service().has_value();
+    const auto service = Service();
+    if (!service)
+        return false;
+    // A program that was stopped in between left the service without a file.
+    const auto paths = Services(*MapiOf(), Profile()).Read(*service, {Tags::offlineStorePathW, Tags::pstPathW});
+    return !paths[0].IsError() || !paths[1].IsError();
 }
 
 void ArchiveSession::Configure(const std::filesystem::path& archive, const Setting& setting)
@@ -254,7 +259,8 @@ void ArchiveSession::Configure(const std::filesystem::path& archive, const Setti
     if (!isNew)
         noProfile.Keep();
     Services services(*MapiOf(), Profile());
-    const ServiceRow service = AddService(services, m_place.service);
+    const auto begun = services.Find(m_place.service);
+    const ServiceRow service = begun ? *begun : AddService(services, m_place.service);
     Undo noService(
         [&]
         {

@@ -115,7 +115,7 @@ public:
 
     /// The profile's name.
     const std::wstring& Profile() const;
-    /// Whether there is the profile and has the service.
+    /// Whether there is the profile and has the service, with a file.
     bool Configured() const;
     /// Makes the profile and the service where they are not there yet, and gives the service the archive's file and the
     /// setting. What fails to be configured leaves the profile as it was.
