@@ -1,8 +1,9 @@
 # Registers test programs with ctest, which runs them under Wine by scripts/run-test.
 
-# kivnst_add_test(NAME TARGET [TIMEOUT seconds] [SERIAL] [PROFILES] [ARGS argument...])
+# kivnst_add_test(NAME TARGET [TIMEOUT seconds] [LONG seconds] [SERIAL] [PROFILES] [ARGS argument...])
 #   Runs a GoogleTest program. SERIAL: alone, for tests that change what all programs of the prefix share (the registry).
 #   PROFILES: not beside others that, as this one, change the build's MAPISVC.INF or the mail profiles.
+#   LONG: about how long it takes; of those that run at once the longest begin, so that none is left alone at the end.
 #   It finds in its environment, as Windows paths: KIVNST_BIN and KIVNST_MAIL_CLIENT (where the build put the modules),
 #   KIVNST_TEST_DATA (tests/data), KIVNST_PST_DATA (the fetched mail; may not be there) and KIVNST_TEST_TEMP (an empty
 #   folder of its own, where it is started).
@@ -10,7 +11,7 @@
 # kivnst_add_check(NAME TARGET [the same])
 #   Runs a program whose exit code is the one result.
 function(kivnst_register_test name target)
-  cmake_parse_arguments(PARSE_ARGV 2 arg "SERIAL;PROFILES;CHECK" "TIMEOUT" "ARGS")
+  cmake_parse_arguments(PARSE_ARGV 2 arg "SERIAL;PROFILES;CHECK" "TIMEOUT;LONG" "ARGS")
   if(arg_UNPARSED_ARGUMENTS)
     message(FATAL_ERROR "kivnst_add_test(${name}): unknown arguments: ${arg_UNPARSED_ARGUMENTS}")
   endif()
@@ -21,6 +22,9 @@ function(kivnst_register_test name target)
     "${PROJECT_BINARY_DIR}" ${name} "$<TARGET_FILE:${target}>" ${arg_ARGS})
   set_tests_properties(${name} PROPERTIES TIMEOUT ${arg_TIMEOUT}
     ENVIRONMENT "KIVNST_DEPS_DIR=${KIVNST_DEPS_DIR};KIVNST_CHECK=${arg_CHECK}")
+  if(arg_LONG)
+    set_tests_properties(${name} PROPERTIES COST ${arg_LONG})
+  endif()
   if(arg_SERIAL)
     set_tests_properties(${name} PROPERTIES RUN_SERIAL ON)
   endif()

@@ -4,58 +4,45 @@
 #include "testbed/common/Namespace.h"
 #include "testbed/mapi/Registration.h"
 
-#include <CLI/CLI.hpp>
-
 #include <cstdio>
-#include <filesystem>
-#include <string>
-#include <vector>
+#include <string_view>
 
 namespace
 {
 constexpr int exitFailed = 1;
 constexpr int exitUsage = 2;
+
+constexpr auto usage = "usage: testbed-setup FOLDER | --remove\n"
+                       "Writes the registry entries by which programs find the mail client's folder: its program "
+                       "outlook.exe, its MAPI module olmapi32.dll and its store provider mspst32.dll; --remove takes "
+                       "them out again. Exit codes: 0 done, 1 failed, 2 wrong arguments.\n";
 } // namespace
 
 // The C runtime calls it by its name.
 int wmain(int argc, wchar_t** argv) // NOLINT(misc-use-internal-linkage)
 {
-    CLI::App app(
-        "Writes the registry entries by which programs find the mail client's folder: its program outlook.exe, "
-        "its MAPI module olmapi32.dll and its store provider mspst32.dll. Exit codes: 0 done, 1 failed, "
-        "2 wrong arguments.",
-        "testbed-setup");
-    std::string folder;
-    bool remove = false;
-    auto* const folderOption = app.add_option("FOLDER", folder, "The folder that holds the three files");
-    auto* const removeOption = app.add_flag("--remove", remove, "Take the entries out again");
-    removeOption->excludes(folderOption);
-
+    const std::wstring_view argument = argc == 2 ? argv[1] : L"";
+    if (argument == L"--help")
+    {
+        std::fputs(usage, stdout);
+        return 0;
+    }
+    if (argument.empty() || (argument.starts_with(L"-") && argument != L"--remove"))
+    {
+        std::fputs(usage, stderr);
+        return exitUsage;
+    }
     try
     {
-        std::vector<std::string> arguments;
-        for (int i = argc - 1; i > 0; --i)
-            arguments.push_back(Testbed::Utf8FromWide(argv[i]));
-        app.parse(arguments);
-        if (!remove && folder.empty())
-            throw CLI::RequiredError("FOLDER or --remove");
-    }
-    catch (const CLI::ParseError& error)
-    {
-        return app.exit(error) == 0 ? 0 : exitUsage;
-    }
-
-    try
-    {
-        if (remove)
+        if (argument == L"--remove")
         {
             Testbed::UnregisterMailClient();
             std::puts("The mail client is no longer registered.");
         }
         else
         {
-            Testbed::RegisterMailClient(Testbed::WideFromUtf8(folder));
-            std::printf("The mail client in %s is registered.\n", folder.c_str());
+            Testbed::RegisterMailClient(std::wstring(argument));
+            std::printf("The mail client in %s is registered.\n", Testbed::Utf8FromWide(argument).c_str());
         }
         return 0;
     }
