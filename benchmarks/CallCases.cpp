@@ -2,10 +2,7 @@
 #include "benchmarks/Cases.h"
 #include "benchmarks/Forwarders.h"
 #include "benchmarks/Provider.h"
-#include "nst/NstMapiFolder.h"
 #include "nst/NstMapiSupport.h"
-#include "nst/NstMapiTable.h"
-#include "nst/NstMsgStore.h"
 
 #include <memory>
 #include <vector>
@@ -48,7 +45,7 @@ std::vector<ULONG> MakeTags(std::size_t count, std::size_t overridden)
 void AddGetProps(const std::string& name, const Objects<IMsgStore>& stores, const std::vector<ULONG>& list)
 {
     const auto tags = std::make_shared<Tags>(list);
-    AddCase("GetProps/" + name, stores,
+    AddCase(name, stores,
             [tags](IMsgStore* store)
             {
                 ULONG count = 0;
@@ -58,9 +55,9 @@ void AddGetProps(const std::string& name, const Objects<IMsgStore>& stores, cons
             });
 }
 
-void AddOpenEntry(const char* name, const Objects<IMsgStore>& stores, ENTRYID* id)
+void AddOpenEntry(const std::string& name, const Objects<IMsgStore>& stores, ENTRYID* id)
 {
-    AddCase(std::string("OpenEntry/") + name, stores,
+    AddCase(name, stores,
             [id](IMsgStore* store)
             {
                 ULONG type = 0;
@@ -72,12 +69,8 @@ void AddOpenEntry(const char* name, const Objects<IMsgStore>& stores, ENTRYID* i
 
 } // namespace
 
-void AddCallCases()
+void AddSupportCases()
 {
-    IMAPITable* const table = MakeTable(100);
-    AddCase("pass-through/0 arguments", Objects<IMAPITable>{table, ForwardTable(table), new CNstMapiTable(table)},
-            [](IMAPITable* object) { object->Abort(); });
-
     IMAPISupport* const support = MakeSupport();
     const Objects<IMAPISupport> supports{support, ForwardSupport(support), new CNstMapiSupport(support, nullptr)};
     AddCase("pass-through/11 arguments", supports,
@@ -86,11 +79,20 @@ void AddCallCases()
                 object->DoCopyTo(&IID_IMessage, nullptr, 0, nullptr, nullptr, 0, nullptr, &IID_IMessage, nullptr, 0,
                                  nullptr);
             });
+}
 
+void AddCallCases(const Wrapping& wrapping)
+{
+    const std::string prefix = wrapping.prefix;
+    IMAPITable* const table = MakeTable(100);
+    AddCase(prefix + "pass-through/0 arguments", Objects<IMAPITable>{table, ForwardTable(table), wrapping.table(table)},
+            [](IMAPITable* object) { object->Abort(); });
+
+    IMAPISupport* const support = MakeSupport();
     IMsgStore* const store = MakeStore();
-    auto* const storeWrapper = new CNstMsgStore(store, support);
+    IMsgStore* const storeWrapper = wrapping.store(store, support);
     const Objects<IMsgStore> stores{store, ForwardStore(store), storeWrapper};
-    AddCase("QueryInterface", stores,
+    AddCase(prefix + "QueryInterface", stores,
             [](IMsgStore* object)
             {
                 void* answer = nullptr;
@@ -100,7 +102,7 @@ void AddCallCases()
 
     for (const std::size_t count : {1, 20, 200})
     {
-        const std::string name = std::to_string(count);
+        const std::string name = prefix + "GetProps/" + std::to_string(count);
         AddGetProps(name + ", none overridden", stores, MakeTags(count, 0));
         if (count > 1)
             AddGetProps(name + ", 4 overridden", stores, MakeTags(count, 4));
@@ -110,12 +112,12 @@ void AddCallCases()
         AddGetProps(name + ", with the subtree", stores, withSubtree);
     }
 
-    AddOpenEntry("folder", stores, GetFolderEntryId());
-    AddOpenEntry("message", stores, GetMessageEntryId());
+    AddOpenEntry(prefix + "OpenEntry/folder", stores, GetFolderEntryId());
+    AddOpenEntry(prefix + "OpenEntry/message", stores, GetMessageEntryId());
 
     IMAPIFolder* const folder = MakeFolder(100);
-    AddCase("GetContentsTable",
-            Objects<IMAPIFolder>{folder, ForwardFolder(folder), new CNstMapiFolder(folder, storeWrapper, support)},
+    AddCase(prefix + "GetContentsTable",
+            Objects<IMAPIFolder>{folder, ForwardFolder(folder), wrapping.folder(folder, storeWrapper, support)},
             [](IMAPIFolder* object)
             {
                 IMAPITable* answer = nullptr;

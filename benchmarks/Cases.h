@@ -2,6 +2,7 @@
 #pragma once
 
 #include "benchmarks/Count.h"
+#include "benchmarks/Wrapping.h"
 
 #include <benchmark/benchmark.h>
 
@@ -78,10 +79,11 @@ void AddCase(const std::string& name, const Objects<I>& objects, Call call, Coun
 }
 
 /// The cases, by what they are about.
-void AddCallCases();
-void AddListingCases();
-void AddRefusalCases();
+void AddCallCases(const Wrapping& wrapping);
+void AddSupportCases();
+void AddListingCases(const Wrapping& wrapping);
+void AddRefusalCases(const Wrapping& wrapping);
 void AddLogCases();
-void AddThreadCases();
+void AddThreadCases(const Wrapping& wrapping);
 
 } // namespace Benchmarks

@@ -103,7 +103,10 @@ LONG CALLBACK OnTrap(EXCEPTION_POINTERS* exception)
     g_tally.heap += Contains(places.heap, context.Rip);
     g_tally.blocks += Contains(places.blocks, context.Rip);
     if (Contains(places.locks, context.Rip))
-        g_tally.locks += places.library.Holds(*reinterpret_cast<const DWORD64*>(context.Rsp));
+    {
+        const DWORD64 caller = *reinterpret_cast<const DWORD64*>(context.Rsp);
+        g_tally.locks += places.library.Holds(caller) || places.program.Holds(caller);
+    }
     return EXCEPTION_CONTINUE_EXECUTION;
 }
 

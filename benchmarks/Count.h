@@ -19,7 +19,7 @@ struct Tally
     ULONG interlocked;  ///< with a lock prefix, in the program (provider and forwarder) and in KivNst.dll
     ULONG heap;         ///< allocations of the process's heap that are no MAPI block
     ULONG blocks;       ///< MAPI blocks allocated
-    ULONG locks;        ///< slim locks and critical sections taken by KivNst.dll itself
+    ULONG locks;        ///< slim locks and critical sections taken by KivNst.dll, and by the program (the host kit)
 };
 
 namespace Detail

@@ -2,19 +2,18 @@
 #include "benchmarks/Cases.h"
 #include "benchmarks/Forwarders.h"
 #include "benchmarks/Provider.h"
-#include "nst/NstMapiTable.h"
 
 namespace Benchmarks
 {
 
-void AddListingCases()
+void AddListingCases(const Wrapping& wrapping)
 {
     for (const ULONG rows : {100, 10000, 1000000})
     {
         IMAPITable* const table = MakeTable(rows);
         AddCase(
-            "listing/" + std::to_string(rows) + " rows",
-            Objects<IMAPITable>{table, ForwardTable(table), new Quillon::Nst::CNstMapiTable(table)},
+            wrapping.prefix + ("listing/" + std::to_string(rows)) + " rows",
+            Objects<IMAPITable>{table, ForwardTable(table), wrapping.table(table)},
             [](IMAPITable* object)
             {
                 const LPFREEBUFFER freeBuffer = GetMapi().freeBuffer;

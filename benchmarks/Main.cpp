@@ -6,11 +6,15 @@
 int main(int argc, char** argv)
 {
     Benchmarks::GetMapi();
-    Benchmarks::AddCallCases();
-    Benchmarks::AddListingCases();
-    Benchmarks::AddRefusalCases();
+    Benchmarks::AddSupportCases();
+    for (const Benchmarks::Wrapping* const wrapping : {&Benchmarks::libraryWrapping, &Benchmarks::kitWrapping})
+    {
+        Benchmarks::AddCallCases(*wrapping);
+        Benchmarks::AddListingCases(*wrapping);
+        Benchmarks::AddRefusalCases(*wrapping);
+        Benchmarks::AddThreadCases(*wrapping);
+    }
     Benchmarks::AddLogCases();
-    Benchmarks::AddThreadCases();
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
         return 1;

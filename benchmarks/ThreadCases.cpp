@@ -2,9 +2,6 @@
 // of their own.
 #include "benchmarks/Cases.h"
 #include "benchmarks/Provider.h"
-#include "nst/NstMapiTable.h"
-
-using Quillon::Nst::CNstMapiTable;
 
 namespace Benchmarks
 {
@@ -18,27 +15,29 @@ void Call(benchmark::State& state, IMAPITable* table)
     state.SetItemsProcessed(state.iterations());
 }
 
-void AddThreads(int threads)
+void AddThreads(const Wrapping& wrapping, int threads)
 {
+    const std::string prefix = wrapping.prefix;
     const std::string suffix = ", threads " + std::to_string(threads);
     static IMAPITable* const shared = MakeTable(100);
-    static IMAPITable* const sharedWrapper = new CNstMapiTable(shared);
+    IMAPITable* const sharedWrapper = wrapping.table(shared);
     const auto add = [threads](const std::string& name, auto function)
     { benchmark::RegisterBenchmark(name.c_str(), function)->Threads(threads)->UseRealTime(); };
-    add("one object" + suffix + "/direct", [](benchmark::State& state) { Call(state, shared); });
-    add("one object" + suffix + "/wrapper", [](benchmark::State& state) { Call(state, sharedWrapper); });
-    add("own objects" + suffix + "/direct",
+    add(prefix + "one object" + suffix + "/direct", [](benchmark::State& state) { Call(state, shared); });
+    add(prefix + "one object" + suffix + "/wrapper",
+        [sharedWrapper](benchmark::State& state) { Call(state, sharedWrapper); });
+    add(prefix + "own objects" + suffix + "/direct",
         [](benchmark::State& state)
         {
             IMAPITable* const own = MakeTable(100);
             Call(state, own);
             own->Release();
         });
-    add("own objects" + suffix + "/wrapper",
-        [](benchmark::State& state)
+    add(prefix + "own objects" + suffix + "/wrapper",
+        [wrap = wrapping.table](benchmark::State& state)
         {
             IMAPITable* const own = MakeTable(100);
-            IMAPITable* const wrapper = new CNstMapiTable(own);
+            IMAPITable* const wrapper = wrap(own);
             Call(state, wrapper);
             wrapper->Release();
             own->Release();
@@ -47,10 +46,10 @@ void AddThreads(int threads)
 
 } // namespace
 
-void AddThreadCases()
+void AddThreadCases(const Wrapping& wrapping)
 {
     for (const int threads : {1, 2, 4, 8})
-        AddThreads(threads);
+        AddThreads(wrapping, threads);
 }
 
 } // namespace Benchmarks
