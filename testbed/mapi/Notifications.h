@@ -2,6 +2,7 @@
 #pragma once
 
 #include "common/ComPtr.h"
+#include "common/Mutex.h"
 #include "common/PropValue.h"
 #include "testbed/common/Namespace.h"
 

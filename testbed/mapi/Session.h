@@ -1,6 +1,7 @@
 // A session: one profile's providers at work, and IMAPISession over it.
 #pragma once
 
+#include "common/Mutex.h"
 #include "testbed/mapi/Notifications.h"
 #include "testbed/mapi/Profile.h"
 #include "testbed/mapi/ServiceModule.h"

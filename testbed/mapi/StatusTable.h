@@ -1,6 +1,7 @@
 // The rows of a session's status table, one for each provider that has reported its state.
 #pragma once
 
+#include "common/Mutex.h"
 #include "testbed/common/PropertyBag.h"
 #include "testbed/mapi/Profile.h"
 

@@ -1,6 +1,7 @@
 // One logon to a store, from IMSProvider::Logon to IMSLogon::Logoff.
 #pragma once
 
+#include "common/Mutex.h"
 #include "testbed/mapi/Profile.h"
 
 namespace Testbed

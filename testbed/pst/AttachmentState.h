@@ -1,6 +1,7 @@
 // An open attachment as its objects share it: what was read, and what has not been saved yet.
 #pragma once
 
+#include "common/Mutex.h"
 #include "testbed/pst/MessageState.h"
 
 namespace Testbed::Pst

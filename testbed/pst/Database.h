@@ -2,6 +2,7 @@
 // file.
 #pragma once
 
+#include "common/Mutex.h"
 #include "common/PropValue.h"
 #include "testbed/common/Namespace.h"
 

@@ -3,6 +3,7 @@
 
 #include "common/ComObject.h"
 #include "common/MemoryStream.h"
+#include "common/Mutex.h"
 #include "testbed/common/Namespace.h"
 #include "testbed/pst/LayeredProperties.h"
 #include "testbed/pst/Session.h"

@@ -1,6 +1,7 @@
 // One store as its sessions see it: a source with the overlay's changes on top.
 #pragma once
 
+#include "common/Mutex.h"
 #include "testbed/pst/SearchCriteria.h"
 #include "testbed/pst/StoredMessage.h"
 
