@@ -137,8 +137,10 @@ std::uintmax_t ArchiveSize(const std::filesystem::path& folder)
 TEST(ImportTest, AnImportThatIsKilledAnywhereGoesOnWhereItWas)
 {
     constexpr size_t all = 240;
-    const char* const given = std::getenv("KIVNST_SEED");
-    const auto seed = static_cast<std::uint32_t>(given ? std::strtoul(given, nullptr, 10) : 1);
+    char given[16] = {};
+    const DWORD length = GetEnvironmentVariableA("KIVNST_SEED", given, sizeof(given));
+    const auto seed =
+        static_cast<std::uint32_t>(length != 0 && length < sizeof(given) ? std::strtoul(given, nullptr, 10) : 1);
     SCOPED_TRACE("KIVNST_SEED=" + std::to_string(seed));
     std::mt19937 random(seed);
     const std::filesystem::path folder = NewFolder();
