@@ -13,20 +13,39 @@ namespace
 {
 // "KivO", so that no other program's database is taken for an overlay.
 constexpr int applicationId = 0x4B69764F;
-constexpr int format = 2;
+constexpr int format = 3;
 // Values above this are kept apart, so that a folder's table need not read them.
 constexpr size_t largeValue = 1024;
 constexpr ObjectId firstPart = ObjectId(1) << 33;
 constexpr int kindBits = 5;
 constexpr int propertyBits = 16;
 
-// The indexes are such that a folder's counts and its list of messages are read from them alone.
+// The indexes are such that a folder's list of messages is read from them alone. Its counts are kept beside: by how
+// much they differ from those of the PST, whose own messages count there once more or once less when they came, left or
+// were changed.
 constexpr const char* schema = R"(
 CREATE TABLE meta (name TEXT PRIMARY KEY, value BLOB) WITHOUT ROWID;
 CREATE TABLE node (id INTEGER PRIMARY KEY, kind INTEGER NOT NULL, parent INTEGER NOT NULL, removed INTEGER NOT NULL,
   unread INTEGER NOT NULL, origin INTEGER NOT NULL, was_unread INTEGER NOT NULL);
-CREATE INDEX node_parent ON node (parent, kind, unread) WHERE removed = 0;
-CREATE INDEX node_origin ON node (origin, kind, was_unread) WHERE origin <> 0;
+CREATE INDEX node_parent ON node (parent, kind) WHERE removed = 0;
+CREATE INDEX node_origin ON node (origin) WHERE origin <> 0;
+CREATE TABLE count (folder INTEGER NOT NULL, kind INTEGER NOT NULL, objects INTEGER NOT NULL, unread INTEGER NOT NULL,
+  PRIMARY KEY (folder, kind)) WITHOUT ROWID;
+CREATE VIEW counted AS SELECT NULL AS folder, NULL AS kind, NULL AS objects, NULL AS unread;
+CREATE TRIGGER counted_more INSTEAD OF INSERT ON counted WHEN NEW.folder <> 0 BEGIN
+  INSERT INTO count VALUES (NEW.folder, NEW.kind, NEW.objects, NEW.unread)
+    ON CONFLICT DO UPDATE SET objects = objects + NEW.objects, unread = unread + NEW.unread;
+END;
+CREATE TRIGGER node_made AFTER INSERT ON node BEGIN
+  INSERT INTO counted SELECT NEW.parent, NEW.kind, 1, NEW.unread WHERE NEW.removed = 0;
+  INSERT INTO counted VALUES (NEW.origin, NEW.kind, -1, -NEW.was_unread);
+END;
+CREATE TRIGGER node_changed AFTER UPDATE ON node BEGIN
+  INSERT INTO counted SELECT OLD.parent, OLD.kind, -1, -OLD.unread WHERE OLD.removed = 0;
+  INSERT INTO counted VALUES (OLD.origin, OLD.kind, 1, OLD.was_unread);
+  INSERT INTO counted SELECT NEW.parent, NEW.kind, 1, NEW.unread WHERE NEW.removed = 0;
+  INSERT INTO counted VALUES (NEW.origin, NEW.kind, -1, -NEW.was_unread);
+END;
 CREATE TABLE name (id INTEGER PRIMARY KEY, property_set BLOB NOT NULL, text TEXT NOT NULL, number INTEGER NOT NULL);
 CREATE TABLE object (id INTEGER PRIMARY KEY, parent INTEGER NOT NULL, number INTEGER NOT NULL, small BLOB NOT NULL,
   removed BLOB NOT NULL, large BLOB NOT NULL, recipients BLOB, own_attachments INTEGER NOT NULL);
@@ -258,26 +277,21 @@ Overlay::Counts Overlay::ReadCounts(NodeId folder)
     Counts counts;
     if (!m_database.IsOpen())
         return counts;
-    const auto add = [&](const char* sql, int sign)
+    Statement statement(m_database, "SELECT kind, objects, unread FROM count WHERE folder = ?1");
+    statement.Bind(1, folder);
+    while (statement.Step())
     {
-        Statement statement(m_database, sql);
-        statement.Bind(1, folder);
-        while (statement.Step())
+        const auto kind = static_cast<NodeKind>(statement.Number(0));
+        if (kind == NodeKind::Message)
         {
-            const auto kind = static_cast<NodeKind>(statement.Number(0));
-            if (kind == NodeKind::Message)
-            {
-                counts.messages += sign * statement.Number(1);
-                counts.unread += sign * statement.Number(2);
-            }
-            else if (kind == NodeKind::Associated)
-            {
-                counts.associated += sign * statement.Number(1);
-            }
+            counts.messages = statement.Number(1);
+            counts.unread = statement.Number(2);
         }
-    };
-    add("SELECT kind, count(*), sum(unread) FROM node WHERE parent = ?1 AND removed = 0 GROUP BY kind", 1);
-    add("SELECT kind, count(*), sum(was_unread) FROM node WHERE origin = ?1 AND origin <> 0 GROUP BY kind", -1);
+        else if (kind == NodeKind::Associated)
+        {
+            counts.associated = statement.Number(1);
+        }
+    }
     return counts;
 }
 
@@ -362,8 +376,9 @@ std::vector<Overlay::Part> Overlay::ReadParts(ObjectId object)
 void Overlay::WriteNode(const NodeRecord& record)
 {
     Statement statement(m_database,
-                        "INSERT OR REPLACE INTO node (id, kind, parent, removed, unread, origin, was_unread) "
-                        "VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7)");
+                        "INSERT INTO node (id, kind, parent, removed, unread, origin, was_unread) "
+                        "VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7) ON CONFLICT DO UPDATE SET kind = ?2, parent = ?3, "
+                        "removed = ?4, unread = ?5, origin = ?6, was_unread = ?7");
     statement.Bind(1, record.node.id).Bind(2, std::int64_t(record.node.kind)).Bind(3, record.node.parent);
     statement.Bind(4, record.removed ? 1 : 0).Bind(5, record.unread ? 1 : 0);
     statement.Bind(6, record.origin).Bind(7, record.wasUnread ? 1 : 0).Step();
