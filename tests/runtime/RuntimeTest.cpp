@@ -191,19 +191,24 @@ TEST_F(ModuleLife, GivesEachThreadItsOwnVariable)
 TEST_F(ModuleLife, ConstructsTheVariableOfAThreadThatWasThereBefore)
 {
     std::unique_ptr<Module> module;
+    const HANDLE running = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     const HANDLE loaded = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     int seen = 0;
     std::thread before(
         [&]
         {
+            SetEvent(running);
             WaitForSingleObject(loaded, INFINITE);
             seen = (*module)->touchThread();
         });
+    // A thread that has not begun by then is told of the module like any later one.
+    WaitForSingleObject(running, INFINITE);
     module = std::make_unique<Module>();
     TakeLines();
     SetEvent(loaded);
     before.join();
     CloseHandle(loaded);
+    CloseHandle(running);
     ASSERT_TRUE(*module);
     EXPECT_EQ(seen, 41);
     EXPECT_THAT(TakeLines(), ElementsAre("+thread", "-thread"));
