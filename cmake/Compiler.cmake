@@ -17,6 +17,13 @@ if(NOT MSVC AND CMAKE_CXX_SIMULATE_ID STREQUAL "MSVC")
   endif()
 endif()
 
+# What stands around the library is compiled several files at a time, for most of the time goes into reading the same
+# headers again. What is defined in one file alone needs another name than what the others define.
+option(KIVNST_COMPILE_TOGETHER "Compile several files of the programs around the library as one" ON)
+function(kivnst_compile_together)
+  set_target_properties(${ARGN} PROPERTIES UNITY_BUILD ${KIVNST_COMPILE_TOGETHER} UNITY_BUILD_BATCH_SIZE 8)
+endfunction()
+
 add_library(kivnst_options INTERFACE)
 target_include_directories(kivnst_options INTERFACE "${PROJECT_SOURCE_DIR}")
 target_compile_definitions(kivnst_options INTERFACE

@@ -55,12 +55,12 @@ function(kivnst_add_script_check name)
 endfunction()
 
 # kivnst_spare_optimising(TARGET)
-#   For test code: nobody waits for it to run, but for it to compile.
+#   For test code: nobody waits for it to run, but for it to compile. For a debugger there is the preset mingw-debug.
 function(kivnst_spare_optimising target)
   if(KIVNST_MSVC_ABI)
     target_compile_options(${target} PRIVATE -O0)
   elseif(NOT MSVC)
-    target_compile_options(${target} PRIVATE -O0 -g1)
+    target_compile_options(${target} PRIVATE -O0 $<$<NOT:$<CONFIG:Debug>>:-g0>)
   endif()
 endfunction()
 

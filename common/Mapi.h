@@ -12,6 +12,9 @@
 
 namespace Common
 {
+/// The first identifier of named properties.
+constexpr ULONG firstNamedId = 0x8000;
+
 /// Property tags that store providers and their services use and that the MAPI headers do not name.
 namespace Tags
 {

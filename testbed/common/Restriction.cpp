@@ -14,7 +14,7 @@ namespace
 constexpr int maxDepth = 64;
 constexpr ULONG fuzzyKind = 0xFFFF;
 
-bool IsText(ULONG type)
+bool IsSingleText(ULONG type)
 {
     return type == PT_STRING8 || type == PT_UNICODE;
 }
@@ -28,7 +28,7 @@ void RequireComparable(ULONG typeA, ULONG typeB)
 {
     const ULONG a = SingleType(typeA);
     const ULONG b = SingleType(typeB);
-    if (a != b && !(IsText(a) && IsText(b)))
+    if (a != b && !(IsSingleText(a) && IsSingleText(b)))
         Fail(MAPI_E_TOO_COMPLEX, L"A restriction compares values of different types.");
 }
 
@@ -133,7 +133,7 @@ bool MatchesContent(const PropValue& own, const PropValue& wanted, ULONG fuzzyLe
     const std::wstring pattern = Folded(wanted.AsText(), fuzzyLevel);
     return AnySingle(
         own, [&](const PropValue& value)
-        { return IsText(value.Type()) && IsFound(Folded(value.AsText(), fuzzyLevel), pattern, fuzzyLevel); });
+        { return IsSingleText(value.Type()) && IsFound(Folded(value.AsText(), fuzzyLevel), pattern, fuzzyLevel); });
 }
 
 bool MatchesProperty(const PropValue& own, const PropValue& wanted, ULONG relation)
@@ -191,7 +191,7 @@ Restriction CopyNode(const SRestriction* restriction, int depth)
         copy.mode = given.resContent.ulFuzzyLevel;
         copy.tag = given.resContent.ulPropTag;
         addValue(given.resContent.lpProp);
-        if (const ULONG type = copy.values.front().Type(); !IsText(type) && type != PT_BINARY)
+        if (const ULONG type = copy.values.front().Type(); !IsSingleText(type) && type != PT_BINARY)
             Fail(MAPI_E_TOO_COMPLEX, L"Content restrictions work on strings and binaries only.");
         if ((copy.mode & fuzzyKind) > FL_PREFIX)
             Fail(MAPI_E_INVALID_PARAMETER, L"A content restriction has an unknown fuzzy level.");

@@ -16,7 +16,6 @@ namespace
 {
 // Embedded messages within embedded messages, and folders within folders, deeper than this are taken for a cycle.
 constexpr int maxDepth = 100;
-constexpr ULONG firstNamedId = 0x8000;
 constexpr ULONG lastNamedId = 0xFFFE;
 
 // What tells where an object is and what its store makes of it; a copy has its own.

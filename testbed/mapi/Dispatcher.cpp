@@ -88,7 +88,7 @@ struct Delivery
     std::unique_ptr<ThreadWindow> window;
 };
 
-std::mutex g_lock;
+std::mutex g_deliveryLock;
 std::shared_ptr<Delivery>& Current()
 {
     // Never destroyed: a client that ends without MAPIUninitialize leaves the worker to Windows, which has ended its
@@ -167,14 +167,14 @@ void Dispatcher::Start(bool ownThread)
         delivery->worker = std::make_unique<Worker>();
     else
         delivery->window = std::make_unique<ThreadWindow>();
-    const std::lock_guard guard(g_lock);
+    const std::lock_guard guard(g_deliveryLock);
     Current() = std::move(delivery);
 }
 
 void Dispatcher::Stop() noexcept
 {
     std::shared_ptr<Delivery> ended;
-    const std::lock_guard guard(g_lock);
+    const std::lock_guard guard(g_deliveryLock);
     ended.swap(Current());
 }
 
@@ -182,7 +182,7 @@ void Dispatcher::Post(std::function<void()> call)
 {
     std::shared_ptr<Delivery> delivery;
     {
-        const std::lock_guard guard(g_lock);
+        const std::lock_guard guard(g_deliveryLock);
         delivery = Current();
     }
     if (!delivery)

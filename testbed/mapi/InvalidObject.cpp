@@ -24,7 +24,7 @@ struct Invalid
 };
 static_assert(sizeof(Invalid) <= 16);
 
-Mutex g_lock;
+Mutex g_objectsLock;
 // With what each object's memory is freed; the object itself has no room for it.
 std::map<void*, MapiMemory> g_memory;
 
@@ -37,13 +37,13 @@ HRESULT STDMETHODCALLTYPE RefuseInterface(void*, REFIID, void** object)
 
 ULONG STDMETHODCALLTYPE Add(Invalid* object)
 {
-    const std::lock_guard guard(g_lock);
+    const std::lock_guard guard(g_objectsLock);
     return ++object->references;
 }
 
 ULONG STDMETHODCALLTYPE Drop(Invalid* object)
 {
-    const std::lock_guard guard(g_lock);
+    const std::lock_guard guard(g_objectsLock);
     const ULONG left = --object->references;
     if (left == 0)
     {
@@ -99,7 +99,7 @@ void KeepLostObject(void* object) noexcept
     // Never destroyed: others may be released while the process ends.
     static auto* const kept = new std::deque<void*>;
     *static_cast<const void* const* volatile*>(object) = LostMethods().data();
-    const std::lock_guard guard(g_lock);
+    const std::lock_guard guard(g_objectsLock);
     kept->push_back(object);
     if (kept->size() > mostLostObjects)
     {
@@ -115,7 +115,7 @@ void MakeObjectInvalid(const MapiMemory& memory, void* object, ULONG references,
         Fail(MAPI_E_INVALID_PARAMETER,
              L"An object to be made invalid has an impossible number of methods or references.");
     }
-    const std::lock_guard guard(g_lock);
+    const std::lock_guard guard(g_objectsLock);
     g_memory.insert_or_assign(object, memory);
     auto* const invalid = static_cast<Invalid*>(object);
     invalid->methods = Methods().data();

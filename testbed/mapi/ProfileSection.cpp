@@ -12,8 +12,6 @@ namespace Testbed
 {
 namespace
 {
-constexpr ULONG firstNamedId = 0x8000;
-
 constexpr bool IsSecure(ULONG id)
 {
     return id >= PROP_ID_SECURE_MIN && id <= PROP_ID_SECURE_MAX;

@@ -21,7 +21,6 @@ namespace
 constexpr const wchar_t* rootPath = L"Software\\KivNst Testbed\\Mail profiles";
 // Changes of the list of profiles are made by one program at a time.
 constexpr const wchar_t* turnName = L"KivNst testbed: profiles";
-constexpr size_t longestName = 64;
 
 std::atomic<std::uint64_t> g_generation{1};
 
@@ -222,7 +221,8 @@ Entry RequireEntry(const std::wstring& name)
 
 void RequireFreeName(const std::wstring& name)
 {
-    const bool sound = !name.empty() && name.size() <= longestName && name.front() != L' ' && name.back() != L' ' &&
+    const bool sound = !name.empty() && name.size() <= ProfileStore::longestName && name.front() != L' ' &&
+                       name.back() != L' ' &&
                        std::all_of(name.begin(), name.end(),
                                    [](wchar_t c) { return IsCharAlphaNumericW(c) || c == L'_' || c == L' '; });
     if (!sound)

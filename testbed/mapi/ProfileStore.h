@@ -11,6 +11,9 @@ namespace Testbed
 /// one's program was ended; until then one that is to be removed is in no list. All functions throw `Failure`.
 namespace ProfileStore
 {
+/// Of a profile's name, in characters.
+inline constexpr size_t longestName = 64;
+
 /// The names, in the order of their creation's identifiers; and the default profile's, empty when there is none.
 std::vector<std::wstring> Names();
 std::wstring Default();

@@ -14,7 +14,7 @@ namespace Testbed
 {
 namespace
 {
-Mutex g_lock;
+Mutex g_modulesLock;
 std::map<std::wstring, std::shared_ptr<ServiceModule>>& Loaded()
 {
     static std::map<std::wstring, std::shared_ptr<ServiceModule>> modules;
@@ -31,7 +31,7 @@ std::wstring ServiceModule::FileName(const std::wstring& name)
 std::shared_ptr<ServiceModule> ServiceModule::Load(const std::wstring& name)
 {
     const std::wstring file = FileName(name);
-    const std::lock_guard guard(g_lock);
+    const std::lock_guard guard(g_modulesLock);
     if (const auto known = Loaded().find(file); known != Loaded().end())
         return known->second;
     HMODULE module = LoadLibraryW(file.c_str());
@@ -54,7 +54,7 @@ std::shared_ptr<ServiceModule> ServiceModule::Load(const std::wstring& name)
 void ServiceModule::UnloadAll() noexcept
 {
     std::map<std::wstring, std::shared_ptr<ServiceModule>> dropped;
-    const std::lock_guard guard(g_lock);
+    const std::lock_guard guard(g_modulesLock);
     dropped.swap(Loaded());
 }
 

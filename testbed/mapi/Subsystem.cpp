@@ -16,10 +16,9 @@ namespace Testbed
 namespace
 {
 constexpr ULONG noCoInit = 0x00000008;
-constexpr size_t longestName = 64;
 constexpr std::chrono::seconds shortTime(3);
 
-Mutex g_lock;
+Mutex g_subsystemLock;
 ULONG g_count = 0;
 std::timed_mutex g_logon;
 
@@ -46,7 +45,7 @@ ComPtr<IMAPISession> Join(const std::shared_ptr<Session>& session)
                                [session]
                                {
                                    {
-                                       const std::lock_guard guard(g_lock);
+                                       const std::lock_guard guard(g_subsystemLock);
                                        Shared& shared = SharedSession();
                                        if (--shared.clients != 0)
                                            return;
@@ -60,7 +59,7 @@ ComPtr<IMAPISession> LogOn(const std::wstring& profileName, ULONG flags, const M
 {
     if ((flags & MAPI_NEW_SESSION) == 0)
     {
-        const std::lock_guard guard(g_lock);
+        const std::lock_guard guard(g_subsystemLock);
         if (SharedSession().session)
             return Join(SharedSession().session);
     }
@@ -73,13 +72,13 @@ ComPtr<IMAPISession> LogOn(const std::wstring& profileName, ULONG flags, const M
             Fail(MAPI_E_NO_SUPPORT, L"There is no dialog to choose a profile by.");
         Fail(MAPI_E_LOGON_FAILED, L"No profile is named, and there is no default profile.");
     }
-    auto profile = name.size() <= longestName ? ProfileStore::Find(name) : nullptr;
+    auto profile = name.size() <= ProfileStore::longestName ? ProfileStore::Find(name) : nullptr;
     if (!profile)
         Fail(MAPI_E_LOGON_FAILED, L"There is no profile \"" + name + L"\".");
     const auto session = std::make_shared<Session>(std::move(profile), flags, memory);
     if (flags & MAPI_ALLOW_OTHERS)
     {
-        const std::lock_guard guard(g_lock);
+        const std::lock_guard guard(g_subsystemLock);
         if (!SharedSession().session)
         {
             SharedSession().session = session;
@@ -109,7 +108,7 @@ HRESULT Subsystem::Initialize(const MAPIINIT_0* init) noexcept
     return Guarded(lastError,
                    [&]
                    {
-                       const std::lock_guard guard(g_lock);
+                       const std::lock_guard guard(g_subsystemLock);
                        if (g_count == 0)
                            Dispatcher::Start((flags & MAPI_MULTITHREAD_NOTIFICATIONS) != 0);
                        ++g_count;
@@ -121,7 +120,7 @@ void Subsystem::Uninitialize() noexcept
     std::shared_ptr<Session> left;
     bool last = false;
     {
-        const std::lock_guard guard(g_lock);
+        const std::lock_guard guard(g_subsystemLock);
         last = g_count != 0 && --g_count == 0;
         if (last)
             left = std::exchange(SharedSession(), {}).session;
@@ -142,7 +141,7 @@ void Subsystem::Uninitialize() noexcept
 
 bool Subsystem::Initialized() noexcept
 {
-    const std::lock_guard guard(g_lock);
+    const std::lock_guard guard(g_subsystemLock);
     return g_count != 0;
 }
 

@@ -16,7 +16,7 @@ namespace
 constexpr LONG allRights = 0x000007FB;
 constexpr ULONG softDeletes = 0x00000002;
 
-bool IsComputed(ULONG id)
+bool IsComputedOfFolders(ULONG id)
 {
     static const std::set<ULONG> ids = {
         PROP_ID(PR_PARENT_ENTRYID),
@@ -109,7 +109,7 @@ std::shared_ptr<const PropertySource> Folder::Properties()
 
 SCODE Folder::Set(const PropValue& value)
 {
-    if (IsComputed(value.Id()))
+    if (IsComputedOfFolders(value.Id()))
         return MAPI_E_COMPUTED;
     if (value.Id() == PROP_ID(PR_DISPLAY_NAME))
     {
@@ -123,7 +123,7 @@ SCODE Folder::Set(const PropValue& value)
 
 SCODE Folder::Remove(ULONG tag)
 {
-    if (IsComputed(PROP_ID(tag)) || PROP_ID(tag) == PROP_ID(PR_DISPLAY_NAME))
+    if (IsComputedOfFolders(PROP_ID(tag)) || PROP_ID(tag) == PROP_ID(PR_DISPLAY_NAME))
         return MAPI_E_COMPUTED;
     if (!Core()->FolderProperties(m_id).Find(PROP_ID(tag)))
         return MAPI_E_NOT_FOUND;

@@ -15,7 +15,7 @@ using Numbers = std::vector<std::int32_t>;
 // The parts of one restriction are kept as a bag whose identifiers count them.
 constexpr ULONG numbersTag = PROP_TAG(PT_MV_LONG, 1);
 constexpr ULONG firstValue = 0x100;
-constexpr ULONG firstPart = 0x8000;
+constexpr ULONG firstRestriction = 0x8000;
 constexpr ULONG foldersTag = PROP_TAG(PT_MV_LONG, 2);
 constexpr ULONG restrictionTag = PROP_TAG(PT_BINARY, 3);
 constexpr ULONG recursiveTag = PROP_TAG(PT_BOOLEAN, 4);
@@ -46,7 +46,7 @@ Bytes Write(const Restriction& restriction)
     ULONG id = firstValue;
     for (const PropValue& value : restriction.values)
         bag.Put(PropValue::Binary(PROP_TAG(PT_BINARY, id++), WriteValue(value)));
-    id = firstPart;
+    id = firstRestriction;
     for (const Restriction& part : restriction.parts)
         bag.Put(PropValue::Binary(PROP_TAG(PT_BINARY, id++), Write(part)));
     return WriteBag(bag);
@@ -64,7 +64,7 @@ Restriction Read(const Bytes& bytes)
     restriction.tag = static_cast<ULONG>(numbers[2]);
     restriction.other = static_cast<ULONG>(numbers[3]);
     for (const auto& [id, value] : bag.Values())
-        if (id >= firstPart)
+        if (id >= firstRestriction)
             restriction.parts.push_back(Read(value.AsBytes()));
         else if (id >= firstValue)
             restriction.values.push_back(ReadValue(value.AsBytes()));

@@ -27,7 +27,7 @@ bool IsHidden(ULONG id)
     return id == PROP_ID(receiveClasses) || id == PROP_ID(receiveFolders);
 }
 
-bool IsComputed(ULONG id)
+bool IsComputedOfStores(ULONG id)
 {
     return IsComputedEverywhere(id) || id == PROP_ID(Tags::storeUnicodeMask) || IsHidden(id);
 }
@@ -106,7 +106,7 @@ std::shared_ptr<const PropertySource> Store::Properties()
 
 SCODE Store::Set(const PropValue& value)
 {
-    if (IsComputed(value.Id()))
+    if (IsComputedOfStores(value.Id()))
         return MAPI_E_COMPUTED;
     m_changes.Put(value);
     return S_OK;
@@ -114,7 +114,7 @@ SCODE Store::Set(const PropValue& value)
 
 SCODE Store::Remove(ULONG tag)
 {
-    if (IsComputed(PROP_ID(tag)))
+    if (IsComputedOfStores(PROP_ID(tag)))
         return MAPI_E_COMPUTED;
     if (!Core()->StoreProperties().Find(PROP_ID(tag)))
         return MAPI_E_NOT_FOUND;

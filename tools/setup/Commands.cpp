@@ -239,11 +239,6 @@ Quillon::Binary ParseId(const std::wstring& id)
     return bytes;
 }
 
-Quillon::StringW ToString(const std::wstring& text)
-{
-    return Quillon::StringW(text.c_str(), text.size());
-}
-
 std::wstring GetUrl(const Store& store)
 {
     try

@@ -32,11 +32,6 @@ std::wstring GetProviderSuffix()
     return GetProviderSection(L"");
 }
 
-StringW ToString(const std::wstring& text)
-{
-    return StringW(text.c_str(), text.size());
-}
-
 std::wstring Quote(const std::wstring& text)
 {
     return L"\"" + text + L"\"";
@@ -259,6 +254,11 @@ void ChangeFile(const InfFile& file, const std::wstring& task, Work work)
 }
 
 } // namespace
+
+StringW ToString(const std::wstring& text)
+{
+    return StringW(text.c_str(), text.size());
+}
 
 std::wstring GetProviderSection(const std::wstring& serviceName)
 {

@@ -3,6 +3,7 @@
 // The entries are nowhere listed here: they are what the library writes into a scratch file.
 #pragma once
 
+#include "support/StringW.h"
 #include "tools/setup/InfFile.h"
 #include "tools/setup/Probe.h"
 
@@ -21,6 +22,9 @@ struct Service
     std::wstring dllName;
     std::wstring extraFlags;
 };
+
+/// A text as the library takes it.
+Quillon::StringW ToString(const std::wstring& text);
 
 /// The section of the provider that belongs to a service.
 std::wstring GetProviderSection(const std::wstring& serviceName);
