@@ -262,7 +262,7 @@ TEST_F(SetupTool, FindsEachWrongValue)
         RegisterByTheLibrary();
         Write(entry.section.c_str(), entry.key.c_str(), L"wrong");
         const Result result = Status(expected);
-        EXPECT_EQ(result.exitCode, static_cast<DWORD>(faulty));
+        EXPECT_EQ(result.exitCode, static_cast<DWORD>(faulty)) << result.output << result.errors;
         EXPECT_EQ(json::parse(result.output)["services"][0]["problems"], json::array({{{"problem", "wrong value"},
                                                                                        {"section", Utf8(entry.section)},
                                                                                        {"key", Utf8(entry.key)},
