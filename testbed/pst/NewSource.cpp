@@ -20,7 +20,7 @@ struct FixedFolder
     const wchar_t* containerClass;
 };
 
-constexpr FixedFolder folders[] = {
+constexpr FixedFolder fixedFolders[] = {
     {Nodes::root, Nodes::root, L"", L""},
     {Nodes::subtree, Nodes::root, L"Top of Personal Folders", L""},
     {Nodes::finder, Nodes::root, L"Search Root", L""},
@@ -29,7 +29,7 @@ constexpr FixedFolder folders[] = {
 
 const FixedFolder* TryFolder(NodeId id)
 {
-    for (const FixedFolder& folder : folders)
+    for (const FixedFolder& folder : fixedFolders)
         if (folder.id == id)
             return &folder;
     return nullptr;
@@ -54,7 +54,7 @@ public:
     std::vector<NodeId> SubFolders(NodeId parent) const override
     {
         std::vector<NodeId> found;
-        for (const FixedFolder& folder : folders)
+        for (const FixedFolder& folder : fixedFolders)
             if (folder.parent == parent && folder.id != parent)
                 found.push_back(folder.id);
         return found;
