@@ -7,6 +7,7 @@
 #include "testbed/common/Restriction.h"
 
 #include <functional>
+#include <memory>
 
 namespace Testbed
 {

@@ -55,8 +55,13 @@ BYTE* AllocateMemory(size_t size)
     return static_cast<BYTE*>(Heap() ? HeapAlloc(Heap(), 0, size) : nullptr);
 }
 
-void FreeMemory(BYTE* memory)
+/// `size` is the payload's.
+void FreeMemory(BYTE* memory, [[maybe_unused]] size_t size)
 {
+#ifdef KIVNST_ASAN
+    // Whoever has the memory next may touch it.
+    __asan_unpoison_memory_region(memory, size + 2 * guardSize);
+#endif
     HeapFree(Heap(), 0, memory);
 }
 
@@ -119,7 +124,7 @@ void* Blocks::Allocate(size_t size, void* parent)
     {
         if (parent && !root->second.linked.empty() && root->second.linked.back() == payload)
             root->second.linked.pop_back();
-        FreeMemory(memory);
+        FreeMemory(memory, size);
         return nullptr;
     }
     ++m_allocated;
@@ -155,13 +160,13 @@ void Blocks::Discard(BlockMap::iterator block)
     }
     catch (const std::bad_alloc&)
     {
-        FreeMemory(freed.memory);
+        FreeMemory(freed.memory, freed.size);
     }
     while (m_quarantine.size() > quarantineCount || m_quarantineSize > quarantineBytes)
     {
         const Freed& oldest = m_quarantine.front();
         CheckPoison(oldest);
-        FreeMemory(oldest.memory);
+        FreeMemory(oldest.memory, oldest.size);
         m_quarantineSize -= oldest.size;
         m_quarantine.pop_front();
     }
