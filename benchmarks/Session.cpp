@@ -80,8 +80,10 @@ Place WithStore(Place place)
 std::filesystem::path CopyMail(const std::filesystem::path& mail, const wchar_t* name)
 {
     const std::filesystem::path copy = std::filesystem::current_path() / name;
-    std::filesystem::copy_file(mail, copy, std::filesystem::copy_options::overwrite_existing);
+    // GCC's library does not write over a file on Windows, whatever it is told.
+    std::filesystem::remove(copy);
     std::filesystem::remove(copy.wstring() + L".overlay");
+    std::filesystem::copy_file(mail, copy);
     return copy;
 }
 

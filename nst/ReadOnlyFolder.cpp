@@ -30,12 +30,13 @@ CReadOnlyFolder::CReadOnlyFolder(IMAPIFolder* folder, IMsgStore* store, IMAPISup
 
 CReadOnlyFolder::~CReadOnlyFolder() = default;
 
-/// Refuses a call whose line ends in the folder's name. The name is read before anything is logged, and a name that
-/// cannot be read leaves as the exception that says so.
+/// Refuses a call whose line ends in the folder's name. The name is read before anything is logged, and also where
+/// nothing is: a name that cannot be read leaves as the exception that says so.
 HRESULT CReadOnlyFolder::RefuseNamingFolder(const wchar_t* text)
 {
     const ATL::CComQIPtr<IMAPIFolder> self(this);
-    return Refuse(text + GetDisplayName());
+    const StringW name = GetDisplayName();
+    return Logging::IsLogEnabled(LogId::Warning) ? Refuse(text + name) : MAPI_E_NO_ACCESS;
 }
 
 STDMETHODIMP CReadOnlyFolder::OpenProperty(ULONG ulPropTag, LPCIID lpiid, ULONG ulInterfaceOptions, ULONG ulFlags,
