@@ -6,12 +6,10 @@
 
 #include <optional>
 
-namespace Testbed
-{
 /// The number that stands for a bookmark or connection to the outside. A store provider may give the address of what
 /// it keeps, and does; so these have upper halves that are not zero and differ from one to the next, and whoever keeps
 /// only 32 bits of one is refused.
-namespace AddressNumbers
+namespace Testbed::AddressNumbers
 {
 constexpr ULONG_PTR first = 0x00007FF600010040;
 constexpr ULONG_PTR step = 0x0000000100000040;
@@ -28,5 +26,4 @@ constexpr std::optional<ULONG> CountOf(ULONG_PTR number) noexcept
     return count <= MAXDWORD && Of(static_cast<ULONG>(count)) == number ? std::optional(static_cast<ULONG>(count))
                                                                         : std::nullopt;
 }
-} // namespace AddressNumbers
-} // namespace Testbed
+} // namespace Testbed::AddressNumbers

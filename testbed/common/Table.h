@@ -34,6 +34,7 @@ public:
 
     /// Has `changed` called after each change, with the keys of what came, went or was changed, whether or not these
     /// are rows, until the result is dropped. Null for a source that never changes.
+    // NOLINTNEXTLINE(performance-unnecessary-value-param): those that override it keep the function.
     virtual std::shared_ptr<void> Watch(std::function<void(const std::vector<std::uint64_t>&)>) const { return {}; }
 
     /// Whether rows show long texts and binary values cut: only for rows of objects, which give the whole.

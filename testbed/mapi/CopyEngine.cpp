@@ -143,6 +143,7 @@ public:
         Check(QueryAllRows(m_memory, &table, tags.Get(), nullptr, nullptr, 0, rows.Put()),
               L"The table cannot be read.");
         std::vector<std::vector<PropValue>> all;
+        all.reserve(rows.Count());
         for (ULONG row = 0; row < rows.Count(); ++row)
             all.push_back(CopyProps(rows[row].cValues, rows[row].lpProps));
         return all;

@@ -23,6 +23,7 @@ LRESULT CALLBACK WindowProcedure(HWND window, UINT message, WPARAM wParam, LPARA
 {
     if (message != callMessage)
         return DefWindowProcW(window, message, wParam, lParam);
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): what a message carries is a number.
     const std::unique_ptr<std::function<void()>> call(reinterpret_cast<std::function<void()>*>(lParam));
     (*call)();
     return 0;
@@ -156,9 +157,10 @@ ThreadWindow::~ThreadWindow()
 void ThreadWindow::Post(std::function<void()> call) const
 {
     auto owned = std::make_unique<std::function<void()>>(std::move(call));
+    // Whoever takes the message has it then.
     if (PostMessageW(m_window, callMessage, 0, reinterpret_cast<LPARAM>(owned.get())))
-        (void)owned.release();
-}
+        owned.release(); // NOLINT(bugprone-unused-return-value)
+} // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks)
 
 void Dispatcher::Start(bool ownThread)
 {

@@ -97,6 +97,7 @@ const std::array<const void*, maxInvalidMethods>& LostMethods()
 void KeepLostObject(void* object) noexcept
 {
     // Never destroyed: others may be released while the process ends.
+    // NOLINTNEXTLINE(bugprone-unhandled-exception-at-new): without memory for that the process may end.
     static auto* const kept = new std::deque<void*>;
     *static_cast<const void* const* volatile*>(object) = LostMethods().data();
     const std::lock_guard guard(g_objectsLock);

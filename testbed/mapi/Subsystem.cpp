@@ -121,7 +121,11 @@ void Subsystem::Uninitialize() noexcept
     bool last = false;
     {
         const std::lock_guard guard(g_subsystemLock);
-        last = g_count != 0 && --g_count == 0;
+        if (g_count != 0)
+        {
+            --g_count;
+            last = g_count == 0;
+        }
         if (last)
             left = std::exchange(SharedSession(), {}).session;
     }

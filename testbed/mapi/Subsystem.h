@@ -5,8 +5,6 @@
 #include "common/MapiMemory.h"
 #include "testbed/common/Namespace.h"
 
-namespace Testbed
-{
 /// The bodies of MAPI's functions of these names. Thread-safe.
 ///
 /// Where MAPI's documentation leaves a choice:
@@ -14,7 +12,7 @@ namespace Testbed
 /// - A logon that finds no profile to use is MAPI_E_LOGON_FAILED. There are no dialogs: what would have to ask gives
 ///   MAPI_E_NO_SUPPORT where a dialog is allowed.
 /// - A shared session is shared within the process, and ends with the logoff of the last client that has it.
-namespace Subsystem
+namespace Testbed::Subsystem
 {
 HRESULT Initialize(const MAPIINIT_0* init) noexcept;
 void Uninitialize() noexcept;
@@ -23,5 +21,4 @@ bool Initialized() noexcept;
 HRESULT LogonEx(const void* profileName, const void* password, ULONG flags, const MapiMemory& memory,
                 IMAPISession** session) noexcept;
 HRESULT AdminProfiles(ULONG flags, const MapiMemory& memory, IProfAdmin** admin) noexcept;
-} // namespace Subsystem
-} // namespace Testbed
+} // namespace Testbed::Subsystem

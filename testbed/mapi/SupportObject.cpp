@@ -23,6 +23,7 @@ public:
             m_context.released();
     }
 
+    // NOLINTNEXTLINE(misc-new-delete-overloads): the memory is that of the usual operator new, and goes back to it.
     static void operator delete(void* object) noexcept { KeepLostObject(object); }
 
     MAPI_IMAPISUPPORT_METHODS1(override)

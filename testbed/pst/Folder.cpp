@@ -160,6 +160,7 @@ std::vector<Node> Folder::Named(const ENTRYLIST& list) const
     if (list.cValues != 0)
         Testbed::Require(list.lpbin);
     std::vector<Node> nodes;
+    nodes.reserve(list.cValues);
     for (ULONG index = 0; index < list.cValues; ++index)
         nodes.push_back(m_session->Require(list.lpbin[index].cb, reinterpret_cast<LPENTRYID>(list.lpbin[index].lpb)));
     return nodes;

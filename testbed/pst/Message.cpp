@@ -327,14 +327,14 @@ ComPtr<IUnknown> Attachment::OpenObject(ULONG tag, REFIID iid, ULONG, ULONG flag
 }
 } // namespace
 
-ComPtr<IMessage> MakeMessage(std::shared_ptr<MessageState> state)
+ComPtr<IMessage> MakeMessage(const std::shared_ptr<MessageState>& state)
 {
-    return MakeObject<Message>(std::move(state));
+    return MakeObject<Message>(state);
 }
 
-ComPtr<IAttach> MakeAttachment(std::shared_ptr<AttachmentState> state)
+ComPtr<IAttach> MakeAttachment(const std::shared_ptr<AttachmentState>& state)
 {
-    return MakeObject<Attachment>(std::move(state));
+    return MakeObject<Attachment>(state);
 }
 
 void RequireInterface(LPCIID iid, std::initializer_list<const IID*> iids)

@@ -6,8 +6,8 @@
 
 namespace Testbed::Pst
 {
-ComPtr<IMessage> MakeMessage(std::shared_ptr<MessageState> state);
-ComPtr<IAttach> MakeAttachment(std::shared_ptr<AttachmentState> state);
+ComPtr<IMessage> MakeMessage(const std::shared_ptr<MessageState>& state);
+ComPtr<IAttach> MakeAttachment(const std::shared_ptr<AttachmentState>& state);
 
 /// Whether a caller's interface identifier (null means the object's own interface) is one of `iids`. Throws
 /// MAPI_E_INTERFACE_NOT_SUPPORTED when it is not.

@@ -55,7 +55,7 @@ Bytes Write(const Restriction& restriction)
 Restriction Read(const Bytes& bytes)
 {
     const PropertyBag bag = ReadBag(bytes);
-    const Numbers& numbers = Required<Numbers>(bag, numbersTag);
+    const auto& numbers = Required<Numbers>(bag, numbersTag);
     if (numbers.size() != 4)
         FailDamaged();
     Restriction restriction;
