@@ -140,6 +140,18 @@ TEST_P(NamedRefusals, LetTheExceptionOutThatANameThatCannotBeReadGives)
     EXPECT_EQ(log.Lines()[0].level, LogId::Exception);
 }
 
+TEST_P(NamedRefusals, ReadTheNameWithTheLogOffToo)
+{
+    Quillon::Logging::TurnLogOff();
+    GetParam().expect(*pst, 0);
+    void* output = this;
+    EXPECT_EQ(GetParam().call(*folder, &output), MAPI_E_NO_ACCESS);
+    ON_CALL(*pst, GetProps).WillByDefault(Return(MAPI_E_CORRUPT_DATA));
+    EXPECT_THROW(GetParam().call(*folder, &output), Quillon::CException);
+    EXPECT_EQ(output, this);
+    EXPECT_TRUE(log.Lines().empty());
+}
+
 INSTANTIATE_TEST_SUITE_P(Methods, NamedRefusals, testing::ValuesIn(namedRefusals),
                          [](const auto& test) { return test.param.method; });
 
